@@ -1,0 +1,41 @@
+// What every fuzz target stands on: the provider's records at their start values, line and phone "open" with callbacks
+// that only take what they are given, a port that swallows what is written, and no thread.
+#pragma once
+
+#include <cstddef>
+#include <cstdint>
+#include <span>
+
+// Every record back to its start. Cheap enough for each input.
+void FuzzStart();
+
+// A set as a configuration would leave it: two line keys, one key of each other kind, labels, texts, two modules.
+void FuzzConfigureSet();
+
+// Reads an input piece by piece; an input that has run out gives zeros and empty pieces.
+class FuzzInput {
+public:
+    FuzzInput(const std::uint8_t* data, std::size_t size) : left(data, size) {}
+
+    bool Empty() const { return left.empty(); }
+    std::uint8_t Byte() {
+        const auto piece = Take(1);
+        return piece.empty() ? std::uint8_t{0} : piece[0];
+    }
+    // At most `count` bytes.
+    std::span<const std::uint8_t> Take(std::size_t count) {
+        const auto piece = left.first(count < left.size() ? count : left.size());
+        left = left.subspan(piece.size());
+        return piece;
+    }
+    // A length byte and that many bytes.
+    std::span<const std::uint8_t> Counted() { return Take(Byte()); }
+
+private:
+    std::span<const std::uint8_t> left;
+};
+
+// Ends the process with a message when a condition that must hold does not.
+void FuzzRequire(bool condition, const char* what);
+
+extern "C" int LLVMFuzzerTestOneInput(const std::uint8_t* data, std::size_t size);

@@ -1,0 +1,40 @@
+// Requests under way, and the marks by which they leave work for the tick.
+#pragma once
+
+#include "platform/platform.h"
+
+enum RequestCode : int {
+    REQUEST_NONE = 0,
+    REQUEST_MAKE_CALL = 1,
+    REQUEST_DROP = 3,
+    REQUEST_BLIND_TRANSFER = 7,
+    REQUEST_SETUP_TRANSFER = 19,
+};
+
+// The request that completes later, when the set shows its effect.
+struct RunningRequestRecord {
+    int Code = REQUEST_NONE;
+    int Cref = -1;
+    int ConsultCref = -1;
+};
+extern RunningRequestRecord RunningRequest;
+
+struct CrefMark {
+    bool Set = false;
+    int Cref = -1;
+};
+struct CountMark {
+    bool Set = false;
+    int Ticks = 0;
+};
+// Start anew with every serial thread.
+struct RequestMarks {
+    CrefMark DeferredMakeCall; // accepted under the stored configuration, before the received one was usable
+    CrefMark MakeCallReport;   // a made call whose states are still to be reported
+    CountMark MakeCallWatch;   // a made call must light its key within 20 ticks
+    CountMark FvTimer;         // soft-key press due after generated digits
+};
+extern RequestMarks Marks;
+
+// Makes the presses of a call. Gives 0 or LINEERR_OPERATIONUNAVAIL, LINEERR_OPERATIONFAILED.
+LONG DoMakeCall(int cref, int requestCode);

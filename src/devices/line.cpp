@@ -1,0 +1,358 @@
+#include "devices/line.h"
+
+#include "link/serial.h"
+#include "platform/text.h"
+#include "provider/lifecycle.h"
+#include "provider/state.h"
+#include "tracking/model.h"
+#include "trace/trace.h"
+
+#include <algorithm>
+#include <cstddef>
+#include <cstring>
+
+namespace {
+
+constexpr DWORD TAPI_VERSION = 0x00020000;
+
+// The fixed parts of the structures of TAPI 2.0, bytes. The published structures have grown since: never sizeof.
+constexpr DWORD DEVCAPS_FIXED = 252;
+constexpr DWORD ADDRESSCAPS_FIXED = 228;
+constexpr DWORD VARSTRING_FIXED = 24;
+
+constexpr LONG Error(DWORD code) {
+    return static_cast<LONG>(code);
+}
+
+const WCHAR* const PROVIDER_INFO =
+    "Windows Telephony Service Provider for Corvane ZT protocol telephone's MAC PC interface"_wide;
+const WCHAR* const SWITCH_INFO = "Corvane 6200"_wide;
+const WCHAR* const DEVICE_CLASS = "tapi/line"_wide;
+
+DWORD WideSize(const WCHAR* text) {
+    DWORD length = 0;
+    while (text[length] != 0)
+        ++length;
+    return length * 2 + 2;
+}
+
+bool SameWide(const WCHAR* a, const WCHAR* b) {
+    while (*a != 0 && *a == *b) {
+        ++a;
+        ++b;
+    }
+    return *a == *b;
+}
+
+void CopyBytes(void* structure, DWORD offset, const void* from, DWORD size) {
+    std::memcpy(static_cast<std::byte*>(structure) + offset, from, size);
+}
+
+bool IsOurDevice(DWORD deviceID) {
+    return deviceID == ProviderState.LineDeviceID;
+}
+
+bool IsOurDeviceOrAll(DWORD deviceID) {
+    return deviceID == INITIALIZE_NEGOTIATION || IsOurDevice(deviceID);
+}
+
+// Appends a text to the variable part when it fits; the offset field is set then, the size field too.
+void PlaceText(LINEDEVCAPS& caps, const WCHAR* text, DWORD size, DWORD& sizeField, DWORD& offsetField) {
+    CopyBytes(&caps, caps.dwUsedSize, text, size);
+    sizeField = size;
+    offsetField = caps.dwUsedSize;
+    caps.dwUsedSize += size;
+}
+
+bool Fits(const LINEDEVCAPS& caps, DWORD size) {
+    return caps.dwUsedSize + size <= caps.dwTotalSize;
+}
+
+void FillDevCaps(LINEDEVCAPS& caps) {
+    caps.dwPermanentLineID = ProviderState.PermanentProviderID << 16;
+    caps.dwStringFormat = STRINGFORMAT_ASCII;
+    caps.dwNumAddresses = 1;
+    caps.dwBearerModes = LINEBEARERMODE_VOICE;
+    caps.dwMediaModes = LINEMEDIAMODE_INTERACTIVEVOICE;
+    caps.dwGenerateDigitModes = LINEDIGITMODE_PULSE | LINEDIGITMODE_DTMF;
+    caps.dwDevCapFlags = 0;
+    caps.dwMaxNumActiveCalls = 1;
+    caps.dwAnswerMode = LINEANSWERMODE_HOLD;
+    caps.dwLineStates = LINEDEVSTATE_OTHER | LINEDEVSTATE_CONNECTED | LINEDEVSTATE_DISCONNECTED |
+                        LINEDEVSTATE_INSERVICE | LINEDEVSTATE_OUTOFSERVICE | LINEDEVSTATE_OPEN | LINEDEVSTATE_CLOSE |
+                        LINEDEVSTATE_NUMCALLS | LINEDEVSTATE_REINIT;
+    caps.MinDialParams = {0, 50, 50, 1000};
+    caps.MaxDialParams = {255000, 255, 255, 255000};
+    caps.DefaultDialParams = {2000, 95, 95, 60000};
+}
+
+void FillAddressCaps(LINEADDRESSCAPS& caps) {
+    constexpr DWORD PARTY_FLAGS = LINECALLPARTYID_NAME | LINECALLPARTYID_ADDRESS;
+    caps.dwLineDeviceID = ProviderState.LineDeviceID;
+    caps.dwAddressSharing = LINEADDRESSSHARING_PRIVATE;
+    caps.dwAddressStates = LINEADDRESSSTATE_OTHER | LINEADDRESSSTATE_INUSEZERO | LINEADDRESSSTATE_INUSEONE |
+                           LINEADDRESSSTATE_NUMCALLS | LINEADDRESSSTATE_FORWARD;
+    caps.dwCallInfoStates = LINECALLINFOSTATE_OTHER | LINECALLINFOSTATE_APPSPECIFIC | LINECALLINFOSTATE_ORIGIN |
+                            LINECALLINFOSTATE_NUMOWNERINCR | LINECALLINFOSTATE_NUMOWNERDECR |
+                            LINECALLINFOSTATE_NUMMONITORS | LINECALLINFOSTATE_CALLERID | LINECALLINFOSTATE_CALLEDID |
+                            LINECALLINFOSTATE_CONNECTEDID | LINECALLINFOSTATE_DIALPARAMS;
+    caps.dwCallerIDFlags = PARTY_FLAGS;
+    caps.dwCalledIDFlags = PARTY_FLAGS;
+    caps.dwConnectedIDFlags = PARTY_FLAGS;
+    caps.dwRedirectionIDFlags = PARTY_FLAGS;
+    caps.dwRedirectingIDFlags = PARTY_FLAGS;
+    caps.dwCallStates = LINE_CALL_STATES;
+    caps.dwDialToneModes = LINEDIALTONEMODE_UNAVAIL;
+    caps.dwBusyModes = LINEBUSYMODE_UNAVAIL;
+    caps.dwSpecialInfo = LINESPECIALINFO_UNAVAIL;
+    caps.dwDisconnectModes = LINEDISCONNECTMODE_UNKNOWN;
+    caps.dwMaxNumActiveCalls = 1;
+    caps.dwMaxNumOnHoldCalls = 20;
+    caps.dwMaxNumOnHoldPendingCalls = 1;
+    caps.dwMaxNumConference = 3;
+    caps.dwMaxNumTransConf = 0;
+    caps.dwAddrCapFlags = LINEADDRCAPFLAGS_BLOCKIDDEFAULT | LINEADDRCAPFLAGS_DIALED | LINEADDRCAPFLAGS_TRANSFERHELD |
+                          LINEADDRCAPFLAGS_TRANSFERMAKE | LINEADDRCAPFLAGS_CONFERENCEHELD |
+                          LINEADDRCAPFLAGS_CONFERENCEMAKE | LINEADDRCAPFLAGS_PARTIALDIAL |
+                          LINEADDRCAPFLAGS_PICKUPCALLWAIT;
+    caps.dwCallFeatures = LINECALLFEATURE_ANSWER | LINECALLFEATURE_BLINDTRANSFER | LINECALLFEATURE_COMPLETETRANSF |
+                          LINECALLFEATURE_DIAL | LINECALLFEATURE_DROP | LINECALLFEATURE_GENERATEDIGITS |
+                          LINECALLFEATURE_HOLD | LINECALLFEATURE_REMOVEFROMCONF | LINECALLFEATURE_SETUPTRANSFER |
+                          LINECALLFEATURE_UNHOLD;
+    caps.dwRemoveFromConfCaps = LINEREMOVEFROMCONF_LAST;
+    caps.dwRemoveFromConfState = LINECALLSTATE_IDLE;
+    caps.dwTransferModes = LINETRANSFERMODE_TRANSFER | LINETRANSFERMODE_CONFERENCE;
+    caps.dwForwardModes =
+        LINEFORWARDMODE_UNCOND | LINEFORWARDMODE_BUSY | LINEFORWARDMODE_NOANSW | LINEFORWARDMODE_BUSYNA;
+    caps.dwMaxForwardEntries = 1;
+    caps.dwAddressFeatures = LINEADDRFEATURE_FORWARD | LINEADDRFEATURE_MAKECALL | LINEADDRFEATURE_PICKUP |
+                             LINEADDRFEATURE_PICKUPDIRECT | LINEADDRFEATURE_FORWARDFWD;
+}
+
+} // namespace
+
+int HdCallToCref(HDRVCALL call) {
+    const int low = static_cast<int>(reinterpret_cast<std::uintptr_t>(call) & 0xFFFF);
+    return IsCref(low) || low == CONF_CREF ? low : 0xFFFF;
+}
+
+bool IsLineHandle(HDRVLINE line) {
+    return static_cast<const void*>(line) == &ProviderState;
+}
+
+LONG WINAPI TSPI_lineNegotiateTSPIVersion(DWORD dwDeviceID, DWORD dwLowVersion, DWORD dwHighVersion,
+                                          LPDWORD lpdwTSPIVersion) {
+    Trace(TRACE_ENTRY, "TSPI_lineNegotiateTSPIVersion(%4lx,%4lx,%4lx,%4lx)", dwDeviceID, dwLowVersion, dwHighVersion,
+          lpdwTSPIVersion);
+    if (!IsOurDeviceOrAll(dwDeviceID))
+        return Error(LINEERR_BADDEVICEID);
+    *lpdwTSPIVersion = TAPI_VERSION; // also where the range excludes it
+    if (dwLowVersion > TAPI_VERSION || dwHighVersion < TAPI_VERSION)
+        return Error(LINEERR_INCOMPATIBLEAPIVERSION);
+    return 0;
+}
+
+LONG WINAPI TSPI_lineNegotiateExtVersion(DWORD dwDeviceID, DWORD dwTSPIVersion, DWORD dwLowVersion,
+                                         DWORD dwHighVersion, LPDWORD lpdwExtVersion) {
+    WaitLineMutex();
+    Trace(TRACE_ENTRY, "TSPI_lineNegotiateExtVersion(%4lx,%4lx,%4lx,%4lx,%4lx)", dwDeviceID, dwTSPIVersion,
+          dwLowVersion, dwHighVersion, lpdwExtVersion);
+    if (!IsOurDeviceOrAll(dwDeviceID))
+        return ReleaseLineMutex(Error(LINEERR_BADDEVICEID));
+    *lpdwExtVersion = 0;
+    return ReleaseLineMutex(0);
+}
+
+LONG WINAPI TSPI_lineOpen(DWORD dwDeviceID, HTAPILINE htLine, LPHDRVLINE lphdLine, DWORD dwTSPIVersion,
+                          LINEEVENT lpfnEventProc) {
+    Trace(TRACE_ENTRY, "TSPI_lineOpen(%lx,%lx,%lx,%lx,%lx)", dwDeviceID, htLine, lphdLine, dwTSPIVersion,
+          reinterpret_cast<std::uintptr_t>(lpfnEventProc));
+    if (!IsOurDevice(dwDeviceID))
+        return Error(LINEERR_BADDEVICEID);
+    if (++Process.OpenCount > 1)
+        ProviderInitAgain();
+    if (Process.RestartRequired)
+        return Error(LINEERR_REINIT);
+    ProviderState.LineEventProc = lpfnEventProc;
+    ProviderState.htLine = htLine;
+    *lphdLine = reinterpret_cast<HDRVLINE>(&ProviderState);
+    const bool holdsMutex = StartSerialThread() == 0;
+    LONG result = 0;
+    if (Serial.Port == INVALID_HANDLE_VALUE) {
+        Trace(TRACE_ALWAYS, "End TSPI_lineOpen Pb");
+        result = Error(LINEERR_ALLOCATED);
+    }
+    return holdsMutex ? ReleaseLineMutex(result) : result;
+}
+
+LONG WINAPI TSPI_lineClose(HDRVLINE hdLine) {
+    WaitLineMutex();
+    Trace(TRACE_ENTRY, "Entering TSPI_lineClose(%lx)", hdLine);
+    if (!IsLineHandle(hdLine))
+        return ReleaseLineMutex(Error(LINEERR_INVALLINEHANDLE));
+    StopSerialThread();
+    return ReleaseLineMutex(0);
+}
+
+LONG WINAPI TSPI_lineGetDevCaps(DWORD dwDeviceID, DWORD dwTSPIVersion, DWORD dwExtVersion,
+                                LPLINEDEVCAPS lpLineDevCaps) {
+    WaitLineMutex();
+    Trace(TRACE_ENTRY, "Entering TSPI_lineGetDevCaps(%lx,%lx,%lx,%lx)", dwDeviceID, dwTSPIVersion, dwExtVersion,
+          lpLineDevCaps);
+    const DWORD infoSize = WideSize(PROVIDER_INFO);
+    const DWORD nameSize = WideSize(ProviderState.LineName);
+    const DWORD switchSize = WideSize(SWITCH_INFO);
+    if (!IsOurDevice(dwDeviceID))
+        return ReleaseLineMutex(Error(LINEERR_BADDEVICEID));
+    LINEDEVCAPS& caps = *lpLineDevCaps;
+    if (caps.dwTotalSize < DEVCAPS_FIXED) // no room for the fixed part: nothing is written
+        return ReleaseLineMutex(Error(LINEERR_STRUCTURETOOSMALL));
+    caps.dwUsedSize = DEVCAPS_FIXED;
+    caps.dwNeededSize = DEVCAPS_FIXED + infoSize + nameSize + switchSize;
+    // Each text on its own: one that does not fit is left out, the next is still tried.
+    if (Fits(caps, infoSize)) {
+        Trace(TRACE_ENTRY, "cbinfo 0x%x cbname 0x%x gszProviderInfo '%S' linename '%S' ", infoSize, nameSize,
+              PROVIDER_INFO, static_cast<const WCHAR*>(ProviderState.LineName));
+        PlaceText(caps, PROVIDER_INFO, infoSize, caps.dwProviderInfoSize, caps.dwProviderInfoOffset);
+    }
+    if (Fits(caps, nameSize))
+        PlaceText(caps, ProviderState.LineName, nameSize, caps.dwLineNameSize, caps.dwLineNameOffset);
+    if (Fits(caps, switchSize))
+        PlaceText(caps, SWITCH_INFO, switchSize, caps.dwSwitchInfoSize, caps.dwSwitchInfoOffset);
+    FillDevCaps(caps);
+    return ReleaseLineMutex(0);
+}
+
+LONG WINAPI TSPI_lineGetAddressCaps(DWORD dwDeviceID, DWORD dwAddressID, DWORD dwTSPIVersion, DWORD dwExtVersion,
+                                    LPLINEADDRESSCAPS lpAddressCaps) {
+    WaitLineMutex();
+    Trace(TRACE_ENTRY, "Entering TSPI_lineGetAddressCaps(%lx,%lx,%lx,%lx,%lx)", dwDeviceID, dwAddressID, dwTSPIVersion,
+          dwExtVersion, lpAddressCaps);
+    if (!IsOurDevice(dwDeviceID))
+        return ReleaseLineMutex(Error(LINEERR_BADDEVICEID));
+    if (dwAddressID != 0)
+        return ReleaseLineMutex(Error(LINEERR_INVALADDRESSID));
+    LINEADDRESSCAPS& caps = *lpAddressCaps;
+    if (caps.dwTotalSize < ADDRESSCAPS_FIXED)
+        return ReleaseLineMutex(Error(LINEERR_STRUCTURETOOSMALL));
+    const DWORD addressSize = static_cast<DWORD>(std::strlen(ProviderState.LineAddress) + 1) * 2;
+    caps.dwNeededSize = ADDRESSCAPS_FIXED + addressSize;
+    caps.dwUsedSize = ADDRESSCAPS_FIXED;
+    if (caps.dwTotalSize >= caps.dwNeededSize) {
+        WCHAR wide[NUMBER_SIZE] = {};
+        MultiByteToWideChar(CP_ACP, MB_PRECOMPOSED, ProviderState.LineAddress, -1, wide, NUMBER_SIZE);
+        Trace(TRACE_ENTRY, "TSPI_lineGetAddressCaps lineaddr '%s'",
+              static_cast<const char*>(ProviderState.LineAddress));
+        CopyBytes(&caps, ADDRESSCAPS_FIXED, wide, addressSize);
+        caps.dwAddressSize = addressSize;
+        caps.dwAddressOffset = ADDRESSCAPS_FIXED;
+        caps.dwUsedSize = caps.dwNeededSize;
+    }
+    FillAddressCaps(caps);
+    return ReleaseLineMutex(0);
+}
+
+LONG WINAPI TSPI_lineGetID(HDRVLINE hdLine, DWORD dwAddressID, HDRVCALL hdCall, DWORD dwSelect,
+                           LPVARSTRING lpDeviceID, LPCWSTR lpszDeviceClass, HANDLE) {
+    WaitLineMutex();
+    Trace(TRACE_ENTRY, "Entering TSPI_lineGetID(%lx,%lx,%lx,%lx,%lx,%lx)", hdLine, dwAddressID, hdCall, dwSelect,
+          lpDeviceID, reinterpret_cast<std::uintptr_t>(lpszDeviceClass));
+    if (!IsLineHandle(hdLine))
+        return ReleaseLineMutex(Error(LINEERR_INVALLINEHANDLE));
+    if (!SameWide(lpszDeviceClass, DEVICE_CLASS))
+        return ReleaseLineMutex(Error(LINEERR_NODEVICE));
+    constexpr DWORD NEEDED = VARSTRING_FIXED + 4;
+    lpDeviceID->dwNeededSize = NEEDED;
+    if (lpDeviceID->dwTotalSize >= NEEDED) {
+        lpDeviceID->dwUsedSize = NEEDED;
+        lpDeviceID->dwStringFormat = STRINGFORMAT_BINARY;
+        lpDeviceID->dwStringSize = 4;
+        lpDeviceID->dwStringOffset = VARSTRING_FIXED;
+        CopyBytes(lpDeviceID, VARSTRING_FIXED, &ProviderState.LineDeviceID, 4);
+    }
+    return ReleaseLineMutex(0);
+}
+
+LONG WINAPI TSPI_lineGetNumAddressIDs(HDRVLINE hdLine, LPDWORD lpdwNumAddressIDs) {
+    WaitLineMutex();
+    Trace(TRACE_ENTRY, "Entering TSPI_lineGetNumAddressIDs(%lx,%lx)", hdLine, lpdwNumAddressIDs);
+    if (!IsLineHandle(hdLine))
+        return ReleaseLineMutex(Error(LINEERR_INVALLINEHANDLE));
+    *lpdwNumAddressIDs = 1;
+    return ReleaseLineMutex(0);
+}
+
+LONG WINAPI TSPI_lineGetAddressID(HDRVLINE hdLine, LPDWORD lpdwAddressID, DWORD dwAddressMode, LPCWSTR lpsAddress,
+                                  DWORD dwSize) {
+    WaitLineMutex();
+    Trace(TRACE_ENTRY, "Entering TSPI_lineGetAddressID(%lx,%lx,%lx,%lx,%lx)", hdLine, lpdwAddressID, dwAddressMode,
+          reinterpret_cast<std::uintptr_t>(lpsAddress), dwSize);
+    if (!IsLineHandle(hdLine))
+        return ReleaseLineMutex(Error(LINEERR_INVALLINEHANDLE));
+    // A text that does not fit cannot be the line's address, which is shorter than the room here.
+    char address[NUMBER_SIZE] = {};
+    const int length = WideCharToMultiByte(CP_ACP, WC_COMPOSITECHECK | WC_DISCARDNS, lpsAddress, -1, address,
+                                           NUMBER_SIZE, nullptr, nullptr);
+    address[NUMBER_SIZE - 1] = 0;
+    Trace(TRACE_ENTRY, "Entering TSPI_lineGetAddressID lpsAddress '%S'", lpsAddress);
+    Trace(TRACE_ENTRY, "Entering TSPI_lineGetAddressID lineaddr '%s'",
+          static_cast<const char*>(ProviderState.LineAddress));
+    Trace(TRACE_ENTRY, "Entering TSPI_lineGetAddressID Address  '%s'", static_cast<const char*>(address));
+    if (length == 0 || std::strcmp(address, ProviderState.LineAddress) != 0)
+        return ReleaseLineMutex(Error(LINEERR_INVALADDRESS));
+    *lpdwAddressID = 0;
+    return ReleaseLineMutex(0);
+}
+
+LONG WINAPI TSPI_lineSetStatusMessages(HDRVLINE hdLine, DWORD dwLineStates, DWORD dwAddressStates) {
+    WaitLineMutex();
+    Trace(TRACE_ENTRY, "Entering TSPI_lineSetStatusMessages(%lx,%lx,%lx)", hdLine, dwLineStates, dwAddressStates);
+    if (!IsLineHandle(hdLine))
+        return ReleaseLineMutex(Error(LINEERR_INVALLINEHANDLE));
+    ProviderState.LineStates = dwLineStates;
+    ProviderState.AddressStates = dwAddressStates;
+    return ReleaseLineMutex(0);
+}
+
+LONG WINAPI TSPI_lineSetDefaultMediaDetection(HDRVLINE hdLine, DWORD dwMediaModes) {
+    WaitLineMutex();
+    Trace(TRACE_ENTRY, "Entering TSPI_lineSetDefaultMediaDetection(%lx,%lx)", hdLine, dwMediaModes);
+    if (!IsLineHandle(hdLine))
+        return ReleaseLineMutex(Error(LINEERR_INVALLINEHANDLE));
+    if (dwMediaModes != 0 && dwMediaModes != LINEMEDIAMODE_INTERACTIVEVOICE)
+        return ReleaseLineMutex(Error(LINEERR_INVALMEDIAMODE));
+    ProviderState.DefaultMediaDetection = dwMediaModes;
+    return ReleaseLineMutex(0);
+}
+
+LONG WINAPI TSPI_lineConditionalMediaDetection(HDRVLINE hdLine, DWORD dwMediaModes, LPLINECALLPARAMS const lpCallParams) {
+    WaitLineMutex();
+    Trace(TRACE_ENTRY, "Entering TSPI_lineConditionalMediaDetection(%lx,%lx,%lx)", hdLine, dwMediaModes, lpCallParams);
+    if (!IsLineHandle(hdLine))
+        return ReleaseLineMutex(Error(LINEERR_INVALLINEHANDLE));
+    return ReleaseLineMutex(dwMediaModes == LINEMEDIAMODE_INTERACTIVEVOICE ? 0 : Error(LINEERR_INVALMEDIAMODE));
+}
+
+LONG WINAPI TSPI_lineSetMediaMode(HDRVCALL hdCall, DWORD dwMediaMode) {
+    WaitLineMutex();
+    Trace(TRACE_ENTRY, "Entering TSPI_lineSetMediaMode(%lx,%lx)", hdCall, dwMediaMode);
+    if (HdCallToCref(hdCall) >= CALL_COUNT)
+        return ReleaseLineMutex(Error(LINEERR_INVALCALLHANDLE));
+    if (dwMediaMode != LINEMEDIAMODE_INTERACTIVEVOICE)
+        return ReleaseLineMutex(Error(LINEERR_INVALMEDIAMODE));
+    ProviderState.MediaMode = LINEMEDIAMODE_INTERACTIVEVOICE;
+    return ReleaseLineMutex(0);
+}
+
+LONG WINAPI TSPI_lineSetAppSpecific(HDRVCALL hdCall, DWORD dwAppSpecific) {
+    WaitLineMutex();
+    Trace(TRACE_ENTRY, "Entering TSPI_lineSetAppSpecific(%lx,%lx)", hdCall, dwAppSpecific);
+    const int cref = HdCallToCref(hdCall);
+    if (cref >= CALL_COUNT)
+        return ReleaseLineMutex(Error(LINEERR_INVALCALLHANDLE));
+    ProviderState.AppSpecific = dwAppSpecific;
+    if (ProviderState.LineEventProc != nullptr) // not through DoLineEvent: no trace, no media mode
+        ProviderState.LineEventProc(ProviderState.htLine, CallTable[static_cast<std::size_t>(cref)].htCall,
+                                    LINE_CALLINFO, LINECALLINFOSTATE_APPSPECIFIC, 0, 0);
+    return ReleaseLineMutex(0);
+}

@@ -1,0 +1,16 @@
+// The line device: what the other entry points of line and call share. The TSPI_line entry points themselves are
+// declared by the published tspi.h.
+#pragma once
+
+#include "platform/platform.h"
+
+// The one set of call states that this line knows: IDLE, OFFERING, DIALTONE, DIALING, RINGBACK, BUSY, CONNECTED,
+// PROCEEDING, ONHOLD, CONFERENCED, ONHOLDPENDCONF, ONHOLDPENDTRANSFER, DISCONNECTED.
+constexpr DWORD LINE_CALL_STATES = 0x7F7B;
+
+// The cref that a call handle names: 0 to 19, or 30 for the conference. Any other handle gives a number of 20 or more
+// that is not 30. The high bits are ignored.
+int HdCallToCref(HDRVCALL call);
+
+// Whether this is the handle that TSPI_lineOpen gave.
+bool IsLineHandle(HDRVLINE line);

@@ -1,0 +1,333 @@
+#include "link/tick.h"
+
+#include "config/set_config.h"
+#include "config/settings.h"
+#include "config/stored_config.h"
+#include "control/keys.h"
+#include "control/requests.h"
+#include "link/fifo.h"
+#include "link/link_layer.h"
+#include "link/serial.h"
+#include "platform/text.h"
+#include "provider/events.h"
+#include "provider/lifecycle.h"
+#include "tracking/display.h"
+#include "tracking/model.h"
+#include "trace/trace.h"
+
+#include <algorithm>
+
+TickState Tick;
+
+namespace {
+
+// Limits, in ticks of 100 ms.
+constexpr int CONFIG_LIMIT_ASSOC = 90;   // 9 s without the association's acknowledgement
+constexpr int CONFIG_LIMIT_DONE = 140;   // 14 s without the whole configuration
+constexpr int MAKE_CALL_WATCH_LIMIT = 20;
+constexpr int FV_LIMIT = 40;
+constexpr int OFFER_LIMIT = 10;
+constexpr int RX_IDLE_LIMIT = 4;         // the card never pauses half a second inside a frame
+constexpr int CONTACT_LOST_MARGIN = 30;  // ticks after the poll that nobody answered
+constexpr DWORD READ_PENDING_MS = 50;
+constexpr std::uint8_t DEV_TYPE_KB2 = 3;
+
+void CloseLine() {
+    DoLineEvent(LINE_CLOSE, 0, 0, -1);
+}
+
+// The set's configuration has not come in time. True when the provider has stopped itself.
+bool WatchConfiguration() {
+    if (Tick.WaitConfigCount == CONFIG_LIMIT_ASSOC && !Tick.DeviceAssocAck) {
+        Tick.SpStopped = true;
+        ProviderState.DeviceState = DEVICE_OUT_OF_SERVICE;
+        AllCallReset();
+        Trace(TRACE_ALWAYS, "Config dynamic not received: WaitConfigCount %ld LIMIT %d Cas 1", Tick.WaitConfigCount,
+              CONFIG_LIMIT_ASSOC);
+        RecordLastAction("failed :Config dynamic :Device association ack not received");
+        NoConfigurationBox();
+        CloseLine();
+        return true;
+    }
+    if (Tick.WaitConfigCount != CONFIG_LIMIT_DONE)
+        return false;
+    ProviderState.DeviceState = DEVICE_OUT_OF_SERVICE;
+    Tick.SpStopped = true;
+    AllCallReset();
+    Trace(TRACE_ALWAYS, "Config dynamic not received: WaitConfigCount %ld LIMIT %d Cas 2", Tick.WaitConfigCount,
+          CONFIG_LIMIT_DONE);
+    if (ProviderState.TAPI_OMNA_Ver >= 2 && ProviderState.Dev_type != DEV_TYPE_KB2) {
+        Trace(TRACE_ALWAYS, "MessageBox Poste non KB2");
+        RecordLastAction("failed :Not a KB2(7120) set");
+        ErrorBox("     Set Configuration Error\n\nYour set is not a 7120/7121 Corvane set");
+    } else if (SetConfig.MultiAnnounced == 0) {
+        Trace(TRACE_ALWAYS, "MessageBox Poste MONO");
+        RecordLastAction("failed :Not a multiline set");
+        ErrorBox("     Set Configuration Error\n\nYour set has not a multiline config");
+    } else {
+        RecordLastAction("failed :Config dynamic not received");
+        NoConfigurationBox();
+    }
+    CloseLine();
+    return true;
+}
+
+// Without trace headers the card shows nothing of the set. True when the provider has stopped itself.
+bool WatchTraceMode() {
+    if (DynamicConfig.WaitTraceMode == 0 || Serial.PortFailed || Serial.V24Trouble)
+        return false;
+    if (Link.TraceModeSeen) {
+        DynamicConfig.WaitTraceMode = 0;
+        return false;
+    }
+    if (++Tick.WaitTrace < Tick.WaitTraceLimit)
+        return false;
+    Trace(TRACE_ALWAYS, "TIMEOUT Bad MAC/PC No Trace mode: WaitTrace %d limit %d", Tick.WaitTrace, Tick.WaitTraceLimit);
+    Link.LinkStopped = true;
+    ProviderState.DeviceState = DEVICE_OUT_OF_SERVICE;
+    DynamicConfig.WaitTraceMode = 0;
+    RecordLastAction("failed :Bad MAC/PC trace mode");
+    ErrorBox("     Set Configuration Error\n\nVXC setup error - Bad MAC/PC mode");
+    AllCallReset();
+    CloseLine();
+    return true;
+}
+
+// The stored configuration lacks a text. True when the provider has stopped itself.
+bool WatchStrings() {
+    if (!Tick.StringInitError || DynamicConfig.StaticConfig != 1 || !Tick.ConfigReceived)
+        return false;
+    Link.LinkStopped = true;
+    ProviderState.DeviceState = DEVICE_OUT_OF_SERVICE;
+    Tick.StringInitError = false;
+    ErrorBox("Corvane Service Provider internal error\n\nBad string definition");
+    return true;
+}
+
+void RunDeferredMakeCall() {
+    if (Tick.InitDataPending || !Marks.DeferredMakeCall.Set || !Tick.ConfigUsable)
+        return;
+    DoMakeCall(Marks.DeferredMakeCall.Cref, REQUEST_MAKE_CALL);
+    Marks.MakeCallReport = {true, Marks.DeferredMakeCall.Cref};
+    Marks.DeferredMakeCall = {};
+}
+
+// A made call whose key stays dark never reached the PBX.
+void WatchMakeCall() {
+    CountMark& watch = Marks.MakeCallWatch;
+    if (!watch.Set || !Tick.ConfigReceived || Serial.PortFailed || Serial.V24Trouble || !Link.TraceModeSeen)
+        return;
+    if (++watch.Ticks != MAKE_CALL_WATCH_LIMIT)
+        return;
+    watch = {};
+    DynamicConfig.WaitTraceMode = 0;
+    const int cref = FindCallByState(LINECALLSTATE_PROCEEDING);
+    if (!IsCref(cref))
+        return;
+    const int key = CallTable[static_cast<std::size_t>(cref)].touch;
+    if (key < 0 || key >= KEY_COUNT || TouchTable[static_cast<std::size_t>(key)].icon == ACTIV_ICON)
+        return;
+    Trace(TRACE_CALL, "Time out:Icone:%d éteint - Etat:IDLE - Ref:%d"_cp1252, key, cref);
+    ClearCall(cref);
+}
+
+void ReportMadeCall() {
+    if (!Marks.MakeCallReport.Set)
+        return;
+    Marks.MakeCallReport.Set = false;
+    const int cref = Marks.MakeCallReport.Cref;
+    for (const DWORD state :
+         {LINECALLSTATE_DIALTONE, LINECALLSTATE_DIALING, LINECALLSTATE_PROCEEDING, LINECALLSTATE_RINGBACK})
+        DoLineEvent(LINE_CALLSTATE, state, 0, cref);
+    Trace(TRACE_CALL, "DoLineEvent\t(LINE_CALLSTATE, \tLINECALLSTATE_DIALTONE, 0, cref:%lx)", cref);
+    Trace(TRACE_CALL, "DoLineEvent(LINE_CALLSTATE,  LINECALLSTATE_DIALING, 0, cref:%lx)", cref);
+    Trace(TRACE_CALL, "DoLineEvent(LINE_CALLSTATE,  LINECALLSTATE_PROCEEDING, 0, cref:%lx)", cref);
+    Trace(TRACE_CALL, "DoLineEvent(LINE_CALLSTATE,  LINECALLSTATE_RINGBACK, 0, cref:%lx)", cref);
+}
+
+// Generated digits leave the set in voice-frequency mode; four seconds later its soft key ends it.
+void RunFvTimer() {
+    if (!Marks.FvTimer.Set || ++Marks.FvTimer.Ticks != FV_LIMIT)
+        return;
+    Marks.FvTimer = {};
+    SendSoftKey(SoftKeyPosition(SK_CANCEL_FREQ_VOCALE)); // presses nothing for position 0
+}
+
+// An incoming call whose caller never showed is offered without one.
+void OfferWithoutCaller() {
+    const int cref = Tracking.OfferInfoCref;
+    if (cref == -1 || ++Tracking.OfferTicks != OFFER_LIMIT)
+        return;
+    Trace(TRACE_CALL, "- Etat:OFFERING - Ref:%d", cref);
+    Trace(TRACE_CALL, "2 sec - pas d'info sur l'appelant");
+    DoLineEvent(LINE_CALLSTATE, LINECALLSTATE_OFFERING, 0, cref);
+    if (IsCref(cref)) {
+        const int key = CallTable[static_cast<std::size_t>(cref)].touch;
+        if (key >= 0 && key < KEY_COUNT && TouchTable[static_cast<std::size_t>(key)].kind == TOUCH_MULTI) {
+            const auto entry = std::find(WaitInfo.begin(), WaitInfo.end(), -1);
+            if (entry != WaitInfo.end())
+                *entry = cref;
+        }
+    }
+    Tracking.OfferInfoCref = -1;
+}
+
+void FlushHalfFrame() {
+    if (!Link.Receiving || ++Link.RxIdleTicks <= RX_IDLE_LIMIT)
+        return;
+    Link.Receiving = false;
+    Link.RxIdleTicks = 0;
+    Link.LinkIdleTicks = 0;
+    Trace(TRACE_ALWAYS, "Inactivity - flush rx queue");
+    ResetComPort(3);
+    SendL2Msg(Serial.Port, NACK_FRAME);
+}
+
+// True when a failed link-control frame was tried again: the tick ends there.
+bool RetryFailedWrite() {
+    if (!Link.WriteFailed)
+        return false;
+    Trace(TRACE_ALWAYS, "Try to resend last l2");
+    const auto frame = Link.Saved; // the original is overwritten when this write fails too
+    SendL2Msg(Serial.Port, std::span(frame).first(static_cast<std::size_t>(Link.SavedLength)));
+    Link.WriteFailed = false;
+    return true;
+}
+
+// Shown once at a time: the ticks that the box itself dispatches find no port either, and would stack boxes without end.
+void PortBlockedBox() {
+    static bool open = false;
+    if (open)
+        return;
+    open = true;
+    ErrorBox("Serial Port blocked");
+    open = false;
+}
+
+void LoseContact() {
+    Reconnect();
+    if (Serial.V24Trouble)
+        return;
+    Serial.V24Trouble = true;
+    if (ProviderState.DeviceState == DEVICE_IN_SERVICE) {
+        DoLineEvent(LINE_LINEDEVSTATE, LINEDEVSTATE_DISCONNECTED | LINEDEVSTATE_OUTOFSERVICE, 0, -1);
+        ProviderState.DeviceState = DEVICE_OUT_OF_SERVICE;
+    }
+    HardwareProblemBox();
+    CloseLine();
+    RecordLastAction("failed :V24 Trouble");
+}
+
+// Polls a silent link and gives it up when the poll brings nothing. True when the tick ends here.
+bool SuperviseLink() {
+    if (Link.SubdeviceTest)
+        return false;
+    if (Link.LinkIdleTicks == Link.LinkPollPeriod) {
+        if (!Tick.ConfigReceived)
+            Tick.WaitConfigCount = 0;
+        if (Serial.Port == INVALID_HANDLE_VALUE) {
+            PortBlockedBox();
+            return true;
+        }
+        QueueZTMsg(Serial.Port, POLL_FRAME);
+        return false;
+    }
+    if (Link.LinkIdleTicks <= Link.LinkPollPeriod + CONTACT_LOST_MARGIN)
+        return false;
+    LoseContact();
+    return true;
+}
+
+// Reads what has arrived behind the kept bytes. Gives the number of bytes, or -1 on a failure.
+int ReadPort() {
+    COMSTAT status{};
+    DWORD errors = 0;
+    ClearCommError(Serial.Port, &errors, &status);
+    // Asking for no more than is there completes at once; a read left pending would take later bytes unseen.
+    const DWORD room = static_cast<DWORD>(Tick.ReadBuffer.size()) - static_cast<DWORD>(Tick.Kept);
+    const DWORD wanted = std::min(room, status.cbInQue);
+    if (wanted == 0)
+        return 0;
+    OVERLAPPED overlapped{};
+    overlapped.hEvent = Serial.ReadEvent;
+    DWORD got = 0;
+    if (ReadFile(Serial.Port, Tick.ReadBuffer.data() + Tick.Kept, wanted, &got, &overlapped))
+        return static_cast<int>(got);
+    if (GetLastError() != ERROR_IO_PENDING)
+        return -1;
+    // Some drivers finish even such a read a moment later. It must be over before this returns, since it writes to the
+    // buffer: waited for briefly, then called off.
+    if (WaitForSingleObject(Serial.ReadEvent, READ_PENDING_MS) != WAIT_OBJECT_0)
+        CancelIoEx(Serial.Port, &overlapped);
+    return GetOverlappedResult(Serial.Port, &overlapped, &got, TRUE) ? static_cast<int>(got) : 0;
+}
+
+void ReceiveAll() {
+    CheckSerialError(Serial.Port);
+    int got = 0;
+    do {
+        got = ReadPort();
+        if (got < 0) {
+            CheckSerialError(Serial.Port);
+            return;
+        }
+        Tick.Kept += got;
+        if (Tick.Kept == 0)
+            return;
+        Tick.Kept = ProcessInput(Tick.Kept, Tick.ReadBuffer.data());
+        if (got > 0) // bytes that are only offered again do not prolong their own wait
+            Link.LastReceiveTime = timeGetTime();
+    } while (got > 0 && Serial.Port != INVALID_HANDLE_VALUE);
+}
+
+void KickTransmitter() {
+    if (Link.AckWaitTicks != 0) {
+        if (++Link.AckWaitTicks > ACK_WAIT_LIMIT)
+            Link.AckWaitTicks = 0;
+        if (Link.AckWaitTicks != 0)
+            return;
+    }
+    if (FifoCount(LINK_FIFO) > 0)
+        QueueZTMsg(Serial.Port, {});
+}
+
+// One tick; a step that gives true ends it.
+void RunTick() {
+    if (Link.LinkStopped || Tick.SpStopped)
+        return;
+    if (Tracking.ForwardAckTicks > 0)
+        --Tracking.ForwardAckTicks;
+    if (WatchConfiguration() || WatchTraceMode())
+        return;
+    ++Link.LinkIdleTicks;
+    if (!Tick.ConfigReceived)
+        ++Tick.WaitConfigCount;
+    if (Tick.InitDataPending && DynamicConfig.LastActionState != 0)
+        Tick.InitDataPending = InitDatas() != 0;
+    if (WatchStrings())
+        return;
+    RunDeferredMakeCall();
+    WatchMakeCall();
+    ReportMadeCall();
+    RunFvTimer();
+    OfferWithoutCaller();
+    FlushHalfFrame();
+    if (RetryFailedWrite() || SuperviseLink())
+        return;
+    if (Serial.Port == INVALID_HANDLE_VALUE) {
+        PortBlockedBox();
+        return;
+    }
+    ReceiveAll();
+    KickTransmitter();
+}
+
+} // namespace
+
+void CALLBACK SerialTick(HWND, UINT, UINT_PTR, DWORD) {
+    const LONG wait = WaitLineMutex();
+    if (wait != 0 && wait != static_cast<LONG>(WAIT_ABANDONED))
+        return; // without the mutex nothing may be touched
+    RunTick();
+    ReleaseLineMutex(0);
+}

@@ -1,0 +1,103 @@
+// For tests and tools: the strings behind the POSIX platform layer. Who owns the clock, what a port is and what it does
+// wrong, how message boxes are answered, where registry and directories live, which calls fail. Not part of the
+// product, and absent on Windows.
+//
+// Tools that load the library as it stands set the same things by environment variables, read at first use:
+//   ZT_COM1 .. ZT_COM4   path of the terminal device behind COM1 .. COM4
+//   ZT_ROOT              directory that holds the "C:" drive (Windows and system directories); made when missing
+//   ZT_REGISTRY          file that keeps the registry; without it the registry is in memory and starts empty
+//   ZT_BOX_MS            how long a message box stays open before it answers IDOK (default 0)
+// A message box is also written to standard error, one line "[box] caption: text", line feeds as " / ".
+#pragma once
+
+#include "platform/platform.h"
+
+#include <cstdint>
+#include <functional>
+#include <map>
+#include <span>
+#include <string>
+#include <vector>
+
+namespace PlatformControl {
+
+// Everything back to the start for a test: test clock at 1,000,000 ms, registry in memory and empty, no ports, no
+// faults, boxes answered IDOK at once, directories under a fresh temporary root, named objects forgotten.
+// No thread of the product may be running.
+void Reset();
+
+// --- the clock ---------------------------------------------------------------------------------------------------
+// With the test clock nothing waits for real time. Time moves only by Advance, or while the test's own thread is inside
+// a wait with a time-out (or without one) that nothing satisfies: then due timers fire one after the other, in order,
+// until the wait is satisfied or its time is over. Whenever time stands still, every thread with a message loop has
+// come to rest in it.
+void UseSystemClock();
+void UseTestClock(std::uint32_t now);
+std::uint32_t Now(); // of the clock in use, ms
+// Moves the test clock, firing each timer as it comes due and waiting until its thread rests again.
+void Advance(std::uint32_t milliseconds);
+// Waits until every product thread rests in a message loop, a box or a wait, or has ended. Test clock only.
+void Settle();
+
+// --- ports -------------------------------------------------------------------------------------------------------
+// A device in process. Called by the thread that uses the port; `now` is the platform's clock, ms.
+struct PortDevice {
+    virtual ~PortDevice() = default;
+    virtual void Write(std::span<const std::uint8_t> bytes, std::uint32_t now) = 0;
+    virtual std::size_t Available(std::uint32_t now) = 0; // bytes that a read would get now
+    virtual std::size_t Read(std::span<std::uint8_t> into, std::uint32_t now) = 0;
+    virtual std::size_t OutputPending(std::uint32_t) { return 0; } // bytes written that are not on the wire yet
+    virtual void Opened() {}
+    virtual void Closed() {}
+};
+void MapPort(const std::string& name, PortDevice* device);            // "COM1" .. "COM4"; null unmaps
+void MapPortToTerminal(const std::string& name, const std::string& path);
+
+// What a port does wrong, and what was set on it.
+struct PortRecord {
+    DWORD OpenError = 0;        // CreateFileA fails with this
+    bool GetStateFails = false, SetStateFails = false;
+    bool WriteFails = false, ReadFails = false; // with ERROR_IO_DEVICE
+    bool WritePends = false;    // writes are reported as pending (ERROR_IO_PENDING), and carried out
+    int Opens = 0, Closes = 0;
+    DCB Dcb{};
+    COMMTIMEOUTS Timeouts{};
+    bool Rts = false;
+    DWORD Access = 0, Share = 0, Flags = 0; // as CreateFileA got them
+};
+PortRecord& Port(const std::string& name);
+
+// --- message boxes -----------------------------------------------------------------------------------------------
+struct Box {
+    std::string Text, Caption; // bytes as given, Windows-1252
+    UINT Style = 0;
+    bool LineMutexHeld = false; // whether the showing thread held a mutex named SP62LineMutex while it was open
+};
+std::vector<Box> Boxes();    // all shown since Reset
+// Boxes stay open this long by the clock; meanwhile the showing thread's timers are dispatched, as on Windows.
+void KeepBoxesOpen(std::uint32_t milliseconds);
+// Decides the answer; runs on the showing thread when the box closes. Default: IDOK.
+void AnswerBoxes(std::function<int(const Box&)> answer);
+
+// --- registry, directories ---------------------------------------------------------------------------------------
+void RegistryInFile(const std::string& path);
+// Every registry call whose full key path ends with this text (case-insensitive), or that touches this value name, fails
+// with the error; 0 lifts it.
+void RefuseRegistry(const std::string& keyOrValue, LONG error);
+// Writes to private profile files fail while set.
+void RefuseProfile(bool refuse);
+std::string Root();                                    // POSIX path of the directory that holds drive C:
+void SetWindowsDirectory(const std::string& path);     // default "C:\\WINDOWS"; the system directory is below it
+std::string PosixPath(const std::string& windowsPath); // where a Windows path of this layer lies
+
+// --- memory, waits, handles --------------------------------------------------------------------------------------
+void FailGlobalAlloc(bool fail);
+void FailGlobalLock(bool fail);
+void StickGlobalUnlock(int times); // the next n unlocks report that the block is still locked
+// The next wait for the mutex of this name ends with this result (WAIT_ABANDONED gives the mutex, WAIT_TIMEOUT not).
+void NextWait(const std::string& mutexName, DWORD result);
+void FailCreate(const std::string& objectName, DWORD error); // CreateMutexA, CreateEventA; 0 lifts it
+void FailCreateThread(DWORD error);
+int OpenHandles(); // of every kind; for leak tests
+
+} // namespace PlatformControl

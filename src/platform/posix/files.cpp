@@ -1,0 +1,258 @@
+// Directories and files under Windows paths, text, memory.
+#include "platform/posix/state.h"
+
+#include <algorithm>
+#include <array>
+#include <cstdlib>
+#include <cstring>
+#include <filesystem>
+#include <iterator>
+
+#include <fcntl.h>
+#include <sys/stat.h>
+#include <unistd.h>
+
+namespace Posix {
+
+namespace {
+
+std::string RootPath;      // holds drive C:
+bool RootIsOurs = false;   // a temporary one, removed at the end
+std::string WindowsPath = "C:\\WINDOWS";
+
+bool AllocFails = false, LockFails = false;
+int StuckUnlocks = 0;
+
+struct TemporaryRoot {
+    ~TemporaryRoot() { Remove(); }
+    static void Remove() {
+        if (RootIsOurs && !RootPath.empty()) {
+            std::error_code ignored;
+            std::filesystem::remove_all(RootPath, ignored);
+        }
+        RootIsOurs = false;
+    }
+} Cleanup;
+
+const std::string& RootLocked() {
+    if (!RootPath.empty())
+        return RootPath;
+    if (const char* chosen = std::getenv("ZT_ROOT")) {
+        RootPath = chosen;
+    } else {
+        std::string name = (std::filesystem::temp_directory_path() / "zt_root_XXXXXX").string();
+        if (mkdtemp(name.data()) != nullptr) {
+            RootPath = name;
+            RootIsOurs = true;
+        }
+    }
+    std::error_code ignored;
+    std::filesystem::create_directories(RootPath + "/c/windows/system32", ignored);
+    return RootPath;
+}
+
+// "C:\WINDOWS\spitrace" -> ROOT/c/windows/spitrace: Windows' names know no case.
+std::string Mapped(const std::string& path) {
+    std::string out = path.size() >= 2 && path[1] == ':' ? std::string(1, path[0]) + path.substr(2) : "c/" + path;
+    for (char& c : out)
+        c = c == '\\' ? '/' : static_cast<char>(std::tolower(static_cast<unsigned char>(c)));
+    return RootLocked() + '/' + out;
+}
+
+UINT GiveDirectory(const std::string& path, LPSTR buffer, UINT size) {
+    if (path.size() >= size)
+        return static_cast<UINT>(path.size() + 1); // the room that is needed
+    std::memcpy(buffer, path.c_str(), path.size() + 1);
+    return static_cast<UINT>(path.size());
+}
+
+// Windows-1252 between 0x80 and 0x9F; the five codes without a character stand for themselves.
+constexpr std::array<char16_t, 32> High = {0x20AC, 0x0081, 0x201A, 0x0192, 0x201E, 0x2026, 0x2020, 0x2021,
+                                           0x02C6, 0x2030, 0x0160, 0x2039, 0x0152, 0x008D, 0x017D, 0x008F,
+                                           0x0090, 0x2018, 0x2019, 0x201C, 0x201D, 0x2022, 0x2013, 0x2014,
+                                           0x02DC, 0x2122, 0x0161, 0x203A, 0x0153, 0x009D, 0x017E, 0x0178};
+
+char16_t ToWide(unsigned char c) {
+    return c >= 0x80 && c < 0xA0 ? High[c - 0x80u] : c;
+}
+
+char ToNarrow(char16_t c) {
+    if (c < 0x80 || (c >= 0xA0 && c <= 0xFF))
+        return static_cast<char>(c);
+    const auto found = std::find(High.begin(), High.end(), c);
+    return found == High.end() ? '?' : static_cast<char>(0x80 + (found - High.begin()));
+}
+
+// Converts up to `count` units (-1: up to and with the terminator) into `room`; 0 with ERROR_INSUFFICIENT_BUFFER when
+// they do not fit, as Windows does.
+template <class From, class To, class Convert> int Transcode(const From* text, int count, To* out, int room, Convert one) {
+    int length = count;
+    if (count < 0) {
+        length = 0;
+        while (text[length] != 0)
+            ++length;
+        ++length;
+    }
+    if (room == 0)
+        return length;
+    const int taken = std::min(length, room);
+    for (int i = 0; i < taken; ++i)
+        out[i] = one(text[i]);
+    if (taken < length) {
+        SetLastError(122); // ERROR_INSUFFICIENT_BUFFER
+        return 0;
+    }
+    return length;
+}
+
+struct Block {
+    int locks = 0;
+    std::size_t size = 0;
+};
+
+} // namespace
+
+void ResetFiles() {
+    TemporaryRoot::Remove();
+    RootPath.clear();
+    WindowsPath = "C:\\WINDOWS";
+    RootLocked();
+}
+
+void ResetMemory() {
+    AllocFails = LockFails = false;
+    StuckUnlocks = 0;
+}
+
+} // namespace Posix
+
+using namespace Posix;
+
+UINT WINAPI GetWindowsDirectoryA(LPSTR buffer, UINT size) {
+    const Guard guard(Lock);
+    return GiveDirectory(WindowsPath, buffer, size);
+}
+
+UINT WINAPI GetSystemDirectoryA(LPSTR buffer, UINT size) {
+    const Guard guard(Lock);
+    return GiveDirectory(WindowsPath + "\\SYSTEM32", buffer, size);
+}
+
+std::string PlatformControl::PosixPath(const std::string& windowsPath) {
+    const Guard guard(Lock);
+    return Mapped(windowsPath);
+}
+
+std::string PlatformControl::Root() {
+    const Guard guard(Lock);
+    return RootLocked();
+}
+
+void PlatformControl::SetWindowsDirectory(const std::string& path) {
+    std::string directory;
+    {
+        const Guard guard(Lock);
+        WindowsPath = path;
+        directory = Mapped(path + "\\system32");
+    }
+    std::error_code ignored;
+    std::filesystem::create_directories(directory, ignored);
+}
+
+int _mkdir(const char* path) {
+    return mkdir(PlatformControl::PosixPath(path).c_str(), 0777);
+}
+
+std::FILE* FileOpen(const char* path, const char* mode) {
+    return std::fopen(PlatformControl::PosixPath(path).c_str(), mode);
+}
+
+int FileRename(const char* from, const char* to) {
+    return std::rename(PlatformControl::PosixPath(from).c_str(), PlatformControl::PosixPath(to).c_str());
+}
+
+int FileRemove(const char* path) {
+    return std::remove(PlatformControl::PosixPath(path).c_str());
+}
+
+HFILE WINAPI _lopen(LPCSTR path, int mode) {
+    const int flags = mode == OF_READ ? O_RDONLY : mode == OF_WRITE ? O_WRONLY : O_RDWR;
+    return open(PlatformControl::PosixPath(path).c_str(), flags | O_CLOEXEC);
+}
+
+HFILE WINAPI _lcreat(LPCSTR path, int) {
+    return open(PlatformControl::PosixPath(path).c_str(), O_RDWR | O_CREAT | O_TRUNC | O_CLOEXEC, 0666);
+}
+
+UINT WINAPI _lread(HFILE file, LPVOID buffer, UINT count) {
+    return static_cast<UINT>(read(file, buffer, count));
+}
+
+UINT WINAPI _lwrite(HFILE file, LPCSTR bytes, UINT count) {
+    return static_cast<UINT>(write(file, bytes, count));
+}
+
+LONG WINAPI _llseek(HFILE file, LONG offset, int) {
+    return static_cast<LONG>(lseek(file, offset, SEEK_SET));
+}
+
+HFILE WINAPI _lclose(HFILE file) {
+    return close(file);
+}
+
+int WINAPI MultiByteToWideChar(UINT, DWORD, LPCSTR text, int bytes, LPWSTR wide, int room) {
+    return Transcode(text, bytes, wide, room, [](char c) { return ToWide(static_cast<unsigned char>(c)); });
+}
+
+int WINAPI WideCharToMultiByte(UINT, DWORD, LPCWSTR wide, int characters, LPSTR text, int room, LPCSTR, BOOL*) {
+    return Transcode(wide, characters, text, room, ToNarrow);
+}
+
+HGLOBAL WINAPI GlobalAlloc(UINT, SIZE_T bytes) {
+    const Guard guard(Lock);
+    if (AllocFails)
+        return nullptr;
+    auto* block = static_cast<Block*>(std::calloc(1, sizeof(Block) + bytes));
+    if (block != nullptr)
+        block->size = bytes;
+    return block;
+}
+
+LPVOID WINAPI GlobalLock(HGLOBAL handle) {
+    const Guard guard(Lock);
+    if (LockFails || handle == nullptr)
+        return nullptr;
+    auto* block = static_cast<Block*>(handle);
+    ++block->locks;
+    return block + 1;
+}
+
+BOOL WINAPI GlobalUnlock(HGLOBAL handle) {
+    const Guard guard(Lock);
+    if (StuckUnlocks > 0) {
+        --StuckUnlocks;
+        return TRUE;
+    }
+    auto* block = static_cast<Block*>(handle);
+    return block->locks > 0 && --block->locks > 0;
+}
+
+HGLOBAL WINAPI GlobalFree(HGLOBAL handle) {
+    std::free(handle);
+    return nullptr;
+}
+
+void PlatformControl::FailGlobalAlloc(bool fail) {
+    const Guard guard(Lock);
+    AllocFails = fail;
+}
+
+void PlatformControl::FailGlobalLock(bool fail) {
+    const Guard guard(Lock);
+    LockFails = fail;
+}
+
+void PlatformControl::StickGlobalUnlock(int times) {
+    const Guard guard(Lock);
+    StuckUnlocks = times;
+}

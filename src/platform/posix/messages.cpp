@@ -1,0 +1,223 @@
+// Message loops, timers without a window, message boxes.
+#include "platform/posix/state.h"
+
+#include <algorithm>
+#include <cstdlib>
+#include <deque>
+#include <map>
+
+namespace Posix {
+
+namespace {
+
+struct Timer {
+    UINT_PTR id;
+    DWORD threadID;
+    UINT period;
+    std::uint32_t due;
+    TIMERPROC procedure;
+};
+std::vector<Timer> Timers;
+UINT_PTR NextTimerID = 1;
+std::map<DWORD, std::deque<MSG>> Queues;
+
+std::vector<PlatformControl::Box> Shown;
+std::uint32_t BoxOpenMs = 0;
+std::function<int(const PlatformControl::Box&)> BoxAnswer;
+bool BoxesPrinted = true; // on standard error; tests look at Boxes() instead
+
+bool Passed(std::uint32_t now, std::uint32_t due) {
+    return static_cast<std::int32_t>(now - due) >= 0;
+}
+
+Timer* DueTimer(DWORD threadID) {
+    const std::uint32_t now = NowLocked();
+    Timer* earliest = nullptr;
+    for (Timer& timer : Timers)
+        if (timer.threadID == threadID && Passed(now, timer.due) &&
+            (earliest == nullptr || static_cast<std::int32_t>(timer.due - earliest->due) < 0))
+            earliest = &timer;
+    return earliest;
+}
+
+// Takes the next message of the thread: posted ones first, then timers, as on Windows.
+bool Take(DWORD threadID, MSG& message) {
+    std::deque<MSG>& queue = Queues[threadID];
+    if (!queue.empty()) {
+        message = queue.front();
+        queue.pop_front();
+        return true;
+    }
+    Timer* timer = DueTimer(threadID);
+    if (timer == nullptr)
+        return false;
+    const std::uint32_t now = NowLocked();
+    message = MSG{};
+    message.message = WM_TIMER;
+    message.wParam = timer->id;
+    message.lParam = reinterpret_cast<LPARAM>(timer->procedure);
+    message.time = now;
+    timer->due += timer->period;
+    if (Passed(now, timer->due)) // late by more than a period: ticks are not made up for
+        timer->due = now + timer->period;
+    return true;
+}
+
+// How long a thread may sleep for its earliest timer; only the system clock needs it.
+DWORD UntilTimer(DWORD threadID) {
+    DWORD wait = INFINITE;
+    for (const Timer& timer : Timers)
+        if (timer.threadID == threadID) {
+            const auto left = static_cast<std::int32_t>(timer.due - NowLocked());
+            wait = std::min(wait, static_cast<DWORD>(std::max(left, 1)));
+        }
+    return wait;
+}
+
+// Waits for a message until `limit` (endless without one); false when the time is over.
+bool Await(Guard& guard, MSG& message, const std::uint32_t* limit) {
+    const DWORD self = GetCurrentThreadId();
+    const std::function<bool()> ready = [&] {
+        return !Queues[self].empty() || DueTimer(self) != nullptr || (limit != nullptr && Passed(NowLocked(), *limit));
+    };
+    while (!ready()) {
+        DWORD wait = UntilTimer(self);
+        if (limit != nullptr)
+            wait = std::min(wait, *limit - NowLocked());
+        WaitUntil(guard, wait, ready);
+    }
+    if (limit != nullptr && Passed(NowLocked(), *limit) && Queues[self].empty() && DueTimer(self) == nullptr)
+        return false;
+    return Take(self, message);
+}
+
+} // namespace
+
+bool NextTimer(std::uint32_t now, std::uint32_t& due) {
+    bool found = false;
+    for (const Timer& timer : Timers) {
+        if (Passed(now, timer.due))
+            continue;
+        if (!found || static_cast<std::int32_t>(timer.due - due) < 0)
+            due = timer.due;
+        found = true;
+    }
+    return found;
+}
+
+void ForgetTimersOf(DWORD threadID) {
+    std::erase_if(Timers, [&](const Timer& timer) { return timer.threadID == threadID; });
+    Queues.erase(threadID);
+}
+
+void ResetMessages() {
+    Timers.clear();
+    Queues.clear();
+    Shown.clear();
+    BoxOpenMs = 0;
+    BoxAnswer = nullptr;
+    BoxesPrinted = false;
+}
+
+} // namespace Posix
+
+using namespace Posix;
+
+BOOL WINAPI GetMessageA(MSG* message, HWND, UINT, UINT) {
+    Guard guard(Lock);
+    Await(guard, *message, nullptr);
+    return message->message != WM_QUIT;
+}
+
+BOOL WINAPI TranslateMessage(const MSG*) {
+    return FALSE;
+}
+
+LRESULT WINAPI DispatchMessageA(const MSG* message) {
+    if (message->message == WM_TIMER && message->lParam != 0)
+        reinterpret_cast<TIMERPROC>(message->lParam)(nullptr, WM_TIMER, message->wParam, message->time);
+    return 0;
+}
+
+BOOL WINAPI PostThreadMessageA(DWORD threadID, UINT message, WPARAM wParam, LPARAM lParam) {
+    const Guard guard(Lock);
+    MSG posted{};
+    posted.message = message;
+    posted.wParam = wParam;
+    posted.lParam = lParam;
+    posted.time = NowLocked();
+    Queues[threadID].push_back(posted);
+    Changed();
+    return TRUE;
+}
+
+UINT_PTR WINAPI SetTimer(HWND, UINT_PTR, UINT milliseconds, TIMERPROC procedure) {
+    const Guard guard(Lock);
+    const UINT period = std::max(milliseconds, 10u); // the shortest that Windows grants
+    Timers.push_back({NextTimerID, GetCurrentThreadId(), period, NowLocked() + period, procedure});
+    Changed();
+    return NextTimerID++;
+}
+
+BOOL WINAPI KillTimer(HWND, UINT_PTR id) {
+    const Guard guard(Lock);
+    return std::erase_if(Timers, [&](const Timer& timer) { return timer.id == id; }) > 0;
+}
+
+// Stays open for its time, dispatching the thread's messages meanwhile, as the system's own boxes do.
+int WINAPI MessageBoxA(HWND, LPCSTR text, LPCSTR caption, UINT style) {
+    PlatformControl::Box box{text, caption, style, false};
+    Guard guard(Lock);
+    box.LineMutexHeld = HoldsMutex("SP62LineMutex");
+    Shown.push_back(box);
+    std::uint32_t open = BoxOpenMs;
+    if (BoxesPrinted) {
+        std::string line = box.Text;
+        for (std::size_t at; (at = line.find('\n')) != std::string::npos;)
+            line.replace(at, 1, " / ");
+        std::fprintf(stderr, "[box] %s: %s\n", caption, line.c_str());
+        if (const char* setting = std::getenv("ZT_BOX_MS"))
+            open = static_cast<std::uint32_t>(std::strtoul(setting, nullptr, 10));
+    }
+    if (open > 0) {
+        const std::uint32_t limit = NowLocked() + open;
+        MSG message{};
+        while (Await(guard, message, &limit)) {
+            guard.unlock();
+            DispatchMessageA(&message);
+            guard.lock();
+            if (Passed(NowLocked(), limit))
+                break;
+        }
+    }
+    const auto answer = BoxAnswer;
+    guard.unlock();
+    return answer ? answer(box) : IDOK;
+}
+
+BOOL WINAPI MessageBeep(UINT) {
+    return TRUE;
+}
+
+HWND WINAPI GetActiveWindow() {
+    return nullptr;
+}
+
+HWND WINAPI GetForegroundWindow() {
+    return nullptr;
+}
+
+std::vector<PlatformControl::Box> PlatformControl::Boxes() {
+    const Guard guard(Lock);
+    return Shown;
+}
+
+void PlatformControl::KeepBoxesOpen(std::uint32_t milliseconds) {
+    const Guard guard(Lock);
+    BoxOpenMs = milliseconds;
+}
+
+void PlatformControl::AnswerBoxes(std::function<int(const Box&)> answer) {
+    const Guard guard(Lock);
+    BoxAnswer = std::move(answer);
+}

@@ -1,0 +1,138 @@
+#include "provider/events.h"
+
+#include "config/settings.h"
+#include "control/keys.h"
+#include "control/requests.h"
+#include "link/link_layer.h" // whether a trace header has been received
+#include "tracking/model.h"
+#include "trace/trace.h"
+
+#include <cstring>
+
+DynamicConfigRecord DynamicConfig;
+int LastHeldCref = -1;
+
+namespace {
+
+constexpr DWORD NEW_CALL = 500; // LINE_NEWCALL: the telephony service's own message, below the provider interface
+
+// TAPI's handle of a call; a null one for a cref that names none.
+HTAPICALL HandleOf(int cref) {
+    if (cref == CONF_CREF)
+        return ProviderState.htConference;
+    return IsCref(cref) ? CallTable[static_cast<std::size_t>(cref)].htCall : HTAPICALL{};
+}
+
+// TAPI writes its handle through the second parameter while it handles the event.
+void SendNewCall(int cref, HTAPICALL& handle) {
+    handle = HTAPICALL{};
+    ProviderState.LineEventProc(ProviderState.htLine, HTAPICALL{}, NEW_CALL, static_cast<DWORD_PTR>(cref),
+                                reinterpret_cast<DWORD_PTR>(&handle), 0);
+}
+
+} // namespace
+
+DRV_REQUESTID SendCompletion(ProviderStateRecord& provider, LONG result) {
+    const DRV_REQUESTID request = provider.PendingRequestID;
+    if (request == 0)
+        return 0;
+    Trace(TRACE_ENTRY, "SendCompletion:%lx, res:%lx", request, result);
+    provider.PendingRequestID = 0; // first: a request that comes in from the callback finds none pending
+    if (provider.CompletionProc != nullptr)
+        provider.CompletionProc(request, result);
+    return request;
+}
+
+void DoLineEvent(DWORD message, DWORD_PTR param1, DWORD_PTR param2, int cref) {
+    Trace(TRACE_CALL, "LinEv cref=%d, ev:%0lx,val%0lx,mod=%0lx", cref, message, param1, param2);
+    if (ProviderState.LineEventProc == nullptr)
+        return;
+    Trace(TRACE_CALL, "LineEvent send");
+    if (cref == -1) {
+        const bool reinit = message == LINE_LINEDEVSTATE && param1 == LINEDEVSTATE_REINIT;
+        ProviderState.LineEventProc(reinit ? HTAPILINE{} : ProviderState.htLine, HTAPICALL{}, message, param1, param2, 0);
+        return;
+    }
+    if (message == LINE_CALLSTATE && param1 == LINECALLSTATE_ONHOLD)
+        LastHeldCref = cref;
+    ProviderState.LineEventProc(ProviderState.htLine, HandleOf(cref), message, param1, param2,
+                                LINEMEDIAMODE_INTERACTIVEVOICE);
+    if (message == LINE_CALLSTATE && param1 == LINECALLSTATE_IDLE)
+        CompleteRunningDrop(cref);
+}
+
+void DoLineEventNewCall(int cref) {
+    if (ProviderState.LineEventProc == nullptr || !IsCref(cref))
+        return;
+    Trace(TRACE_CALL, "DoLineEventNewCall send cref:%d", cref);
+    SendNewCall(cref, CallTable[static_cast<std::size_t>(cref)].htCall);
+}
+
+void DoLineEventNewConf() {
+    if (ProviderState.LineEventProc == nullptr)
+        return;
+    Trace(TRACE_CALL, "DoLineEventNewConf send");
+    SendNewCall(CONF_CREF, ProviderState.htConference);
+}
+
+void CompleteRunningDrop(int cref) {
+    if (RunningRequest.Cref != cref || RunningRequest.Code != REQUEST_DROP)
+        return;
+    Trace(TRACE_ENTRY, "lineDrop Running cref %04x => LINE_REPLY OK", cref);
+    SendCompletion(ProviderState, 0);
+    RunningRequest = RunningRequestRecord{};
+}
+
+void PhoneStateEvent(DWORD param1, DWORD param2) {
+    if (ProviderState.PhoneEventProc != nullptr)
+        ProviderState.PhoneEventProc(ProviderState.htPhone, PHONE_STATE, param1, param2, 0);
+}
+
+void PhoneDisplayChanged() {
+    PhoneStateEvent(PHONESTATE_DISPLAY, 0);
+}
+
+int FindCallByState(DWORD state) {
+    for (int cref = 0; cref < CALL_COUNT; ++cref)
+        if (CallTable[static_cast<std::size_t>(cref)].state == state)
+            return cref;
+    return -1;
+}
+
+int CheckSerialError(HANDLE port) {
+    if (port == INVALID_HANDLE_VALUE)
+        return -1;
+    DWORD errors = 0;
+    COMSTAT status{};
+    ClearCommError(port, &errors, &status);
+    return 0;
+}
+
+std::uint32_t DigitsToNumber(const char* text) {
+    std::uint32_t value = 0;
+    for (; *text != 0; ++text)
+        value = value * 10 + static_cast<std::uint32_t>(*text - '0');
+    return value;
+}
+
+int SendSoftKey(int number) {
+    if (number < 1 || number > 5)
+        return 0;
+    PressKeyCode(SOFT_KEY_BASE + number);
+    return number;
+}
+
+void ReadLastAction() {
+    char text[SETTING_SIZE];
+    RegReadSetting(SECTION_DYNAMIC, "LastAction", "never", text);
+    if (std::strstr(text, "never") != nullptr) {
+        DynamicConfig.LastActionState = 0;
+        DynamicConfig.WaitDynamicConfig = 1;
+        if (!Link.TraceModeSeen)
+            DynamicConfig.WaitTraceMode = 1;
+        return;
+    }
+    DynamicConfig.LastActionState = std::strstr(text, "success") != nullptr ? 1 : 2;
+    DynamicConfig.StaticConfig = 1;
+    DynamicConfig.WaitDynamicConfig = 0;
+}

@@ -1,0 +1,243 @@
+#include "provider/lifecycle.h"
+
+#include "config/settings.h"
+#include "link/serial.h" // the thread that is started and stopped here
+#include "platform/text.h"
+#include "provider/state.h"
+#include "tracking/model.h" // the tables that a re-initialisation empties
+#include "trace/trace.h"
+
+#include <algorithm>
+#include <cstring>
+#include <utility>
+
+ProviderStateRecord ProviderState;
+ProcessRecord Process;
+
+namespace {
+
+constexpr const char* LINE_MUTEX = "SP62LineMutex";
+constexpr const char* DEBUG_MUTEX = "SP62DebugMutex";
+constexpr const char* READY_EVENT = "SP62Evt_Serial_Ready";
+constexpr DWORD MUTEX_WAIT_MS = 20'000;
+constexpr DWORD READY_WAIT_MS = 20'000;
+constexpr DWORD STOP_WAIT_MS = 30'000;
+constexpr DWORD TSPI_VERSION = 0x20000;
+constexpr UINT ERROR_BOX_STYLE = MB_ICONHAND | MB_SYSTEMMODAL | MB_TASKMODAL | MB_DEFAULT_DESKTOP_ONLY;
+constexpr LONG NO_DRIVER = static_cast<LONG>(LINEERR_NODRIVER);
+
+bool PortConfigured() {
+    return std::strcmp(ProviderState.PortName, "NONE") != 0 && std::strlen(ProviderState.PortName) == 4;
+}
+
+// The model starts anew with ProviderState.
+void ResetModel() {
+    CallTable.fill(CallRecord{});
+    TouchTable.fill(Touch{});
+    KeyLists = KeyListSet{};
+}
+
+void CloseAndForget(HANDLE& handle) {
+    if (handle != nullptr)
+        CloseHandle(std::exchange(handle, nullptr));
+}
+
+// A thread that has ended by itself (its port did not open) runs no longer, though its handle is still there.
+bool SerialThreadRuns() {
+    if (Process.SerialThread != nullptr && WaitForSingleObject(Process.SerialThread, 0) == WAIT_OBJECT_0)
+        CloseAndForget(Process.SerialThread);
+    return Process.SerialThread != nullptr;
+}
+
+} // namespace
+
+extern "C" BOOL WINAPI DllMain(HINSTANCE instance, DWORD reason, LPVOID) {
+    switch (reason) {
+    case DLL_PROCESS_ATTACH:
+        Process.ModuleInstance = instance;
+        DebugMutex = CreateMutexA(nullptr, FALSE, DEBUG_MUTEX);
+        TraceMask = TraceInit(instance);
+        break;
+    case DLL_PROCESS_DETACH:
+        Process.ModuleInstance = nullptr;
+        CloseAndForget(DebugMutex);
+        break;
+    default: break;
+    }
+    return TRUE;
+}
+
+void ProviderInitCommon(DWORD permanentProviderID, HPROVIDER provider, DWORD lineDeviceID, DWORD phoneDeviceID,
+                        ASYNC_COMPLETION completion) {
+    ProviderState = ProviderStateRecord{};
+    ResetModel();
+    ProviderState.LineDeviceID = lineDeviceID;
+    ProviderState.ProviderHandle = provider;
+    ProviderState.CompletionProc = completion;
+    ProviderState.MediaMode = LINEMEDIAMODE_INTERACTIVEVOICE;
+    ProviderState.DialParams = {2000, 95, 95, 60000};
+    ProviderState.PhoneDeviceID = phoneDeviceID;
+    ProviderState.FwdStatus = FWD_NOT_FORWARDED;
+    ProviderState.DeviceState = DEVICE_STARTING;
+    ProviderState.ProtocolLevel = 2;
+    LoadIniStrings(permanentProviderID);
+    if (PortConfigured())
+        return;
+    Trace(TRACE_ALWAYS, "Pb - pas de port spécifié dans le telephon.ini -> providerconfig"_cp1252);
+    TSPI_providerConfig(GetActiveWindow(), permanentProviderID);
+    LoadIniStrings(permanentProviderID);
+    if (PortConfigured())
+        return;
+    Trace(TRACE_ALWAYS, "pas de choix à provider config -> on stoppe le SP"_cp1252);
+    TSPI_providerShutdown(TSPI_VERSION, permanentProviderID);
+}
+
+void ProviderInitAgain() {
+    // While a serial thread runs for the other device, its ticks read the same records.
+    const bool shared = SerialThreadRuns();
+    const LONG wait = shared ? WaitLineMutex() : -1;
+    ProviderInitCommon(ProviderState.PermanentProviderID, ProviderState.ProviderHandle, ProviderState.LineDeviceID,
+                       ProviderState.PhoneDeviceID, ProviderState.CompletionProc);
+    // A port that is no longer configured has shut the provider down, mutex included.
+    if ((wait == 0 || wait == static_cast<LONG>(WAIT_ABANDONED)) && Process.LineMutex != nullptr)
+        ReleaseLineMutex(0);
+}
+
+LONG StartSerialThread() {
+    if (SerialThreadRuns()) {
+        WaitLineMutex();
+        return 0;
+    }
+    CloseAndForget(Process.SerialReadyEvent);
+    Process.SerialReadyEvent = CreateEventA(nullptr, FALSE, FALSE, READY_EVENT);
+    if (Process.SerialReadyEvent == nullptr) {
+        Trace(TRACE_ALWAYS, "EvtSerialReady not created error %d", GetLastError());
+        return NO_DRIVER;
+    }
+    Process.SerialThread = CreateThread(nullptr, 0, SerialThreadBody, nullptr, 0, &Process.SerialThreadID);
+    if (Process.SerialThread == nullptr) {
+        const DWORD error = GetLastError();
+        char text[64];
+        const TraceArgument argument(error);
+        FormatText(text, sizeof text, "Error in creating Serial thread: %d", &argument, 1);
+        ErrorBox(text);
+        Trace(TRACE_ALWAYS, "Thread serial didn't start error %d", error);
+        return NO_DRIVER;
+    }
+    const DWORD wait = WaitForSingleObject(Process.SerialReadyEvent, READY_WAIT_MS);
+    if (wait != WAIT_OBJECT_0) {
+        Trace(TRACE_ALWAYS, "Wait Thread serial Ready KO %ld ", wait);
+        return NO_DRIVER;
+    }
+    Trace(TRACE_ALWAYS, "Wait Thread serial Ready OK");
+    WaitLineMutex();
+    return 0;
+}
+
+LONG StopSerialThread() {
+    if (Process.SerialThread == nullptr)
+        return 0;
+    Trace(TRACE_ENTRY, "StopSerialThread Request");
+    ReleaseLineMutex(0); // the serial thread's last tick may need it
+    Process.StopRequest = 1;
+    const DWORD wait = WaitForSingleObject(Process.SerialThread, STOP_WAIT_MS);
+    if (wait == WAIT_ABANDONED)
+        Trace(TRACE_ALWAYS, "StopSerialThread Prb WAIT_ABANDONED SerialThread");
+    else if (wait == WAIT_TIMEOUT)
+        Trace(TRACE_ALWAYS, "StopSerialThread Prb WAIT_TIMEOUT SerialThread");
+    Process.StopRequest = 0;
+    CloseAndForget(Process.SerialThread);
+    CloseAndForget(Process.SerialReadyEvent);
+    WaitLineMutex();
+    return 0;
+}
+
+LONG WaitLineMutex() {
+    if (Process.LineMutex != nullptr) {
+        const DWORD wait = WaitForSingleObject(Process.LineMutex, MUTEX_WAIT_MS);
+        if (wait == WAIT_ABANDONED)
+            Trace(TRACE_ALWAYS, "WAITLINEMUTEX PRB WAIT_ABANDONED");
+        else if (wait == WAIT_TIMEOUT)
+            Trace(TRACE_ALWAYS, "WAITLINEMUTEX PRB WAIT_TIMEOUT");
+        return static_cast<LONG>(wait);
+    }
+    Trace(TRACE_ALWAYS, "MutexLine creation");
+    Process.LineMutex = CreateMutexA(nullptr, TRUE, LINE_MUTEX);
+    if (Process.LineMutex == nullptr) {
+        Trace(TRACE_ALWAYS, "MutexLine not created error %d", GetLastError());
+        return NO_DRIVER;
+    }
+    return 0;
+}
+
+LONG ReleaseLineMutex(LONG result) {
+    if (!ReleaseMutex(Process.LineMutex))
+        Trace(TRACE_ALWAYS, "REL_LINE_MUTEX PRB %lx", GetLastError());
+    return result;
+}
+
+int ErrorBox(const char* text) {
+    return MessageBoxA(nullptr, text, "Corvane 6200 SP Error", ERROR_BOX_STYLE);
+}
+
+// --- the provider's entry points -------------------------------------------------------------------------------------
+
+LONG WINAPI TSPI_providerEnumDevices(DWORD dwPermanentProviderID, LPDWORD lpdwNumLines, LPDWORD lpdwNumPhones,
+                                     HPROVIDER hProvider, LINEEVENT, PHONEEVENT) {
+    Trace(TRACE_ENTRY, "TSPI_providerEnumDevices ppID %lx,lines %lx phones %lx)", dwPermanentProviderID, *lpdwNumLines,
+          *lpdwNumPhones);
+    ProviderState.PermanentProviderID = dwPermanentProviderID;
+    ProviderState.ProviderHandle = hProvider;
+    *lpdwNumLines = 1;
+    *lpdwNumPhones = 1;
+    return 0;
+}
+
+LONG WINAPI TSPI_providerInit(DWORD dwTSPIVersion, DWORD dwPermanentProviderID, DWORD dwLineDeviceIDBase,
+                              DWORD dwPhoneDeviceIDBase, DWORD_PTR dwNumLines, DWORD_PTR dwNumPhones,
+                              ASYNC_COMPLETION lpfnCompletionProc, LPDWORD lpdwTSPIOptions) {
+    Trace(TRACE_ENTRY, "TSPI_providerInit(%lx,%lx,%lx,%lx,%lx,%lx,%lx)", dwTSPIVersion, dwPermanentProviderID,
+          dwLineDeviceIDBase, dwPhoneDeviceIDBase, dwNumLines, dwNumPhones,
+          reinterpret_cast<std::uintptr_t>(lpfnCompletionProc));
+    *lpdwTSPIOptions = LINETSPIOPTION_NONREENTRANT;
+    ProviderInitCommon(dwPermanentProviderID, ProviderState.ProviderHandle, dwLineDeviceIDBase, dwPhoneDeviceIDBase,
+                       lpfnCompletionProc);
+    return 0;
+}
+
+LONG WINAPI TSPI_providerShutdown(DWORD dwTSPIVersion, DWORD dwPermanentProviderID) {
+    Trace(TRACE_ENTRY, "Entering TSPI_providerShutdown(%lx %lx)", dwTSPIVersion, dwPermanentProviderID);
+    StopSerialThread();
+    Process.RestartRequired = false;
+    CloseAndForget(Process.LineMutex);
+    return 0;
+}
+
+LONG WINAPI TSPI_providerInstall(HWND hwndOwner, DWORD dwPermanentProviderID) {
+    Trace(TRACE_ENTRY, "Entering TSPI_providerInstall(%x,%lx)", hwndOwner, dwPermanentProviderID);
+    return 0;
+}
+
+LONG WINAPI TSPI_providerRemove(HWND hwndOwner, DWORD dwPermanentProviderID) {
+    Trace(TRACE_ENTRY, "Entering TSPI_providerRemove(%x,%lx)", hwndOwner, dwPermanentProviderID);
+    return 0;
+}
+
+LONG WINAPI TSPI_providerConfig(HWND hwndOwner, DWORD dwPermanentProviderID) {
+    Trace(TRACE_ENTRY, "Entering TSPI_providerConfig(%x,%lx)", hwndOwner, dwPermanentProviderID);
+    return 0;
+}
+
+LONG WINAPI TSPI_providerFreeDialogInstance(HDRVDIALOGINSTANCE hdDlgInst) {
+    Trace(TRACE_CALL, "TSPI_providerFreeDialogInstance %lx", hdDlgInst);
+    return 0;
+}
+
+LONG WINAPI TSPI_providerUIIdentify(LPWSTR lpszUIDLLName) {
+    Trace(TRACE_ENTRY, "TSPI_providerUIIdentify");
+    const WCHAR* name = "zt_6232.tsp"_wide;
+    do {
+        *lpszUIDLLName++ = *name;
+    } while (*name++ != 0);
+    return 0;
+}

@@ -1,0 +1,48 @@
+// The provider's skeleton: library entry point, TSPI_provider entry points, common initialisation, start and stop of
+// the serial thread, the line mutex and the error box.
+//
+// The line mutex "SP62LineMutex" guards all shared state. TAPI's threads take it at the start of every entry point but
+// the opens and version negotiations; every tick of the serial thread holds it. It is recursive for its owner.
+#pragma once
+
+#include "platform/platform.h"
+
+#include <cstdint>
+
+// Values that survive the zeroing of ProviderState.
+struct ProcessRecord {
+    HINSTANCE ModuleInstance = nullptr;
+    HANDLE LineMutex = nullptr;       // null until first use
+    HANDLE SerialReadyEvent = nullptr; // auto-reset, made anew by each thread start
+    HANDLE SerialThread = nullptr;    // null while no serial thread runs
+    DWORD SerialThreadID = 0;
+    volatile LONG StopRequest = 0; // the serial thread's message loop ends when it sees it
+    std::int32_t OpenCount = 0;    // opens of line and phone, never decremented
+    bool RestartRequired = false;  // the serial port setting was changed: opens refuse until the provider restarts
+};
+extern ProcessRecord Process;
+
+// Zeroes and fills ProviderState and loads the configuration; shuts the provider down when no port is configured.
+void ProviderInitCommon(DWORD permanentProviderID, HPROVIDER provider, DWORD lineDeviceID, DWORD phoneDeviceID,
+                        ASYNC_COMPLETION completion);
+
+// The same with the values that ProviderState holds: what every open after the first does.
+void ProviderInitAgain();
+
+// Starts the serial thread and waits up to 20 s until its attempt to open the port is over. Gives 0 with the line mutex
+// held (also when a thread runs already), or LINEERR_NODRIVER without it. Whether the port opened, its handle tells.
+LONG StartSerialThread();
+
+// Stops the serial thread, waiting up to 30 s without the line mutex; gives 0 with the mutex held, and leaves it as it
+// was when no thread runs.
+LONG StopSerialThread();
+
+// Takes the line mutex, waiting up to 20 s; creates it, owned, on first use. Gives 0, WAIT_ABANDONED (the caller then
+// owns it all the same), WAIT_TIMEOUT, another wait result, or LINEERR_NODRIVER when it cannot be created.
+LONG WaitLineMutex();
+
+// Releases the line mutex and gives its argument back, so that an entry point can end in one statement.
+LONG ReleaseLineMutex(LONG result);
+
+// Shows a modal message box under the title "Corvane 6200 SP Error" and gives its result. Takes Windows-1252 text.
+int ErrorBox(const char* text);

@@ -1,0 +1,311 @@
+#include "tracking/model.h"
+
+#include "link/terminal.h" // the display buffer, which DisplayLine converts
+#include "provider/events.h"
+#include "trace/trace.h"
+
+#include <algorithm>
+#include <cstring>
+
+std::array<Touch, KEY_COUNT> TouchTable;
+std::array<CallRecord, CALL_COUNT> CallTable;
+DWORD confstate = 0;
+KeyListSet KeyLists;
+TrackingState Tracking;
+int PickUpSupervCref = -1;
+int SwapKeyTransferingCref = -1;
+std::array<int, 10> WaitInfo = {-1, -1, -1, -1, -1, -1, -1, -1, -1, -1};
+char ConfText1[13], ConfText2[13];
+char TmpAddress[NUMBER_SIZE];
+char DialedNumber[NUMBER_SIZE];
+
+namespace {
+
+// The set's characters 0x80 to 0xFF as Windows-1252 codes; those below stand for themselves. Row R, column c: code R + c.
+constexpr std::uint8_t SetToWindows[128] = {
+    // clang-format off
+    //     +0    +1    +2    +3    +4    +5    +6    +7    +8    +9    +A    +B    +C    +D    +E    +F
+    /*80*/ 0xC7, 0xFC, 0xE9, 0xE2, 0xE4, 0xE0, 0xE5, 0xE7, 0xEA, 0xEB, 0xE8, 0xEF, 0xEE, 0xEC, 0xC4, 0xC5,
+    /*90*/ 0xC9, 0xE6, 0xC6, 0xF4, 0xF6, 0xF2, 0xFB, 0xF9, 0xFF, 0xD6, 0xDC, 0xF1, 0xD1, 0xAA, 0xBA, 0xBF,
+    /*A0*/ 0xE1, 0xED, 0xF3, 0xFA, 0xA2, 0xA3, 0xA5, 0x52, 0x83, 0xA1, 0xC3, 0xE3, 0xD5, 0xF5, 0xD8, 0xF8,
+    /*B0*/ 0xB7, 0xA8, 0xB0, 0x60, 0xB4, 0xBD, 0xBC, 0xD7, 0xF7, 0x20, 0x20, 0xAB, 0xBB, 0x20, 0x20, 0x20,
+    /*C0*/ 0x20, 0x20, 0x20, 0x20, 0x20, 0x20, 0x20, 0x20, 0x20, 0x20, 0x20, 0x20, 0x20, 0x20, 0x52, 0x43,
+    /*D0*/ 0x99, 0x86, 0xA7, 0xB6, 0x20, 0x20, 0x20, 0x20, 0x20, 0x20, 0x20, 0x20, 0x20, 0x20, 0x20, 0x20,
+    /*E0*/ 0xDF, 0x20, 0x20, 0x20, 0x20, 0x20, 0x20, 0x20, 0x20, 0x20, 0xB5, 0x20, 0x20, 0x20, 0x20, 0x20,
+    /*F0*/ 0x20, 0x20, 0x20, 0x20, 0x20, 0x20, 0x20, 0x20, 0x52, 0x20, 0x46, 0x20, 0x20, 0x20, 0x53, 0x50,
+    // clang-format on
+};
+
+constexpr const char* CommandNames[] = {
+    "",         "IBUTTON", "DISCONNECTKEY",    "DISPSUSPEND", "VMO_RING",   "CLEARALLLED", "VMO_CHAT",  "VMO_IDLE",
+    "MUTE",     "SENDING_COMPLETE", "CONN_DISP", "ACTIV_ICON", "INCOM_ICON", "HOLD_ICON",   "IDLE_ICON", "RESERVED_ICON"};
+
+char ToWindows(char c) {
+    const auto code = static_cast<unsigned char>(c);
+    if (code < 32)
+        return '#';
+    return code < 0x80 ? c : static_cast<char>(SetToWindows[code - 0x80]);
+}
+
+CallRecord& Record(int cref) {
+    return CallTable[static_cast<std::size_t>(cref)];
+}
+
+bool IsKey(int key) {
+    return key >= 0 && key < KEY_COUNT;
+}
+
+Touch& KeyAt(int key) {
+    return TouchTable[static_cast<std::size_t>(key)];
+}
+
+void SendState(int cref, DWORD state, DWORD mode = 0) {
+    DoLineEvent(LINE_CALLSTATE, state, mode, cref);
+}
+
+void TraceDirection(const CallRecord& call) {
+    Trace(TRACE_CALL, "Inbound:%x Outbound:%x byMakeCall:%x", call.Inbound, call.Outbound, call.byMakeCall);
+}
+
+void ClearDirection(CallRecord& call) {
+    call.Inbound = call.Outbound = call.byMakeCall = 0;
+}
+
+} // namespace
+
+bool IsCref(int cref) {
+    return cref >= 0 && cref < CALL_COUNT;
+}
+
+int AllocCallRecord(DWORD state, int key) {
+    const std::size_t length = std::strlen(DialedNumber);
+    if (length > 1) {
+        DialedNumber[0] = DialedNumber[length - 1];
+        DialedNumber[1] = 0;
+    }
+    for (int cref = 0; cref < CALL_COUNT; ++cref)
+        if (Record(cref).touch == 0) {
+            Record(cref).state = state;
+            Record(cref).touch = key;
+            return cref;
+        }
+    return -1;
+}
+
+void ResetCallRecord(int cref) {
+    if (!IsCref(cref))
+        return;
+    CallRecord& call = Record(cref);
+    for (char* text : {call.DestAddress, call.DestName, call.CalledAddress, call.CalledName, call.CallerAddress,
+                       call.CallerName, call.RedirectionAddress, call.RedirectionName, call.RedirectingAddress,
+                       call.RedirectingName, call.ConnectedAddress, call.ConnectedName})
+        text[0] = 0;
+    call.DispNamePending = 0;
+    call.Origin = LINECALLORIGIN_UNAVAIL;
+    call.Reason = LINECALLREASON_UNAVAIL;
+}
+
+int SearchState(int key, DWORD state) {
+    const std::int32_t kind = IsKey(key) ? KeyAt(key).kind : TOUCH_NONE;
+    const auto stands = [&](std::size_t slot) {
+        const int cref = KeyAt(key).calls[slot];
+        return IsCref(cref) && Record(cref).state == state ? cref : -1;
+    };
+    switch (kind) {
+    case TOUCH_MULTI: {
+        const int first = stands(0);
+        return first != -1 ? first : stands(1);
+    }
+    case TOUCH_PATRON:
+    case TOUCH_SECRETAIRE:
+    case TOUCH_SECR_DEBORD: return stands(0);
+    default:
+        Trace(TRACE_ALWAYS, "SearchState - La Touche %d n'est pas multiligne ni pat/sec!", key);
+        return -1;
+    }
+}
+
+int CallOnKey(int key) {
+    if (!IsKey(key))
+        return -1;
+    const auto& calls = KeyAt(key).calls;
+    return calls[0] != -1 ? calls[0] : calls[1];
+}
+
+void LeaveSlot(int key, int cref) {
+    if (!IsKey(key))
+        return;
+    auto& calls = KeyAt(key).calls;
+    const auto held = std::find(calls.begin(), calls.end(), cref);
+    if (held != calls.end())
+        *held = -1;
+}
+
+void ClearCall(int cref) {
+    Trace(TRACE_CALL, "ClearCall cref %d", cref);
+    if (!IsCref(cref))
+        return;
+    CallRecord& call = Record(cref);
+    TmpAddress[0] = 0;
+    call.state = LINECALLSTATE_DISCONNECTED;
+    SendState(cref, LINECALLSTATE_DISCONNECTED, LINEDISCONNECTMODE_NORMAL);
+    call.state = LINECALLSTATE_IDLE;
+    SendState(cref, LINECALLSTATE_IDLE);
+    ClearDirection(call);
+    const int key = call.touch;
+    if (IsKey(key)) {
+        KeyAt(key).icon = IDLE_ICON;
+        LeaveSlot(key, cref);
+        if (key == Tracking.ActivCallTouch && KeyAt(key).calls[0] == -1 && KeyAt(key).calls[1] == -1)
+            Tracking.ActivCallTouch = 0;
+    }
+    call.touch = 0;
+    ResetCallRecord(cref);
+    call.DispNamePending = 0;
+}
+
+int NewCall(int key, DWORD state) {
+    const int cref = AllocCallRecord(state, key);
+    if (cref == -1)
+        return -1;
+    DoLineEventNewCall(cref);
+    if (state != LINECALLSTATE_RINGBACK && state != LINECALLSTATE_PROCEEDING)
+        return cref;
+    Trace(TRACE_CALL, "NewCall tou:%d RINGBACK cref:%04x", key, cref);
+    for (const DWORD step :
+         {LINECALLSTATE_DIALTONE, LINECALLSTATE_DIALING, LINECALLSTATE_PROCEEDING, LINECALLSTATE_RINGBACK})
+        SendState(cref, step);
+    Trace(TRACE_CALL, "DoLineEvent(LINE_CALLSTATE,  LINECALLSTATE_DIALTONE, 0, cref:%lx)", cref);
+    Trace(TRACE_CALL, "DoLineEvent(LINE_CALLSTATE,  LINECALLSTATE_DIALING, 0, cref:%lx)", cref);
+    Trace(TRACE_CALL, "DoLineEvent(LINE_CALLSTATE,  LINECALLSTATE_PROCEEDING, 0, cref:%lx)", cref);
+    Trace(TRACE_CALL, "DoLineEvent(LINE_CALLSTATE,  LINECALLSTATE_RINGBACK, 0, cref:%lx)", cref);
+    CallRecord& call = Record(cref);
+    call.state = LINECALLSTATE_PROCEEDING;
+    call.Outbound = 1;
+    call.Inbound = 0;
+    call.byMakeCall = 0;
+    if (IsKey(key)) {
+        auto& calls = KeyAt(key).calls;
+        calls[calls[0] == -1 ? 0 : 1] = cref;
+        if (calls[0] != -1 && calls[1] != -1) {
+            Tracking.DbCall = 1;
+            Tracking.SecondCallDropReq = 0;
+        }
+    }
+    return cref;
+}
+
+void NewState(int cref, int key, DWORD state) {
+    if (!IsCref(cref) || !IsKey(key))
+        return;
+    CallRecord& call = Record(cref);
+    const auto activate = [&] {
+        KeyAt(key).icon = ACTIV_ICON;
+        Tracking.ActivCallTouch = key;
+    };
+    switch (state) {
+    case LINECALLSTATE_CONNECTED:
+        Trace(TRACE_CALL, "NewState tou:%d - Etat:CONNECTED - Ref:%04x", key, cref);
+        call.state = LINECALLSTATE_CONNECTED;
+        SendState(cref, LINECALLSTATE_CONNECTED);
+        TraceDirection(call);
+        activate();
+        if (cref == Tracking.PickUpCref)
+            Tracking.PickUpCref = -1;
+        break;
+    case LINECALLSTATE_ONHOLD:
+        Trace(TRACE_CALL, "NewState tou:%d - Etat:ONHOLD - Ref:%04x", key, cref);
+        SendState(cref, LINECALLSTATE_ONHOLD);
+        call.state = LINECALLSTATE_ONHOLD;
+        break;
+    case LINECALLSTATE_RINGBACK:
+    case LINECALLSTATE_PROCEEDING: {
+        const DWORD from = call.state;
+        if (from == LINECALLSTATE_DIALTONE)
+            SendState(cref, LINECALLSTATE_DIALING);
+        if (from == LINECALLSTATE_DIALTONE || from == LINECALLSTATE_DIALING)
+            SendState(cref, LINECALLSTATE_PROCEEDING);
+        if (from == LINECALLSTATE_DIALTONE || from == LINECALLSTATE_DIALING || from == LINECALLSTATE_PROCEEDING)
+            SendState(cref, LINECALLSTATE_RINGBACK);
+        if (from == LINECALLSTATE_DIALTONE || from == LINECALLSTATE_DIALING)
+            call.state = LINECALLSTATE_PROCEEDING;
+        Trace(TRACE_CALL, "NewState tou:%d - Etat:PROCEEDING - Ref:%04x", key, cref);
+        TraceDirection(call);
+        activate();
+        break;
+    }
+    default: break;
+    }
+}
+
+void ConferenceReset() {
+    Tracking.ConfInProgress = 0;
+    Tracking.ConferenceReq = 0;
+    Tracking.ConfParty1 = -1;
+    Tracking.ConfParty2 = -1;
+    ConfText1[0] = 0;
+    ConfText2[0] = 0;
+}
+
+void AllCallReset() {
+    for (int cref = 0; cref < CALL_COUNT; ++cref)
+        if (Record(cref).state != 0 && Record(cref).state != LINECALLSTATE_IDLE) {
+            SendState(cref, LINECALLSTATE_IDLE);
+            Trace(TRACE_ENTRY, "AllCallReset-DoLineEvent(LINECALLSTATE_IDLE,%d)", cref);
+        }
+    for (int cref = 0; cref < CALL_COUNT; ++cref) {
+        Record(cref).state = LINECALLSTATE_IDLE;
+        ClearDirection(Record(cref));
+        Record(cref).touch = 0;
+        ResetCallRecord(cref);
+    }
+    for (Touch& touch : TouchTable)
+        if (touch.kind == TOUCH_MULTI)
+            touch.calls = {-1, -1};
+    Tracking.DbCall = 0;
+    Tracking.ActivCallTouch = 0;
+    ConferenceReset();
+    Tracking.ConfBroken = 0;
+    Tracking.SecondCallDropReq = 0;
+    confstate = LINECALLSTATE_IDLE;
+}
+
+const char* CommandName(int code) {
+    return code >= 0 && code < static_cast<int>(std::size(CommandNames)) ? CommandNames[code] : "";
+}
+
+void CopyText(char* field, std::size_t size, const char* text) {
+    const std::size_t length = std::min(std::strlen(text), size - 1);
+    std::memmove(field, text, length);
+    field[length] = 0;
+}
+
+const char* DisplayLine(int n) {
+    static char line[DISPLAY_COLUMNS + 1];
+    const char* raw = Display.Lines[n != 0 ? 1 : 0];
+    for (int column = 0; column < DISPLAY_COLUMNS; ++column)
+        line[column] = ToWindows(raw[column]);
+    line[DISPLAY_COLUMNS] = 0;
+    return line;
+}
+
+void GetDisplayLine(int n, char* out) {
+    if (n == 0 || n == 1)
+        std::memcpy(out, DisplayLine(n), DISPLAY_COLUMNS);
+}
+
+void TrimRight(char* text) {
+    std::size_t length = std::strlen(text);
+    while (length > 0 && text[length - 1] == ' ')
+        text[--length] = 0;
+}
+
+char* CleanLabel(char* text) {
+    while (*text == ' ')
+        ++text;
+    if (*text != 0)
+        for (char* c = text + 1; *c != 0; ++c)
+            *c = ToWindows(*c);
+    TrimRight(text);
+    return text;
+}

@@ -1,0 +1,67 @@
+// What the state machines of this room share: checked access to the tables, and the few moves that many steps make.
+#pragma once
+
+#include "provider/events.h"
+#include "tracking/model.h"
+
+#include <algorithm>
+
+inline bool IsKey(int key) {
+    return key >= 0 && key < KEY_COUNT;
+}
+
+// Only for a cref for which IsCref holds.
+inline CallRecord& CallOf(int cref) {
+    return CallTable[static_cast<std::size_t>(cref)];
+}
+
+// Only for a key for which IsKey holds.
+inline Touch& TouchOf(int key) {
+    return TouchTable[static_cast<std::size_t>(key)];
+}
+
+inline void SendCallState(int cref, DWORD state, DWORD mode = 0) {
+    DoLineEvent(LINE_CALLSTATE, state, mode, cref);
+}
+
+// The event, only for a call with a direction.
+inline void SendIfDirected(int cref, DWORD state, DWORD mode = 0) {
+    if (CallOf(cref).HasDirection())
+        SendCallState(cref, state, mode);
+}
+
+inline void ClearDirection(int cref) {
+    CallOf(cref).Inbound = CallOf(cref).Outbound = CallOf(cref).byMakeCall = 0;
+}
+
+// IDLE for a call with a direction, which then loses it; nothing for one without.
+inline void SendIdleIfDirected(int cref) {
+    if (!CallOf(cref).HasDirection())
+        return;
+    SendCallState(cref, LINECALLSTATE_IDLE);
+    ClearDirection(cref);
+}
+
+// The bitwise OR of the states of the calls on a key; an empty slot, or no key, counts as 0.
+inline DWORD StatesOn(int key) {
+    DWORD states = 0;
+    if (IsKey(key))
+        for (const int cref : TouchOf(key).calls)
+            if (IsCref(cref))
+                states |= CallOf(cref).state;
+    return states;
+}
+
+inline bool HoldsTwoCalls(int key) {
+    return IsKey(key) && TouchOf(key).calls[0] != -1 && TouchOf(key).calls[1] != -1;
+}
+
+// SearchState on the active key.
+inline int OnActive(DWORD state) {
+    return SearchState(Tracking.ActivCallTouch, state);
+}
+
+// The entries of WaitInfo in use: one for each multi-line key.
+inline std::size_t WaitInfoCount() {
+    return std::min(static_cast<std::size_t>(KeyLists.Multi.Count), WaitInfo.size());
+}

@@ -1,0 +1,668 @@
+// The link: what each received frame is answered with, what waits and what goes out when, and that no byte stream,
+// however it is cut or bent, makes the receiver lose its place.
+#include "control/keys.h"
+#include "link/fifo.h"
+#include "link/omna.h"
+#include "link/serial.h"
+#include "link/terminal.h"
+#include "link/tick.h"
+#include "provider/events.h"
+#include "support/wire.h"
+
+#include <random>
+#include <utility>
+
+namespace {
+
+const char* const ACK = "02 60 00 9E";
+const char* const NACK = "02 60 84 1A";
+const char* const RESYNC = "02 60 85 19";
+const char* const POLL = "02 60 01 9D";
+
+const ByteList Five = Frame({0x26, 0x20, 5});
+const ByteList Six = Frame({0x26, 0x20, 6});
+
+class LinkLayer : public OnTheWire {
+protected:
+    // Queues a frame and has it written: the next acknowledgement is for it.
+    void SendOne(const ByteList& frame) {
+        Quiet();
+        QueueZTMsg(Serial.Port, frame);
+        ASSERT_FALSE(Port.Taken().empty());
+    }
+    static std::string Line(int number) { return ::Display.Lines[number]; }
+};
+
+// --- link control --------------------------------------------------------------------------------------------------
+
+struct ControlCase {
+    std::vector<int> Control;  // sub-type and what follows
+    const char* Written;
+    std::vector<std::string> Traces;  // level 1 and 0
+    int Queued;                       // of the one frame that was sent before
+    int AckWaitTicks;
+    bool ProcessData = false, LinkProven = false;
+    int PollPeriod = 30;
+};
+void PrintTo(const ControlCase& c, std::ostream* out) {
+    *out << std::hex << c.Control[0];
+}
+class Control : public LinkLayer, public testing::WithParamInterface<ControlCase> {};
+
+TEST_P(Control, IsAnsweredAndTraced) {
+    SendOne(Five);
+    Quiet();
+    Link.LinkIdleTicks = 7;
+    Link.TxIdleCount = Link.TxDropCount = 1;
+    TraceMask = TRACE_ENTRY;
+    TraceLines();
+    ByteList counted{0x60};
+    for (const int value : GetParam().Control)
+        counted.push_back(static_cast<std::uint8_t>(value));
+    EXPECT_EQ(Receive(Frame(counted)), 0);
+
+    EXPECT_EQ(Port.Taken(), GetParam().Written);
+    EXPECT_EQ(TraceLines(), GetParam().Traces);
+    EXPECT_EQ(FifoCount(LINK_FIFO), GetParam().Queued);
+    EXPECT_EQ(Link.AckWaitTicks, GetParam().AckWaitTicks);
+    EXPECT_EQ(Link.ProcessData, GetParam().ProcessData);
+    EXPECT_EQ(Link.LinkIdleTicks, GetParam().LinkProven ? 0 : 7);
+    EXPECT_EQ(Link.LinkPollPeriod, GetParam().PollPeriod);
+    // An acknowledgement ends the count of kicks; its own kick is the first of the next.
+    EXPECT_EQ(Link.TxIdleCount, 1);
+    EXPECT_EQ(Link.TxDropCount, GetParam().Queued == 0 ? 0 : 1);
+    EXPECT_FALSE(Link.Receiving);
+}
+
+const char* const FIVE_AGAIN = "03 26 20 05 B2";
+INSTANTIATE_TEST_SUITE_P(
+    SubTypes, Control,
+    testing::Values(ControlCase{{0x00}, "", {}, 0, 50}, ControlCase{{0x01}, "", {}, 0, 50, true, true},
+                    ControlCase{{0x02}, ACK, {}, 1, 50}, ControlCase{{0x80}, ACK, {}, 1, 50},
+                    ControlCase{{0x10}, "", {"RX: Special Function Ack"}, 0, 50, true},
+                    ControlCase{
+                        {0x11}, "", {"RX: Config Response ", "* Subdevice Mac/pc 0.00 *"}, 0, 50, true, true, 160},
+                    ControlCase{{0x12, 50}, "", {"RX:Tempo Modification Ack:WaitAckTimer 50"}, 0, 50, false, true, 160},
+                    ControlCase{{0x13, 7}, "", {"RX:Tempo Enquiry Response:WaitAckTimer 7"}, 0, 50, false, true, 160},
+                    ControlCase{{0x83}, FIVE_AGAIN, {"RX: Wrong length (NACK)"}, 1, 50},
+                    ControlCase{{0x84}, FIVE_AGAIN, {"RX: Wrong CheckSum (NACK)\n"}, 1, 50},
+                    ControlCase{{0x85}, FIVE_AGAIN, {"RX: Physical loss of synchro (NACK)\n", "ResetComPort:1"}, 1, 49},
+                    ControlCase{{0x86}, ACK, {"RX: ABORT - ResetCommPort(3)", "ResetComPort:3"}, 1, 49},
+                    ControlCase{{0x87}, ACK, {"ResetComPort:1"}, 1, 49},
+                    ControlCase{{0x88}, ACK, {"ResetComPort:1"}, 1, 49},
+                    ControlCase{{0x55}, "", {"ResetComPort:1"}, 1, 49}));
+
+struct VersionCase {
+    int Major, Minor;
+    bool Tempo;
+    const char* Trace;
+};
+class ConfigVersion : public LinkLayer, public testing::WithParamInterface<VersionCase> {};
+
+TEST_P(ConfigVersion, DecidesAboutTheTempoFrame) {
+    SendOne(Frame({0x60, 0x11}));
+    Serial.V24Trouble = true;
+    Tick.WaitConfigCount = 66;
+    TraceMask = 0;
+    Receive(Frame({0x60, 0x11, GetParam().Major, GetParam().Minor, 0, 3}));
+    ByteList queued(9);
+    queued.resize(static_cast<std::size_t>(FifoPeek(LINK_FIFO, queued)));
+    EXPECT_EQ(queued, GetParam().Tempo ? ToBytes({0x03, 0x60, 0x12, 0x32, 0x59}) : ByteList{});
+    EXPECT_THAT(TraceLines(), testing::Contains(GetParam().Trace));
+    EXPECT_EQ(ProviderState.AdapterMajor, GetParam().Major);
+    EXPECT_EQ(ProviderState.AdapterMinor, GetParam().Minor);
+    EXPECT_TRUE(Link.SuperMsgSupported);
+    EXPECT_TRUE(Link.PiggybackMode);
+    EXPECT_EQ(Tick.WaitConfigCount, 0);
+}
+
+INSTANTIATE_TEST_SUITE_P(Versions, ConfigVersion,
+                         testing::Values(VersionCase{3, 6, true, "* Subdevice Mac/pc 3.06 *"},
+                                         VersionCase{3, 10, true, "* Subdevice Mac/pc 3.10 *"},
+                                         VersionCase{4, 6, true, "* Subdevice Mac/pc 4.06 *"},
+                                         VersionCase{3, 5, false, "* Subdevice Mac/pc 3.05 *"},
+                                         VersionCase{2, 10, false, "* Subdevice Mac/pc 2.10 *"},
+                                         VersionCase{4, 2, false, "* Subdevice Mac/pc 4.02 *"}));
+
+TEST_F(LinkLayer, ConfigFlagsAreReadBitByBitAndNeverFromTheChecksum) {
+    Receive(Frame({0x60, 0x11, 3, 5, 0, 1}));
+    EXPECT_TRUE(Link.SuperMsgSupported);
+    EXPECT_FALSE(Link.PiggybackMode);
+    Receive(Frame({0x60, 0x11, 3, 5, 0, 2}));
+    EXPECT_FALSE(Link.SuperMsgSupported);
+    EXPECT_TRUE(Link.PiggybackMode);
+    ASSERT_EQ(Frame({0x60, 0x11, 3, 4, 2}).back() & 3, 1);
+    Receive(Frame({0x60, 0x11, 3, 4, 2}));
+    EXPECT_EQ(ProviderState.AdapterMinor, 4);
+    EXPECT_TRUE(Link.PiggybackMode);
+}
+
+// --- frames by type ------------------------------------------------------------------------------------------------
+
+TEST_F(LinkLayer, EachTypeHasItsAnswer) {
+    struct {
+        ByteList Received;
+        const char* Written;
+    } const Cases[] = {
+        {Frame({0x00}), "01 00 FF"},
+        {Frame({0x03, 1}), ACK},
+        {Frame({0x0B}), ACK},
+        {Frame({0x0C, 0x80, 0, 2, 0x12}), ACK},
+        {Frame({0x10}), ACK},
+        {Frame({0x11}), ACK},
+        {Frame({0x12, 0, 6, 2, 0, 3, 1}), ACK},
+        {Frame({0x1F}), ACK},
+        {Frame({0x20}), "02 60 00 9E 01 20 DF"},
+        {Frame({0x21}), ACK},
+        {Frame({0x22}), ACK},
+        {Frame({0x61, 0x26}), ACK},
+        {Frame({0x62, 0x01}), ACK},
+        {Frame({0x63, 0, 'G'}), ACK},
+        {Frame({0x64, 0, ' '}), ACK},
+        {Frame({0x6E}), ACK},
+        {Frame({0x6F}), ACK},
+        {Frame({0x04}), ""},
+        {Frame({0x65}), ""},
+        {Frame({0xFF, 1, 2, 3}), ""},
+        {ToBytes({0, 0}), ""},
+    };
+    for (const auto& c : Cases) {
+        Quiet();
+        Receive(c.Received);
+        EXPECT_EQ(Port.Taken(), c.Written) << "type " << int{c.Received[1]};
+        EXPECT_FALSE(Link.Receiving);
+    }
+    Quiet();
+    Receive(Frame({0x0E}));
+    EXPECT_EQ(Port.Taken(), ACK);
+    ByteList queued(7);
+    ASSERT_EQ(FifoPeek(LINK_FIFO, queued), 7);
+    EXPECT_EQ(queued, ToBytes({0x05, 0x30, 0x02, 0x03, 0x03, 0x02, 0xC1}));
+}
+
+TEST_F(LinkLayer, TraceHeadersWaitForTheCardsGoAhead) {
+    TraceMask = TRACE_ENTRY;
+    const ByteList text = Frame({0x61, 0x27, 0, 0, 'H', 'I'});
+    Receive(text);
+    EXPECT_EQ(Line(0).substr(0, 3), "   ");
+    EXPECT_TRUE(Link.TraceModeSeen);
+    Tick.WaitTrace = 12;
+    Link.ProcessData = true;
+    Link.LinkIdleTicks = 5;
+    Receive(text);
+    EXPECT_EQ(Line(0).substr(0, 3), "HI ");
+    EXPECT_EQ(Link.LinkIdleTicks, 0);
+    Receive(Frame({0x62, 0x03, 0x84}));
+    Receive(Frame({0x62, 0x22, 0x05}));
+    EXPECT_STREQ(DialedNumber, "4");
+    EXPECT_THAT(TraceLines(),
+                ElementsAre("RX: First TRACEMODE System Trace Header WaitTrace 0 - ProcessData:0",
+                            "RX: First TRACEMODE VTA Trace Header WaitTrace 12", "DigitKeyPushed 4 DialedNumber 4"));
+}
+
+TEST_F(LinkLayer, ModuleFramesNeedAKnownModuleAndACommandOfTheirs) {
+    AomTable[1] = {true, 2, false, 40};
+    Link.ProcessData = true;
+    TraceMask = TRACE_ENTRY;
+    Receive(Frame({0x63, 0x1A, 'G', 3, 0x20, 0x20}));  // address 2
+    EXPECT_EQ(TouchTable[43].rawIcon, 0x2020u);
+    Receive(Frame({0x63, 0x1B, 'G', 3, 0x28, 0x28}));  // address 3: no such module
+    Receive(Frame({0x63, 0x1A, 0x27, 3, 0x28, 0x28}));
+    EXPECT_EQ(TouchTable[43].rawIcon, 0x2020u);
+    Receive(Frame({0x63, 0x1A, 'F'}));
+    EXPECT_EQ(TouchTable[43].rawIcon, 2u);
+    Receive(Frame({0x64, 0x1A, ' ', 3}));
+    Receive(Frame({0x64, 0x1A, 0xA0, 3}));
+    EXPECT_THAT(TraceLines(),
+                ElementsAre("RX: System to Option Trace Header(address 1a) OP 47", "VTA: AOM ICON: 43",
+                            "RX: System to Option Trace Header(address 1b) OP 47",
+                            "RX: System to Option Trace Header(address 1a) OP 27",
+                            "RX: System to Option Trace Header(address 1a) OP 46",
+                            "RX: Option to System Trace Header(address 2) OP 20", "VTA: AOM key pushed: 43",
+                            "RX: Option to System Trace Header(address 2) OP a0"));
+}
+
+// --- containers ----------------------------------------------------------------------------------------------------
+
+TEST_F(LinkLayer, ContainersAreAcknowledgedOnceAndTakenApartInOrder) {
+    Link.ProcessData = true;
+    for (const FrameType type : {FRAME_CONTAINER, FRAME_SUPER}) {
+        ::Display = DisplayRecord{};
+        Quiet();
+        Receive(Frame(Join({ByteList{type}, Item({0x61, 0x27, 0, 0, 'A', 'B', 'C'}), Item({0x61, 0x27, 1, 1, 'X'}),
+                            Item({0x22}), Item({0x61, 0x27, 2, 0, 'Y'})})));
+        EXPECT_EQ(Line(0).substr(0, 4), "AXY ");
+        EXPECT_EQ(Port.Taken(), ACK);
+    }
+}
+
+TEST_F(LinkLayer, APiggybackFrameGivesItsAcknowledgementThenItsMessages) {
+    Link.ProcessData = true;
+    SendOne(Five);
+    Quiet();
+    Receive(Frame(Join({ToBytes({0x6F, 2, 0x60, 0x00, 19, 0x6E}), Item({0x61, 0x27, 0, 0, '1'}),
+                        Item({0x61, 0x27, 2, 0, '2'}), Item({0x61, 0x27, 2, 0, '3'})})));
+    EXPECT_EQ(FifoCount(LINK_FIFO), 0);
+    EXPECT_EQ(Line(0).substr(0, 4), "123 ") << Line(0);
+    EXPECT_EQ(Port.Taken(), ACK);
+}
+
+TEST_F(LinkLayer, ASingleAttachedMessageIsWholeToItsLastByte) {
+    Link.ProcessData = true;
+    Receive(Frame(Join({ToBytes({0x6F, 2, 0x60, 0x01}), Item({0x61, 0x27, 0, 0, 'A', 'B'})})));
+    EXPECT_EQ(Line(0).substr(0, 3), "AB ");
+}
+
+TEST_F(LinkLayer, AContainedMessageBeyondItsContainerEndsItAndNothingIsReadBehind) {
+    Link.ProcessData = true;
+    TraceMask = 0;
+    const ByteList good = Item({0x61, 0x27, 2, 0, 'A'});
+    const struct {
+        ByteList Counted;
+        const char* Text;
+    } Cases[] = {
+        {Join({ToBytes({0x6E}), good, ToBytes({12, 0x61, 0x27, 2, 0, 'B'}), good}), "A "},
+        {Join({ToBytes({0x6E}), good, ToBytes({0xFF})}), "A "},
+        {Join({ToBytes({0x6F, 2, 0x60, 0x01}), ToBytes({0x40, 0x6E}), good}), "  "},
+        {Join({ToBytes({0x6F, 2, 0x60, 0x01, 8, 0x6E}), good, ToBytes({1})}), "A "},
+    };
+    for (const auto& c : Cases) {
+        ::Display = DisplayRecord{};
+        TraceLines();
+        Receive(Frame(c.Counted));
+        EXPECT_EQ(Line(0).substr(0, 2), c.Text);
+        const auto lines = TraceLines();
+        ASSERT_EQ(lines.size(), 1u);
+        EXPECT_EQ(lines[0].substr(0, 26), "RX: contained message len ") << lines[0];
+    }
+    for (const ByteList& stub :
+         {ToBytes({0x6F}), ToBytes({0x6F, 2}), ToBytes({0x6F, 2, 0x60}), ToBytes({0x6F, 2, 0x60, 0x01}),
+          ToBytes({0x6F, 2, 0x60, 0x01, 0}), ToBytes({0x60}), ToBytes({0x6E, 0, 0, 0}), ToBytes({0x61}),
+          ToBytes({0x62}), ToBytes({0x63}), ToBytes({0x64, 1}), ToBytes({0x12}), ToBytes({0x12, 0}), ToBytes({0x0C}),
+          ToBytes({0x0C, 0x80}), ToBytes({0x0C, 0x80, 1})})
+        EXPECT_EQ(Receive(Frame(stub)), 0);
+}
+
+// --- framing -------------------------------------------------------------------------------------------------------
+
+TEST_F(LinkLayer, AWrongChecksumIsRefusedAndNotDispatched) {
+    Link.ProcessData = true;
+    TraceMask = TRACE_ENTRY;
+    ByteList frame = Frame({0x61, 0x27, 0, 0, 'X'});
+    ++frame.back();
+    Receive(frame);
+    EXPECT_EQ(Port.Taken(), NACK);
+    EXPECT_EQ(Line(0)[0], ' ');
+    EXPECT_THAT(TraceLines(), ElementsAre("Process input - CS: Wrong CS Nack cs: 1, msglen: 6", "ResetComPort:3"));
+    EXPECT_EQ(Link.AckWaitTicks, 49);
+    Receive(Frame({0x61, 0x27, 0, 0, 'Y'}));
+    EXPECT_EQ(Line(0)[0], 'Y');
+}
+
+TEST_F(LinkLayer, HowAStreamIsCutIntoReadsDoesNotMatter) {
+    std::mt19937 random(6200);
+    const auto upTo = [&](unsigned limit) { return static_cast<int>(random() % limit); };
+    ByteList stream;
+    for (int i = 0; i < 25; ++i) {
+        ByteList counted{0xFF};  // acknowledged by nobody, only traced
+        if (upTo(3) == 0)
+            counted[0] = 0x22;
+        const int size = i == 0 ? 254 : upTo(20);
+        for (int j = 0; j < size; ++j)
+            counted.push_back(static_cast<std::uint8_t>(upTo(0x60)));  // no link control by chance
+        stream = Join({stream, Frame(counted)});
+    }
+    TraceMask = TRACE_INPUT;
+    std::vector<std::string> whole;
+    for (int round = 0; round < 40; ++round) {
+        for (std::size_t at = 0; at < stream.size();) {
+            const std::size_t left = stream.size() - at;
+            const std::size_t size =
+                round == 0 ? left
+                           : std::min(left, static_cast<std::size_t>(1 + upTo(static_cast<unsigned>(round) * 4)));
+            EXPECT_EQ(ProcessInput(static_cast<int>(size), stream.data() + at), 0);
+            at += size;
+        }
+        auto result = TraceLines();
+        result.push_back(Port.Taken());
+        EXPECT_FALSE(Link.Receiving);
+        if (round == 0)
+            whole = result;
+        ASSERT_EQ(result, whole) << "round " << round;
+    }
+    EXPECT_EQ(whole.size(), 27u);  // 25 frames, one of them too long for its line, and what was written
+}
+
+TEST_F(LinkLayer, NoByteStreamMakesTheReceiverLoseItsPlace) {
+    std::mt19937 random(1);
+    TraceMask = 0;
+    Link.ProcessData = true;
+    AomTable[0] = {true, 0, false, 28};
+    for (int i = 0; i < 3000; ++i) {
+        static constexpr std::uint8_t Types[] = {0x0B, 0x0C, 0x12, 0x60, 0x61, 0x62, 0x63, 0x64, 0x6E, 0x6F};
+        ByteList bytes(1 + random() % 60);
+        for (std::uint8_t& byte : bytes)
+            byte = static_cast<std::uint8_t>(random() % 4 == 0 ? random() : random() % 12);
+        bytes[0] = Types[random() % std::size(Types)];
+        if (random() % 8 != 0)
+            bytes = Frame(bytes);
+        const int kept = Receive(bytes);
+        ASSERT_TRUE(kept == 0 || kept == static_cast<int>(bytes.size()));
+        ASSERT_LE(Link.Collected, 256);
+        Port.Written.clear();
+    }
+    Link.Receiving = false;
+    Receive(Frame({0x22}));
+    EXPECT_FALSE(Link.Receiving);
+}
+
+TEST_F(LinkLayer, ReadsDuringABoxLeaveTheFrameBehindItAlone) {
+    // The tempo frame finds no memory; while the box is open a tick receives a frame and half of another.
+    PlatformControl::FailGlobalAlloc(true);
+    PlatformControl::AnswerBoxes([&](const PlatformControl::Box&) {
+        Receive(Frame({0x22}));
+        Receive(ToBytes({0x05, 0x22}));
+        return IDOK;
+    });
+    Receive(Join({Frame({0x60, 0x11, 3, 6, 0, 0}), Frame({0x20})}));
+    PlatformControl::FailGlobalAlloc(false);
+    EXPECT_EQ(PlatformControl::Boxes().size(), 1u);
+    EXPECT_EQ(ProviderState.AdapterMajor, 3);
+    EXPECT_EQ(Port.Taken(), std::string(ACK) + " " + ACK + " 01 20 DF");
+    EXPECT_FALSE(Link.Receiving);
+}
+
+// --- reads of several frames ---------------------------------------------------------------------------------------
+
+TEST_F(LinkLayer, SeveralRefusalsInOneReadCauseOneResend) {
+    SendOne(Five);
+    TraceLines();
+    TraceMask = 0;
+    const ByteList two = Join({Frame({0x60, 0x84}), Frame({0x60, 0x83})});
+    EXPECT_EQ(Receive(two), 0);
+    EXPECT_EQ(Port.Taken(), FIVE_AGAIN);
+    EXPECT_EQ(Receive(Join({Frame({0x60, 0x85}), Frame({0x22}), Frame({0x60, 0x85})})), 0);
+    EXPECT_EQ(Port.Taken(), FIVE_AGAIN);
+    EXPECT_THAT(TraceLines(), ElementsAre("Deux msgs type 60.8x détectés dans la trame !!!",
+                                          "Deux msgs type 60.8x détectés dans la trame !!!"));
+    // One refusal beside something else is an ordinary frame.
+    EXPECT_EQ(Receive(Join({Frame({0x22}), Frame({0x60, 0x84})})), 0);
+    EXPECT_EQ(Port.Taken(), std::string(ACK) + " " + ACK);
+    EXPECT_THAT(TraceLines(), ElementsAre("RX: Wrong CheckSum (NACK)\n"));
+}
+
+TEST_F(LinkLayer, AnIncompleteReadOfRefusalsWaits200Milliseconds) {
+    SendOne(Five);
+    TraceLines();
+    TraceMask = 0;
+    ByteList cut = Join({Frame({0x60, 0x84}), Frame({0x60, 0x84}), Frame({0x22, 1, 2})});
+    cut.pop_back();
+    const int size = static_cast<int>(cut.size());
+    PlatformControl::Advance(200);
+    EXPECT_EQ(Receive(cut), size);
+    EXPECT_EQ(Port.Taken(), "");
+    PlatformControl::Advance(1);
+    EXPECT_EQ(Receive(cut), 0);
+    EXPECT_EQ(Port.Taken(), FIVE_AGAIN);
+    EXPECT_THAT(TraceLines(),
+                ElementsAre("Deux msgs type 60.8x détectés - Dernier msg incomplet - Attente ",
+                            "Deux msgs type 60.8x détectés - dernier msg incomplet - Tempo atteinte !!!"));
+}
+
+TEST_F(LinkLayer, ARestartAmongOtherFramesIsAnsweredWithResynchronisation) {
+    Link.ProcessData = true;
+    const ByteList read = Join({Frame({0x61, 0x27, 0, 0, 'X'}), Frame({0x60, 0x87}), Frame({0x22})});
+    PlatformControl::Advance(59999);
+    EXPECT_EQ(Receive(read), 0);
+    EXPECT_EQ(Port.Taken(), RESYNC);
+    EXPECT_EQ(Line(0)[0], ' ');
+    EXPECT_FALSE(Link.Receiving);
+}
+
+TEST_F(LinkLayer, ARestartAfterAMinuteWithoutSendingLosesAllCalls) {
+    Key(1, TOUCH_MULTI);
+    const int live = Call(1, 0, LINECALLSTATE_CONNECTED), over = Call(1, 1, LINECALLSTATE_IDLE);
+    EXPECT_NE(live, over);
+    FifoPut(LINK_FIFO, Five);
+    FifoPut(LINK_FIFO, Six);
+    TraceMask = 0;
+    PlatformControl::Advance(60000);
+    EXPECT_EQ(Receive(Join({Frame({0x22}), Frame({0x60, 0x87})})), 0);
+    EXPECT_EQ(Port.Taken(), POLL);  // first of the three that are queued
+    EXPECT_EQ(FifoCount(LINK_FIFO), 3);
+    EXPECT_THAT(LineEvents(), ElementsAre("STATE " + std::to_string(live) + " IDLE"));
+    EXPECT_THAT(TraceLines(), ElementsAre("Çontact rompu avec le subdevice -> Redemarrage"));
+}
+
+TEST_F(LinkLayer, TheSubdeviceTestLeavesReadsAlone) {
+    SendOne(Five);
+    Link.SubdeviceTest = true;
+    Receive(Join({Frame({0x60, 0x84}), Frame({0x60, 0x84})}));
+    EXPECT_EQ(Port.Taken(), std::string(FIVE_AGAIN) + " " + FIVE_AGAIN);
+}
+
+// --- sending -------------------------------------------------------------------------------------------------------
+
+TEST_F(LinkLayer, OneFrameIsUnderWayUntilItsAcknowledgement) {
+    EXPECT_EQ(QueueZTMsg(Serial.Port, Five), 0);
+    EXPECT_EQ(QueueZTMsg(Serial.Port, Six), 0);
+    EXPECT_EQ(Port.Taken(), FIVE_AGAIN);
+    EXPECT_EQ(Link.AckWaitTicks, 20);
+    Receive(Frame({0x60, 0x00}));
+    EXPECT_EQ(Port.Taken(), "");
+    Quiet();
+    EXPECT_EQ(QueueZTMsg(Serial.Port, {}), 0);
+    EXPECT_EQ(Port.Taken(), "03 26 20 06 B1");
+    EXPECT_EQ(FifoCount(LINK_FIFO), 1);
+}
+
+TEST_F(LinkLayer, SendingWaitsWhileTheLineIsInUse) {
+    struct Slow : RecordingPort {
+        std::size_t Pending = 0;
+        std::size_t OutputPending(std::uint32_t) override { return Pending; }
+    } slow;
+    CloseHandle(Serial.Port);
+    slow.Open();
+    TraceMask = TRACE_LINK;
+    FifoPut(LINK_FIFO, Five);
+    const auto blocked = [&](const char* line) {
+        TraceLines();
+        EXPECT_EQ(QueueZTMsg(Serial.Port, {}), 0);
+        EXPECT_EQ(slow.Taken(), "");
+        EXPECT_THAT(TraceLines(), ElementsAre(line));
+    };
+    slow.Pending = 1;
+    blocked("sending blocked");
+    slow.Pending = 0;
+    Link.Receiving = true;
+    blocked("sending blocked");
+    Link.Receiving = false;
+    Link.AckWaitTicks = 1;
+    blocked("sending blocked");
+    Link.AckWaitTicks = 0;
+    slow.Feed({0x00});
+    blocked("InQueue not empty - exiting TxZTMsgFromFifo");
+    slow.Incoming.clear();
+    SendL2Msg(Serial.Port, ACK_FRAME);
+    slow.Taken();
+    PlatformControl::Advance(9);
+    blocked("L2 sent - sending_blocked - waiting timeout");
+    PlatformControl::Advance(1);
+    QueueZTMsg(Serial.Port, {});
+    EXPECT_EQ(slow.Taken(), FIVE_AGAIN);
+    EXPECT_THAT(TraceLines(), ElementsAre("TxZTMsgFromFifo(03.26.20.05.B2.)"));
+    Link.LinkStopped = true;
+    EXPECT_EQ(QueueZTMsg(Serial.Port, Six), -3);
+    EXPECT_EQ(FifoCount(LINK_FIFO), 1);
+    CloseHandle(std::exchange(Serial.Port, INVALID_HANDLE_VALUE));
+}
+
+TEST_F(LinkLayer, AFrameThatIsNeverAcknowledgedIsGivenUp) {
+    FifoPut(LINK_FIFO, Five);
+    FifoPut(LINK_FIFO, Five);
+    FifoPut(LINK_FIFO, Five);
+    FifoPut(LINK_FIFO, Six);
+    for (int drop = 1; drop <= 3; ++drop) {
+        for (int kick = 0; kick < 150; ++kick) {
+            Link.AckWaitTicks = 20;
+            QueueZTMsg(Serial.Port, {});
+        }
+        EXPECT_EQ(FifoCount(LINK_FIFO), 5 - drop);
+        QueueZTMsg(Serial.Port, {});
+        EXPECT_EQ(FifoCount(LINK_FIFO), 4 - drop);
+        EXPECT_EQ(Port.Taken(), drop <= 2 ? "02 60 86 18" : "");
+    }
+}
+
+TEST_F(LinkLayer, AnAcknowledgementCarriesTheQueuedFrame) {
+    Link.PiggybackMode = true;
+    FifoPut(LINK_FIFO, Five);
+    TraceMask = TRACE_LINK;
+    Receive(Frame({0x22}));
+    EXPECT_EQ(Port.Taken(), "08 6F 02 60 00 03 26 20 05 D9");
+    EXPECT_THAT(TraceLines(), ElementsAre("SendL2Msg(08.6F.02.60.00.03.26.20.05.D9.)"));
+    EXPECT_EQ(Link.AckWaitTicks, 20);
+    EXPECT_EQ(FifoCount(LINK_FIFO), 1);
+    // While it is under way the next answer goes alone; a refusal has it sent again as it was.
+    Receive(Frame({0x22}));
+    EXPECT_EQ(Port.Taken(), ACK);
+    Quiet();
+    Receive(Frame({0x00}));
+    EXPECT_EQ(Port.Taken(), "01 00 FF");
+}
+
+TEST_F(LinkLayer, ASuperFrameGathersThePressesBeforeItIsCarried) {
+    Link.SuperMsgSupported = Link.PiggybackMode = true;
+    FifoPut(LINK_FIFO, Five);
+    FifoPut(LINK_FIFO, Six);
+    Receive(Frame({0x22}));
+    EXPECT_EQ(Port.Taken(), "0E 6F 02 60 00 09 6E 03 26 20 05 03 26 20 06 0D");
+    EXPECT_EQ(FifoCount(LINK_FIFO), 1);
+    Receive(Frame({0x60, 0x84}));
+    EXPECT_EQ(Port.Taken(), "0E 6F 02 60 00 09 6E 03 26 20 05 03 26 20 06 0D");
+    Quiet();
+    Link.PiggybackMode = false;
+    QueueZTMsg(Serial.Port, {});
+    EXPECT_EQ(Port.Taken(), "09 6E 03 26 20 05 03 26 20 06 EC");
+}
+
+TEST_F(LinkLayer, AFrameTooLongToBeCarriedGoesAlone) {
+    Link.PiggybackMode = true;
+    const ByteList longest = Frame(ByteList(251, 0x11));  // 253 bytes
+    FifoPut(LINK_FIFO, longest);
+    SendL2Msg(Serial.Port, ACK_FRAME);
+    EXPECT_EQ(Port.Taken(), ACK);
+    FifoDrop(LINK_FIFO);
+    FifoPut(LINK_FIFO, Frame(ByteList(250, 0x11)));
+    SendL2Msg(Serial.Port, ACK_FRAME);
+    EXPECT_EQ(Port.Written.size(), 257u);
+    EXPECT_EQ(std::accumulate(Port.Written.begin(), Port.Written.end(), 0) & 0xFF, 0);
+}
+
+TEST_F(LinkLayer, AFailedWriteIsTracedAndADirectOneKept) {
+    PlatformControl::Port("COM1").WriteFails = true;
+    TraceMask = 0;
+    FifoPut(LINK_FIFO, Five);
+    EXPECT_EQ(TxZTMsgFromFifo(), -1);
+    EXPECT_EQ(Link.AckWaitTicks, 0);
+    EXPECT_EQ(FifoCount(LINK_FIFO), 1);
+    const auto lines = TraceLines();
+    ASSERT_EQ(lines.size(), 1u);
+    EXPECT_TRUE(lines[0].starts_with("TxZTMsgFromFifo - failed to write to port,GetLastError ")) << lines[0];
+
+    SendL2Msg(Serial.Port, SPECIAL_FUNCTION_FRAME);
+    EXPECT_TRUE(Link.WriteFailed);
+    EXPECT_EQ(Link.SavedLength, 5);
+    EXPECT_EQ(Link.Saved[3], 0x03);
+    EXPECT_THAT(TraceLines(),
+                ElementsAre(" ", "SendL2Msg - WriteCommResult :0", "COMSTAT  - cbInQue:0 - cbOutQue:0", " "));
+    ResetTransmitState(true);
+    EXPECT_TRUE(Link.WriteFailed);
+    ResetTransmitState(false);
+    EXPECT_FALSE(Link.WriteFailed);
+    EXPECT_EQ(Link.SavedLength, 0);
+
+    PlatformControl::Port("COM1").WriteFails = false;
+    PlatformControl::Port("COM1").WritePends = true;
+    for (int i = 0; i < 50; ++i)
+        SendL2Msg(Serial.Port, ACK_FRAME);
+    EXPECT_FALSE(Link.WriteFailed);
+    EXPECT_EQ(Port.Written.size(), 200u);
+}
+
+TEST_F(LinkLayer, WithoutAPortNothingGoesOutAndNothingBreaks) {
+    CloseHandle(Serial.Port);
+    Serial.Port = INVALID_HANDLE_VALUE;
+    EXPECT_EQ(QueueZTMsg(Serial.Port, Five), -1);
+    SendL2Msg(Serial.Port, ACK_FRAME);
+    Resend_Last_Msg();
+    EXPECT_FALSE(Link.L2Sent);
+    EXPECT_EQ(Receive(Frame({0x22})), 0);
+    EXPECT_EQ(FifoCount(LINK_FIFO), 1);
+}
+
+// --- the sub-device test -------------------------------------------------------------------------------------------
+
+TEST_F(LinkLayer, TheSubdeviceTestSuspendsAfterItsInputsUntilARestart) {
+    Link.SubdeviceTest = true;
+    Link.NbInputBeforeSuspend = 3;
+    Receive(Join({Frame({0x22}), Frame({0x22}), Frame({0x22})}));
+    EXPECT_EQ(Port.Taken(), std::string(ACK) + " " + ACK);  // the third is suspended already
+    Quiet();
+    EXPECT_EQ(QueueZTMsg(Serial.Port, Five), 0);
+    EXPECT_EQ(Port.Taken(), "");
+    Receive(Frame({0x60, 0x87}));
+    EXPECT_EQ(Port.Taken(), ACK);
+    EXPECT_EQ(Link.NbInputBeforeSuspend, -1);
+    Quiet();
+    QueueZTMsg(Serial.Port, {});
+    EXPECT_EQ(Port.Taken(), FIVE_AGAIN);
+}
+
+TEST_F(LinkLayer, TheSubdeviceTestHoldsItsAnswerBackAndMayRefuse) {
+    Link.SubdeviceTest = true;
+    Link.NbWaitAckBeforeResponse = 2;
+    Link.WaitAckResponseNack = true;
+    const ByteList restart = Frame({0x60, 0x87});
+    Receive(restart);
+    Receive(restart);
+    EXPECT_EQ(Port.Taken(), "");
+    EXPECT_EQ(Link.NbInputBeforeSuspend, -2);
+    Quiet();
+    EXPECT_EQ(QueueZTMsg(Serial.Port, Five), -2);
+    Receive(restart);
+    EXPECT_EQ(Port.Taken(), NACK);
+    EXPECT_EQ(Link.NbInputBeforeSuspend, -1);
+    Link.NbWaitAckBeforeResponse = -1;
+    Receive(restart);
+    EXPECT_EQ(Port.Taken(), "");
+}
+
+// --- start of a link -----------------------------------------------------------------------------------------------
+
+TEST_F(LinkLayer, EveryLinkStartsWithTheSameFive) {
+    StartLink();
+    EXPECT_EQ(Port.Taken(), RESYNC);
+    std::string queued;
+    while (FifoCount(LINK_FIFO) > 0) {
+        Quiet();
+        QueueZTMsg(Serial.Port, {});
+        queued += Port.Taken() + "|";
+        FifoDrop(LINK_FIFO);
+    }
+    EXPECT_EQ(queued, "02 60 01 9D|03 60 10 03 8A|02 60 11 8D|07 12 00 06 02 00 02 01 DC|");
+}
+
+TEST_F(LinkLayer, AfterL2TimeoutIsTakenFromOneTo150Milliseconds) {
+    EXPECT_EQ(ReadAfterL2Timeout(), 10);
+    const struct {
+        const char* Text;
+        int Value;
+    } Cases[] = {{"1", 1}, {"150", 150}, {"0", 10}, {"151", 10}, {"x", 10}, {"25", 25}};
+    for (const auto& c : Cases) {
+        SetSetting("ZT_Info", "After_L2_timeout", c.Text);
+        EXPECT_EQ(ReadAfterL2Timeout(), c.Value) << c.Text;
+    }
+}
+
+}  // namespace

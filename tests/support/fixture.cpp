@@ -1,0 +1,274 @@
+#include "support/fixture.h"
+
+#include "config/char_patterns.h"
+#include "config/set_config.h"
+#include "config/settings.h"
+#include "control/keys.h"
+#include "control/requests.h"
+#include "link/fifo.h"
+#include "link/link_layer.h"
+#include "link/omna.h"
+#include "link/serial.h"
+#include "link/terminal.h"
+#include "link/tick.h"
+#include "provider/events.h"
+#include "provider/lifecycle.h"
+#include "tracking/display.h"
+#include "tracking/multi_line.h"
+#include "trace/trace.h"
+
+#include <algorithm>
+#include <cstring>
+#include <fstream>
+#include <mutex>
+#include <utility>
+
+namespace {
+
+std::mutex EventsLock; // the serial thread reports too
+std::vector<std::string> Captured;
+std::size_t TraceOffset = 0;
+
+struct Named {
+    DWORD Value;
+    const char* Name;
+};
+
+std::string Flags(DWORD value, std::span<const Named> names) {
+    std::string out;
+    for (const Named& named : names)
+        if ((value & named.Value) == named.Value) {
+            out += (out.empty() ? "" : "|") + std::string(named.Name);
+            value &= ~named.Value;
+        }
+    if (value != 0 || out.empty()) {
+        char hex[16];
+        std::snprintf(hex, sizeof hex, "%x", static_cast<unsigned>(value));
+        out += (out.empty() ? "" : "|") + std::string(hex);
+    }
+    return out;
+}
+
+constexpr Named States[] = {{0x1, "IDLE"},         {0x2, "OFFERING"},      {0x8, "DIALTONE"},
+                            {0x10, "DIALING"},     {0x20, "RINGBACK"},     {0x40, "BUSY"},
+                            {0x100, "CONNECTED"},  {0x200, "PROCEEDING"},  {0x400, "ONHOLD"},
+                            {0x800, "CONFERENCED"}, {0x1000, "ONHOLDPENDCONF"}, {0x2000, "ONHOLDPENDTRANSFER"},
+                            {0x4000, "DISCONNECTED"}};
+constexpr Named Infos[] = {{0x20, "APPSPECIFIC"},   {0x8000, "CALLERID"},   {0x10000, "CALLEDID"},
+                           {0x20000, "CONNECTEDID"}, {0x40000, "REDIRECTIONID"}, {0x80000, "REDIRECTINGID"}};
+constexpr Named LineStates[] = {{0x4, "CONNECTED"}, {0x8, "DISCONNECTED"}, {0x40, "INSERVICE"},
+                                {0x80, "OUTOFSERVICE"}, {0x40000, "REINIT"}};
+constexpr Named PhoneStates[] = {{0x20, "DISPLAY"},      {0x40, "LAMP"},          {0x80, "RINGMODE"},
+                                 {0x200, "HANDSETHOOK"}, {0x2000, "SPEAKERVOLUME"}, {0x10, "DISCONNECTED"}};
+
+void Record(std::string text) {
+    const std::lock_guard lock(EventsLock);
+    Captured.push_back(std::move(text));
+}
+
+std::string CallName(HTAPICALL call) {
+    const auto value = reinterpret_cast<std::uintptr_t>(call);
+    return value == 0 ? "-" : std::to_string(static_cast<long>(value) - 0x100);
+}
+
+std::string Hex(DWORD_PTR value) {
+    char text[32];
+    std::snprintf(text, sizeof text, "%lx", static_cast<unsigned long>(value));
+    return text;
+}
+
+void CALLBACK CaptureLine(HTAPILINE line, HTAPICALL call, DWORD message, DWORD_PTR p1, DWORD_PTR p2, DWORD_PTR) {
+    const DWORD value = static_cast<DWORD>(p1);
+    switch (message) {
+    case 500: // LINE_NEWCALL: TAPI gives its handle during the call
+        *reinterpret_cast<HTAPICALL*>(p2) = reinterpret_cast<HTAPICALL>(static_cast<std::uintptr_t>(0x100 + p1));
+        return Record("NEWCALL " + std::to_string(p1));
+    case LINE_CALLSTATE:
+        return Record("STATE " + CallName(call) + " " + Flags(value, States) + (p2 != 0 ? " " + Hex(p2) : ""));
+    case LINE_CALLINFO: return Record("INFO " + CallName(call) + " " + Flags(value, Infos));
+    case LINE_LINEDEVSTATE:
+        return Record("LINEDEV " + Flags(value, LineStates) + (line == nullptr ? " (no line)" : ""));
+    case LINE_ADDRESSSTATE: return Record("ADDRESS " + Hex(p1) + " " + Hex(p2));
+    case LINE_CLOSE: return Record("CLOSE");
+    default: return Record("LINE " + std::to_string(message) + " " + Hex(p1) + " " + Hex(p2));
+    }
+}
+
+void CALLBACK CapturePhone(HTAPIPHONE, DWORD message, DWORD_PTR p1, DWORD_PTR p2, DWORD_PTR) {
+    const std::string name = message == PHONE_STATE ? "PHONE " : "PHONE? ";
+    Record(name + Flags(static_cast<DWORD>(p1), PhoneStates) + (p2 != 0 ? " " + std::to_string(p2) : ""));
+}
+
+void CALLBACK CaptureCompletion(DRV_REQUESTID id, LONG result) {
+    Record("REPLY " + std::to_string(id) + " " +
+           (result < 0 ? Hex(static_cast<std::uint32_t>(result)) : std::to_string(result)));
+}
+
+} // namespace
+
+std::string Utf8(std::string_view cp1252) {
+    static constexpr std::uint16_t High[32] = {0x20AC, 0x81,   0x201A, 0x192,  0x201E, 0x2026, 0x2020, 0x2021,
+                                               0x2C6,  0x2030, 0x160,  0x2039, 0x152,  0x8D,   0x17D,  0x8F,
+                                               0x90,   0x2018, 0x2019, 0x201C, 0x201D, 0x2022, 0x2013, 0x2014,
+                                               0x2DC,  0x2122, 0x161,  0x203A, 0x153,  0x9D,   0x17E,  0x178};
+    std::string out;
+    for (const char c : cp1252) {
+        const auto byte = static_cast<unsigned char>(c);
+        const unsigned point = byte >= 0x80 && byte < 0xA0 ? High[byte - 0x80] : byte;
+        if (point < 0x80)
+            out += static_cast<char>(point);
+        else if (point < 0x800)
+            out += {static_cast<char>(0xC0 | point >> 6), static_cast<char>(0x80 | (point & 0x3F))};
+        else
+            out += {static_cast<char>(0xE0 | point >> 12), static_cast<char>(0x80 | (point >> 6 & 0x3F)),
+                    static_cast<char>(0x80 | (point & 0x3F))};
+    }
+    return out;
+}
+
+void ResetProvider() {
+    FifoReset();
+    Serial = SerialState{};
+    Link = LinkState{};
+    Tick = TickState{};
+    Marks = RequestMarks{};
+    RunningRequest = RunningRequestRecord{};
+    Tracking = TrackingState{};
+    DynamicConfig = DynamicConfigRecord{};
+    SetConfig = SetConfigState{};
+    LanguageChanged = false;
+    Settings = SettingsRecord{};
+    Settings.SupervService = 1;
+    Settings.MaxDigitLocal = 8;
+    AomTable = {};
+    AomCount = 0;
+    SortAomModules();
+    TouchTable = {};
+    CallTable = {};
+    KeyLists = KeyListSet{};
+    confstate = 0;
+    LastHeldCref = PickUpSupervCref = SwapKeyTransferingCref = -1;
+    WaitInfo.fill(-1);
+    ConfText1[0] = ConfText2[0] = TmpAddress[0] = DialedNumber[0] = 0;
+    ::Display = DisplayRecord{};
+    for (auto& line : ::Display.Lines)
+        std::memset(line, ' ', DISPLAY_COLUMNS);
+    CharPatternTable = {};
+    CharCodeArray.fill(' ');
+    Process = ProcessRecord{};
+    ProviderState = ProviderStateRecord{};
+    ProviderState.ProtocolLevel = 2;
+    ProviderState.FwdStatus = FWD_NOT_FORWARDED;
+    TraceLog = TraceRecord{};
+}
+
+std::vector<std::string> Events() {
+    const std::lock_guard lock(EventsLock);
+    return std::exchange(Captured, {});
+}
+
+std::vector<std::string> LineEvents() {
+    std::vector<std::string> events = Events();
+    std::erase_if(events, [](const std::string& event) { return event.starts_with("PHONE"); });
+    return events;
+}
+
+void OpenForCapture() {
+    ProviderState.htLine = reinterpret_cast<HTAPILINE>(std::uintptr_t{0x11});
+    ProviderState.LineEventProc = CaptureLine;
+    ProviderState.htPhone = reinterpret_cast<HTAPIPHONE>(std::uintptr_t{0x22});
+    ProviderState.PhoneEventProc = CapturePhone;
+    ProviderState.CompletionProc = CaptureCompletion;
+}
+
+std::vector<std::string> TraceLines() {
+    std::ifstream file(PlatformControl::PosixPath("C:\\WINDOWS\\spitrace\\tsptrac0.tr"), std::ios::binary);
+    file.seekg(static_cast<std::streamoff>(TraceOffset));
+    const std::string text((std::istreambuf_iterator<char>(file)), {});
+    std::vector<std::string> lines;
+    std::size_t at = 0;
+    for (std::size_t end; (end = text.find('\n', at)) != std::string::npos; at = end + 1) {
+        std::string line = text.substr(at, end - at);
+        if (!line.empty() && line.back() == '\r')
+            line.pop_back();
+        // A message may hold line feeds of its own: only lines that begin with the clock start a new entry.
+        const std::size_t blank = line.find(' ');
+        const bool starts = blank != std::string::npos && blank > 0 &&
+                            std::all_of(line.begin(), line.begin() + static_cast<std::ptrdiff_t>(blank),
+                                        [](char c) { return c >= '0' && c <= '9'; });
+        if (!starts && !lines.empty()) {
+            lines.back() += "\n" + Utf8(line);
+            continue;
+        }
+        line.erase(0, blank + 1);
+        if (line.starts_with("TSP CORVANE 6200 DebugFile") || line.starts_with("* OutputTraceMode:"))
+            continue;
+        lines.push_back(Utf8(line));
+    }
+    TraceOffset += at;
+    return lines;
+}
+
+std::string Setting(const char* section, const char* name) {
+    char text[256];
+    RegReadSetting(section, name, "(none)", text);
+    return text;
+}
+
+void SetSetting(const char* section, const char* name, const char* text) {
+    ASSERT_EQ(RegWriteSetting(section, name, text), 1);
+}
+
+void OnTheLine::SetUp() {
+    PlatformControl::Reset();
+    ResetProvider();
+    TraceOffset = 0;
+    Captured.clear();
+    DllMain(nullptr, DLL_PROCESS_ATTACH, nullptr);
+    TraceMask = 0xFF;
+    OpenForCapture();
+}
+
+void OnTheLine::TearDown() {
+    DllMain(nullptr, DLL_PROCESS_DETACH, nullptr);
+    if (Process.LineMutex != nullptr)
+        CloseHandle(Process.LineMutex);
+    Process = ProcessRecord{};
+    FifoReset();
+}
+
+void OnTheLine::Key(int key, TouchKind kind, const char* label) {
+    Touch& touch = TouchTable.at(static_cast<std::size_t>(key));
+    touch = Touch{};
+    touch.kind = kind;
+    touch.icon = IDLE_ICON;
+    CopyText(touch.label, label);
+    switch (kind) {
+    case TOUCH_MULTI: KeyLists.Multi.Append(key); break;
+    case TOUCH_SUPERV: KeyLists.Superv.Append(key); break;
+    case TOUCH_PATRON: KeyLists.Patron.Append(key); break;
+    case TOUCH_SECRETAIRE: KeyLists.Secretaire.Append(key); break;
+    case TOUCH_SECR_DEBORD: KeyLists.SecrDebord.Append(key); break;
+    case TOUCH_NONE: break;
+    }
+}
+
+void OnTheLine::Display(int line, std::string_view text) {
+    char* cells = ::Display.Lines[line];
+    std::memset(cells, ' ', DISPLAY_COLUMNS);
+    std::memcpy(cells, text.data(), std::min<std::size_t>(text.size(), DISPLAY_COLUMNS));
+    DisplayChanged(line, 0, static_cast<int>(std::min<std::size_t>(text.size(), DISPLAY_COLUMNS)), true);
+}
+
+void OnTheLine::Icon(int key, int icon) {
+    MultiIcon(icon, key);
+}
+
+int OnTheLine::Call(int key, int slot, DWORD state, bool inbound) {
+    const int cref = AllocCallRecord(state, key);
+    CallRecord& call = CallTable.at(static_cast<std::size_t>(cref));
+    (inbound ? call.Inbound : call.Outbound) = 1;
+    call.htCall = reinterpret_cast<HTAPICALL>(static_cast<std::uintptr_t>(0x100 + cref));
+    TouchTable.at(static_cast<std::size_t>(key)).calls[static_cast<std::size_t>(slot)] = cref;
+    return cref;
+}

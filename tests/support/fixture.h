@@ -1,0 +1,62 @@
+// What the tests of the provider's rooms stand on: a clean process with the line and the phone "open" for event capture,
+// a mask that traces everything, and no serial thread. Events and trace lines come back as text, so that a test can
+// compare whole sequences.
+#pragma once
+
+#include "platform/platform.h"
+#include "platform/posix/control.h"
+#include "tracking/model.h"
+
+#include <gmock/gmock.h>
+#include <gtest/gtest.h>
+
+#include <span>
+#include <string>
+#include <string_view>
+#include <vector>
+
+using testing::ElementsAre;
+using testing::IsEmpty;
+
+// Windows-1252 bytes as UTF-8.
+std::string Utf8(std::string_view cp1252);
+
+// Puts every record of the provider back to its state at load.
+void ResetProvider();
+
+// What TAPI's callbacks have been given since the last call, oldest first, one text each:
+//   "NEWCALL 0"                     LINE_NEWCALL, dwParam1
+//   "STATE 0 DISCONNECTED 1"        LINE_CALLSTATE: cref, state, dwParam2 when not 0
+//   "INFO 0 CALLERID|CALLEDID"      LINE_CALLINFO
+//   "LINEDEV CONNECTED|INSERVICE"   LINE_LINEDEVSTATE; " (no line)" behind it when sent without line handle
+//   "ADDRESS 0 40"                  LINE_ADDRESSSTATE, both parameters, hexadecimal
+//   "CLOSE"                         LINE_CLOSE
+//   "PHONE LAMP 21"                 PHONE_STATE: state, dwParam2 when not 0
+//   "REPLY 7 0"                     completion: request identifier, result (hexadecimal when negative)
+std::vector<std::string> Events();
+// The same without PHONE_STATE.
+std::vector<std::string> LineEvents();
+
+// Handles that the capture gives: TAPI's line 0x11, phone 0x22, call 0x100 + cref.
+void OpenForCapture();
+
+// Trace lines written since the last call, without clock, as UTF-8; header lines left out.
+std::vector<std::string> TraceLines();
+
+// The registry's text of a setting of ours, "(none)" when it is missing.
+std::string Setting(const char* section, const char* name);
+void SetSetting(const char* section, const char* name, const char* text);
+
+class OnTheLine : public testing::Test {
+protected:
+    void SetUp() override;
+    void TearDown() override;
+
+    // A tracked key of a kind with a label; multi-line keys and the others enter their lists.
+    void Key(int key, TouchKind kind, const char* label = "4711");
+    // Writes a text into a display line as the set would (the rest blank) and has it interpreted as a whole update.
+    void Display(int line, std::string_view text);
+    void Icon(int key, int icon);
+    // A call already standing on a key in a slot, with a direction flag set.
+    int Call(int key, int slot, DWORD state, bool inbound = true);
+};

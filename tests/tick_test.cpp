@@ -1,0 +1,356 @@
+// The tick: what each step does, in which order, and that "end" means end. Ticks are called directly; no thread runs.
+#include "link/tick.h"
+
+#include "config/set_config.h"
+#include "config/settings.h"
+#include "control/requests.h"
+#include "link/fifo.h"
+#include "link/link_layer.h"
+#include "link/terminal.h"
+#include "provider/events.h"
+#include "provider/lifecycle.h"
+#include "support/fixture.h"
+#include "support/port.h"
+
+#include <cstring>
+
+namespace {
+
+class Ticking : public OnTheLine {
+protected:
+    RecordingPort Port;
+
+    void SetUp() override {
+        OnTheLine::SetUp();
+        Port.Open();
+        CopyText(ProviderState.PortName, "COM1");
+        CopyText(ProviderState.SpeedText, "9600");
+        ProviderState.DeviceState = DEVICE_STARTING;
+        TraceLines();
+    }
+    void TearDown() override {
+        SerialCloseComms();
+        OnTheLine::TearDown();
+    }
+    // Ticks on a link that stays alive.
+    static void Ticks(int n) {
+        for (int i = 0; i < n; ++i) {
+            Link.LinkIdleTicks = 0;
+            SerialTick(nullptr, 0, 0, 0);
+        }
+    }
+    static bool Traced(const std::string& wanted) {
+        for (const std::string& line : TraceLines())
+            if (line.find(wanted) != std::string::npos)
+                return true;
+        return false;
+    }
+};
+
+TEST_F(Ticking, StopsAtThe90thCountedTickWithoutAssociation) {
+    Ticks(90);
+    EXPECT_EQ(PlatformControl::Boxes().size(), 0u);
+    const int cref = Call(1, 0, LINECALLSTATE_CONNECTED);
+    Ticks(1);
+    EXPECT_THAT(LineEvents(), ElementsAre("STATE " + std::to_string(cref) + " IDLE", "CLOSE"));
+    EXPECT_TRUE(Traced("Config dynamic not received: WaitConfigCount 90 LIMIT 90 Cas 1"));
+    ASSERT_EQ(PlatformControl::Boxes().size(), 1u);
+    EXPECT_EQ(PlatformControl::Boxes()[0].Text,
+              "No response from PBX !\nThe Corvane Service Provider cannot run...\n\n- Check your PBX version.\n"
+              " - Check your VXC setup.");
+    EXPECT_FALSE(PlatformControl::Boxes()[0].LineMutexHeld);
+    EXPECT_EQ(Setting("Dynamic_Set_Conf", "LastAction"), "failed :Config dynamic :Device association ack not received");
+    EXPECT_EQ(ProviderState.DeviceState, DEVICE_OUT_OF_SERVICE);
+    Ticks(100);
+    EXPECT_THAT(LineEvents(), IsEmpty());
+    EXPECT_EQ(PlatformControl::Boxes().size(), 1u);
+}
+
+struct LimitCase {
+    const char* Name;
+    int Version, DevType, MultiAnnounced;
+    const char* LastAction;
+    const char* BoxStart;
+    bool LineMutexHeld;
+};
+class ConfigurationLimit : public Ticking, public testing::WithParamInterface<LimitCase> {};
+
+TEST_P(ConfigurationLimit, EndsAtThe140thTickWithItsCause) {
+    Tick.DeviceAssocAck = true;
+    ProviderState.TAPI_OMNA_Ver = static_cast<std::uint8_t>(GetParam().Version);
+    ProviderState.Dev_type = static_cast<std::uint8_t>(GetParam().DevType);
+    SetConfig.MultiAnnounced = GetParam().MultiAnnounced;
+    Ticks(140);
+    EXPECT_EQ(PlatformControl::Boxes().size(), 0u);
+    Ticks(1);
+    ASSERT_EQ(PlatformControl::Boxes().size(), 1u);
+    EXPECT_EQ(PlatformControl::Boxes()[0].Text.rfind(GetParam().BoxStart, 0), 0u) << PlatformControl::Boxes()[0].Text;
+    EXPECT_EQ(PlatformControl::Boxes()[0].LineMutexHeld, GetParam().LineMutexHeld);
+    EXPECT_EQ(Setting("Dynamic_Set_Conf", "LastAction"), GetParam().LastAction);
+    EXPECT_THAT(LineEvents(), ElementsAre("CLOSE"));
+    EXPECT_TRUE(Tick.SpStopped);
+}
+INSTANTIATE_TEST_SUITE_P(
+    , ConfigurationLimit,
+    testing::Values(LimitCase{"NotKb2", 2, 1, 3, "failed :Not a KB2(7120) set",
+                              "     Set Configuration Error\n\nYour set is not a 7120/7121 Corvane set", true},
+                    LimitCase{"Mono", 2, 3, 0, "failed :Not a multiline set",
+                              "     Set Configuration Error\n\nYour set has not a multiline config", true},
+                    LimitCase{"MonoVersion1", 1, 0, 0, "failed :Not a multiline set",
+                              "     Set Configuration Error\n\nYour set has not a multiline config", true},
+                    LimitCase{"Other", 1, 0, -1, "failed :Config dynamic not received", "No response from PBX !", false}),
+    [](const auto& param) { return param.param.Name; });
+
+TEST_F(Ticking, TraceModeWatchdogStopsTheLinkAtItsLimitOrEndsWithTheFirstHeader) {
+    Tick.ConfigReceived = true;
+    DynamicConfig.WaitTraceMode = 1;
+    Link.TraceModeSeen = true;
+    Ticks(1);
+    EXPECT_EQ(DynamicConfig.WaitTraceMode, 0);
+
+    DynamicConfig.WaitTraceMode = 1;
+    Link.TraceModeSeen = false;
+    Serial.V24Trouble = true;
+    Ticks(300);
+    EXPECT_EQ(Tick.WaitTrace, 0) << "no card, no trace mode to wait for";
+    Serial.V24Trouble = false;
+    Ticks(249);
+    EXPECT_FALSE(Link.LinkStopped);
+    TraceLines();
+    Ticks(1);
+    EXPECT_TRUE(Link.LinkStopped);
+    EXPECT_TRUE(Traced("TIMEOUT Bad MAC/PC No Trace mode: WaitTrace 250 limit 250"));
+    EXPECT_EQ(PlatformControl::Boxes().at(0).Text, "     Set Configuration Error\n\nVXC setup error - Bad MAC/PC mode");
+    EXPECT_EQ(Setting("Dynamic_Set_Conf", "LastAction"), "failed :Bad MAC/PC trace mode");
+    EXPECT_THAT(LineEvents(), ElementsAre("CLOSE"));
+    EXPECT_EQ(QueueZTMsg(Serial.Port, POLL_FRAME), -3);
+}
+
+TEST_F(Ticking, BadStoredStringStopsUnderTheMutexAndOnlyOnce) {
+    Tick.InitDataPending = false;
+    Tick.StringInitError = true;
+    DynamicConfig.StaticConfig = 1;
+    Ticks(1);
+    EXPECT_EQ(PlatformControl::Boxes().size(), 0u) << "the configuration has not been received yet";
+    Tick.ConfigReceived = true;
+    Ticks(3);
+    ASSERT_EQ(PlatformControl::Boxes().size(), 1u);
+    EXPECT_EQ(PlatformControl::Boxes()[0].Text, "Corvane Service Provider internal error\n\nBad string definition");
+    EXPECT_TRUE(PlatformControl::Boxes()[0].LineMutexHeld);
+    EXPECT_TRUE(Link.LinkStopped);
+    EXPECT_FALSE(Tick.StringInitError);
+    EXPECT_THAT(LineEvents(), IsEmpty());
+}
+
+TEST_F(Ticking, ReportsAMadeCallOnceInItsFourStates) {
+    Tick.ConfigReceived = true;
+    Key(1, TOUCH_MULTI);
+    const int cref = Call(1, 0, LINECALLSTATE_PROCEEDING, false);
+    Marks.MakeCallReport = {true, cref};
+    Ticks(2);
+    EXPECT_THAT(LineEvents(),
+                ElementsAre("STATE 0 DIALTONE", "STATE 0 DIALING", "STATE 0 PROCEEDING", "STATE 0 RINGBACK"));
+    EXPECT_TRUE(Traced("DoLineEvent\t(LINE_CALLSTATE, \tLINECALLSTATE_DIALTONE, 0, cref:0"));
+}
+
+TEST_F(Ticking, MadeCallThatLightsNoKeyEndsAtThe20thTick) {
+    Tick.ConfigReceived = true;
+    Link.TraceModeSeen = true;
+    Key(3, TOUCH_MULTI);
+    Call(3, 0, LINECALLSTATE_PROCEEDING, false);
+    Marks.MakeCallWatch = {true, 0};
+    Ticks(19);
+    EXPECT_THAT(LineEvents(), IsEmpty());
+    TraceLines();
+    Ticks(1);
+    EXPECT_THAT(LineEvents(), ElementsAre("STATE 0 DISCONNECTED 1", "STATE 0 IDLE"));
+    EXPECT_TRUE(Traced("Time out:Icone:3 éteint - Etat:IDLE - Ref:0"));
+    EXPECT_FALSE(Marks.MakeCallWatch.Set);
+
+    Call(3, 0, LINECALLSTATE_PROCEEDING, false);
+    TouchTable[3].icon = ACTIV_ICON;
+    Marks.MakeCallWatch = {true, 0};
+    Ticks(25);
+    EXPECT_THAT(LineEvents(), IsEmpty());
+}
+
+TEST_F(Ticking, PressesTheVoiceFrequencyKeyFourSecondsAfterDigits) {
+    Tick.ConfigReceived = true;
+    Link.ProcessData = true;
+    CopyText(Settings.SoftKeyLabels[SK_CANCEL_FREQ_VOCALE], "FV!");
+    std::memcpy(::Display.Lines[1] + 16, "FV!", 3);
+    Marks.FvTimer = {true, 0};
+    Ticks(39);
+    EXPECT_EQ(Port.Taken(), "");
+    Ticks(1);
+    EXPECT_EQ(Port.Taken(), "03 26 20 1F 98");
+    EXPECT_FALSE(Marks.FvTimer.Set);
+}
+
+TEST_F(Ticking, OffersACallWithoutCallerAtTheTenthTickAndKeepsItWaiting) {
+    Tick.ConfigReceived = true;
+    Key(1, TOUCH_MULTI);
+    Key(2, TOUCH_SUPERV);
+    Tracking.OfferInfoCref = Call(1, 0, LINECALLSTATE_OFFERING);
+    Ticks(9);
+    EXPECT_THAT(LineEvents(), IsEmpty());
+    TraceLines();
+    Ticks(1);
+    EXPECT_THAT(LineEvents(), ElementsAre("STATE 0 OFFERING"));
+    EXPECT_TRUE(Traced("2 sec - pas d'info sur l'appelant"));
+    EXPECT_EQ(WaitInfo[0], 0);
+    EXPECT_EQ(Tracking.OfferInfoCref, -1);
+
+    Tracking.OfferInfoCref = Call(2, 0, LINECALLSTATE_OFFERING);
+    Tracking.OfferTicks = 9;
+    Ticks(1);
+    EXPECT_EQ(WaitInfo[1], -1) << "a supervised call waits for nothing";
+}
+
+TEST_F(Ticking, FlushesAHalfFrameOnTheFifthTick) {
+    Tick.ConfigReceived = true;
+    Port.Feed({0x03, 0x61});
+    Ticks(5);
+    EXPECT_TRUE(Link.Receiving);
+    EXPECT_EQ(Port.Taken(), "");
+    TraceLines();
+    Ticks(1);
+    EXPECT_FALSE(Link.Receiving);
+    EXPECT_THAT(TraceLines(), testing::ElementsAre("Inactivity - flush rx queue", "ResetComPort:3",
+                                                   testing::HasSubstr("SendL2Msg(02.60.84.1A.)")));
+    EXPECT_EQ(Port.Taken(), "02 60 84 1A");
+}
+
+TEST_F(Ticking, RetriesAFailedLinkControlFrameOnceAndEndsTheTick) {
+    Tick.ConfigReceived = true;
+    PlatformControl::Port("COM1").WriteFails = true;
+    SendL2Msg(Serial.Port, ACK_FRAME);
+    PlatformControl::Port("COM1").WriteFails = false;
+    Port.Feed({0x02, 0x60, 0x80, 0x1E});
+    Ticks(1);
+    EXPECT_EQ(Port.Taken(), "02 60 00 9E");
+    EXPECT_EQ(Port.Incoming.size(), 4u) << "the tick ended before it read";
+    Ticks(1);
+    EXPECT_EQ(Port.Taken(), "02 60 00 9E") << "the answer to the frame read now";
+}
+
+TEST_F(Ticking, PollsASilentLinkAndReconnectsWhenNothingComes) {
+    ProviderState.DeviceState = DEVICE_IN_SERVICE;
+    Tick.WaitConfigCount = 50;
+    for (int i = 0; i < 29; ++i)
+        SerialTick(nullptr, 0, 0, 0);
+    EXPECT_EQ(Port.Taken(), "");
+    SerialTick(nullptr, 0, 0, 0);
+    EXPECT_EQ(Port.Taken(), "02 60 01 9D");
+    EXPECT_EQ(Tick.WaitConfigCount, 0) << "a silent link restarts the wait for the configuration";
+    Tick.DeviceAssocAck = true;
+    for (int i = 0; i < 30; ++i)
+        SerialTick(nullptr, 0, 0, 0);
+    EXPECT_THAT(LineEvents(), IsEmpty());
+    Port.Taken();
+    TraceLines();
+    const int opens = PlatformControl::Port("COM1").Opens;
+    SerialTick(nullptr, 0, 0, 0);
+    EXPECT_EQ(PlatformControl::Port("COM1").Opens, opens + 1);
+    EXPECT_THAT(LineEvents(), ElementsAre("LINEDEV DISCONNECTED|OUTOFSERVICE", "CLOSE"));
+    EXPECT_EQ(Port.Taken(), "02 60 85 19") << "resynchronisation at once, the rest waits in the queue";
+    EXPECT_EQ(FifoCount(LINK_FIFO), 4);
+    EXPECT_EQ(Setting("Dynamic_Set_Conf", "LastAction"), "failed :V24 Trouble");
+    EXPECT_EQ(PlatformControl::Boxes().at(0).Text,
+              "Hardware Problem - Please check:\n\n - the cable,\n - the PC serial port,\n - the VXC card.\n\n"
+              "Trying to restart ... Click Ok to abort");
+    EXPECT_FALSE(PlatformControl::Boxes().at(0).LineMutexHeld);
+    const std::vector<std::string> lines = TraceLines();
+    EXPECT_EQ(lines.at(0), "Perte de connexion - Tentative de redemarrage");
+    EXPECT_THAT(lines, testing::Contains("After_L2_timeout = 10"));
+    EXPECT_THAT(lines, testing::Contains("MessageBox returns 1 IDOK 1 IDHELP 9"));
+
+    for (int i = 0; i < 62; ++i) // a second loss: no box, no LINE_CLOSE
+        SerialTick(nullptr, 0, 0, 0);
+    EXPECT_EQ(PlatformControl::Boxes().size(), 1u);
+    EXPECT_EQ(PlatformControl::Port("COM1").Opens, opens + 2);
+    EXPECT_THAT(LineEvents(), IsEmpty());
+}
+
+TEST_F(Ticking, SubdeviceTestNeitherPollsNorLosesContact) {
+    Tick.ConfigReceived = true;
+    Link.SubdeviceTest = true;
+    for (int i = 0; i < 300; ++i)
+        SerialTick(nullptr, 0, 0, 0);
+    EXPECT_EQ(Port.Taken(), "");
+    EXPECT_EQ(PlatformControl::Boxes().size(), 0u);
+}
+
+TEST_F(Ticking, WithoutAPortOneBoxAtATimeSaysSo) {
+    Tick.ConfigReceived = true;
+    CloseHandle(Serial.Port);
+    Serial.Port = INVALID_HANDLE_VALUE;
+    int depth = 0;
+    PlatformControl::AnswerBoxes([&](const PlatformControl::Box&) {
+        if (++depth < 5)
+            SerialTick(nullptr, 0, 0, 0); // what the box's own message loop does
+        return IDOK;
+    });
+    SerialTick(nullptr, 0, 0, 0);
+    ASSERT_EQ(PlatformControl::Boxes().size(), 1u);
+    EXPECT_EQ(PlatformControl::Boxes()[0].Text, "Serial Port blocked");
+    SerialTick(nullptr, 0, 0, 0);
+    EXPECT_EQ(PlatformControl::Boxes().size(), 2u);
+}
+
+TEST_F(Ticking, WritesTheQueueWhenTheWaitForTheAcknowledgementIsOver) {
+    Tick.ConfigReceived = true;
+    FifoPut(LINK_FIFO, POLL_FRAME);
+    Ticks(1);
+    EXPECT_EQ(Port.Taken(), "02 60 01 9D");
+    EXPECT_EQ(Link.AckWaitTicks, 20);
+    Ticks(30); // 20 past 50
+    EXPECT_EQ(Port.Taken(), "");
+    Ticks(1);
+    EXPECT_EQ(Port.Taken(), "02 60 01 9D") << "written again about three seconds later";
+}
+
+TEST_F(Ticking, TouchesNothingWithoutTheMutexAndGoesOnWithAnAbandonedOne) {
+    Tracking.ForwardAckTicks = 5;
+    Ticks(1);
+    EXPECT_EQ(Tracking.ForwardAckTicks, 4);
+    PlatformControl::NextWait("SP62LineMutex", WAIT_TIMEOUT);
+    Ticks(1);
+    EXPECT_EQ(Tracking.ForwardAckTicks, 4);
+    PlatformControl::NextWait("SP62LineMutex", WAIT_ABANDONED);
+    Ticks(1);
+    EXPECT_EQ(Tracking.ForwardAckTicks, 3);
+}
+
+TEST_F(Ticking, ReadErrorEndsTheReadingOfThisTickOnly) {
+    Tick.ConfigReceived = true;
+    Port.Feed({0x02, 0x60, 0x80, 0x1E});
+    PlatformControl::Port("COM1").ReadFails = true;
+    Ticks(1);
+    EXPECT_EQ(Port.Taken(), "");
+    PlatformControl::Port("COM1").ReadFails = false;
+    Ticks(1);
+    EXPECT_EQ(Port.Taken(), "02 60 00 9E");
+}
+
+TEST_F(Ticking, KeptBytesAreOfferedAgainAndGivenUpAfter200Milliseconds) {
+    Tick.ConfigReceived = true;
+    Port.Feed({0x02, 0x60, 0x80, 0x1E}); // an earlier read just now
+    Ticks(1);
+    Port.Taken();
+    TraceLines();
+    Port.Feed({0x02, 0x60, 0x84, 0x1A, 0x02, 0x60, 0x84, 0x1A, 0x02, 0x60});
+    for (int i = 0; i < 3; ++i) {
+        PlatformControl::Advance(i == 0 ? 10 : 100);
+        Ticks(1);
+        EXPECT_EQ(Tick.Kept, 10) << i;
+    }
+    TraceLines();
+    PlatformControl::Advance(100);
+    Ticks(1);
+    EXPECT_EQ(Tick.Kept, 0);
+    EXPECT_TRUE(Traced("Deux msgs type 60.8x détectés - dernier msg incomplet - Tempo atteinte !!!"));
+    EXPECT_EQ(Port.Taken(), "02 60 00 9E") << "the last frame written, once more";
+}
+
+} // namespace

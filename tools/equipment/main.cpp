@@ -1,0 +1,168 @@
+// The equipment as a program: on a pseudo-terminal of its own or a given device, driven by lines on standard input and
+// from files.
+#include "equipment/pty.h"
+#include "equipment/script.h"
+
+#include <algorithm>
+#include <cerrno>
+#include <csignal>
+#include <cstdio>
+#include <cstring>
+#include <string>
+#include <unistd.h>
+
+namespace {
+
+constexpr const char* Usage =
+    "usage: zt_equipment [options]\n"
+    "The VXC card, the set and the PBX behind a serial port. The first line of output is the terminal to open.\n"
+    "Commands are read from standard input, one a line; 'help' lists them.\n"
+    "  --device PATH   use this terminal or serial port instead of a new pseudo-terminal\n"
+    "  --link FILE     make FILE a symbolic link to the terminal\n"
+    "  --omna N        TAPI_OMNA version: 1, 2 (default) or 3\n"
+    "  --config FILE   commands carried out first, all at once\n"
+    "  --script FILE   commands carried out then, with their waits\n"
+    "  --bps N         speed of the line (default 9600; 0 = no pacing)\n"
+    "  --log           show frames and what happens\n"
+    "  --help          this text\n";
+
+volatile std::sig_atomic_t Stop = 0;
+
+struct Options {
+    std::string device, link, omna, config, script, bps;
+    bool log = false, help = false;
+};
+
+// Gives "", or what is wrong.
+std::string Read(int count, char** words, Options& options) {
+    struct {
+        const char* name;
+        std::string* value;
+    } const table[] = {{"--device", &options.device}, {"--link", &options.link},     {"--omna", &options.omna},
+                       {"--config", &options.config}, {"--script", &options.script}, {"--bps", &options.bps}};
+    for (int i = 1; i < count; ++i) {
+        const std::string word = words[i];
+        if (word == "--log" || word == "--help") {
+            (word == "--log" ? options.log : options.help) = true;
+            continue;
+        }
+        const auto entry = std::find_if(std::begin(table), std::end(table), [&](auto& e) { return word == e.name; });
+        if (entry == std::end(table))
+            return "unknown option " + word;
+        if (++i == count)
+            return word + " needs a value";
+        *entry->value = words[i];
+    }
+    return "";
+}
+
+void Say(const std::string& text) {
+    std::fputs(text.c_str(), stdout);
+    std::fflush(stdout);
+}
+
+bool MakeLink(const std::string& file, const std::string& target) {
+    // Only a link that was left behind is replaced, never a file.
+    char old[8];
+    if (readlink(file.c_str(), old, sizeof old) >= 0)
+        unlink(file.c_str());
+    return symlink(target.c_str(), file.c_str()) == 0;
+}
+
+// Lines of standard input, as far as they have come. False at its end.
+bool ReadInput(std::string& kept, Equipment::Script& into) {
+    char buffer[4096];
+    const ssize_t count = read(STDIN_FILENO, buffer, sizeof buffer);
+    if (count <= 0)
+        return count < 0 && (errno == EAGAIN || errno == EINTR);
+    kept.append(buffer, static_cast<std::size_t>(count));
+    for (std::size_t end; (end = kept.find('\n')) != std::string::npos; kept.erase(0, end + 1))
+        into.lines.push_back(kept.substr(0, end));
+    return true;
+}
+
+void OnSignal(int) {
+    Stop = 1;
+}
+
+}  // namespace
+
+int main(int count, char** words) {
+    using namespace Equipment;
+    Options options;
+    if (const std::string error = Read(count, words, options); !error.empty()) {
+        std::fprintf(stderr, "zt_equipment: %s\n%s", error.c_str(), Usage);
+        return 2;
+    }
+    if (options.help) {
+        Say(Usage);
+        return 0;
+    }
+
+    Machine machine;
+    const auto set = [&](const char* what, const std::string& value) {
+        if (value.empty())
+            return true;
+        const std::string answer = Execute(machine, std::string("set ") + what + " " + value, PtyLoop::Now());
+        if (IsError(answer))
+            std::fprintf(stderr, "zt_equipment: %s\n", answer.c_str());
+        return !IsError(answer);
+    };
+    if (!set("version", options.omna) || !set("bps", options.bps))
+        return 2;
+    Script config, script, typed;
+    if ((!options.config.empty() && !config.Load(options.config)) ||
+        (!options.script.empty() && !script.Load(options.script))) {
+        std::fprintf(stderr, "zt_equipment: a file cannot be read: %s %s\n", options.config.c_str(),
+                     options.script.c_str());
+        return 2;
+    }
+    for (const std::string& line : config.lines)
+        if (const std::string answer = Execute(machine, line, PtyLoop::Now()); IsError(answer)) {
+            std::fprintf(stderr, "zt_equipment: %s: %s\n", line.c_str(), answer.c_str());
+            return 2;
+        }
+
+    PtyLoop loop(machine);
+    if (const std::string error = options.device.empty() ? loop.Open() : loop.OpenDevice(options.device);
+        !error.empty()) {
+        std::fprintf(stderr, "zt_equipment: %s\n", error.c_str());
+        return 1;
+    }
+    if (!options.link.empty() && !MakeLink(options.link, loop.Path())) {
+        std::fprintf(stderr, "zt_equipment: %s: %s\n", options.link.c_str(), std::strerror(errno));
+        return 1;
+    }
+    Say(loop.Path() + "\n");
+    if (options.log) {
+        machine.onLog = [](const std::string& line) { Say("-- " + line + "\n"); };
+        machine.onFrame = [](bool outgoing, ByteSpan frame) {
+            const std::string what = FrameHolds(frame) ? Describe(ItemOf(frame)) : "damaged";
+            Say((outgoing ? "<< " : ">> ") + Hex(frame) + "  " + what + "\n");
+        };
+    }
+
+    std::signal(SIGINT, OnSignal);
+    std::signal(SIGTERM, OnSignal);
+    std::string kept;
+    bool listening = true;  // to standard input; without it the equipment stays as it is until it is stopped
+    int result = 0;
+    while (Stop == 0 && !script.quit && !typed.quit) {
+        const std::uint32_t now = PtyLoop::Now();
+        Say(script.Step(machine, now) + typed.Step(machine, now));
+        const std::uint32_t due = std::min({script.NextDue(now), typed.NextDue(now), std::uint32_t{500}});
+        std::vector<int> watch;
+        if (listening)
+            watch.push_back(STDIN_FILENO);
+        if (!loop.Step(static_cast<int>(due), watch)) {
+            std::fprintf(stderr, "zt_equipment: the terminal is gone\n");
+            result = 1;
+            break;
+        }
+        if (listening && loop.Readable(STDIN_FILENO))
+            listening = ReadInput(kept, typed);
+    }
+    if (!options.link.empty())
+        unlink(options.link.c_str());
+    return result;
+}

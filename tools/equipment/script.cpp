@@ -1,0 +1,697 @@
+#include "equipment/script.h"
+
+#include "equipment/characters.h"
+
+#include <algorithm>
+#include <fstream>
+#include <map>
+#include <optional>
+#include <span>
+#include <sstream>
+
+namespace Equipment {
+
+namespace {
+
+using Words = std::vector<std::string>;
+
+// Words between blanks; "..." is one word and may hold blanks. None when a quotation mark is missing.
+std::optional<Words> Split(const std::string& line) {
+    Words words;
+    std::string word;
+    bool inWord = false, quoted = false;
+    for (const char c : line) {
+        if (c == '"') {
+            quoted = !quoted;
+            inWord = true;
+        } else if (!quoted && (c == ' ' || c == '\t' || c == '\r')) {
+            if (inWord)
+                words.push_back(word);
+            word.clear();
+            inWord = false;
+        } else {
+            word += c;
+            inWord = true;
+        }
+    }
+    if (quoted)
+        return {};
+    if (inWord)
+        words.push_back(word);
+    return words;
+}
+
+std::optional<long> Number(const std::string& text, int base = 10) {
+    try {
+        std::size_t used = 0;
+        const long value = std::stol(text, &used, base);
+        if (used == text.size())
+            return value;
+    } catch (const std::exception&) {
+    }
+    return {};
+}
+
+// Reads the words of a line one after the other and remembers the first that is wrong.
+struct Arguments {
+    const Words& words;
+    std::size_t next = 1;
+    std::string error = {};
+
+    bool More() const { return next < words.size(); }
+
+    std::string Text(const char* what) {
+        if (!More()) {
+            Fail(std::string(what) + " is missing");
+            return "";
+        }
+        return words[next++];
+    }
+
+    long Integer(const char* what, long low, long high, int base = 10) {
+        const std::string text = Text(what);
+        if (!error.empty())
+            return low;
+        const auto value = Number(text, base);
+        if (!value || *value < low || *value > high) {
+            Fail(std::string(what) + " '" + text + "' is not " + std::to_string(low) + " to " + std::to_string(high));
+            return low;
+        }
+        return *value;
+    }
+
+    int Small(const char* what, int low, int high) { return static_cast<int>(Integer(what, low, high)); }
+
+    bool OnOff() {
+        const std::string text = Text("on or off");
+        if (error.empty() && text != "on" && text != "off")
+            Fail("'" + text + "' is neither on nor off");
+        return text == "on";
+    }
+
+    // An optional word at the end.
+    bool Flag(const char* word) {
+        if (!More() || words[next] != word)
+            return false;
+        ++next;
+        return true;
+    }
+
+    void Fail(const std::string& why) {
+        if (error.empty())
+            error = why;
+    }
+
+    // All words are used up and none was wrong.
+    bool Done() {
+        if (More())
+            Fail("'" + words[next] + "' is too much");
+        return error.empty();
+    }
+};
+
+// A command reads its arguments, and only when they are all good (Done) does anything. It gives what is to be shown;
+// a refusal goes to Arguments::Fail.
+using Carry = std::string (*)(Machine&, Arguments&);
+
+std::string Do(Arguments& in, const std::string& refusal) {
+    if (!refusal.empty())
+        in.Fail(refusal);
+    return "";
+}
+
+int Key(Arguments& in) {
+    return in.Small("key", 0, KeyCount - 1);
+}
+
+// --- set WHAT VALUE
+
+std::string SetNumber(Machine&, Arguments& in, int& field, const char* what, int low, int high) {
+    const int value = in.Small(what, low, high);
+    if (in.Done())
+        field = value;
+    return "";
+}
+
+std::string SetFlag(Arguments& in, bool& field) {
+    const bool value = in.OnOff();
+    if (in.Done())
+        field = value;
+    return "";
+}
+
+std::string SetEntry(Arguments& in, std::vector<std::string>& list) {
+    const int index = in.Small("number", 0, 31);
+    const std::string text = in.Text("text");
+    if (!in.Done())
+        return "";
+    if (list.size() <= static_cast<std::size_t>(index))
+        list.resize(static_cast<std::size_t>(index) + 1);
+    list[static_cast<std::size_t>(index)] = text;
+    return "";
+}
+
+std::string CarrySet(Machine& machine, Arguments& in) {
+    SetConfiguration& config = machine.config;
+    const std::string what = in.Text("setting");
+    if (what == "version")
+        return SetNumber(machine, in, config.omna, "version", 0, 255);
+    if (what == "card") {
+        const int major = in.Small("major", 0, 255);
+        const int minor = in.Small("minor", 0, 255);
+        if (in.Done()) {
+            config.cardMajor = major;
+            config.cardMinor = minor;
+        }
+        return "";
+    }
+    if (what == "super")
+        return SetFlag(in, config.superFrames);
+    if (what == "piggyback")
+        return SetFlag(in, config.piggyback);
+    if (what == "container") {
+        const long type = in.Integer("type", 0x0B, 0x6E, 16);
+        if (type != 0x0B && type != 0x6E)
+            in.Fail("the type is 0B or 6E");
+        if (in.Done())
+            config.containerType = static_cast<std::uint8_t>(type);
+        return "";
+    }
+    if (what == "number" || what == "idle") {
+        const std::string text = in.Text("text");
+        if (in.Done())
+            (what == "number" ? config.number : config.idleText) = text;
+        return "";
+    }
+    if (what == "type" || what == "multi" || what == "language") {
+        const int value = in.Small("value", 0, 255);
+        if (in.Done())
+            (what == "type"    ? config.deviceType
+             : what == "multi" ? config.multiMode
+                               : config.language) = static_cast<std::uint8_t>(value);
+        return "";
+    }
+    if (what == "softkey")
+        return SetEntry(in, config.softKeys);
+    if (what == "string")
+        return SetEntry(in, config.strings);
+    if (what == "code")
+        return SetEntry(in, config.codes);
+    if (what == "entries")
+        return SetNumber(machine, in, config.entriesPerMessage, "entries", 1, 255);
+    if (what == "bps") {
+        const long value = in.Integer("bits per second", 0, 10'000'000);
+        if (in.Done())
+            machine.pacing.bitsPerSecond = static_cast<std::uint32_t>(value);
+        return "";
+    }
+    if (what == "resend") {
+        const long value = in.Integer("milliseconds", 1, 3'600'000);
+        if (in.Done())
+            machine.pacing.resendMs = static_cast<std::uint32_t>(value);
+        return "";
+    }
+    in.Fail("there is no setting '" + what + "'");
+    return "";
+}
+
+std::string CarryKey(Machine& machine, Arguments& in) {
+    const int number = in.Small("key", 0, 255);
+    const std::string kind = in.Text("kind");
+    static const std::map<std::string, int> kinds = {{"multi", KindMulti},
+                                                     {"supervision", KindSupervision},
+                                                     {"boss", KindBoss},
+                                                     {"secretary", KindSecretary},
+                                                     {"overflow", KindOverflow}};
+    const bool none = kind == "none";
+    const auto known = kinds.find(kind);
+    const auto numbered = Number(kind);
+    if (!none && known == kinds.end() && !(numbered && *numbered >= 0 && *numbered <= 255))
+        in.Fail("'" + kind + "' is no kind of key");
+    const std::string label = !none && in.More() ? in.Text("label") : "";
+    if (!in.Done())
+        return "";
+    std::vector<KeyConfiguration>& keys = machine.config.keys;
+    const auto at = std::find_if(keys.begin(), keys.end(), [&](const auto& key) { return key.number == number; });
+    if (none) {
+        if (at != keys.end())
+            keys.erase(at);
+        return "";
+    }
+    const KeyConfiguration key{number, static_cast<std::uint8_t>(known != kinds.end() ? known->second : *numbered),
+                               label};
+    if (at != keys.end())
+        *at = key;
+    else
+        keys.push_back(key);
+    return "";
+}
+
+std::string CarryKeys(Machine& machine, Arguments& in) {
+    const std::string what = in.Text("none");
+    if (what != "none")
+        in.Fail("'" + what + "': only 'keys none' is known");
+    if (in.Done())
+        machine.config.keys.clear();
+    return "";
+}
+
+std::string CarryModule(Machine& machine, Arguments& in) {
+    const int address = in.Small("address", 0, 7);
+    ModuleConfiguration module{address, false, 0};
+    const bool none = in.Flag("none");
+    if (!none) {
+        if (const std::string word = in.Text("'offset'"); word != "offset")
+            in.Fail("'offset' is missing");
+        module.offset = in.Small("offset", 0, 255);
+        module.aom20 = in.Flag("aom20");
+    }
+    if (!in.Done())
+        return "";
+    std::erase_if(machine.config.modules, [&](const auto& m) { return m.address == address; });
+    if (!none)
+        machine.config.modules.push_back(module);
+    return "";
+}
+
+std::string CarryForward(Machine& machine, Arguments& in) {
+    const int status = in.Small("status", 0, 4);
+    const std::string destination = in.More() ? in.Text("destination") : "";
+    if (status < 4 && destination.empty())
+        in.Fail("destination is missing");
+    if (!in.Done())
+        return "";
+    machine.config.forwardStatus = static_cast<std::uint8_t>(status);
+    machine.config.forwardDestination = destination;
+    ReportAssociation(machine);
+    return "";
+}
+
+// --- calls
+
+std::string CarryIncoming(Machine& machine, Arguments& in) {
+    const int key = Key(in);
+    const std::string number = in.Text("number");
+    CallerShown shown = CallerShown::AtOnce;
+    std::string name;
+    long late = 1500;
+    bool named = false;
+    while (in.More() && in.error.empty()) {
+        if (in.Flag("nocaller")) {
+            shown = CallerShown::Never;
+        } else if (in.Flag("late")) {
+            shown = CallerShown::Late;
+            if (in.More())
+                late = in.Integer("milliseconds", 0, 600'000);
+        } else if (!named) {
+            name = in.Text("name");
+            named = true;
+        } else {
+            break;
+        }
+    }
+    return in.Done() ? Do(in, Incoming(machine, key, number == "-" ? "" : number, name, shown,
+                                       static_cast<std::uint32_t>(late)))
+                     : "";
+}
+
+template <std::string (*Action)(Machine&, int)> std::string CarryOnKey(Machine& machine, Arguments& in) {
+    const int key = Key(in);
+    return in.Done() ? Do(in, Action(machine, key)) : "";
+}
+
+template <std::string (*Action)(Machine&)> std::string CarryPlain(Machine& machine, Arguments& in) {
+    return in.Done() ? Do(in, Action(machine)) : "";
+}
+
+template <std::string (*Action)(Machine&, const std::string&)> std::string CarryNamed(Machine& machine, Arguments& in) {
+    const std::string name = in.More() ? in.Text("name") : "";
+    return in.Done() ? Do(in, Action(machine, name)) : "";
+}
+
+template <std::string (*Action)(Machine&, int)> std::string CarryByte(Machine& machine, Arguments& in) {
+    const int value = in.Small("value", 0, 255);
+    return in.Done() ? Do(in, Action(machine, value)) : "";
+}
+
+std::string CarryFarHangsUp(Machine& machine, Arguments& in) {
+    const int key = Key(in);
+    const bool prompt = in.Flag("prompt");
+    return in.Done() ? Do(in, FarHangsUp(machine, key, prompt)) : "";
+}
+
+std::string CarryDial(Machine& machine, Arguments& in) {
+    const std::string digits = in.Text("digits");
+    return in.Done() ? Do(in, DialDigits(machine, digits)) : "";
+}
+
+std::string CarrySoft(Machine& machine, Arguments& in) {
+    const int position = in.Small("position", 1, 5);
+    return in.Done() ? Do(in, PressSoftKey(machine, position)) : "";
+}
+
+// --- single commands
+
+std::string CarryDisplay(Machine& machine, Arguments& in) {
+    const int line = in.Small("line", 0, 1);
+    const std::string text = in.Text("text");
+    int position = 0, mode = 0;
+    if (in.Flag("at")) {
+        position = in.Small("position", 0, 255);
+        mode = 1;
+    }
+    if (in.Flag("goon"))
+        mode = 2;
+    const bool more = in.Flag("more");
+    return in.Done() ? Do(in, WriteDisplay(machine, line, text, position, mode, more)) : "";
+}
+
+std::string CarrySoftKeys(Machine& machine, Arguments& in) {
+    std::vector<std::string> labels;
+    while (in.More())
+        labels.push_back(in.Text("label"));
+    std::replace(labels.begin(), labels.end(), std::string("-"), std::string());
+    return in.Done() ? Do(in, ShowSoftKeys(machine, labels)) : "";
+}
+
+std::string CarryIcon(Machine& machine, Arguments& in) {
+    const int key = Key(in);
+    const std::string text = in.Text("value");
+    static const std::map<std::string, int> names = {{"dark", NoIcon},
+                                                     {"active", ActiveIcon},
+                                                     {"held", HeldIcon},
+                                                     {"ringing", RingingIcon},
+                                                     {"reserved", ReservedIcon}};
+    const auto named = names.find(text);
+    const auto value = named != names.end() ? std::optional<long>(named->second) : Number(text, 16);
+    if (!value || *value < 0 || *value > 0xFFFF)
+        in.Fail("'" + text + "' is neither dark, active, held, ringing, reserved nor four hexadecimal digits");
+    return in.Done() ? Do(in, SetIcon(machine, key, static_cast<std::uint16_t>(*value))) : "";
+}
+
+std::string CarryLamp(Machine& machine, Arguments& in) {
+    const int lamp = in.Small("lamp", 0, 255);
+    const int mode = in.Small("mode", 0, 255);
+    return in.Done() ? Do(in, SetLamp(machine, lamp, mode)) : "";
+}
+
+std::string CarrySend(Machine& machine, Arguments& in) {
+    std::string hex;
+    while (in.More())
+        hex += in.Text("bytes") + " ";
+    const auto item = ParseHex(hex);
+    if (!item || item->empty() || item->size() > 255)
+        in.Fail("1 to 255 bytes in hexadecimal are wanted: type and data of a frame");
+    if (in.Done())
+        machine.PutRaw(BuildFrame(*item));
+    return "";
+}
+
+std::string CarryRaw(Machine& machine, Arguments& in) {
+    std::string hex;
+    while (in.More())
+        hex += in.Text("bytes") + " ";
+    const auto bytes = ParseHex(hex);
+    if (!bytes || bytes->empty())
+        in.Fail("bytes in hexadecimal are wanted");
+    if (in.Done())
+        machine.PutRaw(*bytes);
+    return "";
+}
+
+std::string CarryQueue(Machine& machine, Arguments& in) {
+    std::string hex;
+    while (in.More())
+        hex += in.Text("bytes") + " ";
+    const auto item = ParseHex(hex);
+    if (!item || item->empty() || item->size() > 255)
+        in.Fail("1 to 255 bytes in hexadecimal are wanted: type and data of a frame");
+    if (in.Done()) {
+        machine.Queue(*item, false);
+        machine.Pump();
+    }
+    return "";
+}
+
+// --- misbehaviour
+
+template <int Faults::*Count> std::string CarryFault(Machine& machine, Arguments& in) {
+    const int count = in.Small("number of frames", 0, 100'000);
+    FaultTarget target = FaultTarget::Any;
+    if (in.Flag("data"))
+        target = FaultTarget::Data;
+    else if (in.Flag("control"))
+        target = FaultTarget::Control;
+    if (in.Done()) {
+        machine.faults.*Count = count;
+        machine.faults.target = target;
+    }
+    return "";
+}
+
+std::string CarryIgnore(Machine& machine, Arguments& in) {
+    const int count = in.Small("number of frames", 0, 100'000);
+    if (in.Done())
+        machine.faults.ignoreNext = count;
+    return "";
+}
+
+std::string CarryNack(Machine& machine, Arguments& in) {
+    const std::string text = in.Text("83, 84 or 85");
+    const auto value = Number(text, 16);
+    if (!value || *value < 0x83 || *value > 0x85)
+        in.Fail("'" + text + "' is not 83, 84 or 85");
+    const int count = in.More() ? in.Small("number of frames", 1, 100'000) : 1;
+    if (in.Done()) {
+        machine.faults.nackWith = static_cast<std::uint8_t>(*value);
+        machine.faults.nackNext = count;
+    }
+    return "";
+}
+
+template <bool Faults::*Flag> std::string CarrySwitch(Machine& machine, Arguments& in) {
+    const bool on = in.OnOff();
+    if (in.Done())
+        machine.faults.*Flag = on;
+    machine.Pump();
+    return "";
+}
+
+std::string CarryDelay(Machine& machine, Arguments& in) {
+    const std::string what = in.Text("ack or answer");
+    if (what != "ack" && what != "answer")
+        in.Fail("'" + what + "' is neither ack nor answer");
+    const long ms = in.Integer("milliseconds", 0, 600'000);
+    if (in.Done())
+        (what == "ack" ? machine.faults.ackDelayMs : machine.faults.answerDelayMs) = static_cast<std::uint32_t>(ms);
+    return "";
+}
+
+std::string CarryShow(Machine& machine, Arguments& in) {
+    return in.Done() ? Picture(machine) : "";
+}
+
+std::string CarryLink(Machine& machine, Arguments& in) {
+    if (!in.Done())
+        return "";
+    const CardState& card = machine.card;
+    std::ostringstream out;
+    out << "provider " << (card.present ? "there" : "not there") << ", " << card.waiting.size() << " waiting, "
+        << (card.flight.empty() ? "none" : "one") << " in flight; frames " << card.framesIn << " in, " << card.framesOut
+        << " out, " << card.badFrames << " damaged, " << card.resends << " again, " << card.givenUp << " given up; "
+        << card.nacksIn << " refused\n";
+    return out.str();
+}
+
+std::string CarryPresses(Machine& machine, Arguments& in) {
+    if (!in.Done())
+        return "";
+    std::string text;
+    for (const KeyPress& press : machine.set.presses)
+        text += Hex(press.item) + "\n";
+    return text;
+}
+
+std::string CarryRestart(Machine& machine, Arguments& in) {
+    if (in.Done())
+        machine.Restart();
+    return "";
+}
+
+std::string CarryNothing(Machine&, Arguments& in) {
+    in.Done();
+    return "";
+}
+
+std::string CarryWait(Machine&, Arguments& in) {
+    in.Integer("milliseconds", 0, 3'600'000);
+    in.Done();
+    return "";
+}
+
+std::string CarryHelp(Machine&, Arguments& in) {
+    return in.Done() ? HelpText() : "";
+}
+
+struct CommandEntry {
+    const char* name;
+    Carry carry;
+    const char* form;  // its words, then what it does; empty = not in the help
+    const char* meaning;
+};
+
+constexpr CommandEntry Commands[] = {
+    {"set", CarrySet, "set version N", "TAPI_OMNA version (1, 2 or 3)"},
+    {"", nullptr, "set card MAJOR MINOR", "version of the card"},
+    {"", nullptr, "set super on|off", "super frames"},
+    {"", nullptr, "set piggyback on|off", "acknowledgement and data in one frame"},
+    {"", nullptr, "set container 0B|6E", "type of super frames"},
+    {"", nullptr, "set number TEXT", "directory number of the set"},
+    {"", nullptr, "set type N", "kind of set; 3 is the one served"},
+    {"", nullptr, "set multi N", "1: a second call on the same key; 0: on another"},
+    {"", nullptr, "set language N", "1 French, 2 English, 4 German, 5 Spanish, 6 Italian"},
+    {"", nullptr, "set softkey N TEXT", "label 0 to 6"},
+    {"", nullptr, "set string N TEXT", "display string 0 to 2"},
+    {"", nullptr, "set code N TEXT", "service code 0 to 6"},
+    {"", nullptr, "set entries N", "entries in one information message"},
+    {"", nullptr, "set idle TEXT", "line 0 of the set at rest"},
+    {"", nullptr, "set bps N", "speed of the line; 0 = at once"},
+    {"", nullptr, "set resend MS", "until an unacknowledged frame goes again"},
+    {"key", CarryKey, "key N KIND [LABEL]", "multi, supervision, boss, secretary, overflow, none"},
+    {"keys", CarryKeys, "keys none", "no programmable key"},
+    {"module", CarryModule, "module ADR offset N [aom20]", "an add-on module; module ADR none removes it"},
+    {"forward", CarryForward, "forward STATUS [DEST]", "0 always, 1 busy, 2 no answer, 3 both, 4 off; reported"},
+    {"incoming", CarryIncoming, "incoming KEY NUMBER [\"NAME\"] [nocaller|late [MS]]", "a call rings; - = no number"},
+    {"caller", CarryOnKey<ShowCaller>, "caller KEY", "the caller shows now"},
+    {"caller-hangs-up", CarryFarHangsUp, "caller-hangs-up KEY [prompt]", "prompt: the set asks to hang up"},
+    {"answer", CarryOnKey<Answer>, "answer KEY", ""},
+    {"seize", CarryOnKey<Seize>, "seize KEY", ""},
+    {"dial", CarryDial, "dial DIGITS", ""},
+    {"far-rings", CarryNamed<FarRings>, "far-rings [\"NAME\"]", "line 0 shows the called party"},
+    {"far-answers", CarryNamed<FarAnswers>, "far-answers [\"NAME\"]", ""},
+    {"far-busy", CarryPlain<FarBusy>, "far-busy", ""},
+    {"hold", CarryOnKey<Hold>, "hold KEY", ""},
+    {"retrieve", CarryOnKey<Retrieve>, "retrieve KEY", ""},
+    {"second", CarryOnKey<SecondCallOn>, "second KEY", "the active call is held, KEY seized"},
+    {"swap", CarryPlain<SwapCalls>, "swap", ""},
+    {"hangup", CarryOnKey<HangUpKey>, "hangup KEY", ""},
+    {"press", CarryOnKey<PressKey>, "press KEY", "what the key does now"},
+    {"soft", CarrySoft, "soft N", "soft key 1 to 5"},
+    {"display", CarryDisplay, "display LINE TEXT [at N|goon] [more]", ""},
+    {"softkeys", CarrySoftKeys, "softkeys LABEL ...", "up to five; - = blank"},
+    {"clear", CarryPlain<ClearDisplay>, "clear", "the display"},
+    {"icon", CarryIcon, "icon KEY VALUE", "dark, active, held, ringing, reserved or hexadecimal"},
+    {"icons-off", CarryPlain<ModuleIconsOff>, "icons-off", "of the add-on modules"},
+    {"lamp", CarryLamp, "lamp N MODE", "0 off, 1 steady, 3 flash, 4 flutter, 6 wink, 7 all off"},
+    {"ring", CarryByte<Ring>, "ring N", ""},
+    {"speaker", CarryByte<Speaker>, "speaker N", ""},
+    {"handset", CarryByte<Handset>, "handset N", ""},
+    {"send", CarrySend, "send HEX", "a frame, length and checksum added; not repeated"},
+    {"queue", CarryQueue, "queue HEX", "the same in its turn, repeated until acknowledged"},
+    {"raw", CarryRaw, "raw HEX", "bytes as they are"},
+    {"silence", CarrySwitch<&Faults::silent>, "silence on|off", "the cable is off"},
+    {"lose", CarryFault<&Faults::loseNext>, "lose N [data|control]", "the next N frames are lost"},
+    {"lose-every", CarryFault<&Faults::loseEvery>, "lose-every N [data|control]", "every N-th frame; 0 = none"},
+    {"flip", CarryFault<&Faults::flipNext>, "flip N [data|control]", "one bit of each is wrong"},
+    {"cut", CarryFault<&Faults::cutNext>, "cut N [data|control]", "only half of each comes"},
+    {"join", CarryFault<&Faults::joinNext>, "join N [data|control]", "they come in one piece with the next"},
+    {"repeat", CarryFault<&Faults::repeatNext>, "repeat N [data|control]", "each comes twice"},
+    {"ignore", CarryIgnore, "ignore N", "the next N received frames are not answered"},
+    {"nack", CarryNack, "nack 83|84|85 [N]", "the next N received frames are refused"},
+    {"delay", CarryDelay, "delay ack|answer MS", "acknowledgements, or the PBX's answers, come late"},
+    {"no-headers", CarrySwitch<&Faults::noTraceHeaders>, "no-headers on|off", "no trace headers"},
+    {"no-association", CarrySwitch<&Faults::noAssociation>, "no-association on|off", "the PBX does not answer it"},
+    {"no-answers", CarrySwitch<&Faults::noAnswers>, "no-answers on|off", "nor the configuration requests"},
+    {"no-multi", CarrySwitch<&Faults::noMultiLineKey>, "no-multi on|off", "no multi-line key is announced"},
+    {"no-poll", CarrySwitch<&Faults::noPollAnswer>, "no-poll on|off", "polls are not answered"},
+    {"wrong-sequence", CarrySwitch<&Faults::wrongSequence>, "wrong-sequence on|off", "segments in the wrong order"},
+    {"show", CarryShow, "show", "display, keys, lamps"},
+    {"link", CarryLink, "link", "counters of the link"},
+    {"presses", CarryPresses, "presses", "what the provider has pressed"},
+    {"restart", CarryRestart, "restart", "the set and the link from the start; settings stay"},
+    {"wait", CarryWait, "wait MS", "in a script: the next line later"},
+    {"help", CarryHelp, "help", ""},
+    {"quit", CarryNothing, "quit", ""},
+};
+
+}  // namespace
+
+std::string HelpText() {
+    std::string text;
+    for (const CommandEntry& entry : Commands) {
+        std::string form = entry.form;
+        if (*entry.meaning != 0)
+            form.resize(std::max<std::size_t>(form.size() + 2, 34), ' ');
+        text += form + entry.meaning + "\n";
+    }
+    return text;
+}
+
+bool IsError(const std::string& answer) {
+    return answer.rfind("error: ", 0) == 0;
+}
+
+std::string Execute(Machine& machine, const std::string& line, std::uint32_t nowMs) {
+    const std::lock_guard lock(machine.guard);
+    machine.Tick(nowMs);
+    const auto words = Split(line);
+    if (!words)
+        return "error: a quotation mark is missing";
+    if (words->empty() || (*words)[0][0] == '#')
+        return "";
+    for (const CommandEntry& entry : Commands) {
+        if (entry.carry == nullptr || (*words)[0] != entry.name)
+            continue;
+        Arguments in{*words};
+        const std::string answer = entry.carry(machine, in);
+        return in.error.empty() ? answer : "error: " + in.error;
+    }
+    return "error: there is no command '" + (*words)[0] + "' (help lists them)";
+}
+
+bool Script::Load(const std::string& path) {
+    std::ifstream file(path);
+    if (!file)
+        return false;
+    for (std::string line; std::getline(file, line);)
+        lines.push_back(line);
+    return true;
+}
+
+std::string Script::Step(Machine& machine, std::uint32_t nowMs) {
+    std::string answers;
+    while (!lines.empty() && !quit) {
+        if (waiting && nowMs - resumeMs >= 0x80000000u)
+            break;
+        waiting = false;
+        const std::string line = lines.front();
+        lines.pop_front();
+        std::string answer = Execute(machine, line, nowMs);
+        if (IsError(answer)) {
+            answers += line + ": " + answer + "\n";
+            continue;
+        }
+        if (!answer.empty())
+            answers += answer + (answer.back() == '\n' ? "" : "\n");
+        const auto words = Split(line);
+        if (words->empty())
+            continue;
+        if ((*words)[0] == "quit")
+            quit = true;
+        if ((*words)[0] == "wait") {
+            waiting = true;
+            resumeMs = nowMs + static_cast<std::uint32_t>(*Number((*words)[1]));
+        }
+    }
+    return answers;
+}
+
+std::uint32_t Script::NextDue(std::uint32_t nowMs) const {
+    if (lines.empty() || quit)
+        return UINT32_MAX;
+    if (!waiting || nowMs - resumeMs < 0x80000000u)
+        return 0;
+    return resumeMs - nowMs;
+}
+
+}  // namespace Equipment

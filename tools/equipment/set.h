@@ -1,0 +1,133 @@
+// The set: its picture (icons, lamps, display, calls on keys) and what a person at it or a far end of a call does. Each
+// action changes the picture and tells the provider's side through the card: what the set reports as 0x62 (modules
+// 0x64), what the PBX tells the set as 0x61 (modules 0x63).
+//
+// Actions give "" when they were done, else why not; then nothing has changed.
+#pragma once
+
+#include "equipment/config.h"
+#include "equipment/frames.h"
+
+#include <array>
+#include <cstdint>
+#include <string>
+#include <vector>
+
+namespace Equipment {
+
+struct Machine;
+
+constexpr int KeyCount = 89;  // keys 0 to 88; 1 to 28 on the set itself, the others on add-on modules
+constexpr int SetKeyCount = 28;
+constexpr int LampCount = 20;
+constexpr int DisplayWidth = 40;
+constexpr int FirstSoftKeyCode = 29;  // soft keys 1 to 5 are the key codes 29 to 33
+constexpr int ReleaseKeyCode = 41;
+constexpr int OffHookKeyCode = 48;
+
+// Icon values of a key: two bytes, one for each half of the icon.
+enum IconValue : std::uint16_t {
+    NoIcon = 0x0000,
+    ActiveIcon = 0x2020,
+    HeldIcon = 0x2828,
+    RingingIcon = 0x2800,
+    ReservedIcon = 0x1010,  // the call is over, the key not yet free
+};
+
+enum class CallState : std::uint8_t { Ringing, DialTone, Dialling, FarRinging, Connected, Held, Over };
+
+struct SetCall {
+    int id = 0;
+    int key = 0;
+    CallState state = CallState::Ringing;
+    bool incoming = false;
+    std::string number, name;  // of the other party; for an outgoing call what was dialled
+};
+
+// A key press that came from the provider.
+struct KeyPress {
+    enum class Kind : std::uint8_t { Key, Digit, ModuleKey, Other } kind = Kind::Other;
+    int code = 0;     // key code or digit code (10 = '*', 11 = '#')
+    int address = 0;  // of the module
+    Bytes item;       // as received
+};
+
+constexpr std::array<std::array<std::uint8_t, DisplayWidth>, 2> BlankDisplay() {
+    std::array<std::array<std::uint8_t, DisplayWidth>, 2> display{};
+    for (auto& line : display)
+        line.fill(' ');
+    return display;
+}
+
+struct SetState {
+    std::array<std::uint16_t, KeyCount> icons{};
+    std::array<std::array<std::uint8_t, DisplayWidth>, 2> display = BlankDisplay();  // in the set's characters
+    std::array<int, 2> cursor{};
+    std::array<int, LampCount> lamps{};
+    bool ringing = false;
+    bool handsetOff = false;
+    std::array<std::string, 5> softKeys;  // the labels on line 1
+    std::vector<SetCall> calls;           // two on one key: one of them is held
+    int lastCall = 0;
+    std::vector<KeyPress> presses;  // everything the provider pressed, oldest first
+    // Whether a press by the provider is reported like a person's (0x62, 0x64). The provider follows what it presses
+    // by itself: a soft key reported back would count twice.
+    bool reportRemotePresses = false;
+};
+
+enum class CallerShown : std::uint8_t { AtOnce, Late, Never };
+
+// --- the far end
+std::string Incoming(Machine& machine, int key, const std::string& number, const std::string& name,
+                     CallerShown shown = CallerShown::AtOnce, std::uint32_t lateMs = 1500);
+// The caller of a call that rang without one shows now.
+std::string ShowCaller(Machine& machine, int key);
+// The other party hangs up. A ringing or connected call's key goes dark; with `prompt` a connected call stays lit and
+// the set asks its user to hang up.
+std::string FarHangsUp(Machine& machine, int key, bool prompt = false);
+// Of the call being made: the called set rings (line 0 shows the party), is busy, or answers.
+std::string FarRings(Machine& machine, const std::string& name = "");
+std::string FarBusy(Machine& machine);
+std::string FarAnswers(Machine& machine, const std::string& name = "");
+
+// --- the person at the set
+std::string Answer(Machine& machine, int key);
+std::string Seize(Machine& machine, int key);
+std::string DialDigits(Machine& machine, const std::string& digits);
+std::string Hold(Machine& machine, int key);
+std::string Retrieve(Machine& machine, int key);
+// A second call on another key: the active key is held, `key` seized.
+std::string SecondCallOn(Machine& machine, int key);
+// The active and the (only) held key change roles.
+std::string SwapCalls(Machine& machine);
+std::string HangUpKey(Machine& machine, int key);
+// A key goes down, and the set does with it what it does in its state.
+std::string PressKey(Machine& machine, int key);
+std::string PressSoftKey(Machine& machine, int position);
+
+// --- the PBX's single commands
+std::string SetIcon(Machine& machine, int key, std::uint16_t value);
+std::string SetLamp(Machine& machine, int lamp, int mode);
+// Writes on a line, as the set shows it from `position` on. Mode 0 blanks the line first, 1 leaves the rest, 2 goes on
+// at the cursor. `more`: another piece of the same update follows.
+std::string WriteDisplay(Machine& machine, int line, const std::string& text, int position = 0, int mode = 0,
+                         bool more = false);
+std::string ClearDisplay(Machine& machine);
+std::string Ring(Machine& machine, int mode);
+std::string Speaker(Machine& machine, int mode);
+std::string Handset(Machine& machine, int mode);
+std::string ModuleIconsOff(Machine& machine);
+// Labels in their five fields of 8 columns; "" leaves a field blank.
+std::string ShowSoftKeys(Machine& machine, const std::vector<std::string>& labels);
+
+// --- the picture, as text
+std::string DisplayText(const Machine& machine, int line);
+std::string IconName(std::uint16_t value);
+std::string CallStateName(CallState state);
+// Display, keys that are lit or have a kind, lamps that are lit.
+std::string Picture(const Machine& machine);
+
+// A key press frame of the provider (0x26), as an item.
+void TakeKeyPress(Machine& machine, ByteSpan item);
+
+}  // namespace Equipment
