@@ -218,7 +218,7 @@ TEST_F(Calls, HoldAndRetrieveThenASecondCallAndASwap) {
     const std::vector<std::string> swapped = LineEvents();
     EXPECT_THAT(swapped, testing::IsSupersetOf({"STATE 1 ONHOLD", "STATE 0 CONNECTED"}));
     Do([](auto& m) { return Eq::HangUpKey(m, 1); });
-    Do([](auto& m) { return Eq::HangUpKey(m, 2); });
+    Do([](auto& m) { return Eq::FarHangsUp(m, 2); });
     EXPECT_THAT(LineEvents(), ElementsAre("STATE 0 DISCONNECTED 1", "STATE 0 IDLE", "STATE 1 DISCONNECTED 1",
                                           "STATE 1 IDLE"));
     for (const CallRecord& call : CallTable)

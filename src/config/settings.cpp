@@ -265,14 +265,14 @@ void HexDump(std::span<char> output, std::span<const std::uint8_t> bytes) {
     if (output.empty())
         return;
     std::size_t position = 0;
-    for (const std::uint8_t byte : bytes) {
+    for (const std::uint8_t value : bytes) {
         if (position + 4 >= output.size()) {
             output[position] = 0;
             Trace(TRACE_CUT, "Tronquage chaine");
             return;
         }
-        output[position++] = Digits[byte >> 4];
-        output[position++] = Digits[byte & 15];
+        output[position++] = Digits[value >> 4];
+        output[position++] = Digits[value & 15];
         output[position++] = '.';
     }
     output[position] = 0;
