@@ -7,9 +7,9 @@
 #include "link/tick.h"
 #include "platform/posix/control.h"
 #include "provider/lifecycle.h"
+#include "trace/trace.h"
 #include "tracking/display.h"
 #include "tracking/model.h"
-#include "trace/trace.h"
 
 #include <benchmark/benchmark.h>
 
@@ -32,8 +32,8 @@ struct Bench {
         PlatformControl::Reset();
         DllMain(nullptr, DLL_PROCESS_ATTACH, nullptr);
         PlatformControl::MapPort("COM1", &Device);
-        Serial.Port = CreateFileA("COM1", GENERIC_READ | GENERIC_WRITE, 0, nullptr, OPEN_EXISTING, FILE_FLAG_OVERLAPPED,
-                                  nullptr);
+        Serial.Port =
+            CreateFileA("COM1", GENERIC_READ | GENERIC_WRITE, 0, nullptr, OPEN_EXISTING, FILE_FLAG_OVERLAPPED, nullptr);
         Tick.InitDataPending = false;
         Tick.ConfigReceived = true;
     }
@@ -80,7 +80,8 @@ void ReceiveAcknowledgedFrame(benchmark::State& state) {
 BENCHMARK(ReceiveAcknowledgedFrame);
 
 // A display write of 14 characters, interpreted and acknowledged.
-const std::uint8_t DisplayWrite[17] = {0x27, 0, 0, 'L', 'u', 'n', 'd', 'i', ' ', '2', '4', ' ', '1', '4', ':', '0', '0'};
+const std::uint8_t DisplayWrite[17] = {0x27, 0,   0,   'L', 'u', 'n', 'd', 'i', ' ',
+                                       '2',  '4', ' ', '1', '4', ':', '0', '0'};
 void ReceiveDisplayFrame(benchmark::State& state) {
     Receive(state, Frame(FRAME_SYSTEM_TRACE, DisplayWrite), 0);
 }
@@ -125,6 +126,6 @@ void InterpretDisplayLine(benchmark::State& state) {
 }
 BENCHMARK(InterpretDisplayLine);
 
-} // namespace
+}  // namespace
 
 BENCHMARK_MAIN();

@@ -25,8 +25,8 @@ TEST_P(StartUp, LearnsTheSetAndGoesInService) {
     Machine.config.superFrames = super;
     Machine.config.piggyback = piggyback;
     Machine.config.entriesPerMessage = 2;
-    Machine.config.keys = {{1, 11, "4711"}, {2, 11, "4711"}, {5, 11, "4712"}, {7, 7, "4720"}, {9, 8, "4730"},
-                           {10, 9, "4740"}, {11, 10, "4750"}};
+    Machine.config.keys = {{1, 11, "4711"}, {2, 11, "4711"}, {5, 11, "4712"}, {7, 7, "4720"},
+                           {9, 8, "4730"},  {10, 9, "4740"}, {11, 10, "4750"}};
     if (module)
         Machine.config.modules = {{2, true, 40}};
     GoInService();
@@ -76,7 +76,7 @@ struct WrongSet {
     void (*Make)(Eq::Machine&);
     const char* LastAction;
     const char* Box;
-    std::uint32_t Before; // ms after the open at which nothing has been said yet
+    std::uint32_t Before;  // ms after the open at which nothing has been said yet
 };
 class WrongSetTest : public Service, public testing::WithParamInterface<WrongSet> {};
 
@@ -97,8 +97,8 @@ INSTANTIATE_TEST_SUITE_P(
     testing::Values(WrongSet{"NoAssociation", [](Eq::Machine& m) { m.faults.noAssociation = true; },
                              "failed :Config dynamic :Device association ack not received", "No response from PBX !",
                              8'900},
-                    WrongSet{"NotKb2", [](Eq::Machine& m) { m.config.deviceType = 1; },
-                             "failed :Not a KB2(7120) set", "Your set is not a 7120/7121 Corvane set", 13'900},
+                    WrongSet{"NotKb2", [](Eq::Machine& m) { m.config.deviceType = 1; }, "failed :Not a KB2(7120) set",
+                             "Your set is not a 7120/7121 Corvane set", 13'900},
                     WrongSet{"NoMultiLineKey", [](Eq::Machine& m) { m.faults.noMultiLineKey = true; },
                              "failed :Not a multiline set", "Your set has not a multiline config", 13'900},
                     WrongSet{"NoTraceHeaders", [](Eq::Machine& m) { m.faults.noTraceHeaders = true; },
@@ -134,7 +134,7 @@ class Calls : public Service {
 protected:
     void SetUp() override {
         Service::SetUp();
-        Machine.config.omna = 1; // everything from icons and display
+        Machine.config.omna = 1;  // everything from icons and display
     }
     void Start() {
         GoInService();
@@ -219,8 +219,8 @@ TEST_F(Calls, HoldAndRetrieveThenASecondCallAndASwap) {
     EXPECT_THAT(swapped, testing::IsSupersetOf({"STATE 1 ONHOLD", "STATE 0 CONNECTED"}));
     Do([](auto& m) { return Eq::HangUpKey(m, 1); });
     Do([](auto& m) { return Eq::FarHangsUp(m, 2); });
-    EXPECT_THAT(LineEvents(), ElementsAre("STATE 0 DISCONNECTED 1", "STATE 0 IDLE", "STATE 1 DISCONNECTED 1",
-                                          "STATE 1 IDLE"));
+    EXPECT_THAT(LineEvents(),
+                ElementsAre("STATE 0 DISCONNECTED 1", "STATE 0 IDLE", "STATE 1 DISCONNECTED 1", "STATE 1 IDLE"));
     for (const CallRecord& call : CallTable)
         EXPECT_EQ(call.touch, 0);
 }
@@ -291,7 +291,8 @@ TEST_F(Calls, TheHardwareProblemBoxKeepsTheTicksRunningWhileItIsOpen) {
     PlatformControl::KeepBoxesOpen(60'000);
     Machine.faults.silent = true;
     Advance(25'000);
-    EXPECT_THAT(LineEvents(), ElementsAre("LINEDEV DISCONNECTED|OUTOFSERVICE")) << "the box is open, the line not closed yet";
+    EXPECT_THAT(LineEvents(), ElementsAre("LINEDEV DISCONNECTED|OUTOFSERVICE"))
+        << "the box is open, the line not closed yet";
     Machine.faults.silent = false;
     Advance(25'000);
     EXPECT_THAT(LineEvents(), ElementsAre("LINEDEV CONNECTED|INSERVICE")) << "nested ticks have reconnected";
@@ -299,4 +300,4 @@ TEST_F(Calls, TheHardwareProblemBoxKeepsTheTicksRunningWhileItIsOpen) {
     EXPECT_THAT(LineEvents(), ElementsAre("CLOSE"));
 }
 
-} // namespace
+}  // namespace

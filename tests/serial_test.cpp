@@ -125,15 +125,14 @@ TEST_P(PortFailure, TellsUserAndPendingRequest) {
     EXPECT_THAT(TraceLines(), testing::IsSupersetOf({std::string("***Comm port failed to open"),
                                                      "LastError " + std::to_string(GetParam().Error)}));
 }
-INSTANTIATE_TEST_SUITE_P(
-    , PortFailure,
-    testing::Values(FailureCase{"Denied", 5, "REPLY 7 80000001",
-                                "Serial Port conflict - Check it and try again\n\nAccess denied"},
-                    FailureCase{"IrqBusy", 1119, "REPLY 7 80000001",
-                                "Serial Port conflict - Check it and try again\n\nIrq Busy"},
-                    FailureCase{"Other", 2, "REPLY 7 80000048",
-                                "Serial Port Problem - Check it and try again \n\nAccess Failed"}),
-    [](const auto& param) { return param.param.Name; });
+INSTANTIATE_TEST_SUITE_P(, PortFailure,
+                         testing::Values(FailureCase{"Denied", 5, "REPLY 7 80000001",
+                                                     "Serial Port conflict - Check it and try again\n\nAccess denied"},
+                                         FailureCase{"IrqBusy", 1119, "REPLY 7 80000001",
+                                                     "Serial Port conflict - Check it and try again\n\nIrq Busy"},
+                                         FailureCase{"Other", 2, "REPLY 7 80000048",
+                                                     "Serial Port Problem - Check it and try again \n\nAccess Failed"}),
+                         [](const auto& param) { return param.param.Name; });
 
 TEST_F(Thread, FailingPortStateClosesThePortAgain) {
     PlatformControl::Port("COM1").SetStateFails = true;
@@ -187,4 +186,4 @@ TEST_F(Thread, ReconnectReopensWithoutTouchingTimeoutsOrTimer) {
     ReleaseLineMutex(0);
 }
 
-} // namespace
+}  // namespace

@@ -98,7 +98,8 @@ INSTANTIATE_TEST_SUITE_P(
                               "     Set Configuration Error\n\nYour set has not a multiline config", true},
                     LimitCase{"MonoVersion1", 1, 0, 0, "failed :Not a multiline set",
                               "     Set Configuration Error\n\nYour set has not a multiline config", true},
-                    LimitCase{"Other", 1, 0, -1, "failed :Config dynamic not received", "No response from PBX !", false}),
+                    LimitCase{"Other", 1, 0, -1, "failed :Config dynamic not received", "No response from PBX !",
+                              false}),
     [](const auto& param) { return param.param.Name; });
 
 TEST_F(Ticking, TraceModeWatchdogStopsTheLinkAtItsLimitOrEndsWithTheFirstHeader) {
@@ -265,7 +266,7 @@ TEST_F(Ticking, PollsASilentLinkAndReconnectsWhenNothingComes) {
     EXPECT_THAT(lines, testing::Contains("After_L2_timeout = 10"));
     EXPECT_THAT(lines, testing::Contains("MessageBox returns 1 IDOK 1 IDHELP 9"));
 
-    for (int i = 0; i < 62; ++i) // a second loss: no box, no LINE_CLOSE
+    for (int i = 0; i < 62; ++i)  // a second loss: no box, no LINE_CLOSE
         SerialTick(nullptr, 0, 0, 0);
     EXPECT_EQ(PlatformControl::Boxes().size(), 1u);
     EXPECT_EQ(PlatformControl::Port("COM1").Opens, opens + 2);
@@ -288,7 +289,7 @@ TEST_F(Ticking, WithoutAPortOneBoxAtATimeSaysSo) {
     int depth = 0;
     PlatformControl::AnswerBoxes([&](const PlatformControl::Box&) {
         if (++depth < 5)
-            SerialTick(nullptr, 0, 0, 0); // what the box's own message loop does
+            SerialTick(nullptr, 0, 0, 0);  // what the box's own message loop does
         return IDOK;
     });
     SerialTick(nullptr, 0, 0, 0);
@@ -304,7 +305,7 @@ TEST_F(Ticking, WritesTheQueueWhenTheWaitForTheAcknowledgementIsOver) {
     Ticks(1);
     EXPECT_EQ(Port.Taken(), "02 60 01 9D");
     EXPECT_EQ(Link.AckWaitTicks, 20);
-    Ticks(30); // 20 past 50
+    Ticks(30);  // 20 past 50
     EXPECT_EQ(Port.Taken(), "");
     Ticks(1);
     EXPECT_EQ(Port.Taken(), "02 60 01 9D") << "written again about three seconds later";
@@ -335,7 +336,7 @@ TEST_F(Ticking, ReadErrorEndsTheReadingOfThisTickOnly) {
 
 TEST_F(Ticking, KeptBytesAreOfferedAgainAndGivenUpAfter200Milliseconds) {
     Tick.ConfigReceived = true;
-    Port.Feed({0x02, 0x60, 0x80, 0x1E}); // an earlier read just now
+    Port.Feed({0x02, 0x60, 0x80, 0x1E});  // an earlier read just now
     Ticks(1);
     Port.Taken();
     TraceLines();
@@ -353,4 +354,4 @@ TEST_F(Ticking, KeptBytesAreOfferedAgainAndGivenUpAfter200Milliseconds) {
     EXPECT_EQ(Port.Taken(), "02 60 00 9E") << "the last frame written, once more";
 }
 
-} // namespace
+}  // namespace

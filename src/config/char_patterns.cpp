@@ -51,7 +51,7 @@ void DumpTable() {
     Rewrite(path, CharPatternTable.data(), sizeof CharPatternTable);
 }
 
-} // namespace
+}  // namespace
 
 void RecordCharPattern(std::span<const std::uint8_t, 8> pattern, std::uint8_t code) {
     if (code >= CHAR_PATTERNS) {

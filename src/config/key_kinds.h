@@ -8,7 +8,7 @@
 
 struct KeyKind {
     TouchKind Kind;
-    const char* Code;       // in front of the label in the stored form
+    const char* Code;  // in front of the label in the stored form
     KeyList& (*ListOf)(KeyListSet& lists);
     const char* LoadTrace;  // when loaded from the store: key, label
     const char* RcvTrace;   // when received from the PBX: key, label; null for multi-line keys

@@ -22,12 +22,12 @@ namespace {
 using Bytes = std::span<const std::uint8_t>;
 
 constexpr std::uint8_t DEV_TYPE_KB2 = 3;
-constexpr std::size_t PAYLOAD_TEXT = 256; // the longest counted text, terminated
+constexpr std::size_t PAYLOAD_TEXT = 256;  // the longest counted text, terminated
 
 // Reads a payload in order; knows when it has run out.
 struct Cursor {
     Bytes left;
-    bool bad = false; // an item did not fit
+    bool bad = false;  // an item did not fit
 
     std::uint8_t Byte() {
         if (left.empty()) {
@@ -94,7 +94,7 @@ bool TakeDirectoryNumber(Cursor& cursor) {
     const std::uint8_t length = cursor.Byte();
     char number[PAYLOAD_TEXT];
     cursor.Text(length, number);
-    number[sizeof Settings.SetMCDU - 1] = 0; // as much as the field holds
+    number[sizeof Settings.SetMCDU - 1] = 0;  // as much as the field holds
     const bool changed = std::strcmp(number, Settings.SetMCDU) != 0;
     if (changed) {
         Trace(TRACE_CONFIG, "NEW MCDU '%s' old '%s' ", static_cast<const char*>(number),
@@ -140,7 +140,7 @@ void TakeSetState(Cursor& cursor) {
     Settings.EnquiryCallMode = cursor.Byte();
     const std::uint8_t before = ProviderState.FwdStatus;
     const std::uint8_t status = cursor.Byte();
-    if (cursor.bad) { // a message without the status reports none
+    if (cursor.bad) {  // a message without the status reports none
         TraceCutEntry("DEVICE_ASSOC_ACK", 0);
         return;
     }
@@ -152,8 +152,8 @@ void TakeSetState(Cursor& cursor) {
         }
         Tracking.ForwardAckTicks = 0;
     }
-    Trace(TRACE_CONFIG, "Dev_type 0x%02x multi mode %d Fwd status %d", ProviderState.Dev_type,
-          Settings.EnquiryCallMode, status);
+    Trace(TRACE_CONFIG, "Dev_type 0x%02x multi mode %d Fwd status %d", ProviderState.Dev_type, Settings.EnquiryCallMode,
+          status);
     if (status < FWD_NOT_FORWARDED) {
         const std::uint8_t length = cursor.Byte();
         const std::uint8_t type = cursor.Byte();
@@ -239,7 +239,7 @@ void UseMultiKeys() {
         std::size_t entry = 0;
         for (const int key : KeyLists.Multi) {
             ClearKey(key);
-            WaitInfo[entry++] = -1; // one for each key of the list, whose room is the same
+            WaitInfo[entry++] = -1;  // one for each key of the list, whose room is the same
         }
     }
     TakeKinds();
@@ -254,7 +254,8 @@ void UseSpecialKeys() {
         KeyList& list = kind.ListOf(KeyLists);
         list = kind.ListOf(SetConfig.RcvKeyLists);
         for (const int key : list)
-            if (!again || TouchTable[static_cast<std::size_t>(key)].kind != SetConfig.RcvKind[static_cast<std::size_t>(key)])
+            if (!again ||
+                TouchTable[static_cast<std::size_t>(key)].kind != SetConfig.RcvKind[static_cast<std::size_t>(key)])
                 ClearKey(key);
     }
     TakeKinds();
@@ -272,7 +273,8 @@ void TakeMultiKey(int key, const char* label) {
     }
     SetConfig.RcvKind[static_cast<std::size_t>(key)] = TOUCH_MULTI;
     TakeLabel(key, label);
-    Trace(TRACE_CONFIG, "TouchId:%d - :%s", key, static_cast<const char*>(TouchTable[static_cast<std::size_t>(key)].label));
+    Trace(TRACE_CONFIG, "TouchId:%d - :%s", key,
+          static_cast<const char*>(TouchTable[static_cast<std::size_t>(key)].label));
 }
 
 void TakeSpecialKey(int key, int number, const char* label) {
@@ -349,13 +351,13 @@ template <class Take> int TakeTexts(Bytes payload, const char* what, Take take) 
 // --- language --------------------------------------------------------------------------------------------------------
 
 struct LanguageEntry {
-    std::uint8_t code; // the PBX's
+    std::uint8_t code;  // the PBX's
     const char* text;
 };
 constexpr LanguageEntry Languages[] = {
     {1, "0: French"}, {2, "1: English"}, {4, "2: German"}, {5, "3: Spanish"}, {6, "4: Italian"}};
 
-} // namespace
+}  // namespace
 
 void ResetSetConfig() {
     SetConfig = SetConfigState{};
@@ -364,7 +366,7 @@ void ResetSetConfig() {
 
 void HandleDeviceAssocAck(std::uint8_t, Bytes payload) {
     Cursor cursor{payload};
-    cursor.Byte(); // not used
+    cursor.Byte();  // not used
     ProviderState.PbxLanguage = cursor.Byte();
     const bool numberChanged = TakeDirectoryNumber(cursor);
     if (ProviderState.TAPI_OMNA_Ver >= 2)
@@ -412,7 +414,7 @@ void HandleKeyInfoAck(std::uint8_t, Bytes payload) {
         }
         TakeMultiKey(key, label);
         if (!cursor.left.empty())
-            cursor.Byte(); // not read
+            cursor.Byte();  // not read
     }
     if (!AllReceived(" nb_of_info_rcvd:%d - nb_touch_include:%d ", count, SetConfig.MultiAnnounced)) {
         RequestInfo(OMNA_KEY_INFO);

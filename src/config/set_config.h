@@ -9,8 +9,8 @@
 #include <span>
 
 struct SetConfigState {
-    int nb_of_info_rcvd = 0; // entries received for the running information request
-    int MultiAnnounced = -1; // -1 until KEY_ACK
+    int nb_of_info_rcvd = 0;  // entries received for the running information request
+    int MultiAnnounced = -1;  // -1 until KEY_ACK
     int SupervAnnounced = 0, PatronAnnounced = 0, SecretaireAnnounced = 0, SecrDebordAnnounced = 0;
     int StringsAnnounced = 0, SoftKeysAnnounced = 0, CodesAnnounced = 0;
     std::array<std::int32_t, KEY_COUNT> RcvKind{};
@@ -18,7 +18,7 @@ struct SetConfigState {
     bool StringsChanged = false, SoftKeysChanged = false;
 };
 extern SetConfigState SetConfig;
-extern bool LanguageChanged; // set at the first DEVICE_ASSOC_ACK of a link
+extern bool LanguageChanged;  // set at the first DEVICE_ASSOC_ACK of a link
 
 // Back to the start of the dialogue; DeviceAssocAck and the received marks of the tick go with it.
 void ResetSetConfig();

@@ -147,7 +147,7 @@ template <std::size_t N> void LoadWithDefault(const char* name, const char* defa
     RegWriteSetting(SECTION_PROVIDER, name, defaultText);
 }
 
-} // namespace
+}  // namespace
 
 int RegReadSetting(const char* section, const char* name, const char* defaultText, std::span<char> buffer) {
     CopyText(buffer.data(), buffer.size(), defaultText);
@@ -214,8 +214,8 @@ void GetOutsideAccess(std::span<char, 20> buffer) {
         LONG error = 0;
         const Key location = OpenKey(locations.handle, name, KEY_READ, error);
         if (!location) {
-            Trace(TRACE_CONFIG, "ERROR HKEY_LOCAL_MACHINE SOFTWARE ..Locations %s %ld",
-                  static_cast<const char*>(name), error);
+            Trace(TRACE_CONFIG, "ERROR HKEY_LOCAL_MACHINE SOFTWARE ..Locations %s %ld", static_cast<const char*>(name),
+                  error);
             continue;
         }
         DWORD id = 0;
@@ -244,8 +244,8 @@ void LoadIniStrings(DWORD permanentProviderID) {
     RegReadSetting(SECTION_SETCONFIG, "SetMCDU", "", ProviderState.LineAddress);
     Trace(TRACE_ENTRY, "LoadIniStrings port '%s' speed '%s'", static_cast<const char*>(ProviderState.PortName),
           static_cast<const char*>(ProviderState.SpeedText));
-    Trace(TRACE_ENTRY, "LoadIniStrings linename '%S' lineaddr '%s'",
-          static_cast<const WCHAR*>(ProviderState.LineName), static_cast<const char*>(ProviderState.LineAddress));
+    Trace(TRACE_ENTRY, "LoadIniStrings linename '%S' lineaddr '%s'", static_cast<const WCHAR*>(ProviderState.LineName),
+          static_cast<const char*>(ProviderState.LineAddress));
     if (ProviderState.TAPI_OMNA_Ver != 1 && ProviderState.ProtocolLevel >= 2) {
         GetOutsideAccess(Settings.ExtPrefix);
         Trace(TRACE_OMNA, "LoadIniStrings ExtPrefix  '%s'", static_cast<const char*>(Settings.ExtPrefix));

@@ -4,7 +4,7 @@
 #pragma once
 
 #include "provider/state.h"
-#include "tracking/model.h" // CopyText
+#include "tracking/model.h"  // CopyText
 
 #include <array>
 #include <cstdint>
@@ -24,7 +24,7 @@ inline constexpr const char* SECTION_DEBUG_MODE = "Debug_Mode";
 inline constexpr const char* SECTION_ZT_INFO = "ZT_Info";
 inline constexpr const char* INI_FILE = "zt62cfg.ini";
 
-constexpr int MAX_TA_STRING = 2; // highest identifier of each kind of text that the PBX sends
+constexpr int MAX_TA_STRING = 2;  // highest identifier of each kind of text that the PBX sends
 constexpr int MAX_TA_SK = 6;
 constexpr int MAX_TA_CODE = 6;
 
@@ -33,8 +33,17 @@ inline constexpr std::array<const char*, MAX_TA_SK + 1> SoftKeyNames{
     "SecondCall", "EndSecondCall", "Swap", "Conference", "FreqVocale", "CancelFreqVocale", "Transfer"};
 inline constexpr std::array<const char*, MAX_TA_STRING + 1> StringNames{"HangUp", "CancelSecondCall", "Dial"};
 inline constexpr std::array<const char*, MAX_TA_CODE + 1> CodeNames{
-    "ForwardingImm", "ForwardingBusy", "ForwardingNoRep", "ForwadingBusyNoRep", "CancelForwarding", "DTMF", "CallPickUp"};
-enum SoftKeyIndex { SK_SECOND_CALL, SK_END_SECOND_CALL, SK_SWAP, SK_CONFERENCE, SK_FREQ_VOCALE, SK_CANCEL_FREQ_VOCALE, SK_TRANSFER };
+    "ForwardingImm",    "ForwardingBusy", "ForwardingNoRep", "ForwadingBusyNoRep",
+    "CancelForwarding", "DTMF",           "CallPickUp"};
+enum SoftKeyIndex {
+    SK_SECOND_CALL,
+    SK_END_SECOND_CALL,
+    SK_SWAP,
+    SK_CONFERENCE,
+    SK_FREQ_VOCALE,
+    SK_CANCEL_FREQ_VOCALE,
+    SK_TRANSFER
+};
 enum StringIndex { STRING_HANG_UP, STRING_CANCEL_SECOND_CALL, STRING_DIAL };
 
 // Configuration held in memory.
@@ -42,13 +51,13 @@ struct SettingsRecord {
     char SoftKeyLabels[MAX_TA_SK + 1][7];
     char DisplayStrings[MAX_TA_STRING + 1][32];
     char ServiceCodes[MAX_TA_CODE + 1][5];
-    char SetMCDU[SETTING_SIZE]; // the set's own directory number
-    char ExtPrefix[20];         // outside-call prefix
-    int ExtPrefixDisp;          // 1: the prefix is shown before a caller's number
-    int MaxDigitLocal;          // longest internal number, 2 to 19
-    int EnquiryCallMode;        // 0: a second call stands on another key; 1: on the same key
+    char SetMCDU[SETTING_SIZE];  // the set's own directory number
+    char ExtPrefix[20];          // outside-call prefix
+    int ExtPrefixDisp;           // 1: the prefix is shown before a caller's number
+    int MaxDigitLocal;           // longest internal number, 2 to 19
+    int EnquiryCallMode;         // 0: a second call stands on another key; 1: on the same key
     char PublicOperator[20];
-    int SupervService; // 1: supervision keys are followed
+    int SupervService;  // 1: supervision keys are followed
 };
 extern SettingsRecord Settings;
 

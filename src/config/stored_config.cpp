@@ -2,8 +2,8 @@
 
 #include "config/key_kinds.h"
 #include "config/settings.h"
-#include "link/link_layer.h" // the settings of the sub-device test
-#include "link/tick.h"       // StringInitError
+#include "link/link_layer.h"  // the settings of the sub-device test
+#include "link/tick.h"        // StringInitError
 #include "trace/trace.h"
 #include "tracking/model.h"
 
@@ -13,8 +13,8 @@
 namespace {
 
 constexpr DWORD MAX_VALUES = 90;
-constexpr DWORD FIELD_SIZE = 20;  // value names and data of Set_Des
-constexpr std::size_t READ_SIZE = 25; // every other stored text
+constexpr DWORD FIELD_SIZE = 20;       // value names and data of Set_Des
+constexpr std::size_t READ_SIZE = 25;  // every other stored text
 
 // One value of the section: the kind by the data's first characters, the label behind them.
 void TakeKey(const char* name, const char* data) {
@@ -115,7 +115,7 @@ void LoadSubdeviceTest() {
     Link.WaitAckResponseNack = std::strcmp(text, "NACK") == 0;
 }
 
-} // namespace
+}  // namespace
 
 int LoadSetDes() {
     KeyLists = KeyListSet{};
@@ -127,7 +127,7 @@ int LoadSetDes() {
                                              reinterpret_cast<BYTE*>(data), &dataSize);
             if (error == static_cast<LONG>(ERROR_NO_MORE_ITEMS))
                 break;
-            if (error != ERROR_SUCCESS || type != REG_SZ) // one that does not fit its field: the next may
+            if (error != ERROR_SUCCESS || type != REG_SZ)  // one that does not fit its field: the next may
                 continue;
             TakeKey(name, data);
         }

@@ -29,10 +29,10 @@ struct CountMark {
 };
 // Start anew with every serial thread.
 struct RequestMarks {
-    CrefMark DeferredMakeCall; // accepted under the stored configuration, before the received one was usable
-    CrefMark MakeCallReport;   // a made call whose states are still to be reported
-    CountMark MakeCallWatch;   // a made call must light its key within 20 ticks
-    CountMark FvTimer;         // soft-key press due after generated digits
+    CrefMark DeferredMakeCall;  // accepted under the stored configuration, before the received one was usable
+    CrefMark MakeCallReport;    // a made call whose states are still to be reported
+    CountMark MakeCallWatch;    // a made call must light its key within 20 ticks
+    CountMark FvTimer;          // soft-key press due after generated digits
 };
 extern RequestMarks Marks;
 

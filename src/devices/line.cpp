@@ -4,8 +4,8 @@
 #include "platform/text.h"
 #include "provider/lifecycle.h"
 #include "provider/state.h"
-#include "tracking/model.h"
 #include "trace/trace.h"
+#include "tracking/model.h"
 
 #include <algorithm>
 #include <cstddef>
@@ -129,7 +129,7 @@ void FillAddressCaps(LINEADDRESSCAPS& caps) {
                              LINEADDRFEATURE_PICKUPDIRECT | LINEADDRFEATURE_FORWARDFWD;
 }
 
-} // namespace
+}  // namespace
 
 int HdCallToCref(HDRVCALL call) {
     const int low = static_cast<int>(reinterpret_cast<std::uintptr_t>(call) & 0xFFFF);
@@ -146,14 +146,14 @@ LONG WINAPI TSPI_lineNegotiateTSPIVersion(DWORD dwDeviceID, DWORD dwLowVersion, 
           lpdwTSPIVersion);
     if (!IsOurDeviceOrAll(dwDeviceID))
         return Error(LINEERR_BADDEVICEID);
-    *lpdwTSPIVersion = TAPI_VERSION; // also where the range excludes it
+    *lpdwTSPIVersion = TAPI_VERSION;  // also where the range excludes it
     if (dwLowVersion > TAPI_VERSION || dwHighVersion < TAPI_VERSION)
         return Error(LINEERR_INCOMPATIBLEAPIVERSION);
     return 0;
 }
 
-LONG WINAPI TSPI_lineNegotiateExtVersion(DWORD dwDeviceID, DWORD dwTSPIVersion, DWORD dwLowVersion,
-                                         DWORD dwHighVersion, LPDWORD lpdwExtVersion) {
+LONG WINAPI TSPI_lineNegotiateExtVersion(DWORD dwDeviceID, DWORD dwTSPIVersion, DWORD dwLowVersion, DWORD dwHighVersion,
+                                         LPDWORD lpdwExtVersion) {
     WaitLineMutex();
     Trace(TRACE_ENTRY, "TSPI_lineNegotiateExtVersion(%4lx,%4lx,%4lx,%4lx,%4lx)", dwDeviceID, dwTSPIVersion,
           dwLowVersion, dwHighVersion, lpdwExtVersion);
@@ -205,7 +205,7 @@ LONG WINAPI TSPI_lineGetDevCaps(DWORD dwDeviceID, DWORD dwTSPIVersion, DWORD dwE
     if (!IsOurDevice(dwDeviceID))
         return ReleaseLineMutex(Error(LINEERR_BADDEVICEID));
     LINEDEVCAPS& caps = *lpLineDevCaps;
-    if (caps.dwTotalSize < DEVCAPS_FIXED) // no room for the fixed part: nothing is written
+    if (caps.dwTotalSize < DEVCAPS_FIXED)  // no room for the fixed part: nothing is written
         return ReleaseLineMutex(Error(LINEERR_STRUCTURETOOSMALL));
     caps.dwUsedSize = DEVCAPS_FIXED;
     caps.dwNeededSize = DEVCAPS_FIXED + infoSize + nameSize + switchSize;
@@ -252,8 +252,8 @@ LONG WINAPI TSPI_lineGetAddressCaps(DWORD dwDeviceID, DWORD dwAddressID, DWORD d
     return ReleaseLineMutex(0);
 }
 
-LONG WINAPI TSPI_lineGetID(HDRVLINE hdLine, DWORD dwAddressID, HDRVCALL hdCall, DWORD dwSelect,
-                           LPVARSTRING lpDeviceID, LPCWSTR lpszDeviceClass, HANDLE) {
+LONG WINAPI TSPI_lineGetID(HDRVLINE hdLine, DWORD dwAddressID, HDRVCALL hdCall, DWORD dwSelect, LPVARSTRING lpDeviceID,
+                           LPCWSTR lpszDeviceClass, HANDLE) {
     WaitLineMutex();
     Trace(TRACE_ENTRY, "Entering TSPI_lineGetID(%lx,%lx,%lx,%lx,%lx,%lx)", hdLine, dwAddressID, hdCall, dwSelect,
           lpDeviceID, reinterpret_cast<std::uintptr_t>(lpszDeviceClass));
@@ -325,7 +325,8 @@ LONG WINAPI TSPI_lineSetDefaultMediaDetection(HDRVLINE hdLine, DWORD dwMediaMode
     return ReleaseLineMutex(0);
 }
 
-LONG WINAPI TSPI_lineConditionalMediaDetection(HDRVLINE hdLine, DWORD dwMediaModes, LPLINECALLPARAMS const lpCallParams) {
+LONG WINAPI TSPI_lineConditionalMediaDetection(HDRVLINE hdLine, DWORD dwMediaModes,
+                                               LPLINECALLPARAMS const lpCallParams) {
     WaitLineMutex();
     Trace(TRACE_ENTRY, "Entering TSPI_lineConditionalMediaDetection(%lx,%lx,%lx)", hdLine, dwMediaModes, lpCallParams);
     if (!IsLineHandle(hdLine))
@@ -351,7 +352,7 @@ LONG WINAPI TSPI_lineSetAppSpecific(HDRVCALL hdCall, DWORD dwAppSpecific) {
     if (cref >= CALL_COUNT)
         return ReleaseLineMutex(Error(LINEERR_INVALCALLHANDLE));
     ProviderState.AppSpecific = dwAppSpecific;
-    if (ProviderState.LineEventProc != nullptr) // not through DoLineEvent: no trace, no media mode
+    if (ProviderState.LineEventProc != nullptr)  // not through DoLineEvent: no trace, no media mode
         ProviderState.LineEventProc(ProviderState.htLine, CallTable[static_cast<std::size_t>(cref)].htCall,
                                     LINE_CALLINFO, LINECALLINFOSTATE_APPSPECIFIC, 0, 0);
     return ReleaseLineMutex(0);

@@ -9,8 +9,8 @@
 #include "platform/text.h"
 #include "provider/events.h"
 #include "provider/lifecycle.h"
-#include "tracking/model.h"
 #include "trace/trace.h"
+#include "tracking/model.h"
 
 #include <algorithm>
 #include <cstring>
@@ -50,7 +50,7 @@ void FillDcb(DCB& dcb) {
     dcb.fInX = 0;
     dcb.fErrorChar = 0;
     dcb.fNull = 0;
-    dcb.fRtsControl = RTS_CONTROL_DISABLE; // raised by hand
+    dcb.fRtsControl = RTS_CONTROL_DISABLE;  // raised by hand
     dcb.XonLim = 0;
     dcb.XoffLim = 0;
     dcb.ByteSize = 8;
@@ -65,8 +65,8 @@ void FillDcb(DCB& dcb) {
 
 // Opens the port and writes its state. On failure the handle stays as far as it got, and the system error tells why.
 bool OpenPort(const char* name, bool abortOnError) {
-    Serial.Port = CreateFileA(name, GENERIC_READ | GENERIC_WRITE, 0, nullptr, OPEN_EXISTING, FILE_FLAG_OVERLAPPED,
-                              nullptr);
+    Serial.Port =
+        CreateFileA(name, GENERIC_READ | GENERIC_WRITE, 0, nullptr, OPEN_EXISTING, FILE_FLAG_OVERLAPPED, nullptr);
     if (Serial.Port == INVALID_HANDLE_VALUE)
         return false;
     DCB dcb{};
@@ -82,7 +82,7 @@ bool OpenPort(const char* name, bool abortOnError) {
 void SetTimeouts() {
     COMMTIMEOUTS timeouts{};
     GetCommTimeouts(Serial.Port, &timeouts);
-    timeouts.ReadIntervalTimeout = MAXDWORD; // a read returns at once with what has arrived
+    timeouts.ReadIntervalTimeout = MAXDWORD;  // a read returns at once with what has arrived
     timeouts.ReadTotalTimeoutMultiplier = 0;
     timeouts.ReadTotalTimeoutConstant = 0;
     timeouts.WriteTotalTimeoutMultiplier = 0;
@@ -91,7 +91,7 @@ void SetTimeouts() {
 }
 
 void RaiseRts() {
-    EscapeCommFunction(Serial.Port, SETRTS); // some ports have no such line: not an error
+    EscapeCommFunction(Serial.Port, SETRTS);  // some ports have no such line: not an error
     DCB dcb{};
     dcb.DCBlength = sizeof dcb;
     GetCommState(Serial.Port, &dcb);
@@ -123,7 +123,7 @@ DWORD ReportOpenFailure(DWORD error) {
     return completed;
 }
 
-} // namespace
+}  // namespace
 
 DWORD WINAPI SerialThreadBody(LPVOID) {
     ResetThreadState();
@@ -133,7 +133,7 @@ DWORD WINAPI SerialThreadBody(LPVOID) {
             return 0;
         Serial.PortDigit = name[3];
         SerialOpenComms(name, ProviderState.SpeedText);
-        const DWORD error = GetLastError(); // before a trace line touches it
+        const DWORD error = GetLastError();  // before a trace line touches it
         Trace(TRACE_ENTRY, "Tentative d'ouverture du port - hcd:%x", Serial.Port);
         if (Serial.Port == INVALID_HANDLE_VALUE) {
             Serial.PortFailed = true;
@@ -173,7 +173,7 @@ HANDLE SerialOpenComms(const char* name, const char* speed) {
         if (Serial.Port != INVALID_HANDLE_VALUE)
             CloseHandle(std::exchange(Serial.Port, INVALID_HANDLE_VALUE));
         Trace(TRACE_ALWAYS, "***Comm port failed to open");
-        SetLastError(error); // the thread decides by it what the user is told
+        SetLastError(error);  // the thread decides by it what the user is told
         return INVALID_HANDLE_VALUE;
     }
     SetTimeouts();
@@ -212,7 +212,7 @@ void ResetComPort(int reason) {
     CheckSerialError(Serial.Port);
     FlushFileBuffers(Serial.Port);
     CheckSerialError(Serial.Port);
-    Link.AckWaitTicks = ACK_WAIT_LIMIT - 1; // nothing is sent for about two ticks
+    Link.AckWaitTicks = ACK_WAIT_LIMIT - 1;  // nothing is sent for about two ticks
 }
 
 void Reconnect() {

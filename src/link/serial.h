@@ -8,11 +8,11 @@
 
 struct SerialState {
     HANDLE Port = INVALID_HANDLE_VALUE;
-    HANDLE ReadEvent = nullptr; // for reads that a driver finishes late; manual reset, closed with the port
+    HANDLE ReadEvent = nullptr;  // for reads that a driver finishes late; manual reset, closed with the port
     UINT_PTR Timer = 0;
-    bool PortFailed = false; // the thread could not open the port; SerialOpenComms refuses while set
-    char PortDigit = '1';    // fourth character of the port name
-    bool V24Trouble = false; // the "Hardware Problem" box has been shown since the thread started
+    bool PortFailed = false;  // the thread could not open the port; SerialOpenComms refuses while set
+    char PortDigit = '1';     // fourth character of the port name
+    bool V24Trouble = false;  // the "Hardware Problem" box has been shown since the thread started
 };
 extern SerialState Serial;
 

@@ -11,9 +11,9 @@
 #include "platform/text.h"
 #include "provider/events.h"
 #include "provider/lifecycle.h"
+#include "trace/trace.h"
 #include "tracking/display.h"
 #include "tracking/model.h"
-#include "trace/trace.h"
 
 #include <algorithm>
 
@@ -22,8 +22,8 @@ TickState Tick;
 namespace {
 
 // Limits, in ticks of 100 ms.
-constexpr int CONFIG_LIMIT_ASSOC = 90;   // 9 s without the association's acknowledgement
-constexpr int CONFIG_LIMIT_DONE = 140;   // 14 s without the whole configuration
+constexpr int CONFIG_LIMIT_ASSOC = 90;  // 9 s without the association's acknowledgement
+constexpr int CONFIG_LIMIT_DONE = 140;  // 14 s without the whole configuration
 constexpr int MAKE_CALL_WATCH_LIMIT = 20;
 constexpr int FV_LIMIT = 40;
 constexpr int OFFER_LIMIT = 10;
@@ -150,7 +150,7 @@ void RunFvTimer() {
     if (!Marks.FvTimer.Set || ++Marks.FvTimer.Ticks != FV_LIMIT)
         return;
     Marks.FvTimer = {};
-    SendSoftKey(SoftKeyPosition(SK_CANCEL_FREQ_VOCALE)); // presses nothing for position 0
+    SendSoftKey(SoftKeyPosition(SK_CANCEL_FREQ_VOCALE));  // presses nothing for position 0
 }
 
 // An incoming call whose caller never showed is offered without one.
@@ -188,7 +188,7 @@ bool RetryFailedWrite() {
     if (!Link.WriteFailed)
         return false;
     Trace(TRACE_ALWAYS, "Try to resend last l2");
-    const auto frame = Link.Saved; // the original is overwritten when this write fails too
+    const auto frame = Link.Saved;  // the original is overwritten when this write fails too
     SendL2Msg(Serial.Port, std::span(frame).first(static_cast<std::size_t>(Link.SavedLength)));
     Link.WriteFailed = false;
     return true;
@@ -275,7 +275,7 @@ void ReceiveAll() {
         if (Tick.Kept == 0)
             return;
         Tick.Kept = ProcessInput(Tick.Kept, Tick.ReadBuffer.data());
-        if (got > 0) // bytes that are only offered again do not prolong their own wait
+        if (got > 0)  // bytes that are only offered again do not prolong their own wait
             Link.LastReceiveTime = timeGetTime();
     } while (got > 0 && Serial.Port != INVALID_HANDLE_VALUE);
 }
@@ -322,12 +322,12 @@ void RunTick() {
     KickTransmitter();
 }
 
-} // namespace
+}  // namespace
 
 void CALLBACK SerialTick(HWND, UINT, UINT_PTR, DWORD) {
     const LONG wait = WaitLineMutex();
     if (wait != 0 && wait != static_cast<LONG>(WAIT_ABANDONED))
-        return; // without the mutex nothing may be touched
+        return;  // without the mutex nothing may be touched
     RunTick();
     ReleaseLineMutex(0);
 }

@@ -8,17 +8,17 @@
 #include <cstdint>
 
 struct TickState {
-    int WaitConfigCount = 0;   // ticks waited for the set's configuration
-    bool DeviceAssocAck = false; // the device association has been acknowledged
-    bool ConfigReceived = false; // the set's configuration is complete
-    bool ConfigUsable = false;   // it may be used for calls
-    int WaitTrace = 0;           // ticks waited for the card's first trace header ...
-    int WaitTraceLimit = 250;    // ... and their limit
-    bool SpStopped = false;      // the provider has stopped itself: the configuration never came
-    bool InitDataPending = true; // InitDatas still has to run
-    bool StringInitError = false; // a soft-key label or display string is missing from the store
+    int WaitConfigCount = 0;       // ticks waited for the set's configuration
+    bool DeviceAssocAck = false;   // the device association has been acknowledged
+    bool ConfigReceived = false;   // the set's configuration is complete
+    bool ConfigUsable = false;     // it may be used for calls
+    int WaitTrace = 0;             // ticks waited for the card's first trace header ...
+    int WaitTraceLimit = 250;      // ... and their limit
+    bool SpStopped = false;        // the provider has stopped itself: the configuration never came
+    bool InitDataPending = true;   // InitDatas still has to run
+    bool StringInitError = false;  // a soft-key label or display string is missing from the store
     std::array<std::uint8_t, 1024> ReadBuffer{};
-    int Kept = 0; // bytes of ReadBuffer kept from the previous read
+    int Kept = 0;  // bytes of ReadBuffer kept from the previous read
 };
 extern TickState Tick;
 

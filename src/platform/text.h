@@ -29,8 +29,10 @@ struct CodePoint {
     std::size_t length;
 };
 
-template <std::size_t N> consteval CodePoint Decode(const Utf8<N>& text, std::size_t at) {
-    const auto byte = [&](std::size_t i) { return static_cast<std::uint32_t>(static_cast<unsigned char>(text.bytes[i])); };
+template <std::size_t N> constexpr CodePoint Decode(const Utf8<N>& text, std::size_t at) {
+    const auto byte = [&](std::size_t i) {
+        return static_cast<std::uint32_t>(static_cast<unsigned char>(text.bytes[i]));
+    };
     if (byte(at) < 0x80)
         return {byte(at), 1};
     if (byte(at) < 0xE0)
@@ -40,7 +42,7 @@ template <std::size_t N> consteval CodePoint Decode(const Utf8<N>& text, std::si
     throw "character outside the basic plane";
 }
 
-template <class Unit, std::size_t N, class Convert> consteval auto Transcode(const Utf8<N>& text, Convert convert) {
+template <class Unit, std::size_t N, class Convert> constexpr auto Transcode(const Utf8<N>& text, Convert convert) {
     std::array<Unit, N> out{};
     std::size_t used = 0;
     for (std::size_t i = 0; i + 1 < N;) {
@@ -51,7 +53,7 @@ template <class Unit, std::size_t N, class Convert> consteval auto Transcode(con
     return out;
 }
 
-consteval char ToCp1252(std::uint32_t point) {
+constexpr char ToCp1252(std::uint32_t point) {
     if (point < 0x80 || (point >= 0xA0 && point <= 0xFF))
         return static_cast<char>(point);
     if (point == 0x20AC)
@@ -63,7 +65,7 @@ template <Utf8 Source> inline constexpr auto Cp1252 = Transcode<char>(Source, To
 template <Utf8 Source>
 inline constexpr auto Wide = Transcode<WCHAR>(Source, [](std::uint32_t point) { return static_cast<WCHAR>(point); });
 
-} // namespace text_literal
+}  // namespace text_literal
 
 template <text_literal::Utf8 Source> consteval const char* operator""_cp1252() {
     return text_literal::Cp1252<Source>.data();

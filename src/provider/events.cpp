@@ -3,9 +3,9 @@
 #include "config/settings.h"
 #include "control/keys.h"
 #include "control/requests.h"
-#include "link/link_layer.h" // whether a trace header has been received
-#include "tracking/model.h"
+#include "link/link_layer.h"  // whether a trace header has been received
 #include "trace/trace.h"
+#include "tracking/model.h"
 
 #include <cstring>
 
@@ -14,7 +14,7 @@ int LastHeldCref = -1;
 
 namespace {
 
-constexpr DWORD NEW_CALL = 500; // LINE_NEWCALL: the telephony service's own message, below the provider interface
+constexpr DWORD NEW_CALL = 500;  // LINE_NEWCALL: the telephony service's own message, below the provider interface
 
 // TAPI's handle of a call; a null one for a cref that names none.
 HTAPICALL HandleOf(int cref) {
@@ -30,14 +30,14 @@ void SendNewCall(int cref, HTAPICALL& handle) {
                                 reinterpret_cast<DWORD_PTR>(&handle), 0);
 }
 
-} // namespace
+}  // namespace
 
 DRV_REQUESTID SendCompletion(ProviderStateRecord& provider, LONG result) {
     const DRV_REQUESTID request = provider.PendingRequestID;
     if (request == 0)
         return 0;
     Trace(TRACE_ENTRY, "SendCompletion:%lx, res:%lx", request, result);
-    provider.PendingRequestID = 0; // first: a request that comes in from the callback finds none pending
+    provider.PendingRequestID = 0;  // first: a request that comes in from the callback finds none pending
     if (provider.CompletionProc != nullptr)
         provider.CompletionProc(request, result);
     return request;
@@ -50,7 +50,8 @@ void DoLineEvent(DWORD message, DWORD_PTR param1, DWORD_PTR param2, int cref) {
     Trace(TRACE_CALL, "LineEvent send");
     if (cref == -1) {
         const bool reinit = message == LINE_LINEDEVSTATE && param1 == LINEDEVSTATE_REINIT;
-        ProviderState.LineEventProc(reinit ? HTAPILINE{} : ProviderState.htLine, HTAPICALL{}, message, param1, param2, 0);
+        ProviderState.LineEventProc(reinit ? HTAPILINE{} : ProviderState.htLine, HTAPICALL{}, message, param1, param2,
+                                    0);
         return;
     }
     if (message == LINE_CALLSTATE && param1 == LINECALLSTATE_ONHOLD)

@@ -1,11 +1,11 @@
 #include "provider/lifecycle.h"
 
 #include "config/settings.h"
-#include "link/serial.h" // the thread that is started and stopped here
+#include "link/serial.h"  // the thread that is started and stopped here
 #include "platform/text.h"
 #include "provider/state.h"
-#include "tracking/model.h" // the tables that a re-initialisation empties
 #include "trace/trace.h"
+#include "tracking/model.h"  // the tables that a re-initialisation empties
 
 #include <algorithm>
 #include <cstring>
@@ -49,7 +49,7 @@ bool SerialThreadRuns() {
     return Process.SerialThread != nullptr;
 }
 
-} // namespace
+}  // namespace
 
 extern "C" BOOL WINAPI DllMain(HINSTANCE instance, DWORD reason, LPVOID) {
     switch (reason) {
@@ -138,7 +138,7 @@ LONG StopSerialThread() {
     if (Process.SerialThread == nullptr)
         return 0;
     Trace(TRACE_ENTRY, "StopSerialThread Request");
-    ReleaseLineMutex(0); // the serial thread's last tick may need it
+    ReleaseLineMutex(0);  // the serial thread's last tick may need it
     Process.StopRequest = 1;
     const DWORD wait = WaitForSingleObject(Process.SerialThread, STOP_WAIT_MS);
     if (wait == WAIT_ABANDONED)

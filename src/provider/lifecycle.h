@@ -12,13 +12,13 @@
 // Values that survive the zeroing of ProviderState.
 struct ProcessRecord {
     HINSTANCE ModuleInstance = nullptr;
-    HANDLE LineMutex = nullptr;       // null until first use
-    HANDLE SerialReadyEvent = nullptr; // auto-reset, made anew by each thread start
-    HANDLE SerialThread = nullptr;    // null while no serial thread runs
+    HANDLE LineMutex = nullptr;         // null until first use
+    HANDLE SerialReadyEvent = nullptr;  // auto-reset, made anew by each thread start
+    HANDLE SerialThread = nullptr;      // null while no serial thread runs
     DWORD SerialThreadID = 0;
-    volatile LONG StopRequest = 0; // the serial thread's message loop ends when it sees it
-    std::int32_t OpenCount = 0;    // opens of line and phone, never decremented
-    bool RestartRequired = false;  // the serial port setting was changed: opens refuse until the provider restarts
+    volatile LONG StopRequest = 0;  // the serial thread's message loop ends when it sees it
+    std::int32_t OpenCount = 0;     // opens of line and phone, never decremented
+    bool RestartRequired = false;   // the serial port setting was changed: opens refuse until the provider restarts
 };
 extern ProcessRecord Process;
 

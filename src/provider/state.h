@@ -7,17 +7,17 @@
 
 #include <cstdint>
 
-constexpr std::size_t NUMBER_SIZE = 80;  // numbers and names, terminator included
-constexpr std::size_t SETTING_SIZE = 40; // port, speed, line address, terminator included
+constexpr std::size_t NUMBER_SIZE = 80;   // numbers and names, terminator included
+constexpr std::size_t SETTING_SIZE = 40;  // port, speed, line address, terminator included
 
 // Values of DeviceState.
 enum DeviceStateValue : std::uint8_t {
-    DEVICE_OUT_OF_SERVICE = 0, // the port or the link failed
+    DEVICE_OUT_OF_SERVICE = 0,  // the port or the link failed
     DEVICE_STARTING = 1,
-    DEVICE_IN_SERVICE = 2, // the set's configuration has been received
+    DEVICE_IN_SERVICE = 2,  // the set's configuration has been received
 };
 
-constexpr std::uint8_t FWD_NOT_FORWARDED = 4; // FwdStatus: 0 to 3 name a forwarding, 4 none
+constexpr std::uint8_t FWD_NOT_FORWARDED = 4;  // FwdStatus: 0 to 3 name a forwarding, 4 none
 
 struct ProviderStateRecord {
     // identifiers and callbacks given by TAPI
@@ -25,15 +25,15 @@ struct ProviderStateRecord {
     DWORD PhoneDeviceID;
     HPROVIDER ProviderHandle;
     DWORD PermanentProviderID;
-    ASYNC_COMPLETION CompletionProc; // TAPI's completion callback; only SendCompletion calls it
+    ASYNC_COMPLETION CompletionProc;  // TAPI's completion callback; only SendCompletion calls it
     HTAPILINE htLine;
-    LINEEVENT LineEventProc; // null: line not open
+    LINEEVENT LineEventProc;  // null: line not open
     HTAPIPHONE htPhone;
-    PHONEEVENT PhoneEventProc; // null: phone not open
-    HTAPICALL htConference;    // TAPI's handle of the conference call, cref 30
+    PHONEEVENT PhoneEventProc;  // null: phone not open
+    HTAPICALL htConference;     // TAPI's handle of the conference call, cref 30
 
     // the asynchronous request in progress
-    DRV_REQUESTID PendingRequestID; // 0: none
+    DRV_REQUESTID PendingRequestID;  // 0: none
     std::int32_t RequestCref;
     std::int32_t ConsultCref;
     char ForwardDestination[NUMBER_SIZE];
@@ -41,26 +41,26 @@ struct ProviderStateRecord {
 
     // settings that TAPI made
     DWORD MediaMode;
-    LINEDIALPARAMS DialParams; // milliseconds
-    DWORD LineStates;          // status message filters: kept, not consulted
+    LINEDIALPARAMS DialParams;  // milliseconds
+    DWORD LineStates;           // status message filters: kept, not consulted
     DWORD AddressStates;
-    DWORD DefaultMediaDetection; // kept, not consulted
-    DWORD AppSpecific;           // one value for all calls
+    DWORD DefaultMediaDetection;  // kept, not consulted
+    DWORD AppSpecific;            // one value for all calls
 
     // the set and the link, as last reported
-    std::uint8_t DeviceState;   // DeviceStateValue
-    std::uint8_t ProtocolLevel; // always 2
-    std::uint8_t FwdStatus;     // LINEFORWARDMODE_ by number: 0 UNCOND, 1 BUSY, 2 NOANSW, 3 BUSYNA, 4 none
-    std::uint8_t TAPI_OMNA_Ver; // version of the CTI message set in the PBX's DEVICE_ASSOC_ACK
-    std::uint8_t PbxLanguage;   // 1 French, 2 English, 4 German, 5 Spanish, 6 Italian
-    std::uint8_t Dev_type;      // 3 = a KB2 (7120) set
-    std::uint8_t AdapterMajor;  // version of the card, from its Config Response
+    std::uint8_t DeviceState;    // DeviceStateValue
+    std::uint8_t ProtocolLevel;  // always 2
+    std::uint8_t FwdStatus;      // LINEFORWARDMODE_ by number: 0 UNCOND, 1 BUSY, 2 NOANSW, 3 BUSYNA, 4 none
+    std::uint8_t TAPI_OMNA_Ver;  // version of the CTI message set in the PBX's DEVICE_ASSOC_ACK
+    std::uint8_t PbxLanguage;    // 1 French, 2 English, 4 German, 5 Spanish, 6 Italian
+    std::uint8_t Dev_type;       // 3 = a KB2 (7120) set
+    std::uint8_t AdapterMajor;   // version of the card, from its Config Response
     std::uint8_t AdapterMinor;
 
     // strings of the line
-    char PortName[SETTING_SIZE];    // "COM1" to "COM4", or "NONE"
-    char SpeedText[SETTING_SIZE];   // baud rate in decimal
-    char LineAddress[SETTING_SIZE]; // the set's directory number at provider start
+    char PortName[SETTING_SIZE];     // "COM1" to "COM4", or "NONE"
+    char SpeedText[SETTING_SIZE];    // baud rate in decimal
+    char LineAddress[SETTING_SIZE];  // the set's directory number at provider start
     WCHAR LineName[SETTING_SIZE];
 };
 

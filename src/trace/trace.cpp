@@ -15,8 +15,8 @@ TraceRecord TraceLog;
 
 namespace {
 
-constexpr std::size_t TEXT_MAX = 1024;   // characters that a formatted text may have
-constexpr std::int32_t CALLS_PER_FILE = 2000; // the counter runs 1 to this, then 0
+constexpr std::size_t TEXT_MAX = 1024;         // characters that a formatted text may have
+constexpr std::int32_t CALLS_PER_FILE = 2000;  // the counter runs 1 to this, then 0
 constexpr DWORD MUTEX_WAIT_MS = 10'000;
 constexpr UINT SHORT_DIRECTORY = 35;
 constexpr const char* FILE_NAMES[] = {"\\spitrace\\tsptrac0.tr", "\\spitrace\\tsptrac1.tr"};
@@ -27,7 +27,7 @@ constexpr const char* OLD_NAMES[] = {"\\spitrace\\tsptrac0.old", "\\spitrace\\ts
 // A bounded output that is always terminated.
 struct Output {
     char* text;
-    std::size_t room; // terminator included
+    std::size_t room;  // terminator included
     std::size_t used = 0;
     void Put(char c) {
         if (used + 1 < room)
@@ -43,7 +43,7 @@ struct Output {
 struct Directive {
     bool left = false, zero = false, alternate = false;
     int width = 0;
-    int precision = -1; // -1: none given
+    int precision = -1;  // -1: none given
     char conversion = 0;
 };
 
@@ -71,7 +71,7 @@ Directive ReadDirective(const char*& at) {
         ++at;
         directive.precision = ReadNumber(at);
     }
-    while (*at == 'l' || *at == 'h') // every number is 32 bits here
+    while (*at == 'l' || *at == 'h')  // every number is 32 bits here
         ++at;
     directive.conversion = *at;
     if (*at != 0)
@@ -133,7 +133,8 @@ void PutWide(Output& out, const Directive& directive, const WCHAR* text) {
     while (units < static_cast<int>(TEXT_MAX) && text[units] != 0)
         ++units;
     const int length =
-        units == 0 ? 0 : WideCharToMultiByte(CP_ACP, 0, text, units, narrow, static_cast<int>(TEXT_MAX), nullptr, nullptr);
+        units == 0 ? 0
+                   : WideCharToMultiByte(CP_ACP, 0, text, units, narrow, static_cast<int>(TEXT_MAX), nullptr, nullptr);
     narrow[std::max(length, 0)] = 0;
     PutNarrow(out, directive, narrow);
 }
@@ -178,7 +179,7 @@ std::string BelowWindows(const char* name) {
 void FindWindowsDirectory() {
     std::string directory(SHORT_DIRECTORY, 0);
     UINT length = GetWindowsDirectoryA(directory.data(), SHORT_DIRECTORY);
-    if (length >= SHORT_DIRECTORY) { // what it needs, when it does not fit
+    if (length >= SHORT_DIRECTORY) {  // what it needs, when it does not fit
         directory.assign(length + 1, 0);
         length = GetWindowsDirectoryA(directory.data(), static_cast<UINT>(directory.size()));
         if (length >= directory.size())
@@ -215,7 +216,7 @@ void TraceWrite(std::int32_t counter, const char* text) {
     if (TraceLog.FirstOpen) {
         OpenFirstFile();
         if (TraceLog.FirstOpen)
-            return; // the next call tries again
+            return;  // the next call tries again
     } else if (counter == 0) {
         OpenOtherFile();
     }
@@ -228,7 +229,7 @@ void TraceWrite(std::int32_t counter, const char* text) {
 void WriteHeader() {
     const std::time_t now = std::time(nullptr);
     std::tm local{};
-    if (const std::tm* found = std::localtime(&now)) // only under the debug mutex
+    if (const std::tm* found = std::localtime(&now))  // only under the debug mutex
         local = *found;
     char date[16], time[16], line[TEXT_MAX + 1];
     std::strftime(date, sizeof date, "%d/%m/%y", &local);
@@ -241,7 +242,7 @@ void WriteHeader() {
     TraceWrite(TraceLog.Counter, line);
 }
 
-} // namespace
+}  // namespace
 
 std::size_t FormatText(char* out, std::size_t size, const char* format, const TraceArgument* arguments,
                        std::size_t count) {
@@ -268,7 +269,7 @@ std::size_t FormatText(char* out, std::size_t size, const char* format, const Tr
 }
 
 void TraceAccepted(const char* format, const TraceArgument* arguments, std::size_t count) {
-    const DWORD error = GetLastError(); // tracing never changes what a caller is about to look at
+    const DWORD error = GetLastError();  // tracing never changes what a caller is about to look at
     const DWORD wait = WaitForSingleObject(DebugMutex, MUTEX_WAIT_MS);
     // An abandoned mutex belongs to the waiter all the same.
     if (wait == WAIT_OBJECT_0 || wait == WAIT_ABANDONED) {
@@ -283,7 +284,7 @@ void TraceAccepted(const char* format, const TraceArgument* arguments, std::size
         FormatText(message, sizeof message, format, arguments, count);
         const TraceArgument parts[] = {timeGetTime(), static_cast<const char*>(message)};
         const std::size_t length = FormatText(line, sizeof line, "%lu %s\n", parts, 2);
-        line[length - 1] = '\n'; // also where the text was cut
+        line[length - 1] = '\n';  // also where the text was cut
         TraceWrite(TraceLog.Counter, line);
         ReleaseMutex(DebugMutex);
     }

@@ -13,15 +13,15 @@
 
 // Level bits. A line of level TRACE_ALWAYS is written whatever the mask says.
 enum TraceLevel : std::uint32_t {
-    TRACE_ALWAYS = 0,     // errors, start and stop of the serial thread, what the user sees
-    TRACE_ENTRY = 0x01,   // entry points, requests, key sending
-    TRACE_LINK = 0x02,    // frames sent and resent, blocked sending
-    TRACE_INPUT = 0x04,   // received frames
-    TRACE_CUT = 0x06,     // texts cut to their field
-    TRACE_DISPLAY = 0x08, // active key and display
-    TRACE_CALL = 0x10,    // keys, calls, LINE and PHONE events
-    TRACE_OMNA = 0x20,    // TAPI_OMNA messages, configuration contents
-    TRACE_CONFIG = 0x40,  // registry errors, the set's dynamic configuration
+    TRACE_ALWAYS = 0,      // errors, start and stop of the serial thread, what the user sees
+    TRACE_ENTRY = 0x01,    // entry points, requests, key sending
+    TRACE_LINK = 0x02,     // frames sent and resent, blocked sending
+    TRACE_INPUT = 0x04,    // received frames
+    TRACE_CUT = 0x06,      // texts cut to their field
+    TRACE_DISPLAY = 0x08,  // active key and display
+    TRACE_CALL = 0x10,     // keys, calls, LINE and PHONE events
+    TRACE_OMNA = 0x20,     // TAPI_OMNA messages, configuration contents
+    TRACE_CONFIG = 0x40,   // registry errors, the set's dynamic configuration
 };
 
 // The level mask, set once at process attach. Signed, as the registry's decimal text gives it.
@@ -37,12 +37,12 @@ struct TraceArgument {
     TraceArgument(const char* text) : kind(Narrow), number(0), narrow(text), wide(nullptr) {}
     TraceArgument(const WCHAR* text) : kind(Wide), number(0), narrow(nullptr), wide(text) {}
     template <class T>
-        requires std::is_integral_v<T> || std::is_enum_v<T>
-    TraceArgument(T value) : kind(Number), number(static_cast<std::uint32_t>(value)), narrow(nullptr), wide(nullptr) {}
+    requires std::is_integral_v<T> || std::is_enum_v<T> TraceArgument(T value)
+        : kind(Number), number(static_cast<std::uint32_t>(value)), narrow(nullptr), wide(nullptr) {}
     // Handles and addresses are printed as their low 32 bits.
     template <class T>
-        requires(!std::is_same_v<std::remove_cv_t<T>, char> && !std::is_same_v<std::remove_cv_t<T>, WCHAR>)
-    TraceArgument(T* value)
+    requires(!std::is_same_v<std::remove_cv_t<T>, char> && !std::is_same_v<std::remove_cv_t<T>, WCHAR>)
+        TraceArgument(T* value)
         : kind(Number), number(static_cast<std::uint32_t>(reinterpret_cast<std::uintptr_t>(value))), narrow(nullptr),
           wide(nullptr) {}
 };
@@ -59,7 +59,8 @@ void TraceAccepted(const char* format, const TraceArgument* arguments, std::size
 
 // Writes one line: level (bits of TraceLevel), a format of ours (never a text from outside) and its arguments.
 // Costs one test when the mask filters it out. May be called with or without the line mutex.
-template <class... Arguments> inline void Trace(std::uint32_t level, const char* format, const Arguments&... arguments) {
+template <class... Arguments>
+inline void Trace(std::uint32_t level, const char* format, const Arguments&... arguments) {
     if (level != 0 && (level & static_cast<std::uint32_t>(TraceMask)) == 0)
         return;
     if constexpr (sizeof...(Arguments) == 0) {
@@ -77,7 +78,7 @@ struct TraceRecord {
     bool FirstOpen = true;         // the first file has not been opened yet
     int FileIndex = 0;             // which of the two files is current
     std::FILE* File = nullptr;     // null when the last open failed
-    std::string WindowsDirectory; // without a backslash behind it
+    std::string WindowsDirectory;  // without a backslash behind it
 };
 extern TraceRecord TraceLog;
 

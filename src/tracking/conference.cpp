@@ -1,6 +1,6 @@
 #include "tracking/conference.h"
 
-#include "link/terminal.h" // the raw line 0, where the parties' texts stand
+#include "link/terminal.h"  // the raw line 0, where the parties' texts stand
 #include "platform/text.h"
 #include "trace/trace.h"
 #include "tracking/steps.h"
@@ -10,8 +10,8 @@
 namespace {
 
 constexpr DWORD ACTIVE_PAIR = LINECALLSTATE_CONNECTED | LINECALLSTATE_ONHOLD;
-constexpr int PARTY_COLUMNS = 12;       // of each party's text on line 0 ...
-constexpr int SECOND_PARTY_COLUMN = 14; // ... the second one from here
+constexpr int PARTY_COLUMNS = 12;        // of each party's text on line 0 ...
+constexpr int SECOND_PARTY_COLUMN = 14;  // ... the second one from here
 
 void Connect(int cref, int key, const char* trace) {
     CallOf(cref).state = LINECALLSTATE_CONNECTED;
@@ -94,9 +94,8 @@ bool BothConferenced() {
     if (!HoldsTwoCalls(Tracking.ActivCallTouch))
         return false;
     const auto& calls = TouchOf(Tracking.ActivCallTouch).calls;
-    return std::all_of(calls.begin(), calls.end(), [](int cref) {
-        return IsCref(cref) && CallOf(cref).state == LINECALLSTATE_CONFERENCED;
-    });
+    return std::all_of(calls.begin(), calls.end(),
+                       [](int cref) { return IsCref(cref) && CallOf(cref).state == LINECALLSTATE_CONFERENCED; });
 }
 
 bool StandsOnLine0(const char* text) {
@@ -209,7 +208,7 @@ void ActiveKeyLeft(int key, std::size_t slot, int cref) {
     FreeParty(key, slot, cref);
 }
 
-} // namespace
+}  // namespace
 
 void SoftKeyPressed(int number) {
     if (Tracking.DbCall == 0)

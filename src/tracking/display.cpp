@@ -14,7 +14,7 @@ namespace {
 
 constexpr DWORD ACTIVE_PAIR = LINECALLSTATE_CONNECTED | LINECALLSTATE_ONHOLD;
 
-using Text = char[DISPLAY_COLUMNS + 1]; // what a display line can hold
+using Text = char[DISPLAY_COLUMNS + 1];  // what a display line can hold
 
 bool IsDigit(char c) {
     return c >= '0' && c <= '9';
@@ -133,7 +133,7 @@ void EnquiryIfVersion1(int cref) {
 
 struct Party {
     bool Forwarded = false, NamePresent = false, NumberPresent = false;
-    bool Nothing = false; // the line begins with a digit or with separators: it says nothing
+    bool Nothing = false;  // the line begins with a digit or with separators: it says nothing
     Text Name = {}, Number = {};
 };
 
@@ -316,9 +316,8 @@ void DisconnectedOneLeft() {
 
 bool BothConferenced() {
     const auto& calls = TouchOf(Tracking.ActivCallTouch).calls;
-    return std::all_of(calls.begin(), calls.end(), [](int cref) {
-        return IsCref(cref) && CallOf(cref).state == LINECALLSTATE_CONFERENCED;
-    });
+    return std::all_of(calls.begin(), calls.end(),
+                       [](int cref) { return IsCref(cref) && CallOf(cref).state == LINECALLSTATE_CONFERENCED; });
 }
 
 void SecondCallOfferedWithTwoCalls() {
@@ -767,12 +766,12 @@ int PositionOf(int index) {
     return found == nullptr ? 0 : static_cast<int>(found - converted) / 8 + 1;
 }
 
-} // namespace
+}  // namespace
 
 void InterpretDisplay(int line, int p) {
     if (line != 0 && line != 1)
         return;
-    if ((static_cast<std::uint32_t>(TraceMask) & TRACE_DISPLAY) != 0) // spares the conversion
+    if ((static_cast<std::uint32_t>(TraceMask) & TRACE_DISPLAY) != 0)  // spares the conversion
         Trace(TRACE_DISPLAY, "ActivTou %d DbCall %d Display %d ->'%s'", Tracking.ActivCallTouch, Tracking.DbCall, line,
               DisplayLine(line));
     if (line == 1)

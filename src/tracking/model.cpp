@@ -1,6 +1,6 @@
 #include "tracking/model.h"
 
-#include "link/terminal.h" // the display buffer, which DisplayLine converts
+#include "link/terminal.h"  // the display buffer, which DisplayLine converts
 #include "provider/events.h"
 #include "trace/trace.h"
 
@@ -36,9 +36,10 @@ constexpr std::uint8_t SetToWindows[128] = {
     // clang-format on
 };
 
-constexpr const char* CommandNames[] = {
-    "",         "IBUTTON", "DISCONNECTKEY",    "DISPSUSPEND", "VMO_RING",   "CLEARALLLED", "VMO_CHAT",  "VMO_IDLE",
-    "MUTE",     "SENDING_COMPLETE", "CONN_DISP", "ACTIV_ICON", "INCOM_ICON", "HOLD_ICON",   "IDLE_ICON", "RESERVED_ICON"};
+constexpr const char* CommandNames[] = {"",           "IBUTTON",          "DISCONNECTKEY", "DISPSUSPEND",
+                                        "VMO_RING",   "CLEARALLLED",      "VMO_CHAT",      "VMO_IDLE",
+                                        "MUTE",       "SENDING_COMPLETE", "CONN_DISP",     "ACTIV_ICON",
+                                        "INCOM_ICON", "HOLD_ICON",        "IDLE_ICON",     "RESERVED_ICON"};
 
 char ToWindows(char c) {
     const auto code = static_cast<unsigned char>(c);
@@ -71,7 +72,7 @@ void ClearDirection(CallRecord& call) {
     call.Inbound = call.Outbound = call.byMakeCall = 0;
 }
 
-} // namespace
+}  // namespace
 
 bool IsCref(int cref) {
     return cref >= 0 && cref < CALL_COUNT;
@@ -119,9 +120,7 @@ int SearchState(int key, DWORD state) {
     case TOUCH_PATRON:
     case TOUCH_SECRETAIRE:
     case TOUCH_SECR_DEBORD: return stands(0);
-    default:
-        Trace(TRACE_ALWAYS, "SearchState - La Touche %d n'est pas multiligne ni pat/sec!", key);
-        return -1;
+    default: Trace(TRACE_ALWAYS, "SearchState - La Touche %d n'est pas multiligne ni pat/sec!", key); return -1;
     }
 }
 

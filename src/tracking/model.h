@@ -14,7 +14,7 @@
 
 constexpr int CALL_COUNT = 20;
 constexpr int CONF_CREF = 30;
-constexpr int KEY_COUNT = 89; // indexes 0 to 88; keys are numbered from 1, key 0 carries no calls
+constexpr int KEY_COUNT = 89;  // indexes 0 to 88; keys are numbered from 1, key 0 carries no calls
 constexpr std::size_t LABEL_SIZE = 32;
 
 enum TouchKind : std::int32_t {
@@ -40,15 +40,15 @@ constexpr DWORD STATE_REOFFERING = 0x10000;
 struct Touch {
     std::int32_t kind = TOUCH_NONE;
     char label[LABEL_SIZE] = {};
-    std::int32_t icon = 0;           // the icon code last processed
-    std::uint32_t rawIcon = 0;       // the 16-bit icon value last received
-    std::array<int, 2> calls{-1, -1}; // crefs standing on the key; slot 1 on multi-line keys only
+    std::int32_t icon = 0;             // the icon code last processed
+    std::uint32_t rawIcon = 0;         // the 16-bit icon value last received
+    std::array<int, 2> calls{-1, -1};  // crefs standing on the key; slot 1 on multi-line keys only
 };
 extern std::array<Touch, KEY_COUNT> TouchTable;
 
 struct CallRecord {
-    std::int32_t touch = 0; // the key the call stands on; 0 = the record is free
-    DWORD state = 0;        // LINECALLSTATE_ or STATE_REOFFERING; 0 = never used
+    std::int32_t touch = 0;  // the key the call stands on; 0 = the record is free
+    DWORD state = 0;         // LINECALLSTATE_ or STATE_REOFFERING; 0 = never used
     int Inbound = 0, Outbound = 0, byMakeCall = 0;
     HTAPICALL htCall = {};
     char DestAddress[NUMBER_SIZE] = {}, DestName[NUMBER_SIZE] = {};
@@ -58,7 +58,7 @@ struct CallRecord {
     char RedirectionAddress[NUMBER_SIZE] = {}, RedirectionName[NUMBER_SIZE] = {};
     char RedirectingAddress[NUMBER_SIZE] = {}, RedirectingName[NUMBER_SIZE] = {};
     char ConnectedAddress[NUMBER_SIZE] = {}, ConnectedName[NUMBER_SIZE] = {};
-    int DispNamePending = 0; // name and number are still to be read from the display
+    int DispNamePending = 0;  // name and number are still to be read from the display
     DWORD Origin = LINECALLORIGIN_UNAVAIL;
     DWORD Reason = LINECALLREASON_UNAVAIL;
 
@@ -93,31 +93,31 @@ extern KeyListSet KeyLists;
 
 // Markers that start anew with every serial thread.
 struct TrackingState {
-    int ActivCallTouch = 0;        // key whose call is in conversation; 0 = none
-    int DbCall = 0;                // two calls stand on one multi-line key
-    int OfferInfoCref = -1;        // newest incoming call whose caller has not been read yet
-    int OfferTicks = 0;            // ticks spent waiting for that caller
-    int UnknownConnectedCall = -1; // call just answered whose party is still to be read from the display
-    int PickUpCref = -1;           // call of a running linePickup, waiting to appear on a key
+    int ActivCallTouch = 0;         // key whose call is in conversation; 0 = none
+    int DbCall = 0;                 // two calls stand on one multi-line key
+    int OfferInfoCref = -1;         // newest incoming call whose caller has not been read yet
+    int OfferTicks = 0;             // ticks spent waiting for that caller
+    int UnknownConnectedCall = -1;  // call just answered whose party is still to be read from the display
+    int PickUpCref = -1;            // call of a running linePickup, waiting to appear on a key
     int ConfInProgress = 0;
-    int ConferenceReq = 0; // the conference call was already made by a TAPI request
+    int ConferenceReq = 0;  // the conference call was already made by a TAPI request
     int ConfParty1 = 0, ConfParty2 = 0;
-    int ConfEndReq = 0;        // the user pressed the conference soft key again
-    int ConfBroken = 0;        // a party left the conference
-    int SecondCallDropReq = 0; // soft key 1 was pressed on request to end the second call
-    int ForwardAckTicks = 0;   // ticks left after a forwarding code was sent
+    int ConfEndReq = 0;         // the user pressed the conference soft key again
+    int ConfBroken = 0;         // a party left the conference
+    int SecondCallDropReq = 0;  // soft key 1 was pressed on request to end the second call
+    int ForwardAckTicks = 0;    // ticks left after a forwarding code was sent
 };
 extern TrackingState Tracking;
 
 // Markers that keep their value from one serial thread to the next.
-extern int PickUpSupervCref;       // ringing supervised call that the user intercepts; -1 = none
-extern int SwapKeyTransferingCref; // call reported transferred away from a boss or secretary key; -1 = none
-extern std::array<int, 10> WaitInfo; // calls offered without caller, still waiting for it; -1 = free entry
+extern int PickUpSupervCref;          // ringing supervised call that the user intercepts; -1 = none
+extern int SwapKeyTransferingCref;    // call reported transferred away from a boss or secretary key; -1 = none
+extern std::array<int, 10> WaitInfo;  // calls offered without caller, still waiting for it; -1 = free entry
 extern char ConfText1[13], ConfText2[13];
-extern char TmpAddress[NUMBER_SIZE];   // digits read from line 0 while an outgoing call is dialled
-extern char DialedNumber[NUMBER_SIZE]; // digits keyed on the set since the last call began
+extern char TmpAddress[NUMBER_SIZE];    // digits read from line 0 while an outgoing call is dialled
+extern char DialedNumber[NUMBER_SIZE];  // digits keyed on the set since the last call began
 
-bool IsCref(int cref); // 0 to 19
+bool IsCref(int cref);  // 0 to 19
 
 // Takes the first free record for a call on this key; gives its cref, or -1 when all are taken. Cuts DialedNumber to
 // its last character. The creator sets the direction.

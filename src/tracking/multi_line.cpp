@@ -84,7 +84,7 @@ void MoveIncomingTo(int key, int cref) {
 
 void TakeWaitingCalls(int key) {
     if (IsCref(Tracking.PickUpCref)) {
-        const int cref = Tracking.PickUpCref; // stays set until the call is reported connected
+        const int cref = Tracking.PickUpCref;  // stays set until the call is reported connected
         MoveIncomingTo(key, cref);
         Trace(TRACE_CALL, "InPickUpFunction Icone:%d - Etat:PROCEEDING - Ref:%d", key, cref);
         CallOf(cref).state = LINECALLSTATE_PROCEEDING;
@@ -112,7 +112,7 @@ void TakeWaitingCalls(int key) {
 
 void Seize(int key, int) {
     const auto& calls = TouchOf(key).calls;
-    if (CallOnKey(key) != -1) { // made by a request before the key lit
+    if (CallOnKey(key) != -1) {  // made by a request before the key lit
         Activate(key);
         Trace(TRACE_CALL, "ACT_ACTIV_ICON ref %04x %04x deja cree", calls[0], calls[1]);
         return;
@@ -128,7 +128,7 @@ void Ringing(int key, int) {
     Touch& touch = TouchOf(key);
     if (CallOnKey(key) != -1) {
         Trace(TRACE_CALL, "CROISEMENT arrivee/depart iconid:%d cref1 %d cref2 %d", key, touch.calls[0], touch.calls[1]);
-        for (const int cref : std::array(touch.calls)) // a copy: ClearCall empties the slots
+        for (const int cref : std::array(touch.calls))  // a copy: ClearCall empties the slots
             if (cref != -1)
                 ClearCall(cref);
     }
@@ -398,7 +398,7 @@ Then EndEstablished(int key, int icon, std::size_t slot, int cref) {
     const DWORD state = CallOf(cref).state;
     if (touch.kind == TOUCH_MULTI && (state == LINECALLSTATE_PROCEEDING || state == LINECALLSTATE_DIALTONE))
         TmpAddress[0] = 0;
-    if (cref == SwapKeyTransferingCref && IsBossOrSecretary(key)) { // kept for the key that receives the call
+    if (cref == SwapKeyTransferingCref && IsBossOrSecretary(key)) {  // kept for the key that receives the call
         Trace(TRACE_CALL, "Icone:%d éteint - cref %04x transfert touche PAT/SEC"_cp1252, key, cref);
         touch.icon = IDLE_ICON;
         touch.calls[slot] = -1;
@@ -463,7 +463,7 @@ void End(int key, int icon) {
     if (HoldsTwoCalls(key))
         Tracking.DbCall = 0;
     for (std::size_t slot = 0; slot < 2; ++slot) {
-        const int cref = TouchOf(key).calls[slot]; // afresh: the first slot's end may have changed the second
+        const int cref = TouchOf(key).calls[slot];  // afresh: the first slot's end may have changed the second
         if (!IsCref(cref))
             continue;
         if (TouchOf(key).kind == TOUCH_MULTI) {
@@ -500,7 +500,7 @@ Step StepFor(int stored, int icon) {
     return Steps[row - ACTIV_ICON][icon - ACTIV_ICON];
 }
 
-} // namespace
+}  // namespace
 
 void MultiIcon(int icon, int key) {
     if (!IsKey(key) || !IsIcon(icon))

@@ -60,7 +60,8 @@ void StopRinging(int key) {
         return;
     }
     if (here) {
-        Trace(TRACE_ALWAYS, "Icone:%d éteint - Superv etat impossible %lx - Ref:%d"_cp1252, key, CallOf(cref).state, cref);
+        Trace(TRACE_ALWAYS, "Icone:%d éteint - Superv etat impossible %lx - Ref:%d"_cp1252, key, CallOf(cref).state,
+              cref);
         return;
     }
     Trace(TRACE_CALL, "Icone:%d éteint - Superv Interceptee - Ref:%d"_cp1252, key, cref);
@@ -68,7 +69,7 @@ void StopRinging(int key) {
     touch.calls[0] = -1;
 }
 
-} // namespace
+}  // namespace
 
 void SupervIcon(int icon, int key) {
     if (Settings.SupervService == 0 || !IsKey(key))
@@ -81,7 +82,7 @@ void SupervIcon(int icon, int key) {
         return;
     }
     switch (icon) {
-    case INCOM_ICON: // the call before was intercepted and stands on another key now
+    case INCOM_ICON:  // the call before was intercepted and stands on another key now
         if (IsCref(touch.calls[0]) && CallOf(touch.calls[0]).touch != key)
             CreateSupervisedCall(key);
         break;

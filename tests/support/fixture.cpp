@@ -13,9 +13,9 @@
 #include "link/tick.h"
 #include "provider/events.h"
 #include "provider/lifecycle.h"
+#include "trace/trace.h"
 #include "tracking/display.h"
 #include "tracking/multi_line.h"
-#include "trace/trace.h"
 
 #include <algorithm>
 #include <cstring>
@@ -25,7 +25,7 @@
 
 namespace {
 
-std::mutex EventsLock; // the serial thread reports too
+std::mutex EventsLock;  // the serial thread reports too
 std::vector<std::string> Captured;
 std::size_t TraceOffset = 0;
 
@@ -49,17 +49,18 @@ std::string Flags(DWORD value, std::span<const Named> names) {
     return out;
 }
 
-constexpr Named States[] = {{0x1, "IDLE"},         {0x2, "OFFERING"},      {0x8, "DIALTONE"},
-                            {0x10, "DIALING"},     {0x20, "RINGBACK"},     {0x40, "BUSY"},
-                            {0x100, "CONNECTED"},  {0x200, "PROCEEDING"},  {0x400, "ONHOLD"},
-                            {0x800, "CONFERENCED"}, {0x1000, "ONHOLDPENDCONF"}, {0x2000, "ONHOLDPENDTRANSFER"},
+constexpr Named States[] = {{0x1, "IDLE"},           {0x2, "OFFERING"},          {0x8, "DIALTONE"},
+                            {0x10, "DIALING"},       {0x20, "RINGBACK"},         {0x40, "BUSY"},
+                            {0x100, "CONNECTED"},    {0x200, "PROCEEDING"},      {0x400, "ONHOLD"},
+                            {0x800, "CONFERENCED"},  {0x1000, "ONHOLDPENDCONF"}, {0x2000, "ONHOLDPENDTRANSFER"},
                             {0x4000, "DISCONNECTED"}};
-constexpr Named Infos[] = {{0x20, "APPSPECIFIC"},   {0x8000, "CALLERID"},   {0x10000, "CALLEDID"},
+constexpr Named Infos[] = {{0x20, "APPSPECIFIC"},    {0x8000, "CALLERID"},       {0x10000, "CALLEDID"},
                            {0x20000, "CONNECTEDID"}, {0x40000, "REDIRECTIONID"}, {0x80000, "REDIRECTINGID"}};
-constexpr Named LineStates[] = {{0x4, "CONNECTED"}, {0x8, "DISCONNECTED"}, {0x40, "INSERVICE"},
-                                {0x80, "OUTOFSERVICE"}, {0x40000, "REINIT"}};
-constexpr Named PhoneStates[] = {{0x20, "DISPLAY"},      {0x40, "LAMP"},          {0x80, "RINGMODE"},
-                                 {0x200, "HANDSETHOOK"}, {0x2000, "SPEAKERVOLUME"}, {0x10, "DISCONNECTED"}};
+constexpr Named LineStates[] = {
+    {0x4, "CONNECTED"}, {0x8, "DISCONNECTED"}, {0x40, "INSERVICE"}, {0x80, "OUTOFSERVICE"}, {0x40000, "REINIT"}};
+constexpr Named PhoneStates[] = {{0x20, "DISPLAY"},         {0x40, "LAMP"},
+                                 {0x80, "RINGMODE"},        {0x200, "HANDSETHOOK"},
+                                 {0x2000, "SPEAKERVOLUME"}, {0x10, "DISCONNECTED"}};
 
 void Record(std::string text) {
     const std::lock_guard lock(EventsLock);
@@ -80,7 +81,7 @@ std::string Hex(DWORD_PTR value) {
 void CALLBACK CaptureLine(HTAPILINE line, HTAPICALL call, DWORD message, DWORD_PTR p1, DWORD_PTR p2, DWORD_PTR) {
     const DWORD value = static_cast<DWORD>(p1);
     switch (message) {
-    case 500: // LINE_NEWCALL: TAPI gives its handle during the call
+    case 500:  // LINE_NEWCALL: TAPI gives its handle during the call
         *reinterpret_cast<HTAPICALL*>(p2) = reinterpret_cast<HTAPICALL>(static_cast<std::uintptr_t>(0x100 + p1));
         return Record("NEWCALL " + std::to_string(p1));
     case LINE_CALLSTATE:
@@ -104,7 +105,7 @@ void CALLBACK CaptureCompletion(DRV_REQUESTID id, LONG result) {
            (result < 0 ? Hex(static_cast<std::uint32_t>(result)) : std::to_string(result)));
 }
 
-} // namespace
+}  // namespace
 
 std::string Utf8(std::string_view cp1252) {
     static constexpr std::uint16_t High[32] = {0x20AC, 0x81,   0x201A, 0x192,  0x201E, 0x2026, 0x2020, 0x2021,

@@ -46,7 +46,7 @@ struct RecordingPort : PlatformControl::PortDevice {
     // Maps it to COM1 and opens that, as the serial thread would.
     void Open() {
         PlatformControl::MapPort("COM1", this);
-        Serial.Port = CreateFileA("COM1", GENERIC_READ | GENERIC_WRITE, 0, nullptr, OPEN_EXISTING, FILE_FLAG_OVERLAPPED,
-                                  nullptr);
+        Serial.Port =
+            CreateFileA("COM1", GENERIC_READ | GENERIC_WRITE, 0, nullptr, OPEN_EXISTING, FILE_FLAG_OVERLAPPED, nullptr);
     }
 };

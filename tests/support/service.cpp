@@ -8,7 +8,7 @@ namespace {
 
 constexpr DWORD LINE_BASE = 3, PHONE_BASE = 5, PROVIDER_ID = 9;
 
-} // namespace
+}  // namespace
 
 void Service::SetUp() {
     PlatformControl::Reset();
@@ -39,7 +39,7 @@ LONG Service::OpenLine() {
     EXPECT_EQ(TSPI_providerInit(0x20000, PROVIDER_ID, LINE_BASE, PHONE_BASE, lines, phones, completion, &options), 0);
     const LONG result =
         TSPI_lineOpen(LINE_BASE, reinterpret_cast<HTAPILINE>(std::uintptr_t{0x11}), &Line, 0x20000, lineEvent);
-    ProviderState.PhoneEventProc = phoneEvent; // as the phone's open would
+    ProviderState.PhoneEventProc = phoneEvent;  // as the phone's open would
     return result;
 }
 

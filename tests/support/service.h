@@ -35,6 +35,6 @@ protected:
     template <class Action> void Do(Action action) {
         Machine.SetNow(PlatformControl::Now());
         EXPECT_EQ(action(Machine), "");
-        Advance(1500); // ample for the line and the ticks
+        Advance(1500);  // ample for the line and the ticks
     }
 };

@@ -12,4 +12,4 @@ struct Attachment {
 // Linked last, so built last and destroyed first: everything it needs is there.
 Attachment Attached;
 
-} // namespace
+}  // namespace

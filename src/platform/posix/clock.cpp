@@ -15,8 +15,8 @@ namespace {
 std::condition_variable Wake;
 bool TestClock = false;
 std::uint32_t TestNow = 0;
-std::thread::id Driver; // the thread that moves the test clock
-int Busy = 0;           // product threads that are neither waiting nor ended
+std::thread::id Driver;  // the thread that moves the test clock
+int Busy = 0;            // product threads that are neither waiting nor ended
 
 std::uint32_t SystemNow() {
     using namespace std::chrono;
@@ -55,7 +55,7 @@ bool FireNextTimer(Guard& guard, std::uint32_t limit) {
 
 // The driving thread waits: time passes, timer by timer, until it need not wait any longer.
 bool DriveUntil(Guard& guard, DWORD milliseconds, const std::function<bool()>& ready) {
-    constexpr std::uint32_t FOREVER = 0x40000000; // 12 days: an endless wait that nothing can end
+    constexpr std::uint32_t FOREVER = 0x40000000;  // 12 days: an endless wait that nothing can end
     const std::uint32_t limit = TestNow + (milliseconds == INFINITE ? FOREVER : milliseconds);
     for (;;) {
         Wake.wait(guard, [&] { return ready() || AtRest(); });
@@ -74,7 +74,7 @@ bool DriveUntil(Guard& guard, DWORD milliseconds, const std::function<bool()>& r
     }
 }
 
-} // namespace
+}  // namespace
 
 std::uint32_t NowLocked() {
     return TestClock ? TestNow : SystemNow();
@@ -124,7 +124,7 @@ void ResetClock() {
     Busy = 0;
 }
 
-} // namespace Posix
+}  // namespace Posix
 
 using namespace Posix;
 

@@ -33,7 +33,7 @@ void Reset();
 // come to rest in it.
 void UseSystemClock();
 void UseTestClock(std::uint32_t now);
-std::uint32_t Now(); // of the clock in use, ms
+std::uint32_t Now();  // of the clock in use, ms
 // Moves the test clock, firing each timer as it comes due and waiting until its thread rests again.
 void Advance(std::uint32_t milliseconds);
 // Waits until every product thread rests in a message loop, a box or a wait, or has ended. Test clock only.
@@ -44,36 +44,36 @@ void Settle();
 struct PortDevice {
     virtual ~PortDevice() = default;
     virtual void Write(std::span<const std::uint8_t> bytes, std::uint32_t now) = 0;
-    virtual std::size_t Available(std::uint32_t now) = 0; // bytes that a read would get now
+    virtual std::size_t Available(std::uint32_t now) = 0;  // bytes that a read would get now
     virtual std::size_t Read(std::span<std::uint8_t> into, std::uint32_t now) = 0;
-    virtual std::size_t OutputPending(std::uint32_t) { return 0; } // bytes written that are not on the wire yet
+    virtual std::size_t OutputPending(std::uint32_t) { return 0; }  // bytes written that are not on the wire yet
     virtual void Opened() {}
     virtual void Closed() {}
 };
-void MapPort(const std::string& name, PortDevice* device);            // "COM1" .. "COM4"; null unmaps
+void MapPort(const std::string& name, PortDevice* device);  // "COM1" .. "COM4"; null unmaps
 void MapPortToTerminal(const std::string& name, const std::string& path);
 
 // What a port does wrong, and what was set on it.
 struct PortRecord {
-    DWORD OpenError = 0;        // CreateFileA fails with this
+    DWORD OpenError = 0;  // CreateFileA fails with this
     bool GetStateFails = false, SetStateFails = false;
-    bool WriteFails = false, ReadFails = false; // with ERROR_IO_DEVICE
-    bool WritePends = false;    // writes are reported as pending (ERROR_IO_PENDING), and carried out
+    bool WriteFails = false, ReadFails = false;  // with ERROR_IO_DEVICE
+    bool WritePends = false;                     // writes are reported as pending (ERROR_IO_PENDING), and carried out
     int Opens = 0, Closes = 0;
     DCB Dcb{};
     COMMTIMEOUTS Timeouts{};
     bool Rts = false;
-    DWORD Access = 0, Share = 0, Flags = 0; // as CreateFileA got them
+    DWORD Access = 0, Share = 0, Flags = 0;  // as CreateFileA got them
 };
 PortRecord& Port(const std::string& name);
 
 // --- message boxes -----------------------------------------------------------------------------------------------
 struct Box {
-    std::string Text, Caption; // bytes as given, Windows-1252
+    std::string Text, Caption;  // bytes as given, Windows-1252
     UINT Style = 0;
-    bool LineMutexHeld = false; // whether the showing thread held a mutex named SP62LineMutex while it was open
+    bool LineMutexHeld = false;  // whether the showing thread held a mutex named SP62LineMutex while it was open
 };
-std::vector<Box> Boxes();    // all shown since Reset
+std::vector<Box> Boxes();  // all shown since Reset
 // Boxes stay open this long by the clock; meanwhile the showing thread's timers are dispatched, as on Windows.
 void KeepBoxesOpen(std::uint32_t milliseconds);
 // Decides the answer; runs on the showing thread when the box closes. Default: IDOK.
@@ -86,18 +86,18 @@ void RegistryInFile(const std::string& path);
 void RefuseRegistry(const std::string& keyOrValue, LONG error);
 // Writes to private profile files fail while set.
 void RefuseProfile(bool refuse);
-std::string Root();                                    // POSIX path of the directory that holds drive C:
-void SetWindowsDirectory(const std::string& path);     // default "C:\\WINDOWS"; the system directory is below it
-std::string PosixPath(const std::string& windowsPath); // where a Windows path of this layer lies
+std::string Root();                                     // POSIX path of the directory that holds drive C:
+void SetWindowsDirectory(const std::string& path);      // default "C:\\WINDOWS"; the system directory is below it
+std::string PosixPath(const std::string& windowsPath);  // where a Windows path of this layer lies
 
 // --- memory, waits, handles --------------------------------------------------------------------------------------
 void FailGlobalAlloc(bool fail);
 void FailGlobalLock(bool fail);
-void StickGlobalUnlock(int times); // the next n unlocks report that the block is still locked
+void StickGlobalUnlock(int times);  // the next n unlocks report that the block is still locked
 // The next wait for the mutex of this name ends with this result (WAIT_ABANDONED gives the mutex, WAIT_TIMEOUT not).
 void NextWait(const std::string& mutexName, DWORD result);
-void FailCreate(const std::string& objectName, DWORD error); // CreateMutexA, CreateEventA; 0 lifts it
+void FailCreate(const std::string& objectName, DWORD error);  // CreateMutexA, CreateEventA; 0 lifts it
 void FailCreateThread(DWORD error);
-int OpenHandles(); // of every kind; for leak tests
+int OpenHandles();  // of every kind; for leak tests
 
-} // namespace PlatformControl
+}  // namespace PlatformControl

@@ -16,8 +16,8 @@ namespace Posix {
 
 namespace {
 
-std::string RootPath;      // holds drive C:
-bool RootIsOurs = false;   // a temporary one, removed at the end
+std::string RootPath;     // holds drive C:
+bool RootIsOurs = false;  // a temporary one, removed at the end
 std::string WindowsPath = "C:\\WINDOWS";
 
 bool AllocFails = false, LockFails = false;
@@ -61,7 +61,7 @@ std::string Mapped(const std::string& path) {
 
 UINT GiveDirectory(const std::string& path, LPSTR buffer, UINT size) {
     if (path.size() >= size)
-        return static_cast<UINT>(path.size() + 1); // the room that is needed
+        return static_cast<UINT>(path.size() + 1);  // the room that is needed
     std::memcpy(buffer, path.c_str(), path.size() + 1);
     return static_cast<UINT>(path.size());
 }
@@ -85,7 +85,8 @@ char ToNarrow(char16_t c) {
 
 // Converts up to `count` units (-1: up to and with the terminator) into `room`; 0 with ERROR_INSUFFICIENT_BUFFER when
 // they do not fit, as Windows does.
-template <class From, class To, class Convert> int Transcode(const From* text, int count, To* out, int room, Convert one) {
+template <class From, class To, class Convert>
+int Transcode(const From* text, int count, To* out, int room, Convert one) {
     int length = count;
     if (count < 0) {
         length = 0;
@@ -99,7 +100,7 @@ template <class From, class To, class Convert> int Transcode(const From* text, i
     for (int i = 0; i < taken; ++i)
         out[i] = one(text[i]);
     if (taken < length) {
-        SetLastError(122); // ERROR_INSUFFICIENT_BUFFER
+        SetLastError(122);  // ERROR_INSUFFICIENT_BUFFER
         return 0;
     }
     return length;
@@ -110,7 +111,7 @@ struct Block {
     std::size_t size = 0;
 };
 
-} // namespace
+}  // namespace
 
 void ResetFiles() {
     TemporaryRoot::Remove();
@@ -124,7 +125,7 @@ void ResetMemory() {
     StuckUnlocks = 0;
 }
 
-} // namespace Posix
+}  // namespace Posix
 
 using namespace Posix;
 

@@ -24,7 +24,7 @@ std::map<DWORD, std::deque<MSG>> Queues;
 std::vector<PlatformControl::Box> Shown;
 std::uint32_t BoxOpenMs = 0;
 std::function<int(const PlatformControl::Box&)> BoxAnswer;
-bool BoxesPrinted = true; // on standard error; tests look at Boxes() instead
+bool BoxesPrinted = true;  // on standard error; tests look at Boxes() instead
 
 bool Passed(std::uint32_t now, std::uint32_t due) {
     return static_cast<std::int32_t>(now - due) >= 0;
@@ -58,7 +58,7 @@ bool Take(DWORD threadID, MSG& message) {
     message.lParam = reinterpret_cast<LPARAM>(timer->procedure);
     message.time = now;
     timer->due += timer->period;
-    if (Passed(now, timer->due)) // late by more than a period: ticks are not made up for
+    if (Passed(now, timer->due))  // late by more than a period: ticks are not made up for
         timer->due = now + timer->period;
     return true;
 }
@@ -91,7 +91,7 @@ bool Await(Guard& guard, MSG& message, const std::uint32_t* limit) {
     return Take(self, message);
 }
 
-} // namespace
+}  // namespace
 
 bool NextTimer(std::uint32_t now, std::uint32_t& due) {
     bool found = false;
@@ -119,7 +119,7 @@ void ResetMessages() {
     BoxesPrinted = false;
 }
 
-} // namespace Posix
+}  // namespace Posix
 
 using namespace Posix;
 
@@ -153,7 +153,7 @@ BOOL WINAPI PostThreadMessageA(DWORD threadID, UINT message, WPARAM wParam, LPAR
 
 UINT_PTR WINAPI SetTimer(HWND, UINT_PTR, UINT milliseconds, TIMERPROC procedure) {
     const Guard guard(Lock);
-    const UINT period = std::max(milliseconds, 10u); // the shortest that Windows grants
+    const UINT period = std::max(milliseconds, 10u);  // the shortest that Windows grants
     Timers.push_back({NextTimerID, GetCurrentThreadId(), period, NowLocked() + period, procedure});
     Changed();
     return NextTimerID++;

@@ -12,11 +12,11 @@ namespace {
 struct Waitable : Object {
     std::string name;
     virtual bool Ready() const = 0;
-    virtual DWORD Take() = 0; // what a successful wait gives
+    virtual DWORD Take() = 0;  // what a successful wait gives
 };
 
 struct Mutex : Waitable {
-    DWORD owner = 0; // thread identifier; 0 = free
+    DWORD owner = 0;  // thread identifier; 0 = free
     int depth = 0;
     bool abandoned = false;
     bool Ready() const override { return owner == 0 || owner == GetCurrentThreadId(); }
@@ -84,7 +84,7 @@ void Abandon(DWORD threadID) {
     ForgetTimersOf(threadID);
 }
 
-} // namespace
+}  // namespace
 
 HANDLE Register(std::shared_ptr<Object> object) {
     const HANDLE handle = reinterpret_cast<HANDLE>(NextHandle);
@@ -114,7 +114,7 @@ void ResetObjects() {
     ThreadError = 0;
 }
 
-} // namespace Posix
+}  // namespace Posix
 
 using namespace Posix;
 

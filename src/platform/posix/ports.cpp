@@ -18,8 +18,8 @@ namespace {
 
 struct OpenPort : Object {
     std::string name;
-    int fd = -1;                                  // a terminal ...
-    PlatformControl::PortDevice* device = nullptr; // ... or a device in process
+    int fd = -1;                                    // a terminal ...
+    PlatformControl::PortDevice* device = nullptr;  // ... or a device in process
     ~OpenPort() override;
 };
 
@@ -64,12 +64,12 @@ speed_t SpeedOf(DWORD baud) {
         DWORD baud;
         speed_t constant;
     };
-    constexpr Speed Speeds[] = {{300, B300},     {600, B600},     {1200, B1200},   {2400, B2400},    {4800, B4800},
-                                {9600, B9600},   {19200, B19200}, {38400, B38400}, {57600, B57600}, {115200, B115200}};
+    constexpr Speed Speeds[] = {{300, B300},   {600, B600},     {1200, B1200},   {2400, B2400},   {4800, B4800},
+                                {9600, B9600}, {19200, B19200}, {38400, B38400}, {57600, B57600}, {115200, B115200}};
     for (const Speed& speed : Speeds)
         if (speed.baud == baud)
             return speed.constant;
-    return B0; // unknown: refused
+    return B0;  // unknown: refused
 }
 
 // Raw, 8 data bits, speed, stop bits and CTS flow control as the DCB says. A pseudo-terminal takes what it can.
@@ -111,7 +111,7 @@ BOOL Fail(DWORD error) {
     return FALSE;
 }
 
-} // namespace
+}  // namespace
 
 void ResetPorts() {
     Records.clear();
@@ -120,7 +120,7 @@ void ResetPorts() {
     InUse.clear();
 }
 
-} // namespace Posix
+}  // namespace Posix
 
 using namespace Posix;
 
@@ -153,7 +153,7 @@ HANDLE WINAPI CreateFileA(LPCSTR name, DWORD access, DWORD share, SECURITY_ATTRI
             close(fd);
             return fail(ERROR_FILE_NOT_FOUND);
         }
-        ioctl(fd, TIOCEXCL); // the next open, of any process but root's, is refused
+        ioctl(fd, TIOCEXCL);  // the next open, of any process but root's, is refused
     }
     auto port = std::make_shared<OpenPort>();
     port->name = name;
@@ -216,7 +216,7 @@ BOOL WINAPI EscapeCommFunction(HANDLE handle, DWORD function) {
     if (port->fd >= 0) {
         const int line = TIOCM_RTS;
         if (ioctl(port->fd, function == SETRTS ? TIOCMBIS : TIOCMBIC, &line) != 0)
-            return Fail(ERROR_INVALID_PARAMETER); // a pseudo-terminal has no such line
+            return Fail(ERROR_INVALID_PARAMETER);  // a pseudo-terminal has no such line
     }
     return TRUE;
 }

@@ -25,7 +25,7 @@ namespace {
 struct Value {
     std::string name;
     DWORD type = REG_SZ;
-    std::string data; // as stored, terminators included
+    std::string data;  // as stored, terminators included
 };
 
 struct Key {
@@ -53,7 +53,7 @@ std::shared_ptr<Key> NewMachine() {
 }
 std::shared_ptr<Key> Machine = NewMachine();
 std::string FilePath;
-bool Chosen = false; // whether FilePath has been decided
+bool Chosen = false;  // whether FilePath has been decided
 std::map<std::string, LONG> Refused;
 bool ProfileRefused = false;
 
@@ -233,12 +233,12 @@ LONG Give(const Value& value, DWORD* type, BYTE* data, DWORD* size) {
     const auto length = static_cast<DWORD>(value.data.size());
     const bool fits = data == nullptr || *size >= length;
     if (data != nullptr && fits)
-        std::memcpy(data, value.data.data(), length);
+        std::copy(value.data.begin(), value.data.end(), data);
     *size = length;
     return fits ? ERROR_SUCCESS : static_cast<LONG>(ERROR_MORE_DATA);
 }
 
-} // namespace
+}  // namespace
 
 void ResetRegistry() {
     Machine = NewMachine();
@@ -248,7 +248,7 @@ void ResetRegistry() {
     ProfileRefused = false;
 }
 
-} // namespace Posix
+}  // namespace Posix
 
 using namespace Posix;
 
@@ -264,7 +264,7 @@ LONG WINAPI RegCreateKeyExA(HKEY parent, LPCSTR name, DWORD, LPSTR, DWORD, REGSA
     const bool there = above != nullptr && Walk(above->key, name, false) != nullptr;
     const LONG result = Open(above, name, true, key);
     if (result == ERROR_SUCCESS && disposition != nullptr)
-        *disposition = there ? 2 : 1; // opened, created
+        *disposition = there ? 2 : 1;  // opened, created
     if (result == ERROR_SUCCESS && !there)
         Save();
     return result;
@@ -385,14 +385,14 @@ BOOL WINAPI WritePrivateProfileStringA(LPCSTR section, LPCSTR name, LPCSTR text,
         from = lines.end() - 1;
     }
     if (from != lines.end()) {
-        const auto to = std::find_if(from + 1, lines.end(), [](const std::string& line) { return line.starts_with("["); });
+        const auto to =
+            std::find_if(from + 1, lines.end(), [](const std::string& line) { return line.starts_with("["); });
         if (name == nullptr) {
             lines.erase(from, to);
         } else {
             const std::string start = std::string(name) + "=";
-            const auto entry = std::find_if(from + 1, to, [&](const std::string& line) {
-                return Same(line.substr(0, start.size()), start);
-            });
+            const auto entry = std::find_if(
+                from + 1, to, [&](const std::string& line) { return Same(line.substr(0, start.size()), start); });
             if (entry != to && text == nullptr)
                 lines.erase(entry);
             else if (entry != to)

@@ -15,7 +15,7 @@ extern std::mutex Lock;
 using Guard = std::unique_lock<std::mutex>;
 
 // --- the clock (clock.cpp)
-std::uint32_t NowLocked(); // with Lock held
+std::uint32_t NowLocked();  // with Lock held
 // Waits, with the lock held, until `ready` holds (true), or until `milliseconds` have passed (false; INFINITE never).
 // With the test clock, a thread that waits here counts as at rest; the driving thread (the one that called Reset) moves
 // the time while it waits.
@@ -35,7 +35,7 @@ struct Object {
 };
 HANDLE Register(std::shared_ptr<Object> object);
 std::shared_ptr<Object> Find(HANDLE handle);
-bool HoldsMutex(const std::string& name); // the calling thread; with Lock held
+bool HoldsMutex(const std::string& name);  // the calling thread; with Lock held
 
 // --- start values, for PlatformControl::Reset
 void ResetClock();
@@ -46,4 +46,4 @@ void ResetRegistry();
 void ResetFiles();
 void ResetMemory();
 
-} // namespace Posix
+}  // namespace Posix

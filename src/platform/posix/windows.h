@@ -72,8 +72,8 @@ HANDLE WINAPI CreateMutexA(SECURITY_ATTRIBUTES*, BOOL initialOwner, LPCSTR name)
 BOOL WINAPI ReleaseMutex(HANDLE mutex);
 HANDLE WINAPI CreateEventA(SECURITY_ATTRIBUTES*, BOOL manualReset, BOOL initialState, LPCSTR name);
 BOOL WINAPI SetEvent(HANDLE event);
-HANDLE WINAPI CreateThread(SECURITY_ATTRIBUTES*, SIZE_T stack, LPTHREAD_START_ROUTINE start, LPVOID argument, DWORD flags,
-                           DWORD* threadID);
+HANDLE WINAPI CreateThread(SECURITY_ATTRIBUTES*, SIZE_T stack, LPTHREAD_START_ROUTINE start, LPVOID argument,
+                           DWORD flags, DWORD* threadID);
 DWORD WINAPI WaitForSingleObject(HANDLE object, DWORD milliseconds);
 BOOL WINAPI CloseHandle(HANDLE object);
 DWORD WINAPI GetCurrentThreadId();
