@@ -60,7 +60,7 @@ constexpr Named LineStates[] = {
     {0x4, "CONNECTED"}, {0x8, "DISCONNECTED"}, {0x40, "INSERVICE"}, {0x80, "OUTOFSERVICE"}, {0x40000, "REINIT"}};
 constexpr Named PhoneStates[] = {{0x20, "DISPLAY"},         {0x40, "LAMP"},
                                  {0x80, "RINGMODE"},        {0x200, "HANDSETHOOK"},
-                                 {0x2000, "SPEAKERVOLUME"}, {0x10, "DISCONNECTED"}};
+                                 {0x2000, "SPEAKERVOLUME"}, {0x4, "DISCONNECTED"}};
 
 void Record(std::string text) {
     const std::lock_guard lock(EventsLock);
@@ -225,6 +225,7 @@ void OnTheLine::SetUp() {
     ResetProvider();
     TraceOffset = 0;
     Captured.clear();
+    TraceMask = 0;
     DllMain(nullptr, DLL_PROCESS_ATTACH, nullptr);
     TraceMask = 0xFF;
     OpenForCapture();

@@ -17,6 +17,7 @@ void Service::SetUp() {
     Events();
     PlatformControl::MapPort("COM1", &Port);
     SetSetting("Provider", "Port", "COM1");
+    TraceMask = 0;
     DllMain(nullptr, DLL_PROCESS_ATTACH, nullptr);
     TraceMask = 0xFF;
 }

@@ -1,0 +1,340 @@
+// The configuration dialogue, message by message: what goes out, what is kept, what is saved.
+#include "config/set_config.h"
+
+#include "config/settings.h"
+#include "control/keys.h"
+#include "link/fifo.h"
+#include "link/omna.h"
+#include "link/tick.h"
+#include "provider/events.h"
+#include "support/fixture.h"
+
+#include <cstring>
+#include <fstream>
+#include <random>
+
+namespace {
+
+using Payload = std::vector<std::uint8_t>;
+
+// A payload of numbers and texts.
+struct Bytes : Payload {
+    Bytes& operator()(int byte) {
+        push_back(static_cast<std::uint8_t>(byte));
+        return *this;
+    }
+    Bytes& operator()(const std::string& text) {
+        insert(end(), text.begin(), text.end());
+        return *this;
+    }
+    // A text behind its length.
+    Bytes& Counted(const std::string& text) { return (*this)(static_cast<int>(text.size()))(text); }
+};
+
+class Dialogue : public OnTheLine {
+protected:
+    void SetUp() override {
+        OnTheLine::SetUp();
+        ResetOmnaLink();
+        Requests();
+        TraceLines();
+    }
+    // What has been queued since the last call: "6", "8 from 2" for a TAPI_OMNA request, else the frame in hexadecimal.
+    static std::vector<std::string> Requests() {
+        std::vector<std::string> out;
+        std::uint8_t frame[1024];
+        while (const int length = FifoPeek(LINK_FIFO, frame)) {
+            FifoDrop(LINK_FIFO);
+            if (frame[1] == 0x12) {
+                out.push_back(std::to_string(frame[6]));
+                if (frame[3] == 7)
+                    out.back() += " from " + std::to_string(frame[8]);
+                continue;
+            }
+            std::string text;
+            for (int i = 0; i < length; ++i) {
+                char hex[4];
+                std::snprintf(hex, sizeof hex, "%02X ", static_cast<unsigned>(frame[i]));
+                text += hex;
+            }
+            out.push_back(text);
+        }
+        return out;
+    }
+    static void Associate(int version, const std::string& number = "4711", int type = 3, int status = 4) {
+        ProviderState.TAPI_OMNA_Ver = static_cast<std::uint8_t>(version);
+        Bytes ack;
+        ack(0)(1).Counted(number);
+        if (version >= 2)
+            ack(type)(0)(status)(0);
+        HandleDeviceAssocAck(1, ack);
+    }
+    static Bytes Keys(std::initializer_list<std::pair<int, const char*>> keys) {
+        Bytes info;
+        info(static_cast<int>(keys.size()));
+        for (const auto& [key, label] : keys)
+            info(key).Counted(label)(0);
+        return info;
+    }
+    static Bytes Texts(std::initializer_list<std::pair<int, const char*>> texts) {
+        Bytes info;
+        info(static_cast<int>(texts.size()));
+        for (const auto& [identifier, text] : texts)
+            info(identifier).Counted(text);
+        return info;
+    }
+    static void WholeDialogue(int version, const char* swap = "Swap") {
+        Associate(version);
+        HandleKeyAck(1, Bytes()(2));
+        HandleKeyInfoAck(1, Keys({{1, "4711"}, {2, "4712"}}));
+        if (version >= 3) {
+            HandleKeySpeAck(1, Bytes()(1)(1)(0)(0));
+            HandleKeySpeInfoAck(1, Bytes()(2)(7)(7).Counted("4720")(9)(8).Counted("4730"));
+        }
+        HandleStringAck(1, Bytes()(3));
+        HandleStringInfoAck(1, Texts({{0, "Hang up"}, {1, "Cancel"}, {2, "Dial:"}}));
+        HandleSkAck(1, Bytes()(7));
+        HandleSkInfoAck(
+            1, Texts({{0, "Second"}, {1, "End"}, {2, swap}, {3, "Conf"}, {4, "FV"}, {5, "!FV"}, {6, "Trans"}}));
+        HandleCodeAck(1, Bytes()(2));
+        HandleCodeInfoAck(1, Texts({{0, "61"}, {4, "60"}}));
+    }
+};
+
+TEST_F(Dialogue, GoesThroughItsStepsOneRequestAnAnswer) {
+    Associate(3);
+    EXPECT_THAT(Requests(), ElementsAre("6"));
+    HandleKeyAck(1, Bytes()(3));
+    EXPECT_THAT(Requests(), ElementsAre("8 from 0"));
+    HandleKeyInfoAck(1, Keys({{1, "4711"}, {2, "4712"}}));
+    EXPECT_THAT(Requests(), ElementsAre("8 from 2"));
+    HandleKeyInfoAck(1, Keys({{3, "4713"}}));
+    EXPECT_THAT(Requests(), ElementsAre("30"));
+    HandleKeySpeAck(1, Bytes()(0)(1)(0)(0));
+    EXPECT_THAT(Requests(), ElementsAre("32 from 0"));
+    HandleKeySpeInfoAck(1, Bytes()(1)(9)(8).Counted("4730"));
+    EXPECT_THAT(Requests(), ElementsAre("10"));
+    HandleStringAck(1, Bytes()(2));
+    HandleStringInfoAck(1, Texts({{0, "Hang up"}}));
+    HandleStringInfoAck(1, Texts({{2, " Dial: "}}));
+    EXPECT_THAT(Requests(), ElementsAre("12 from 0", "12 from 1", "14"));
+    HandleSkAck(1, Bytes()(1));
+    HandleSkInfoAck(1, Texts({{2, "Swap"}}));
+    EXPECT_THAT(Requests(), ElementsAre("16 from 0", "18"));
+    EXPECT_TRUE(Tick.ConfigUsable);
+    EXPECT_FALSE(Tick.ConfigReceived);
+    HandleCodeAck(1, Bytes()(1));
+    HandleCodeInfoAck(1, Texts({{4, "60"}}));
+    EXPECT_THAT(Requests(), ElementsAre("20 from 0"));
+    EXPECT_TRUE(Tick.ConfigReceived);
+    EXPECT_STREQ(Settings.DisplayStrings[STRING_DIAL], "Dial:");
+    EXPECT_EQ(TouchTable[9].kind, TOUCH_PATRON);
+    EXPECT_THAT(LineEvents(), ElementsAre("LINEDEV CONNECTED|INSERVICE"));
+}
+
+TEST_F(Dialogue, VersionsBelowThreeSkipTheSpecialKeysAndNoSpecialKeysSkipTheirReading) {
+    Associate(2);
+    HandleKeyAck(1, Bytes()(1));
+    HandleKeyInfoAck(1, Keys({{1, "4711"}}));
+    EXPECT_EQ(Requests().back(), "10");
+    ProviderState.TAPI_OMNA_Ver = 3;
+    HandleKeySpeAck(1, Bytes()(0)(0)(0)(0));
+    EXPECT_THAT(Requests(), ElementsAre("10"));
+}
+
+TEST_F(Dialogue, WrongSetAndNoKeysAskNothingFurther) {
+    Associate(2, "4711", 1);
+    EXPECT_THAT(Requests(), IsEmpty());
+    EXPECT_THAT(TraceLines(), testing::Contains("Recup conf Dynamique - Poste non KB2 (ZT 7120)"));
+    HandleKeyAck(1, Bytes()(0));
+    EXPECT_THAT(Requests(), ElementsAre("4"));
+    EXPECT_EQ(SetConfig.MultiAnnounced, 0);
+    HandleStringAck(1, Bytes()(0));
+    HandleSkAck(1, Bytes()(0));
+    HandleCodeAck(1, Bytes()(0));
+    EXPECT_THAT(Requests(), IsEmpty()) << "the dialogue stops at a count of 0";
+}
+
+TEST_F(Dialogue, KeysOutsideTheTablesAreSkippedAndStillCounted) {
+    Associate(3);
+    HandleKeyAck(1, Bytes()(13));
+    HandleKeyInfoAck(1, Keys({{90, "4700"}, {5, "4705"}}));
+    const std::vector<std::string> lines = TraceLines();
+    EXPECT_THAT(lines, testing::Contains("TouchId:90 hors borne - non prise en compte"));
+    EXPECT_THAT(lines, testing::Contains("TouchId:5 - :4705"));
+    EXPECT_THAT(lines, testing::Contains(" nb_of_info_rcvd:2 - nb_touch_include:2 "));
+    HandleKeyInfoAck(1, Keys({{11, ""},
+                              {12, ""},
+                              {13, ""},
+                              {14, ""},
+                              {15, ""},
+                              {16, ""},
+                              {17, ""},
+                              {18, ""},
+                              {19, ""},
+                              {20, ""},
+                              {21, ""}}));
+    EXPECT_EQ(KeyLists.Multi.Count, 10);
+    EXPECT_EQ(TouchTable[20].kind, TOUCH_NONE) << "the eleventh key finds no room";
+    HandleKeySpeAck(1, Bytes()(4)(0)(0)(0));
+    Requests();
+    HandleKeySpeInfoAck(
+        1, Bytes()(4)(99)(7).Counted("x")(30)(5).Counted("y")(31)(7).Counted(std::string(60, 'z'))(32)(7).Counted("w"));
+    EXPECT_THAT(Requests(), ElementsAre("10"));
+    EXPECT_THAT(TraceLines(), testing::Contains("tou spe 30 genr_tou 5 inconnu"));
+    EXPECT_THAT(std::vector<int>(KeyLists.Superv.begin(), KeyLists.Superv.end()), ElementsAre(31, 32));
+    EXPECT_EQ(std::strlen(TouchTable[31].label), LABEL_SIZE - 1) << "a label is cut to its field";
+}
+
+TEST_F(Dialogue, EverythingIsSavedTheFirstTimeAndOnlyWhatChangedLater) {
+    WholeDialogue(3);
+    EXPECT_EQ(Setting("SetConfig", "SetMCDU"), "4711");
+    EXPECT_EQ(Setting("SetConfig", "Language"), "0: French");
+    EXPECT_EQ(Setting("Set_Des", "T02"), "M4712");
+    EXPECT_EQ(Setting("Set_Des", "T07"), "SU4720");
+    EXPECT_EQ(Setting("Set_Des", "T09"), "EX4730");
+    EXPECT_EQ(Setting("SoftKey_Des", "CancelFreqVocale"), "!FV");
+    EXPECT_EQ(Setting("String_Des", "HangUp"), "Hang up");
+    EXPECT_EQ(Setting("Service_Code", "CancelForwarding"), "60");
+    EXPECT_EQ(Setting("Dynamic_Set_Conf", "LastAction"), "success");
+    std::ifstream ini(PlatformControl::PosixPath("C:\\WINDOWS\\zt62cfg.ini"), std::ios::binary);
+    const std::string text((std::istreambuf_iterator<char>(ini)), {});
+    EXPECT_THAT(text, testing::HasSubstr("[Set_Des]\r\nT01=M4711\r\nT02=M4712\r\nT07=SU4720\r\nT09=EX4730\r\n"));
+    EXPECT_THAT(text, testing::HasSubstr("SetMCDU=4711"));
+
+    // the same again: what is missing in the store now was not written anew
+    for (const char* section : {"SoftKey_Des", "String_Des", "Service_Code"})
+        RegDeleteSection(section);
+    ResetOmnaLink();
+    DynamicConfig.LastActionState = 1;
+    WholeDialogue(3);
+    EXPECT_EQ(Setting("SoftKey_Des", "Swap"), "(none)");
+    EXPECT_EQ(Setting("Service_Code", "CancelForwarding"), "(none)");
+    ResetOmnaLink();
+    TraceLines();
+    WholeDialogue(3, "Change");
+    EXPECT_EQ(Setting("SoftKey_Des", "Swap"), "Change");
+    EXPECT_EQ(Setting("SoftKey_Des", "Conference"), "Conf") << "one differing label saves all seven";
+    EXPECT_EQ(Setting("String_Des", "HangUp"), "(none)");
+    EXPECT_THAT(TraceLines(), testing::Contains("DIFF SkId:2 'Swap'->'Change'"));
+}
+
+TEST_F(Dialogue, SavingThatFailsIsTracedAndTheConfigurationStaysInMemory) {
+    PlatformControl::RefuseRegistry("SoftKey_Des", 5);
+    PlatformControl::RefuseRegistry("String_Des", 5);
+    PlatformControl::RefuseRegistry("Service_Code", 5);
+    PlatformControl::RefuseRegistry("Language", 5);
+    PlatformControl::RefuseProfile(true);
+    WholeDialogue(3);
+    EXPECT_THAT(TraceLines(),
+                testing::IsSupersetOf(
+                    {"Pb de sauvegarde config touch multi dans fichier ini",
+                     "Pb de sauvegarde config touch spe dans fichier ini",
+                     "Pb de sauvegarde config sk dans fichier ini", "Pb de sauvegarde config string dans fichier ini",
+                     "Pb de sauvegarde config code dans fichier ini", "Pb sauvegarde langue dans fichier ini"}));
+    EXPECT_STREQ(Settings.SoftKeyLabels[SK_SWAP], "Swap");
+    EXPECT_TRUE(Tick.ConfigReceived);
+}
+
+TEST_F(Dialogue, CallsSurviveAConfigurationThatComesAgain) {
+    WholeDialogue(3);
+    ASSERT_EQ(Call(1, 0, LINECALLSTATE_CONNECTED), 0);
+    TouchTable[1].icon = ACTIV_ICON;
+    TouchTable[7].icon = INCOM_ICON;
+    DynamicConfig.LastActionState = 1;
+    ResetOmnaLink();
+    WholeDialogue(3);
+    EXPECT_THAT(TouchTable[1].calls, ElementsAre(0, -1));
+    EXPECT_EQ(TouchTable[1].icon, ACTIV_ICON);
+    EXPECT_EQ(TouchTable[7].icon, IDLE_ICON) << "its kind was taken away by the multi-line keys, and comes back new";
+    DynamicConfig.LastActionState = 0;
+    ResetOmnaLink();
+    WholeDialogue(3);
+    EXPECT_THAT(TouchTable[1].calls, ElementsAre(-1, -1));
+}
+
+TEST_F(Dialogue, ForwardingIsFollowedAndAcknowledgedByReleasing) {
+    Associate(2);
+    Requests();
+    LineEvents();
+    Tracking.ForwardAckTicks = 10;
+    HandleDeviceAssocAck(2, Bytes()(0)(1).Counted("4711")(3)(1)(0)(4)(0)("1234")(0x12)(40)(0x05)(60)(0));
+    EXPECT_THAT(Requests(), ElementsAre("03 26 20 29 8E ")) << "and no key request: the dialogue runs";
+    EXPECT_THAT(LineEvents(), ElementsAre("ADDRESS 0 40"));
+    EXPECT_STREQ(ProviderState.ForwardDestination, "1234");
+    EXPECT_EQ(Tracking.ForwardAckTicks, 0);
+    EXPECT_EQ(Settings.EnquiryCallMode, 1);
+    EXPECT_EQ(AomCount, 2);
+    EXPECT_EQ(AomTable[0].adr, 2);
+    EXPECT_TRUE(AomTable[0].aom20);
+    EXPECT_EQ(AomTable[1].offset, 60);
+    Tracking.ForwardAckTicks = 10;
+    HandleDeviceAssocAck(3, Bytes()(0)(1).Counted("4711")(3)(1)(4)(0x12)(40)(0x13)(50)(0x14)(60)(0x15)(70));
+    EXPECT_THAT(Requests(), IsEmpty());
+    EXPECT_STREQ(ProviderState.ForwardDestination, "");
+    EXPECT_EQ(AomCount, 3) << "a fourth module finds no room";
+}
+
+TEST_F(Dialogue, NewNumberKeepsTheStoredConfigurationFromBeingUsed) {
+    DynamicConfig.LastActionState = 1;
+    CopyText(Settings.SetMCDU, "4711");
+    Associate(2, "4711");
+    EXPECT_TRUE(Tick.ConfigUsable);
+    Tick.ConfigUsable = false;
+    ResetSetConfig();
+    TraceLines();
+    Associate(2, "4799");
+    EXPECT_FALSE(Tick.ConfigUsable);
+    EXPECT_THAT(TraceLines(), testing::Contains("NEW MCDU '4799' old '4711' "));
+}
+
+TEST_F(Dialogue, LocalSettingsAreReadWithTheirWriteBacksInVersionOneAlone) {
+    SetSetting("SetConfig", "MaxDigitLocal", "25");
+    SetSetting("Prefix", "ExtPrefixDisp", "yes");
+    Associate(2);
+    EXPECT_EQ(Setting("SetConfig", "MaxDigitLocal"), "25");
+    EXPECT_EQ(Setting("SetConfig", "EnquiryCallMode"), "(none)");
+    ResetSetConfig();
+    Associate(1);
+    EXPECT_EQ(Setting("SetConfig", "MaxDigitLocal"), "8");
+    EXPECT_EQ(Settings.MaxDigitLocal, 8);
+    EXPECT_EQ(Setting("Prefix", "ExtPrefixDisp"), "1");
+    EXPECT_EQ(Settings.ExtPrefixDisp, 1);
+    EXPECT_EQ(Setting("Prefix", "ExtPrefix"), "0");
+    EXPECT_EQ(Setting("SetConfig", "EnquiryCallMode"), "0");
+}
+
+TEST_F(Dialogue, NoPayloadIsReadBeyondItsEnd) {
+    using Handler = void (*)(std::uint8_t, std::span<const std::uint8_t>);
+    const std::pair<Handler, Bytes> messages[] = {
+        {HandleDeviceAssocAck, Bytes()(0)(1).Counted("4711")(3)(1)(0)(4)(0)("1234")(0x12)(40)},
+        {HandleKeyAck, Bytes()(3)},
+        {HandleKeyInfoAck, Keys({{1, "4711"}, {2, "4712"}})},
+        {HandleKeySpeAck, Bytes()(1)(1)(1)(1)},
+        {HandleKeySpeInfoAck, Bytes()(2)(7)(7).Counted("4720")(9)(8).Counted("4730")},
+        {HandleStringInfoAck, Texts({{0, "Hang up"}, {3, "?"}})},
+        {HandleSkInfoAck, Texts({{0, "Second call"}, {9, "?"}})},
+        {HandleCodeInfoAck, Texts({{0, "123456"}, {7, "1"}})},
+    };
+    ProviderState.TAPI_OMNA_Ver = 3;
+    std::mt19937 random(1);
+    for (const auto& [handler, whole] : messages) {
+        for (std::size_t length = 0; length <= whole.size(); ++length) {
+            const Payload prefix(whole.begin(), whole.begin() + static_cast<std::ptrdiff_t>(length));
+            handler(1, prefix);  // an exact allocation: the sanitizers see any read past it
+            FifoClear(LINK_FIFO);
+        }
+        for (int i = 0; i < 200; ++i) {
+            Payload noise(random() % 40);
+            for (std::uint8_t& byte : noise)
+                byte = static_cast<std::uint8_t>(random());
+            handler(1, noise);
+            FifoClear(LINK_FIFO);
+        }
+    }
+    EXPECT_LE(KeyLists.Multi.Count, 10);
+    EXPECT_LE(AomCount, AOM_COUNT);
+    EXPECT_LT(std::strlen(Settings.SoftKeyLabels[0]), sizeof Settings.SoftKeyLabels[0]);
+}
+
+}  // namespace
