@@ -146,7 +146,7 @@ DWORD WINAPI SerialThreadBody(LPVOID) {
     SetEvent(Process.SerialReadyEvent);
 
     MSG message{};
-    while (Process.StopRequest == 0 && GetMessageA(&message, nullptr, 0, 0) > 0) {
+    while (!StopRequest && GetMessageA(&message, nullptr, 0, 0) > 0) {
         TranslateMessage(&message);
         DispatchMessageA(&message);
     }

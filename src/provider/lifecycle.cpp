@@ -13,6 +13,7 @@
 
 ProviderStateRecord ProviderState;
 ProcessRecord Process;
+std::atomic<bool> StopRequest = false;
 
 namespace {
 
@@ -139,13 +140,13 @@ LONG StopSerialThread() {
         return 0;
     Trace(TRACE_ENTRY, "StopSerialThread Request");
     ReleaseLineMutex(0);  // the serial thread's last tick may need it
-    Process.StopRequest = 1;
+    StopRequest = true;
     const DWORD wait = WaitForSingleObject(Process.SerialThread, STOP_WAIT_MS);
     if (wait == WAIT_ABANDONED)
         Trace(TRACE_ALWAYS, "StopSerialThread Prb WAIT_ABANDONED SerialThread");
     else if (wait == WAIT_TIMEOUT)
         Trace(TRACE_ALWAYS, "StopSerialThread Prb WAIT_TIMEOUT SerialThread");
-    Process.StopRequest = 0;
+    StopRequest = false;
     CloseAndForget(Process.SerialThread);
     CloseAndForget(Process.SerialReadyEvent);
     WaitLineMutex();

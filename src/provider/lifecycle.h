@@ -7,6 +7,7 @@
 
 #include "platform/platform.h"
 
+#include <atomic>
 #include <cstdint>
 
 // Values that survive the zeroing of ProviderState.
@@ -16,11 +17,13 @@ struct ProcessRecord {
     HANDLE SerialReadyEvent = nullptr;  // auto-reset, made anew by each thread start
     HANDLE SerialThread = nullptr;      // null while no serial thread runs
     DWORD SerialThreadID = 0;
-    volatile LONG StopRequest = 0;  // the serial thread's message loop ends when it sees it
-    std::int32_t OpenCount = 0;     // opens of line and phone, never decremented
-    bool RestartRequired = false;   // the serial port setting was changed: opens refuse until the provider restarts
+    std::int32_t OpenCount = 0;    // opens of line and phone, never decremented
+    bool RestartRequired = false;  // the serial port setting was changed: opens refuse until the provider restarts
 };
 extern ProcessRecord Process;
+
+// Ends the serial thread's message loop. Set without the line mutex, since the thread's last tick may need that.
+extern std::atomic<bool> StopRequest;
 
 // Zeroes and fills ProviderState and loads the configuration; shuts the provider down when no port is configured.
 void ProviderInitCommon(DWORD permanentProviderID, HPROVIDER provider, DWORD lineDeviceID, DWORD phoneDeviceID,

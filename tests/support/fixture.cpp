@@ -157,6 +157,7 @@ void ResetProvider() {
     CharPatternTable = {};
     CharCodeArray.fill(' ');
     Process = ProcessRecord{};
+    StopRequest = false;
     ProviderState = ProviderStateRecord{};
     ProviderState.ProtocolLevel = 2;
     ProviderState.FwdStatus = FWD_NOT_FORWARDED;

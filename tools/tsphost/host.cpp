@@ -15,9 +15,8 @@ std::string Stamp() {
     if (!TheHost.PrintTime)
         return {};
     using namespace std::chrono;
-    static const auto start = steady_clock::now();
     char text[24];
-    std::snprintf(text, sizeof text, "%8.3f ", duration<double>(steady_clock::now() - start).count());
+    std::snprintf(text, sizeof text, "%8.3f ", duration<double>(steady_clock::now() - Started).count());
     return text;
 }
 
