@@ -257,7 +257,7 @@ TEST_F(Platform, TerminalBehindAPortIsRawCountsItsBytesAndIsHeldAlone) {
     EXPECT_EQ(std::memcmp(in, out, sizeof out), 0) << "raw, both ways";
     ASSERT_EQ(write(master, out, sizeof out), static_cast<ssize_t>(sizeof out));
     COMSTAT status{};
-    for (int i = 0; i < 10'000'000 && status.cbInQue < sizeof out; ++i) // the kernel hands them over in its own time
+    for (int i = 0; i < 10'000'000 && status.cbInQue < sizeof out; ++i)  // the kernel hands them over in its own time
         ASSERT_TRUE(ClearCommError(port, nullptr, &status));
     EXPECT_EQ(status.cbInQue, sizeof out);
     ASSERT_TRUE(ReadFile(port, in, sizeof in, &count, &overlapped));
