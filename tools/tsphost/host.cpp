@@ -11,6 +11,8 @@ namespace {
 
 constexpr DWORD NEW_CALL = 500;  // LINE_NEWCALL
 
+const auto Started = std::chrono::steady_clock::now();
+
 std::string Stamp() {
     if (!TheHost.PrintTime)
         return {};
