@@ -7,12 +7,20 @@
 
 struct EquipmentPort : PlatformControl::PortDevice {
     Equipment::Machine Machine;
-    void Write(std::span<const std::uint8_t> bytes, std::uint32_t now) override { Machine.Receive(bytes, now); }
+    std::size_t BytesOut = 0, BytesIn = 0;  // as the provider sees it
+    void Write(std::span<const std::uint8_t> bytes, std::uint32_t now) override {
+        BytesOut += bytes.size();
+        Machine.Receive(bytes, now);
+    }
     std::size_t Available(std::uint32_t now) override {
         Machine.Tick(now);
         return Machine.Available(now);
     }
-    std::size_t Read(std::span<std::uint8_t> into, std::uint32_t now) override { return Machine.Read(into, now); }
+    std::size_t Read(std::span<std::uint8_t> into, std::uint32_t now) override {
+        const std::size_t count = Machine.Read(into, now);
+        BytesIn += count;
+        return count;
+    }
     void Closed() override { Machine.Hush(); }
 };
 
