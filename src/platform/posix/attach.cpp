@@ -2,11 +2,19 @@
 // themselves.
 #include "platform/platform.h"
 
+#include <dlfcn.h>
+
 namespace {
 
 struct Attachment {
-    Attachment() { DllMain(nullptr, DLL_PROCESS_ATTACH, nullptr); }
-    ~Attachment() { DllMain(nullptr, DLL_PROCESS_DETACH, nullptr); }
+    HINSTANCE instance = nullptr;  // as on Windows: where the library has been loaded
+    Attachment() {
+        Dl_info place{};
+        if (dladdr(this, &place) != 0)
+            instance = static_cast<HINSTANCE>(place.dli_fbase);
+        DllMain(instance, DLL_PROCESS_ATTACH, nullptr);
+    }
+    ~Attachment() { DllMain(instance, DLL_PROCESS_DETACH, nullptr); }
 };
 
 // Linked last, so built last and destroyed first: everything it needs is there.

@@ -1,3 +1,4 @@
+// The clock and everything that waits for it.
 #include "platform/posix/state.h"
 
 #include <algorithm>
@@ -8,70 +9,104 @@
 
 namespace Posix {
 
-std::mutex Lock;
+std::mutex& Lock = *new std::mutex;
 
 namespace {
 
-std::condition_variable Wake;
+std::condition_variable& Wake = *new std::condition_variable;
 bool TestClock = false;
 std::uint32_t TestNow = 0;
 std::thread::id Driver;  // the thread that moves the test clock
 int Busy = 0;            // product threads that are neither waiting nor ended
+thread_local bool IsProductThread = false;
 
 std::uint32_t SystemNow() {
     using namespace std::chrono;
     return static_cast<std::uint32_t>(duration_cast<milliseconds>(steady_clock::now().time_since_epoch()).count());
 }
 
-// Wrap-safe: whether `due` is `now` or before it.
-bool Passed(std::uint32_t now, std::uint32_t due) {
-    return static_cast<std::int32_t>(now - due) >= 0;
-}
-
-// A wait in progress. A thread whose wait could end now is not at rest, though it may not have woken up yet.
+// A wait in progress by another thread than the driving one. One that could end now is not at rest, though its thread
+// may not have woken up yet.
 struct Waiter {
+    DWORD thread;
     const std::function<bool()>& ready;
     bool endless;
     std::uint32_t limit;
     bool Over() const { return ready() || (!endless && Passed(TestNow, limit)); }
 };
-std::list<const Waiter*> Waiters;
+std::list<const Waiter*>& Waiters = *new std::list<const Waiter*>;
 
-bool AtRest() {
-    return Busy == 0 && std::none_of(Waiters.begin(), Waiters.end(), [](const Waiter* w) { return w->Over(); });
+// Of those whose wait could end now, the thread that was made first: an order that no scheduler changes.
+const Waiter* FirstOver() {
+    const Waiter* first = nullptr;
+    for (const Waiter* waiter : Waiters)
+        if (waiter->Over() && (first == nullptr || waiter->thread < first->thread))
+            first = waiter;
+    return first;
 }
 
-// Moves the time to the next timer that comes due at `limit` or before, and lets it run; false when there is none. A
-// timer whose thread is not in a message loop stays due, and runs when the thread comes back to one.
-bool FireNextTimer(Guard& guard, std::uint32_t limit) {
-    std::uint32_t due = 0;
-    if (!NextTimer(TestNow, due) || !Passed(limit, due))
-        return false;
-    TestNow = due;
+bool AtRest() {
+    return Busy == 0 && FirstOver() == nullptr;
+}
+
+// When the next thing happens by itself: a timer, or the end of a wait.
+bool NextEvent(std::uint32_t& due) {
+    bool found = NextTimer(TestNow, due);
+    for (const Waiter* waiter : Waiters)
+        if (!waiter->endless && (!found || static_cast<std::int32_t>(waiter->limit - due) < 0)) {
+            due = waiter->limit;
+            found = true;
+        }
+    return found;
+}
+
+void MoveTo(Guard& guard, std::uint32_t now) {
+    TestNow = now;
     Wake.notify_all();
     Wake.wait(guard, AtRest);
+}
+
+// Moves the time to the next event at `limit` or before, and lets it run; false when there is none. A timer whose
+// thread is not in a message loop stays due, and runs when the thread comes back to one.
+bool StepTowards(Guard& guard, std::uint32_t limit) {
+    std::uint32_t due = 0;
+    if (!NextEvent(due) || !Passed(limit, due))
+        return false;
+    MoveTo(guard, due);
     return true;
 }
 
-// The driving thread waits: time passes, timer by timer, until it need not wait any longer.
+// The driving thread waits: time passes, event by event, until it need not wait any longer.
 bool DriveUntil(Guard& guard, DWORD milliseconds, const std::function<bool()>& ready) {
     constexpr std::uint32_t FOREVER = 0x40000000;  // 12 days: an endless wait that nothing can end
-    const std::uint32_t limit = TestNow + (milliseconds == INFINITE ? FOREVER : milliseconds);
-    for (;;) {
-        Wake.wait(guard, [&] { return ready() || AtRest(); });
-        if (ready())
-            return true;
-        if (FireNextTimer(guard, limit))
+    const std::uint32_t limit = TestNow + std::min(milliseconds, FOREVER);
+    Wake.wait(guard, AtRest);
+    while (!ready() && milliseconds != 0) {
+        if (StepTowards(guard, limit))
             continue;
         if (milliseconds == INFINITE) {
             std::fputs("the test's own thread waits for ever: nothing is left that could end it\n", stderr);
             std::abort();
         }
-        TestNow = limit;
-        Wake.notify_all();
-        Wake.wait(guard, AtRest);
-        return ready();
+        MoveTo(guard, limit);
+        break;
     }
+    return ready();
+}
+
+// Any other thread under the test clock. Product threads go on one at a time.
+bool WaitForTurn(Guard& guard, DWORD milliseconds, const std::function<bool()>& ready) {
+    const Waiter waiter{GetCurrentThreadId(), ready, milliseconds == INFINITE, TestNow + milliseconds};
+    Waiters.push_back(&waiter);
+    if (IsProductThread)
+        --Busy;
+    Wake.notify_all();
+    Wake.wait(guard, [&] { return Busy == 0 && FirstOver() == &waiter; });
+    if (IsProductThread)
+        ++Busy;
+    Waiters.remove(&waiter);
+    Wake.notify_all();  // it may have been in front of another one
+    return ready();
 }
 
 }  // namespace
@@ -81,35 +116,32 @@ std::uint32_t NowLocked() {
 }
 
 bool WaitUntil(Guard& guard, DWORD milliseconds, const std::function<bool()>& ready) {
+    if (TestClock && std::this_thread::get_id() == Driver)
+        return DriveUntil(guard, milliseconds, ready);
     if (ready())
         return true;
     if (milliseconds == 0)
         return false;
-    if (!TestClock) {
-        if (milliseconds == INFINITE) {
-            Wake.wait(guard, ready);
-            return true;
-        }
+    if (TestClock)
+        return WaitForTurn(guard, milliseconds, ready);
+    if (milliseconds != INFINITE)
         return Wake.wait_for(guard, std::chrono::milliseconds(milliseconds), ready);
-    }
-    if (std::this_thread::get_id() == Driver)
-        return DriveUntil(guard, milliseconds, ready);
-    const Waiter waiter{ready, milliseconds == INFINITE, TestNow + milliseconds};
-    Waiters.push_back(&waiter);
-    --Busy;
-    Wake.notify_all();
-    Wake.wait(guard, [&] { return waiter.Over(); });
-    ++Busy;
-    Waiters.remove(&waiter);
-    return ready();
+    Wake.wait(guard, ready);
+    return true;
 }
 
 void Changed() {
     Wake.notify_all();
 }
 
-void ThreadBegins() {
+void ThreadAnnounced() {
     ++Busy;
+}
+
+void ThreadBegins(Guard& guard) {
+    IsProductThread = true;
+    if (TestClock)
+        WaitForTurn(guard, 0, [] { return true; });
 }
 
 void ThreadEnds() {
@@ -151,16 +183,17 @@ std::uint32_t PlatformControl::Now() {
 
 void PlatformControl::Advance(std::uint32_t milliseconds) {
     Guard guard(Lock);
+    if (!TestClock)
+        return;
     const std::uint32_t limit = TestNow + milliseconds;
     Wake.wait(guard, AtRest);
-    while (FireNextTimer(guard, limit)) {
+    while (StepTowards(guard, limit)) {
     }
-    TestNow = limit;
-    Wake.notify_all();
-    Wake.wait(guard, AtRest);
+    MoveTo(guard, limit);
 }
 
 void PlatformControl::Settle() {
     Guard guard(Lock);
-    Wake.wait(guard, AtRest);
+    if (TestClock)
+        Wake.wait(guard, AtRest);
 }

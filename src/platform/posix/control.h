@@ -30,7 +30,8 @@ void Reset();
 // With the test clock nothing waits for real time. Time moves only by Advance, or while the test's own thread is inside
 // a wait with a time-out (or without one) that nothing satisfies: then due timers fire one after the other, in order,
 // until the wait is satisfied or its time is over. Whenever time stands still, every thread with a message loop has
-// come to rest in it.
+// come to rest in it. Product threads run one at a time, in the order in which they were made, and a wait of the test's
+// own thread lets all of them come to rest before it looks: the same test gives the same order each time.
 void UseSystemClock();
 void UseTestClock(std::uint32_t now);
 std::uint32_t Now();  // of the clock in use, ms
@@ -98,6 +99,6 @@ void StickGlobalUnlock(int times);  // the next n unlocks report that the block 
 void NextWait(const std::string& mutexName, DWORD result);
 void FailCreate(const std::string& objectName, DWORD error);  // CreateMutexA, CreateEventA; 0 lifts it
 void FailCreateThread(DWORD error);
-int OpenHandles();  // of every kind; for leak tests
+int OpenHandles();  // handles of every kind, timers and files that are open; for leak tests
 
 }  // namespace PlatformControl

@@ -3,6 +3,9 @@
 
 #include <algorithm>
 #include <array>
+#include <atomic>
+#include <cctype>
+#include <cerrno>
 #include <cstdlib>
 #include <cstring>
 #include <filesystem>
@@ -16,13 +19,15 @@ namespace Posix {
 
 namespace {
 
-std::string RootPath;     // holds drive C:
-bool RootIsOurs = false;  // a temporary one, removed at the end
-std::string WindowsPath = "C:\\WINDOWS";
+std::string& RootPath = *new std::string;  // holds drive C:
+bool RootIsOurs = false;                   // a temporary one, removed at the end
+std::string& WindowsPath = *new std::string("C:\\WINDOWS");
+std::atomic<int> FilesOpen = 0;
 
 bool AllocFails = false, LockFails = false;
 int StuckUnlocks = 0;
 
+// Removes the temporary root when the process ends.
 struct TemporaryRoot {
     ~TemporaryRoot() { Remove(); }
     static void Remove() {
@@ -41,10 +46,8 @@ const std::string& RootLocked() {
         RootPath = chosen;
     } else {
         std::string name = (std::filesystem::temp_directory_path() / "zt_root_XXXXXX").string();
-        if (mkdtemp(name.data()) != nullptr) {
-            RootPath = name;
-            RootIsOurs = true;
-        }
+        RootIsOurs = mkdtemp(name.data()) != nullptr;
+        RootPath = RootIsOurs ? name : "/dev/null";  // below which nothing can be made
     }
     std::error_code ignored;
     std::filesystem::create_directories(RootPath + "/c/windows/system32", ignored);
@@ -106,9 +109,9 @@ int Transcode(const From* text, int count, To* out, int room, Convert one) {
     return length;
 }
 
-struct Block {
+// In front of every block; keeps what follows aligned for anything.
+struct alignas(std::max_align_t) Block {
     int locks = 0;
-    std::size_t size = 0;
 };
 
 }  // namespace
@@ -168,21 +171,41 @@ std::FILE* FileOpen(const char* path, const char* mode) {
     return std::fopen(PlatformControl::PosixPath(path).c_str(), mode);
 }
 
+// As on Windows, the new name must be free.
 int FileRename(const char* from, const char* to) {
-    return std::rename(PlatformControl::PosixPath(from).c_str(), PlatformControl::PosixPath(to).c_str());
+    const std::string target = PlatformControl::PosixPath(to);
+    if (access(target.c_str(), F_OK) == 0) {
+        errno = EEXIST;
+        return -1;
+    }
+    return std::rename(PlatformControl::PosixPath(from).c_str(), target.c_str());
 }
 
 int FileRemove(const char* path) {
     return std::remove(PlatformControl::PosixPath(path).c_str());
 }
 
+namespace {
+
+HFILE Counted(int file) {
+    if (file >= 0)
+        ++FilesOpen;
+    return file;
+}
+
+}  // namespace
+
+int Posix::OpenFiles() {
+    return FilesOpen;
+}
+
 HFILE WINAPI _lopen(LPCSTR path, int mode) {
     const int flags = mode == OF_READ ? O_RDONLY : mode == OF_WRITE ? O_WRONLY : O_RDWR;
-    return open(PlatformControl::PosixPath(path).c_str(), flags | O_CLOEXEC);
+    return Counted(open(PlatformControl::PosixPath(path).c_str(), flags | O_CLOEXEC));
 }
 
 HFILE WINAPI _lcreat(LPCSTR path, int) {
-    return open(PlatformControl::PosixPath(path).c_str(), O_RDWR | O_CREAT | O_TRUNC | O_CLOEXEC, 0666);
+    return Counted(open(PlatformControl::PosixPath(path).c_str(), O_RDWR | O_CREAT | O_TRUNC | O_CLOEXEC, 0666));
 }
 
 UINT WINAPI _lread(HFILE file, LPVOID buffer, UINT count) {
@@ -198,7 +221,10 @@ LONG WINAPI _llseek(HFILE file, LONG offset, int) {
 }
 
 HFILE WINAPI _lclose(HFILE file) {
-    return close(file);
+    if (close(file) != 0)
+        return HFILE_ERROR;
+    --FilesOpen;
+    return 0;
 }
 
 int WINAPI MultiByteToWideChar(UINT, DWORD, LPCSTR text, int bytes, LPWSTR wide, int room) {
@@ -209,13 +235,16 @@ int WINAPI WideCharToMultiByte(UINT, DWORD, LPCWSTR wide, int characters, LPSTR 
     return Transcode(wide, characters, text, room, ToNarrow);
 }
 
-HGLOBAL WINAPI GlobalAlloc(UINT, SIZE_T bytes) {
+// A block that need not be zeroed is filled with something else, as it may be on Windows.
+HGLOBAL WINAPI GlobalAlloc(UINT flags, SIZE_T bytes) {
     const Guard guard(Lock);
-    if (AllocFails)
+    auto* block = AllocFails ? nullptr : static_cast<Block*>(std::calloc(1, sizeof(Block) + bytes));
+    if (block == nullptr) {
+        SetLastError(ERROR_NOT_ENOUGH_MEMORY);
         return nullptr;
-    auto* block = static_cast<Block*>(std::calloc(1, sizeof(Block) + bytes));
-    if (block != nullptr)
-        block->size = bytes;
+    }
+    if ((flags & GMEM_ZEROINIT) == 0)
+        std::memset(static_cast<void*>(block + 1), 0xCD, bytes);
     return block;
 }
 
@@ -228,6 +257,7 @@ LPVOID WINAPI GlobalLock(HGLOBAL handle) {
     return block + 1;
 }
 
+// Whether the block is still locked.
 BOOL WINAPI GlobalUnlock(HGLOBAL handle) {
     const Guard guard(Lock);
     if (StuckUnlocks > 0) {
@@ -235,7 +265,7 @@ BOOL WINAPI GlobalUnlock(HGLOBAL handle) {
         return TRUE;
     }
     auto* block = static_cast<Block*>(handle);
-    return block->locks > 0 && --block->locks > 0;
+    return block != nullptr && block->locks > 0 && --block->locks > 0;
 }
 
 HGLOBAL WINAPI GlobalFree(HGLOBAL handle) {

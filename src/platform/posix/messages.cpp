@@ -17,18 +17,15 @@ struct Timer {
     std::uint32_t due;
     TIMERPROC procedure;
 };
-std::vector<Timer> Timers;
+std::vector<Timer>& Timers = *new std::vector<Timer>;
 UINT_PTR NextTimerID = 1;
-std::map<DWORD, std::deque<MSG>> Queues;
+std::map<DWORD, std::deque<MSG>>& Queues = *new std::map<DWORD, std::deque<MSG>>;
 
-std::vector<PlatformControl::Box> Shown;
+std::vector<PlatformControl::Box>& Shown = *new std::vector<PlatformControl::Box>;
 std::uint32_t BoxOpenMs = 0;
-std::function<int(const PlatformControl::Box&)> BoxAnswer;
+using Answer = std::function<int(const PlatformControl::Box&)>;
+Answer& BoxAnswer = *new Answer;
 bool BoxesPrinted = true;  // on standard error; tests look at Boxes() instead
-
-bool Passed(std::uint32_t now, std::uint32_t due) {
-    return static_cast<std::int32_t>(now - due) >= 0;
-}
 
 Timer* DueTimer(DWORD threadID) {
     const std::uint32_t now = NowLocked();
@@ -74,21 +71,44 @@ DWORD UntilTimer(DWORD threadID) {
     return wait;
 }
 
-// Waits for a message until `limit` (endless without one); false when the time is over.
+// Waits for a message until `limit` (endless without one); false when the time is over and none is there.
 bool Await(Guard& guard, MSG& message, const std::uint32_t* limit) {
     const DWORD self = GetCurrentThreadId();
-    const std::function<bool()> ready = [&] {
-        return !Queues[self].empty() || DueTimer(self) != nullptr || (limit != nullptr && Passed(NowLocked(), *limit));
-    };
+    const auto there = [&] { return !Queues[self].empty() || DueTimer(self) != nullptr; };
+    const std::function<bool()> ready = [&] { return there() || (limit != nullptr && Passed(NowLocked(), *limit)); };
     while (!ready()) {
         DWORD wait = UntilTimer(self);
-        if (limit != nullptr)
-            wait = std::min(wait, *limit - NowLocked());
+        if (limit != nullptr) {
+            const auto left = static_cast<std::int32_t>(*limit - NowLocked());
+            wait = std::min(wait, static_cast<DWORD>(std::max(left, 1)));
+        }
         WaitUntil(guard, wait, ready);
     }
-    if (limit != nullptr && Passed(NowLocked(), *limit) && Queues[self].empty() && DueTimer(self) == nullptr)
-        return false;
-    return Take(self, message);
+    return there() && Take(self, message);
+}
+
+// On standard error, as one line.
+void Print(const PlatformControl::Box& box) {
+    std::string line = box.Text;
+    for (std::size_t at; (at = line.find('\n')) != std::string::npos;)
+        line.replace(at, 1, " / ");
+    std::fprintf(stderr, "[box] %s: %s\n", box.Caption.c_str(), line.c_str());
+}
+
+// Dispatches the thread's messages for that long. The end of the program is left for the thread's own loop, and closes
+// the box.
+void KeepOpen(Guard& guard, std::uint32_t milliseconds) {
+    const std::uint32_t limit = NowLocked() + milliseconds;
+    MSG message{};
+    while (!Passed(NowLocked(), limit) && Await(guard, message, &limit)) {
+        if (message.message == WM_QUIT) {
+            Queues[GetCurrentThreadId()].push_front(message);
+            return;
+        }
+        guard.unlock();
+        DispatchMessageA(&message);
+        guard.lock();
+    }
 }
 
 }  // namespace
@@ -108,6 +128,10 @@ bool NextTimer(std::uint32_t now, std::uint32_t& due) {
 void ForgetTimersOf(DWORD threadID) {
     std::erase_if(Timers, [&](const Timer& timer) { return timer.threadID == threadID; });
     Queues.erase(threadID);
+}
+
+int TimerCount() {
+    return static_cast<int>(Timers.size());
 }
 
 void ResetMessages() {
@@ -166,31 +190,18 @@ BOOL WINAPI KillTimer(HWND, UINT_PTR id) {
 
 // Stays open for its time, dispatching the thread's messages meanwhile, as the system's own boxes do.
 int WINAPI MessageBoxA(HWND, LPCSTR text, LPCSTR caption, UINT style) {
-    PlatformControl::Box box{text, caption, style, false};
+    PlatformControl::Box box{text == nullptr ? "" : text, caption == nullptr ? "Error" : caption, style, false};
     Guard guard(Lock);
     box.LineMutexHeld = HoldsMutex("SP62LineMutex");
     Shown.push_back(box);
     std::uint32_t open = BoxOpenMs;
     if (BoxesPrinted) {
-        std::string line = box.Text;
-        for (std::size_t at; (at = line.find('\n')) != std::string::npos;)
-            line.replace(at, 1, " / ");
-        std::fprintf(stderr, "[box] %s: %s\n", caption, line.c_str());
+        Print(box);
         if (const char* setting = std::getenv("ZT_BOX_MS"))
             open = static_cast<std::uint32_t>(std::strtoul(setting, nullptr, 10));
     }
-    if (open > 0) {
-        const std::uint32_t limit = NowLocked() + open;
-        MSG message{};
-        while (Await(guard, message, &limit)) {
-            guard.unlock();
-            DispatchMessageA(&message);
-            guard.lock();
-            if (Passed(NowLocked(), limit))
-                break;
-        }
-    }
-    const auto answer = BoxAnswer;
+    KeepOpen(guard, open);
+    const Answer answer = BoxAnswer;
     guard.unlock();
     return answer ? answer(box) : IDOK;
 }

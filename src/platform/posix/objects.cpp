@@ -1,9 +1,12 @@
 // Mutexes, events, threads, and the handles of everything.
 #include "platform/posix/state.h"
 
+#include <atomic>
 #include <map>
+#include <system_error>
 #include <thread>
 #include <utility>
+#include <vector>
 
 namespace Posix {
 
@@ -11,17 +14,17 @@ namespace {
 
 struct Waitable : Object {
     std::string name;
-    virtual bool Ready() const = 0;
-    virtual DWORD Take() = 0;  // what a successful wait gives
+    virtual bool Ready(DWORD thread) const = 0;
+    virtual DWORD Take(DWORD thread) = 0;  // what a successful wait gives
 };
 
 struct Mutex : Waitable {
     DWORD owner = 0;  // thread identifier; 0 = free
     int depth = 0;
     bool abandoned = false;
-    bool Ready() const override { return owner == 0 || owner == GetCurrentThreadId(); }
-    DWORD Take() override {
-        owner = GetCurrentThreadId();
+    bool Ready(DWORD thread) const override { return owner == 0 || owner == thread; }
+    DWORD Take(DWORD thread) override {
+        owner = thread;
         ++depth;
         return std::exchange(abandoned, false) ? WAIT_ABANDONED : WAIT_OBJECT_0;
     }
@@ -29,8 +32,8 @@ struct Mutex : Waitable {
 
 struct Event : Waitable {
     bool manual = false, signalled = false;
-    bool Ready() const override { return signalled; }
-    DWORD Take() override {
+    bool Ready(DWORD) const override { return signalled; }
+    DWORD Take(DWORD) override {
         if (!manual)
             signalled = false;
         return WAIT_OBJECT_0;
@@ -38,23 +41,26 @@ struct Event : Waitable {
 };
 
 struct Thread : Waitable {
+    std::thread system;
     bool over = false;
-    DWORD result = 0;
-    bool Ready() const override { return over; }
-    DWORD Take() override { return WAIT_OBJECT_0; }
+    bool Ready(DWORD) const override { return over; }
+    DWORD Take(DWORD) override { return WAIT_OBJECT_0; }
 };
 
-std::map<HANDLE, std::shared_ptr<Object>> Handles;
+using HandleMap = std::map<HANDLE, std::shared_ptr<Object>>;
+HandleMap& Handles = *new HandleMap;
 std::uintptr_t NextHandle = 0x100;
-std::map<std::string, std::weak_ptr<Waitable>> Names;
-std::map<std::string, DWORD> CreateErrors;
-std::map<std::string, DWORD> NextWaits;
+std::map<std::string, std::weak_ptr<Waitable>>& Names = *new std::map<std::string, std::weak_ptr<Waitable>>;
+std::map<std::string, DWORD>& CreateErrors = *new std::map<std::string, DWORD>;
+std::map<std::string, DWORD>& NextWaits = *new std::map<std::string, DWORD>;
+// Over, but their last instructions may still be running, in code that goes away when the library is unloaded.
+std::vector<std::shared_ptr<Thread>>& Ended = *new std::vector<std::shared_ptr<Thread>>;
 DWORD ThreadError = 0;
-DWORD NextThreadID = 1;
+std::atomic<DWORD> NextThreadID = 1;
 thread_local DWORD LastError = 0;
 thread_local DWORD ThreadID = 0;
 
-// The object of this name, made by `make` when there is none. Null, with the error set, when it must fail.
+// The object of this name, made when there is none. Null, with the error set, when it must fail.
 template <class T> std::shared_ptr<T> Named(LPCSTR name, bool& existed) {
     existed = false;
     if (name == nullptr)
@@ -63,8 +69,11 @@ template <class T> std::shared_ptr<T> Named(LPCSTR name, bool& existed) {
         SetLastError(fault->second);
         return nullptr;
     }
-    if (auto there = std::dynamic_pointer_cast<T>(Names[name].lock())) {
+    if (const auto known = Names[name].lock()) {
         existed = true;
+        auto there = std::dynamic_pointer_cast<T>(known);
+        if (there == nullptr)
+            SetLastError(ERROR_INVALID_HANDLE);  // the name belongs to an object of another kind
         return there;
     }
     auto made = std::make_shared<T>();
@@ -82,6 +91,36 @@ void Abandon(DWORD threadID) {
             mutex->abandoned = true;
         }
     ForgetTimersOf(threadID);
+}
+
+// Waits, without the lock, until those that are over are gone altogether.
+void JoinEnded() {
+    std::vector<std::shared_ptr<Thread>> ended;
+    {
+        const Guard guard(Lock);
+        ended.swap(Ended);
+    }
+    for (const auto& thread : ended)
+        thread->system.join();
+}
+
+// At the end of the process, or when the library is unloaded. Threads that still run then are not waited for.
+struct LastJoin {
+    ~LastJoin() { JoinEnded(); }
+} AtTheEnd;
+
+void RunThread(const std::shared_ptr<Thread>& thread, LPTHREAD_START_ROUTINE start, LPVOID argument, DWORD id) {
+    ThreadID = id;
+    {
+        Guard guard(Lock);
+        ThreadBegins(guard);
+    }
+    start(argument);
+    const Guard ended(Lock);
+    thread->over = true;
+    Ended.push_back(thread);
+    Abandon(id);
+    ThreadEnds();
 }
 
 }  // namespace
@@ -106,14 +145,6 @@ bool HoldsMutex(const std::string& name) {
     return mutex != nullptr && mutex->owner == GetCurrentThreadId();
 }
 
-void ResetObjects() {
-    Handles.clear();
-    Names.clear();
-    CreateErrors.clear();
-    NextWaits.clear();
-    ThreadError = 0;
-}
-
 }  // namespace Posix
 
 using namespace Posix;
@@ -127,11 +158,8 @@ void WINAPI SetLastError(DWORD error) {
 }
 
 DWORD WINAPI GetCurrentThreadId() {
-    if (ThreadID == 0) {
-        static std::mutex numbers;
-        const std::lock_guard guard(numbers);
+    if (ThreadID == 0)
         ThreadID = NextThreadID++;
-    }
     return ThreadID;
 }
 
@@ -142,7 +170,7 @@ HANDLE WINAPI CreateMutexA(SECURITY_ATTRIBUTES*, BOOL initialOwner, LPCSTR name)
     if (mutex == nullptr)
         return nullptr;
     if (initialOwner && !existed)
-        mutex->Take();
+        mutex->Take(GetCurrentThreadId());
     SetLastError(existed ? ERROR_ALREADY_EXISTS : 0);
     return Register(mutex);
 }
@@ -195,25 +223,17 @@ HANDLE WINAPI CreateThread(SECURITY_ATTRIBUTES*, SIZE_T, LPTHREAD_START_ROUTINE 
         return nullptr;
     }
     const auto thread = std::make_shared<Thread>();
-    const HANDLE handle = Register(thread);
-    const DWORD id = [] {
-        static std::mutex numbers;
-        const std::lock_guard numberGuard(numbers);
-        return 0x10000 + NextThreadID++;
-    }();
+    const DWORD id = NextThreadID++;
+    try {
+        thread->system = std::thread(RunThread, thread, start, argument, id);
+    } catch (const std::system_error&) {
+        SetLastError(ERROR_NOT_ENOUGH_MEMORY);
+        return nullptr;
+    }
+    ThreadAnnounced();  // it cannot have looked yet: the lock is held
     if (threadID != nullptr)
         *threadID = id;
-    ThreadBegins();
-    std::thread([thread, start, argument, id] {
-        ThreadID = id;
-        const DWORD result = start(argument);
-        const Guard ended(Lock);
-        thread->result = result;
-        thread->over = true;
-        Abandon(id);
-        ThreadEnds();
-    }).detach();
-    return handle;
+    return Register(thread);
 }
 
 DWORD WINAPI WaitForSingleObject(HANDLE handle, DWORD milliseconds) {
@@ -223,24 +243,25 @@ DWORD WINAPI WaitForSingleObject(HANDLE handle, DWORD milliseconds) {
         SetLastError(ERROR_INVALID_HANDLE);
         return WAIT_FAILED;
     }
+    const DWORD self = GetCurrentThreadId();
     if (const auto next = NextWaits.find(object->name); next != NextWaits.end()) {
         const DWORD result = next->second;
         NextWaits.erase(next);
         if (result == WAIT_ABANDONED)
-            object->Take();
+            object->Take(self);
         return result;
     }
-    // The predicate runs on the driving thread too: whose mutex it is must be known beforehand.
-    const DWORD self = GetCurrentThreadId();
-    const auto mutex = std::dynamic_pointer_cast<Mutex>(object);
-    const std::function<bool()> ready = [&] {
-        return mutex != nullptr ? mutex->owner == 0 || mutex->owner == self : object->Ready();
-    };
-    return WaitUntil(guard, milliseconds, ready) ? object->Take() : WAIT_TIMEOUT;
+    if (!WaitUntil(guard, milliseconds, [&] { return object->Ready(self); }))
+        return WAIT_TIMEOUT;
+    const DWORD result = object->Take(self);
+    guard.unlock();
+    if (std::dynamic_pointer_cast<Thread>(object) != nullptr)
+        JoinEnded();  // whoever waits for a thread may unload its code next
+    return result;
 }
 
 BOOL WINAPI CloseHandle(HANDLE handle) {
-    std::shared_ptr<Object> object;
+    std::shared_ptr<Object> object;  // goes after the lock: a port's end calls its device
     const Guard guard(Lock);
     const auto found = Handles.find(handle);
     if (found == Handles.end()) {
@@ -249,7 +270,6 @@ BOOL WINAPI CloseHandle(HANDLE handle) {
     }
     object = std::move(found->second);
     Handles.erase(found);
-    Changed();
     return TRUE;
 }
 
@@ -270,13 +290,25 @@ void PlatformControl::FailCreateThread(DWORD error) {
 
 int PlatformControl::OpenHandles() {
     const Guard guard(Lock);
-    return static_cast<int>(Handles.size());
+    return static_cast<int>(Handles.size()) + TimerCount() + OpenFiles();
 }
 
 void PlatformControl::Reset() {
+    HandleMap left;
+    {
+        const Guard guard(Lock);
+        for (const auto& [handle, object] : Handles)
+            object->Forget();
+        left.swap(Handles);
+    }
+    left.clear();
+    JoinEnded();
     const Guard guard(Lock);
+    Names.clear();
+    CreateErrors.clear();
+    NextWaits.clear();
+    ThreadError = 0;
     ResetClock();
-    ResetObjects();
     ResetMessages();
     ResetPorts();
     ResetRegistry();

@@ -51,10 +51,10 @@ std::shared_ptr<Key> NewMachine() {
     machine->keys.back()->name = "SOFTWARE";
     return machine;
 }
-std::shared_ptr<Key> Machine = NewMachine();
-std::string FilePath;
+std::shared_ptr<Key>& Machine = *new std::shared_ptr<Key>(NewMachine());
+std::string& FilePath = *new std::string;
 bool Chosen = false;  // whether FilePath has been decided
-std::map<std::string, LONG> Refused;
+std::map<std::string, LONG>& Refused = *new std::map<std::string, LONG>;
 bool ProfileRefused = false;
 
 std::shared_ptr<Key> Child(const Key& parent, const std::string& name) {
@@ -146,8 +146,26 @@ void Save() {
         std::ofstream out(temporary, std::ios::binary | std::ios::trunc);
         for (const auto& child : Machine->keys)
             WriteKey(out, *child, std::string(ROOT_NAME) + '\\' + child->name);
+        if (!out.flush())
+            return;  // a full disk: the file stays as it was
     }
     std::rename(temporary.c_str(), FilePath.c_str());
+}
+
+// A line "name = value" as people may write it; the value begins with a quotation mark or with "dword:". False when the
+// line is none.
+bool Split(const std::string& line, std::string& name, std::string& value) {
+    for (std::size_t at = line.find('='); at != std::string::npos; at = line.find('=', at + 1)) {
+        const std::size_t from = line.find_first_not_of(" \t", at + 1);
+        if (from == std::string::npos || (line[from] != '"' && line.compare(from, 6, "dword:") != 0))
+            continue;
+        name = line.substr(0, at);
+        name.erase(name.find_last_not_of(" \t") + 1);
+        value = line.substr(from);
+        value.erase(value.find_last_not_of(" \t\r") + 1);
+        return true;
+    }
+    return false;
 }
 
 void Load() {
@@ -157,15 +175,13 @@ void Load() {
     for (std::string line; std::getline(in, line);) {
         if (!line.empty() && line.back() == '\r')
             line.pop_back();
-        const std::size_t equals = line.find('=');
+        Value value;
+        std::string text;
         if (line.size() > 2 && line.front() == '[' && line.back() == ']') {
             const std::string path = line.substr(1, line.size() - 2);
             const std::size_t root = std::strlen(ROOT_NAME);
             key = Same(path.substr(0, root), ROOT_NAME) ? Walk(Machine, path.substr(root), true) : nullptr;
-        } else if (key != nullptr && equals != std::string::npos && equals > 0) {
-            Value value;
-            value.name = line.substr(0, equals);
-            const std::string text = line.substr(equals + 1);
+        } else if (key != nullptr && Split(line, value.name, text)) {
             if (text.starts_with("dword:")) {
                 const auto number = static_cast<std::uint32_t>(std::strtoul(text.c_str() + 6, nullptr, 16));
                 value.type = REG_DWORD;
@@ -175,7 +191,10 @@ void Load() {
             } else {
                 continue;
             }
-            key->values.push_back(value);
+            if (Value* there = ValueOf(*key, value.name))
+                *there = value;  // written twice: the later one counts
+            else
+                key->values.push_back(value);
         }
     }
 }
@@ -202,23 +221,44 @@ std::shared_ptr<OpenKey> KeyOf(HKEY handle) {
     return std::dynamic_pointer_cast<OpenKey>(Find(reinterpret_cast<HANDLE>(handle)));
 }
 
-LONG Refusal(const std::string& text) {
-    for (const auto& [pattern, error] : Refused)
-        if (error != 0 && text.size() >= pattern.size() && Same(text.substr(text.size() - pattern.size()), pattern))
+// Whether a test refuses this key, or this value of it.
+LONG Refusal(const std::string& path, const std::string& value = {}) {
+    for (const auto& [refused, error] : Refused) {
+        const bool key = path.size() >= refused.size() && Same(path.substr(path.size() - refused.size()), refused);
+        if (error != 0 && (key || (!value.empty() && Same(value, refused))))
             return error;
+    }
     return ERROR_SUCCESS;
 }
 
-LONG Open(const std::shared_ptr<OpenKey>& parent, LPCSTR name, bool make, PHKEY result) {
+// The key behind a handle when calls on it, or on this value of it, may go on; null with the error to give.
+std::shared_ptr<OpenKey> UsableKey(HKEY handle, const std::string& value, LONG& error) {
+    auto open = KeyOf(handle);
+    if (open == nullptr)
+        error = static_cast<LONG>(ERROR_INVALID_HANDLE);
+    else if (open->key->deleted)
+        error = static_cast<LONG>(ERROR_KEY_DELETED);
+    else
+        error = Refusal(open->path, value);
+    return error == ERROR_SUCCESS ? open : nullptr;
+}
+
+std::string NameOf(LPCSTR name) {
+    return name == nullptr ? "" : name;  // a key's value without a name
+}
+
+LONG Open(HKEY handle, LPCSTR name, bool make, PHKEY result) {
     *result = nullptr;
+    LONG error = ERROR_SUCCESS;
+    const auto parent = UsableKey(handle, {}, error);
     if (parent == nullptr)
-        return static_cast<LONG>(ERROR_INVALID_HANDLE);
+        return error;
     auto open = std::make_shared<OpenKey>();
     open->path = parent->path + '\\' + name;
-    if (const LONG error = Refusal(open->path))
+    if ((error = Refusal(open->path)) != ERROR_SUCCESS)
         return error;
     open->key = Walk(parent->key, name, make);
-    if (open->key == nullptr || parent->key->deleted)
+    if (open->key == nullptr)
         return static_cast<LONG>(ERROR_FILE_NOT_FOUND);
     *result = reinterpret_cast<HKEY>(Register(open));
     return ERROR_SUCCESS;
@@ -254,17 +294,19 @@ using namespace Posix;
 
 LONG WINAPI RegOpenKeyExA(HKEY parent, LPCSTR name, DWORD, REGSAM, PHKEY key) {
     const Guard guard(Lock);
-    return Open(KeyOf(parent), name, false, key);
+    return Open(parent, name, false, key);
 }
 
 LONG WINAPI RegCreateKeyExA(HKEY parent, LPCSTR name, DWORD, LPSTR, DWORD, REGSAM, SECURITY_ATTRIBUTES*, PHKEY key,
                             DWORD* disposition) {
+    constexpr DWORD CREATED = 1, OPENED = 2;
     const Guard guard(Lock);
-    const auto above = KeyOf(parent);
-    const bool there = above != nullptr && Walk(above->key, name, false) != nullptr;
-    const LONG result = Open(above, name, true, key);
+    LONG result = Open(parent, name, false, key);
+    const bool there = result != static_cast<LONG>(ERROR_FILE_NOT_FOUND);
+    if (!there)
+        result = Open(parent, name, true, key);
     if (result == ERROR_SUCCESS && disposition != nullptr)
-        *disposition = there ? 2 : 1;  // opened, created
+        *disposition = there ? OPENED : CREATED;
     if (result == ERROR_SUCCESS && !there)
         Save();
     return result;
@@ -272,56 +314,60 @@ LONG WINAPI RegCreateKeyExA(HKEY parent, LPCSTR name, DWORD, LPSTR, DWORD, REGSA
 
 LONG WINAPI RegQueryValueExA(HKEY handle, LPCSTR name, DWORD*, DWORD* type, BYTE* data, DWORD* size) {
     const Guard guard(Lock);
-    const auto open = KeyOf(handle);
+    LONG error = ERROR_SUCCESS;
+    const auto open = UsableKey(handle, NameOf(name), error);
     if (open == nullptr)
-        return static_cast<LONG>(ERROR_INVALID_HANDLE);
-    if (const LONG error = Refusal(name))
         return error;
-    const Value* value = ValueOf(*open->key, name);
+    const Value* value = ValueOf(*open->key, NameOf(name));
     return value == nullptr ? static_cast<LONG>(ERROR_FILE_NOT_FOUND) : Give(*value, type, data, size);
 }
 
 LONG WINAPI RegSetValueExA(HKEY handle, LPCSTR name, DWORD, DWORD type, const BYTE* data, DWORD size) {
     const Guard guard(Lock);
-    const auto open = KeyOf(handle);
+    LONG error = ERROR_SUCCESS;
+    const auto open = UsableKey(handle, NameOf(name), error);
     if (open == nullptr)
-        return static_cast<LONG>(ERROR_INVALID_HANDLE);
-    if (const LONG error = Refusal(name))
         return error;
-    Value* value = ValueOf(*open->key, name);
+    Value* value = ValueOf(*open->key, NameOf(name));
     if (value == nullptr) {
-        open->key->values.push_back({name, type, {}});
+        open->key->values.push_back({NameOf(name), type, {}});
         value = &open->key->values.back();
     }
     value->type = type;
-    value->data.assign(reinterpret_cast<const char*>(data), size);
+    value->data.assign(data, data + size);
     Save();
     return ERROR_SUCCESS;
 }
 
 LONG WINAPI RegDeleteKeyA(HKEY parent, LPCSTR name) {
     const Guard guard(Lock);
-    const auto above = KeyOf(parent);
+    LONG error = ERROR_SUCCESS;
+    const auto above = UsableKey(parent, {}, error);
     if (above == nullptr)
-        return static_cast<LONG>(ERROR_INVALID_HANDLE);
-    if (const LONG error = Refusal(above->path + '\\' + name))
         return error;
-    const auto key = Child(*above->key, name);
+    if ((error = Refusal(above->path + '\\' + name)) != ERROR_SUCCESS)
+        return error;
+    const std::string path = name;
+    const std::size_t last = path.rfind('\\');
+    const auto holder = last == std::string::npos ? above->key : Walk(above->key, path.substr(0, last), false);
+    const auto key =
+        holder == nullptr ? nullptr : Child(*holder, path.substr(last == std::string::npos ? 0 : last + 1));
     if (key == nullptr)
         return static_cast<LONG>(ERROR_FILE_NOT_FOUND);
     if (!key->keys.empty())
         return static_cast<LONG>(ERROR_ACCESS_DENIED);
     key->deleted = true;
-    std::erase(above->key->keys, key);
+    std::erase(holder->keys, key);
     Save();
     return ERROR_SUCCESS;
 }
 
 LONG WINAPI RegEnumKeyA(HKEY handle, DWORD index, LPSTR name, DWORD size) {
     const Guard guard(Lock);
-    const auto open = KeyOf(handle);
+    LONG error = ERROR_SUCCESS;
+    const auto open = UsableKey(handle, {}, error);
     if (open == nullptr)
-        return static_cast<LONG>(ERROR_INVALID_HANDLE);
+        return error;
     if (index >= open->key->keys.size())
         return static_cast<LONG>(ERROR_NO_MORE_ITEMS);
     const std::string& found = open->key->keys[index]->name;
@@ -334,12 +380,15 @@ LONG WINAPI RegEnumKeyA(HKEY handle, DWORD index, LPSTR name, DWORD size) {
 LONG WINAPI RegEnumValueA(HKEY handle, DWORD index, LPSTR name, DWORD* nameSize, DWORD*, DWORD* type, BYTE* data,
                           DWORD* size) {
     const Guard guard(Lock);
-    const auto open = KeyOf(handle);
+    LONG error = ERROR_SUCCESS;
+    const auto open = UsableKey(handle, {}, error);
     if (open == nullptr)
-        return static_cast<LONG>(ERROR_INVALID_HANDLE);
+        return error;
     if (index >= open->key->values.size())
         return static_cast<LONG>(ERROR_NO_MORE_ITEMS);
     const Value& value = open->key->values[index];
+    if ((error = Refusal(open->path, value.name)) != ERROR_SUCCESS)
+        return error;
     if (value.name.size() >= *nameSize)
         return static_cast<LONG>(ERROR_MORE_DATA);
     std::memcpy(name, value.name.c_str(), value.name.size() + 1);

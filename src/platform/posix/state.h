@@ -1,45 +1,59 @@
 // What the subjects of the POSIX layer share: the clock and its waiting, handles, and the switches of control.h.
+//
+// Everything that a thread may still use while the process ends is made with `new` and never destroyed: the system's
+// threads do not end before the run time clears up, and a condition variable that is waited for cannot be destroyed.
 #pragma once
 
 #include "platform/platform.h"
 #include "platform/posix/control.h"
 
 #include <condition_variable>
+#include <functional>
 #include <memory>
 #include <mutex>
 
 namespace Posix {
 
 // One lock for the whole layer: its operations are short, and one lock makes the test clock deterministic.
-extern std::mutex Lock;
+extern std::mutex& Lock;
 using Guard = std::unique_lock<std::mutex>;
+
+// Wrap-safe: whether `due` is `now` or before it.
+inline bool Passed(std::uint32_t now, std::uint32_t due) {
+    return static_cast<std::int32_t>(now - due) >= 0;
+}
 
 // --- the clock (clock.cpp)
 std::uint32_t NowLocked();  // with Lock held
 // Waits, with the lock held, until `ready` holds (true), or until `milliseconds` have passed (false; INFINITE never).
-// With the test clock, a thread that waits here counts as at rest; the driving thread (the one that called Reset) moves
-// the time while it waits.
+// `ready` may be asked by any thread. With the test clock, a thread that waits here counts as at rest, and goes on only
+// while no other product thread runs; the driving thread (the one that called Reset) lets all others come to rest
+// before it looks, and moves the time while it waits.
 bool WaitUntil(Guard& guard, DWORD milliseconds, const std::function<bool()>& ready);
 // Something that a waiting thread may be waiting for has changed.
 void Changed();
-// A product thread begins and ends: it counts as busy in between, except while it waits.
-void ThreadBegins();
+// The calling thread begins and ends as a product thread; ThreadAnnounced comes first, from the one that makes it, so
+// that nobody finds everything at rest in between.
+void ThreadAnnounced();
+void ThreadBegins(Guard& guard);
 void ThreadEnds();
 // Earliest due time after `now` of all timers; false when there is none. In messages.cpp.
 bool NextTimer(std::uint32_t now, std::uint32_t& due);
 void ForgetTimersOf(DWORD threadID);
+int TimerCount();
 
 // --- handles (objects.cpp)
 struct Object {
     virtual ~Object() = default;
+    virtual void Forget() {}  // Reset takes the handle away: nothing outside may be called any more
 };
 HANDLE Register(std::shared_ptr<Object> object);
 std::shared_ptr<Object> Find(HANDLE handle);
 bool HoldsMutex(const std::string& name);  // the calling thread; with Lock held
+int OpenFiles();                           // files opened with _lopen and _lcreat (files.cpp)
 
 // --- start values, for PlatformControl::Reset
 void ResetClock();
-void ResetObjects();
 void ResetMessages();
 void ResetPorts();
 void ResetRegistry();
