@@ -511,8 +511,9 @@ TEST(EquipmentSet, PlaysCallsAsASetShowsThem) {
         {"dial 4#",
          {"from set: digit 4", "to set: line 0 mode 2 at 0 '4'", "from set: digit 11",
           "to set: line 0 mode 2 at 0 '#'"}},
-        {"far-rings", {"to set: line 0 mode 0 at 0 '4#'"}},
-        {"far-answers", {talking}},
+        {"far-rings",
+         {"to set: line 0 mode 0 at 0 '4#'", "to set: line 1 mode 0 at 0 'Fin2Ap                  Transf          '"}},
+        {"far-answers", {"to set: line 1 mode 0 at 0 'Fin2Ap  VaVien  Conf    Transf  FreqV   '"}},
         {"swap",
          {"from set: key 1", "to set: icon key 2 value 2828", "to set: icon key 1 value 2020",
           "to set: line 0 mode 0 at 0 'DUPONT  0123456789'"}},
@@ -534,7 +535,7 @@ TEST(EquipmentSet, PlaysADoubleCallOnOneKey) {
     end.Start();
     for (const char* line : {"incoming 1 4712", "answer 1", "soft 1", "dial 4713", "far-answers"})
         end.Do(line);
-    EXPECT_EQ(DisplayText(end.machine, 1), "Fin2Ap  VaVien  Conf    Transf          ");
+    EXPECT_EQ(DisplayText(end.machine, 1), "Fin2Ap  VaVien  Conf    Transf  FreqV   ");
     EXPECT_EQ(end.Do("swap"), (Texts{"from set: key 30", "to set: line 0 mode 0 at 0 '4712'"}));
     end.Do("caller-hangs-up 1");
     EXPECT_EQ(DisplayText(end.machine, 0).substr(0, 8), "Annulez ");

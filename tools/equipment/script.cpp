@@ -336,8 +336,13 @@ template <std::string (*Action)(Machine&, int)> std::string CarryByte(Machine& m
 
 std::string CarryFarHangsUp(Machine& machine, Arguments& in) {
     const int key = Key(in);
-    const bool prompt = in.Flag("prompt");
-    return in.Done() ? Do(in, FarHangsUp(machine, key, prompt)) : "";
+    HangUpShown shown = HangUpShown::Dark;
+    if (in.Flag("prompt"))
+        shown = HangUpShown::Prompt;
+    else if (in.Flag("reserved"))
+        shown = HangUpShown::Reserved;
+    const int slot = in.Flag("slot") ? in.Small("slot", 0, 1) : -1;
+    return in.Done() ? Do(in, FarHangsUp(machine, key, shown, slot)) : "";
 }
 
 std::string CarryDial(Machine& machine, Arguments& in) {
