@@ -8,6 +8,7 @@
 #include "link/tick.h"
 #include "provider/events.h"
 #include "support/fixture.h"
+#include "trace/trace.h"
 
 #include <cstring>
 #include <fstream>
@@ -335,6 +336,206 @@ TEST_F(Dialogue, NoPayloadIsReadBeyondItsEnd) {
     EXPECT_LE(KeyLists.Multi.Count, 10);
     EXPECT_LE(AomCount, AOM_COUNT);
     EXPECT_LT(std::strlen(Settings.SoftKeyLabels[0]), sizeof Settings.SoftKeyLabels[0]);
+}
+
+TEST_F(Dialogue, AssociationIsTracedAndReportedInItsOrder) {
+    SetSetting("SetConfig", "Language", "1: English");
+    CopyText(Settings.SetMCDU, "4700");
+    TraceMask = TRACE_CONFIG;
+    TraceLines();
+    Associate(2);
+    EXPECT_THAT(TraceLines(), ElementsAre("NEW MCDU '4711' old '4700' ", "Language: 1 - mcdu:4711 lg_mcdu 4",
+                                          "Dev_type 0x03 multi mode 0 Fwd status 4", "Langue PABX différente"));
+    EXPECT_EQ(ProviderState.DeviceState, DEVICE_IN_SERVICE);
+    LineEvents();
+    // once more: no key request, no language, no news of the device
+    LanguageChanged = false;
+    Requests();
+    HandleDeviceAssocAck(2, Bytes()(0)(4).Counted("4711")(3)(1)(2)(6)(9)("004711")(0));
+    EXPECT_THAT(TraceLines(),
+                ElementsAre("Language: 4 - mcdu:4711 lg_mcdu 4", "Dev_type 0x03 multi mode 1 Fwd status 2",
+                            "Dest Fwd length 6 typ 9 Destaddr '004711'"));
+    EXPECT_THAT(LineEvents(), ElementsAre("ADDRESS 0 40"));
+    EXPECT_THAT(Requests(), IsEmpty());
+    EXPECT_FALSE(LanguageChanged);
+    HandleDeviceAssocAck(3, Bytes()(0)(4).Counted("4711")(3)(1)(2)(2)(9)("12")(0));
+    EXPECT_STREQ(ProviderState.ForwardDestination, "12");
+    EXPECT_THAT(LineEvents(), IsEmpty()) << "another destination of the same forwarding is no change of status";
+}
+
+TEST_F(Dialogue, StatusAboveFourKeepsTheDestinationAndReleases) {
+    Associate(2);
+    CopyText(ProviderState.ForwardDestination, "12");
+    Requests();
+    Tracking.ForwardAckTicks = 1;
+    HandleDeviceAssocAck(2, Bytes()(0)(1).Counted("4711")(3)(0)(5)(0));
+    EXPECT_STREQ(ProviderState.ForwardDestination, "12");
+    EXPECT_EQ(Requests().size(), 1u);
+    EXPECT_EQ(Tracking.ForwardAckTicks, 0);
+}
+
+TEST_F(Dialogue, AssociationCutShortChangesOnlyWhatIsWhole) {
+    Associate(2);
+    HandleDeviceAssocAck(2, Bytes()(0)(1).Counted("4711")(3)(1)(0)(4)(0)("1234")(0x12)(40)(0));
+    ASSERT_EQ(AomCount, 1);
+    SetSetting("SetConfig", "SetMCDU", "4711");
+    const auto kept = [](const Payload& payload) {
+        HandleDeviceAssocAck(3, payload);
+        EXPECT_STREQ(Settings.SetMCDU, "4711");
+        EXPECT_EQ(Setting("SetConfig", "SetMCDU"), "4711");
+        EXPECT_EQ(ProviderState.Dev_type, 3);
+        EXPECT_EQ(Settings.EnquiryCallMode, 1);
+        EXPECT_EQ(ProviderState.FwdStatus, 0);
+        EXPECT_EQ(AomCount, 1);
+    };
+    kept({});
+    EXPECT_EQ(ProviderState.PbxLanguage, 1);
+    kept(Bytes()(0)(1));
+    kept(Bytes()(0)(1)(200)("47"));
+    kept(Bytes()(0)(1).Counted("4711")(1)(0));
+    EXPECT_STREQ(ProviderState.ForwardDestination, "1234");
+    kept(Bytes()(0)(1).Counted("4711")(3)(1)(0)(9)(0)("12"));
+    EXPECT_STREQ(ProviderState.ForwardDestination, "") << "half a number is none";
+    EXPECT_THAT(TraceLines(), testing::Contains("DEVICE_ASSOC_ACK number: entry 0 runs past its message - dropped"));
+}
+
+TEST_F(Dialogue, ProtocolLevelOneReadsTheLocalSettingsOfLaterVersionsToo) {
+    SetSetting("Prefix", "ExtPrefix", "00");
+    SetSetting("Prefix", "ExtPrefixDisp", "0");
+    SetSetting("SetConfig", "EnquiryCallMode", "1");
+    SetSetting("SetConfig", "MaxDigitLocal", "19");
+    ProviderState.ProtocolLevel = 1;
+    TraceMask = TRACE_OMNA;
+    TraceLines();
+    Associate(3);
+    std::vector<std::string> lines = TraceLines();
+    std::erase_if(lines, [](const std::string& line) { return !line.starts_with("E") && !line.starts_with("M"); });
+    EXPECT_THAT(lines, ElementsAre("ExtPrefix lu:-00-", "ExtPrefixDisp 0", "EnqCallMode 1", "MaxDigitLocalCall 19"));
+    EXPECT_EQ(Settings.EnquiryCallMode, 1) << "the stored value, not the PBX's";
+    for (const auto& [stored, wanted] : {std::pair{"2", 2}, {"1", 8}, {"20", 8}, {"x", 8}, {"7 digits", 8}}) {
+        SetSetting("SetConfig", "MaxDigitLocal", stored);
+        ResetSetConfig();
+        Associate(3);
+        EXPECT_EQ(Settings.MaxDigitLocal, wanted) << stored;
+        EXPECT_EQ(Setting("SetConfig", "MaxDigitLocal"), std::to_string(wanted)) << stored;
+    }
+}
+
+TEST_F(Dialogue, LanguageIsSavedOnlyWhenItIsAnother) {
+    Associate(3);
+    ProviderState.PbxLanguage = 3;
+    SaveLanguage();
+    EXPECT_EQ(Setting("SetConfig", "Language"), "Not listed");
+    EXPECT_EQ(ReadLanguage(), -1);
+    const std::pair<const char*, int> texts[] = {{"0: French", 1},  {"1: English", 2}, {"2: German", 4},
+                                                 {"3: Spanish", 5}, {"4: Italian", 6}, {"4", 6},
+                                                 {"5: Other", -1},  {" 0", -1},        {"0: twenty characters", -1}};
+    for (const auto& [text, code] : texts) {
+        SetSetting("SetConfig", "Language", text);
+        EXPECT_EQ(ReadLanguage(), code) << text;
+    }
+    SetSetting("SetConfig", "Language", "0: Francais");
+    ResetOmnaLink();
+    WholeDialogue(3);
+    EXPECT_EQ(Setting("SetConfig", "Language"), "0: Francais") << "the same language: not written";
+}
+
+TEST_F(Dialogue, EndOfSoftKeysSavesInItsOrder) {
+    Associate(3);
+    SetConfig.SoftKeysAnnounced = 1;
+    TraceMask = TRACE_CONFIG;
+    DynamicConfig.WaitDynamicConfig = DynamicConfig.StaticConfig = 1;
+    TraceLines();
+    HandleSkInfoAck(1, Texts({{2, "Swap"}}));
+    EXPECT_THAT(TraceLines(), ElementsAre("SkId:2 - 'Swap'", " nb_of_info_rcvd:1 - nb_sk_include:1 ",
+                                          "Sk sauvegardé ini - diff", "String non sauvegardé ini - idem"));
+    EXPECT_EQ(DynamicConfig.WaitDynamicConfig, 0);
+    EXPECT_EQ(DynamicConfig.StaticConfig, 0);
+    EXPECT_EQ(Setting("SoftKey_Des", "Transfer"), "(none)") << "an empty label is stored empty";
+
+    // with a stored configuration the first difference alone is traced
+    DynamicConfig.LastActionState = 1;
+    ResetSetConfig();
+    SetConfig.SoftKeysAnnounced = 4;
+    TraceLines();
+    HandleSkInfoAck(1, Texts({{2, "Swap"}, {0, " Two "}, {1, "End"}, {7, "x"}}));
+    EXPECT_THAT(TraceLines(),
+                ElementsAre("SkId:2 - 'Swap'", "DIFF SkId:0 ''->'Two'", "SkId:0 - 'Two'", "SkId:1 - 'End'",
+                            "Reception d'une SK d'ID > MAX_TA_SK", " nb_of_info_rcvd:4 - nb_sk_include:4 ",
+                            "Sk sauvegardé ini - diff", "String non sauvegardé ini - idem"));
+}
+
+TEST_F(Dialogue, TextsLongerThanTheirEntryAreCutAndNotTakenForNews) {
+    DynamicConfig.LastActionState = 1;
+    Associate(3);
+    for (int round = 0; round < 2; ++round) {
+        SetConfig.SoftKeysAnnounced = SetConfig.CodesAnnounced = SetConfig.StringsAnnounced = 1;
+        HandleStringInfoAck(1, Texts({{1, "A text of more than thirty-one characters"}}));
+        HandleSkInfoAck(1, Texts({{0, "Second call"}}));
+        HandleCodeInfoAck(1, Texts({{0, "123456"}}));
+        EXPECT_EQ(SetConfig.SoftKeysChanged, round == 0) << round;
+        EXPECT_EQ(SetConfig.StringsChanged, round == 0) << round;
+        EXPECT_EQ(Setting("Service_Code", "ForwardingImm"), round == 0 ? "1234" : "(none)");
+        RegDeleteSection("Service_Code");
+        SetConfig.SoftKeysChanged = SetConfig.StringsChanged = false;
+    }
+    EXPECT_STREQ(Settings.SoftKeyLabels[0], "Second");
+    EXPECT_STREQ(Settings.SoftKeyLabels[1], "") << "the next entry is untouched";
+    EXPECT_STREQ(Settings.DisplayStrings[1], "A text of more than thirty-one ");
+    EXPECT_STREQ(Settings.DisplayStrings[2], "");
+}
+
+TEST_F(Dialogue, CodesAreSavedByTheMessageThatChangesOneAndEndsThem) {
+    Associate(3);
+    SetConfig.CodesAnnounced = 3;
+    TraceMask = TRACE_CONFIG;
+    Requests();
+    TraceLines();
+    HandleCodeInfoAck(1, Texts({{0, "61"}, {7, "9"}}));
+    EXPECT_THAT(TraceLines(), ElementsAre("CodeId:0 - 61", "Reception d'un code d'ID (7) > MAX_TA_CODE (6)",
+                                          " nb_of_info_rcvd:2 - nb_code_include:2 "));
+    EXPECT_THAT(Requests(), ElementsAre("20 from 2"));
+    EXPECT_EQ(Setting("Dynamic_Set_Conf", "LastAction"), "success") << "recorded after each message";
+    HandleCodeInfoAck(1, Texts({{0, "6"}}));
+    EXPECT_THAT(TraceLines(), ElementsAre("CodeId:0 - 6", " nb_of_info_rcvd:3 - nb_code_include:1 ",
+                                          " Set Configuration processed - OK ******************"))
+        << "the stored code begins with it: no change in this message, nothing saved";
+    EXPECT_STREQ(Settings.ServiceCodes[0], "61");
+    EXPECT_EQ(Setting("Service_Code", "ForwardingImm"), "(none)");
+}
+
+TEST_F(Dialogue, InformationIsAskedForByTheLowByteOfTheCount) {
+    Associate(3);
+    HandleKeyAck(1, Bytes()(12));
+    Requests();
+    for (int i = 0; i < 8; ++i)
+        HandleKeyInfoAck(1, Bytes()(255));
+    HandleKeyInfoAck(1, Bytes()(0));
+    const std::vector<std::string> requests = Requests();
+    EXPECT_EQ(requests.at(0), "8 from 255");
+    EXPECT_EQ(requests.at(1), "8 from 254");
+    EXPECT_EQ(requests.at(8), "8 from 248") << "a message without entries asks the same again";
+}
+
+TEST_F(Dialogue, SpecialKeysAreTracedByKindAndSavedBesideTheOthers) {
+    Associate(3);
+    HandleKeyAck(1, Bytes()(1));
+    HandleKeyInfoAck(1, Keys({{1, "4711"}}));
+    TraceMask = TRACE_CONFIG;
+    TraceLines();
+    HandleKeySpeAck(1, Bytes()(1)(1)(1)(1));
+    HandleKeySpeInfoAck(1, Bytes()(4)(5)(10).Counted("d")(6)(9).Counted("c")(7)(8).Counted("b")(8)(7).Counted("a"));
+    EXPECT_THAT(TraceLines(),
+                ElementsAre("Nbre touch Superv     :1", "Nbre touch Patron     :1", "Nbre touch Secretaire :1",
+                            "Nbre touch Sec Debord :1", "Secretaire Debord TouchId:05 - :d",
+                            "Secretaire TouchId:06 - :c", "Patron     TouchId:07 - :b", "Superv     TouchId:08 - :a",
+                            " nb_of_info_rcvd:4 - nb_touch_include:4 "));
+    std::ifstream ini(PlatformControl::PosixPath("C:\\WINDOWS\\zt62cfg.ini"), std::ios::binary);
+    const std::string text((std::istreambuf_iterator<char>(ini)), {});
+    EXPECT_THAT(text, testing::HasSubstr("[Set_Des]\r\nT01=M4711\r\nT08=SUa\r\nT07=EXb\r\nT06=SEc\r\nT05=RSd\r\n"));
+    EXPECT_EQ(Setting("Set_Des", "T01"), "M4711") << "the section is not deleted first";
+    EXPECT_EQ(TouchTable[5].kind, TOUCH_SECR_DEBORD);
+    EXPECT_EQ(TouchTable[6].kind, TOUCH_SECRETAIRE);
 }
 
 }  // namespace

@@ -13,6 +13,7 @@
 #include <cstdio>
 #include <cstdlib>
 #include <cstring>
+#include <utility>
 
 SetConfigState SetConfig;
 bool LanguageChanged = false;
@@ -89,11 +90,15 @@ bool AllReceived(const char* trace, int included, int announced) {
 
 // --- DEVICE_ASSOC_ACK ------------------------------------------------------------------------------------------------
 
-// The directory number; true when it is a new one.
+// The directory number; true when it is a new one. One that runs past its message leaves the known one as it is.
 bool TakeDirectoryNumber(Cursor& cursor) {
     const std::uint8_t length = cursor.Byte();
     char number[PAYLOAD_TEXT];
     cursor.Text(length, number);
+    if (cursor.bad) {
+        TraceCutEntry("DEVICE_ASSOC_ACK number", 0);
+        return false;
+    }
     number[sizeof Settings.SetMCDU - 1] = 0;  // as much as the field holds
     const bool changed = std::strcmp(number, Settings.SetMCDU) != 0;
     if (changed) {
@@ -106,6 +111,22 @@ bool TakeDirectoryNumber(Cursor& cursor) {
     Trace(TRACE_CONFIG, "Language: %d - mcdu:%s lg_mcdu %d", ProviderState.PbxLanguage,
           static_cast<const char*>(Settings.SetMCDU), length);
     return changed;
+}
+
+// The number behind its length and type. One that runs past its message leaves none: the status alone is known.
+void TakeForwardDestination(Cursor& cursor) {
+    const std::uint8_t length = cursor.Byte();
+    const std::uint8_t type = cursor.Byte();
+    char destination[PAYLOAD_TEXT];
+    cursor.Text(length, destination);
+    if (cursor.bad) {
+        ProviderState.ForwardDestination[0] = 0;
+        TraceCutEntry("DEVICE_ASSOC_ACK destination", 0);
+        return;
+    }
+    CopyText(ProviderState.ForwardDestination, destination);
+    Trace(TRACE_CONFIG, "Dest Fwd length %d typ %d Destaddr '%s'", length, type,
+          static_cast<const char*>(ProviderState.ForwardDestination));
 }
 
 void TakeModules(Cursor& cursor) {
@@ -136,15 +157,16 @@ void TakeModules(Cursor& cursor) {
 
 // What versions 2 and more report beside the number.
 void TakeSetState(Cursor& cursor) {
-    ProviderState.Dev_type = cursor.Byte();
-    Settings.EnquiryCallMode = cursor.Byte();
-    const std::uint8_t before = ProviderState.FwdStatus;
+    const std::uint8_t type = cursor.Byte();
+    const std::uint8_t mode = cursor.Byte();
     const std::uint8_t status = cursor.Byte();
-    if (cursor.bad) {  // a message without the status reports none
+    if (cursor.bad) {  // a message without all three reports none
         TraceCutEntry("DEVICE_ASSOC_ACK", 0);
         return;
     }
-    ProviderState.FwdStatus = status;
+    const std::uint8_t before = std::exchange(ProviderState.FwdStatus, status);
+    ProviderState.Dev_type = type;
+    Settings.EnquiryCallMode = mode;
     if (Tracking.ForwardAckTicks != 0) {
         if (status != FWD_NOT_FORWARDED) {
             Trace(TRACE_CONFIG, "modif renv acquitee par Pbx: envoi RAC ");
@@ -155,19 +177,14 @@ void TakeSetState(Cursor& cursor) {
     Trace(TRACE_CONFIG, "Dev_type 0x%02x multi mode %d Fwd status %d", ProviderState.Dev_type, Settings.EnquiryCallMode,
           status);
     if (status < FWD_NOT_FORWARDED) {
-        const std::uint8_t length = cursor.Byte();
-        const std::uint8_t type = cursor.Byte();
-        char destination[PAYLOAD_TEXT];
-        cursor.Text(length, destination);
-        CopyText(ProviderState.ForwardDestination, destination);
-        Trace(TRACE_CONFIG, "Dest Fwd length %d typ %d Destaddr '%s'", length, type,
-              static_cast<const char*>(ProviderState.ForwardDestination));
+        TakeForwardDestination(cursor);
     } else if (status == FWD_NOT_FORWARDED) {
         ProviderState.ForwardDestination[0] = 0;
     }
     if (status != before)
         DoLineEvent(LINE_ADDRESSSTATE, 0, LINEADDRESSSTATE_FORWARD, -1);
-    TakeModules(cursor);
+    if (!cursor.bad)
+        TakeModules(cursor);
 }
 
 // A flag of the store: "1" is written over any value other than "0".
@@ -321,10 +338,11 @@ bool MarkChanged(bool& changed, bool differs, bool& difference) {
     return changed;
 }
 
-// Writes all values of a section anew; false when a step fails.
+// Writes all values of a section anew; false when a write fails. A section that cannot be deleted has its own trace.
 template <std::size_t N, std::size_t Size>
 bool SaveSection(const char* section, const std::array<const char*, N>& names, const char (&texts)[N][Size]) {
-    bool saved = RegDeleteSection(section) != 0;
+    RegDeleteSection(section);
+    bool saved = true;
     for (std::size_t i = 0; i < N; ++i)
         saved = RegWriteSetting(section, names[i], texts[i]) != 0 && saved;
     return saved;
@@ -367,9 +385,11 @@ void ResetSetConfig() {
 void HandleDeviceAssocAck(std::uint8_t, Bytes payload) {
     Cursor cursor{payload};
     cursor.Byte();  // not used
-    ProviderState.PbxLanguage = cursor.Byte();
+    const std::uint8_t language = cursor.Byte();
+    if (!cursor.bad)
+        ProviderState.PbxLanguage = language;
     const bool numberChanged = TakeDirectoryNumber(cursor);
-    if (ProviderState.TAPI_OMNA_Ver >= 2)
+    if (ProviderState.TAPI_OMNA_Ver >= 2 && !cursor.bad)
         TakeSetState(cursor);
     if (Tick.DeviceAssocAck)
         return;
@@ -581,8 +601,9 @@ void HandleCodeInfoAck(std::uint8_t, Bytes payload) {
 }
 
 void SaveMultiKeys() {
-    bool saved = RegDeleteSection(SECTION_SET_DES) != 0;
-    saved = WritePrivateProfileStringA(SECTION_SET_DES, nullptr, nullptr, INI_FILE) != 0 && saved;
+    RegDeleteSection(SECTION_SET_DES);
+    WritePrivateProfileStringA(SECTION_SET_DES, nullptr, nullptr, INI_FILE);  // only writes count below
+    bool saved = true;
     for (const int key : KeyLists.Multi)
         saved = SaveKey(key, KeyKinds[0].Code) && saved;
     if (!saved)

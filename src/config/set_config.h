@@ -20,7 +20,7 @@ struct SetConfigState {
 extern SetConfigState SetConfig;
 extern bool LanguageChanged;  // set at the first DEVICE_ASSOC_ACK of a link
 
-// Back to the start of the dialogue; DeviceAssocAck and the received marks of the tick go with it.
+// Back to the start of the dialogue; DeviceAssocAck of the tick goes with it.
 void ResetSetConfig();
 
 void HandleDeviceAssocAck(std::uint8_t sequence, std::span<const std::uint8_t> payload);

@@ -262,7 +262,8 @@ LONG WINAPI TSPI_lineGetID(HDRVLINE hdLine, DWORD dwAddressID, HDRVCALL hdCall, 
     if (!SameWide(lpszDeviceClass, DEVICE_CLASS))
         return ReleaseLineMutex(Error(LINEERR_NODEVICE));
     constexpr DWORD NEEDED = VARSTRING_FIXED + 4;
-    lpDeviceID->dwNeededSize = NEEDED;
+    if (lpDeviceID->dwTotalSize >= offsetof(VARSTRING, dwUsedSize))
+        lpDeviceID->dwNeededSize = NEEDED;
     if (lpDeviceID->dwTotalSize >= NEEDED) {
         lpDeviceID->dwUsedSize = NEEDED;
         lpDeviceID->dwStringFormat = STRINGFORMAT_BINARY;

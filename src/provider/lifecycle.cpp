@@ -52,7 +52,7 @@ bool SerialThreadRuns() {
 
 }  // namespace
 
-extern "C" BOOL WINAPI DllMain(HINSTANCE instance, DWORD reason, LPVOID) {
+extern "C" BOOL WINAPI DllMain(HINSTANCE instance, DWORD reason, LPVOID processEnds) {
     switch (reason) {
     case DLL_PROCESS_ATTACH:
         Process.ModuleInstance = instance;
@@ -62,6 +62,8 @@ extern "C" BOOL WINAPI DllMain(HINSTANCE instance, DWORD reason, LPVOID) {
     case DLL_PROCESS_DETACH:
         Process.ModuleInstance = nullptr;
         CloseAndForget(DebugMutex);
+        if (processEnds == nullptr)  // else the run time may be half gone; every line is flushed already
+            TraceClose();
         break;
     default: break;
     }
@@ -118,6 +120,7 @@ LONG StartSerialThread() {
     Process.SerialThread = CreateThread(nullptr, 0, SerialThreadBody, nullptr, 0, &Process.SerialThreadID);
     if (Process.SerialThread == nullptr) {
         const DWORD error = GetLastError();
+        CloseAndForget(Process.SerialReadyEvent);
         char text[64];
         const TraceArgument argument(error);
         FormatText(text, sizeof text, "Error in creating Serial thread: %d", &argument, 1);
@@ -136,8 +139,10 @@ LONG StartSerialThread() {
 }
 
 LONG StopSerialThread() {
-    if (Process.SerialThread == nullptr)
+    if (!SerialThreadRuns()) {
+        CloseAndForget(Process.SerialReadyEvent);
         return 0;
+    }
     Trace(TRACE_ENTRY, "StopSerialThread Request");
     ReleaseLineMutex(0);  // the serial thread's last tick may need it
     StopRequest = true;
@@ -168,7 +173,8 @@ LONG WaitLineMutex() {
         Trace(TRACE_ALWAYS, "MutexLine not created error %d", GetLastError());
         return NO_DRIVER;
     }
-    return 0;
+    // Another process has made it already: then making it has not given it to this thread.
+    return GetLastError() == ERROR_ALREADY_EXISTS ? WaitLineMutex() : 0;
 }
 
 LONG ReleaseLineMutex(LONG result) {
@@ -210,6 +216,7 @@ LONG WINAPI TSPI_providerShutdown(DWORD dwTSPIVersion, DWORD dwPermanentProvider
     Trace(TRACE_ENTRY, "Entering TSPI_providerShutdown(%lx %lx)", dwTSPIVersion, dwPermanentProviderID);
     StopSerialThread();
     Process.RestartRequired = false;
+    ReleaseMutex(Process.LineMutex);  // held where a thread was stopped; it lives on if another process uses it too
     CloseAndForget(Process.LineMutex);
     return 0;
 }

@@ -291,6 +291,12 @@ void TraceAccepted(const char* format, const TraceArgument* arguments, std::size
     SetLastError(error);
 }
 
+void TraceClose() {
+    if (TraceLog.File != nullptr)
+        std::fclose(TraceLog.File);
+    TraceLog = TraceRecord{};
+}
+
 std::int32_t TraceInit(HINSTANCE) {
     char text[256];
     const int length = RegReadSetting(SECTION_DEBUG_MODE, "DebugOutput", "", text);

@@ -264,6 +264,7 @@ void AllCallReset() {
     Tracking.DbCall = 0;
     Tracking.ActivCallTouch = 0;
     ConferenceReset();
+    Tracking.ConfEndReq = 0;  // an end asked for before must not end the next conference
     Tracking.ConfBroken = 0;
     Tracking.SecondCallDropReq = 0;
     confstate = LINECALLSTATE_IDLE;

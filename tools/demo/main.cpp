@@ -12,7 +12,6 @@
 #include <filesystem>
 #include <fstream>
 #include <functional>
-#include <iostream>
 
 #include <poll.h>
 #include <unistd.h>
@@ -267,6 +266,23 @@ int PlayAll(Stage& stage) {
     return failed == 0 && status == 0 ? 0 : 1;
 }
 
+// Whole lines typed since the last call, without waiting; "quit" at the end of the input.
+std::vector<std::string> TypedLines() {
+    static std::string partial;
+    std::vector<std::string> lines;
+    pollfd input{STDIN_FILENO, POLLIN, 0};
+    if (poll(&input, 1, 0) <= 0)
+        return lines;
+    char buffer[1024];
+    const ssize_t count = read(STDIN_FILENO, buffer, sizeof buffer);
+    if (count <= 0)
+        return {"quit"};
+    partial.append(buffer, static_cast<std::size_t>(count));
+    for (std::size_t end; (end = partial.find('\n')) != std::string::npos; partial.erase(0, end + 1))
+        lines.push_back(partial.substr(0, end));
+    return lines;
+}
+
 // The console, with the set's commands behind "set ".
 int Interactive(Stage& stage) {
     std::puts(
@@ -279,18 +295,14 @@ int Interactive(Stage& stage) {
         std::fflush(stdout);
         if (stage.Host.Ended())
             return stage.Host.Finish();
-        pollfd input{STDIN_FILENO, POLLIN, 0};
-        if (poll(&input, 1, 0) <= 0)
-            continue;
-        std::string line;
-        if (!std::getline(std::cin, line))
-            line = "quit";
-        if (line.starts_with("set ")) {
+        for (const std::string& line : TypedLines()) {
+            if (!line.starts_with("set ")) {
+                stage.Host.Send(line);
+                continue;
+            }
             const std::string answer = Eq::Execute(stage.Machine, line.substr(4), Eq::PtyLoop::Now());
             if (!answer.empty())
                 std::printf("%s\n", answer.c_str());
-        } else {
-            stage.Host.Send(line);
         }
     }
 }

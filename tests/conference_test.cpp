@@ -1,0 +1,195 @@
+// Conferences: each way in and out, traces and events in their order; and a long random walk over everything.
+#include "support/tracked.h"
+#include "tracking/conference.h"
+#include "tracking/supervision.h"
+
+#include <functional>
+#include <map>
+#include <random>
+#include <sstream>
+
+namespace {
+
+class Conference : public TrackedSet {
+protected:
+    // Cref 0 (held, or called back) on key 1 and cref 1 (connected) on the active key 2.
+    void TwoKeys(DWORD held = ONHOLD) {
+        Call(1, 0, held);
+        At(1).icon = held == ONHOLD ? HOLD_ICON : INCOM_ICON;
+        Call(2, 0, CONNECTED);
+        Active(2);
+    }
+    void JoinKeys() {
+        TwoKeys();
+        Icon(1, ACTIV_ICON);
+        Steps();
+    }
+    void JoinOnOneKey() {
+        Double(ONHOLD, CONNECTED);
+        SoftKeyPressed(3);
+        Steps();
+    }
+};
+
+TEST_F(Conference, IsBuiltByThreeTriggers) {
+    struct Case {
+        DWORD byIcon;  // the first party's state when a key's icon joins it; 0 = both are on one key
+        std::function<void()> trigger;
+        int request;
+        std::string before, within;
+    };
+    const auto icon = [&] { Icon(1, ACTIV_ICON); };
+    const std::string by = "ActivCallTouch:2 - iconid:1 | Passage en conférence";
+    const Case cases[] = {
+        {ONHOLD, icon, 0, by + " detecte par icone. ConferenceReq 0 | NEWCALL 30", ""},
+        {ONHOLD, icon, 1, by + " detecte par icone. ConferenceReq 1", ""},
+        {STATE_REOFFERING, icon, 0, by + " | NEWCALL 30", ""},
+        {0, [] { SoftKeyPressed(3); }, 1, "Passage en conférence par appui sur soft key | NEWCALL 30", ""},
+        {0, [&] { Display(1, "Transf"); }, 1, "Passage en conference - double appel sur une ligne",
+         "confstate 1000 - Ref:001e | "},
+    };
+    for (const Case& c : cases) {
+        Fresh();
+        ProviderState.htConference = reinterpret_cast<HTAPICALL>(std::uintptr_t{0x100 + CONF_CREF});
+        if (c.byIcon != 0)
+            TwoKeys(c.byIcon);
+        else
+            Double(ONHOLD, CONNECTED);
+        Tracking.ConferenceReq = c.request;
+        c.trigger();
+        EXPECT_EQ(Steps(), c.before +
+                               " | STATE 30 ONHOLDPENDCONF | Etat:LINECALLSTATE_ONHOLDPENDCONF - Ref:30 | "
+                               "Icone:1  - Etat:CONFERENCED - Ref:0 | STATE 0 CONFERENCED | Icone:" +
+                               (c.byIcon != 0 ? "2" : "1") + "  - Etat:CONFERENCED - Ref:1 | STATE 1 CONFERENCED | " +
+                               c.within + "STATE 30 CONNECTED | Etat:LINECALLSTATE_CONNECTED - Ref:30");
+        EXPECT_EQ(Tracking.ActivCallTouch, 1);
+        EXPECT_EQ(At(1).icon, ACTIV_ICON);
+        EXPECT_EQ(Tracking.ConfInProgress, 1);
+        EXPECT_EQ(Tracking.ConferenceReq, 0);
+        EXPECT_EQ(Tracking.ConfParty1, 0);
+        EXPECT_EQ(Tracking.ConfParty2, 1);
+        EXPECT_EQ(confstate, CONNECTED);
+    }
+    Fresh();
+    Double(ONHOLD, CONNECTED);
+    Display(1, "Transf");
+    EXPECT_EQ(Steps(), "") << "not requested";
+}
+
+TEST_F(Conference, EndsWithItsKeys) {
+    JoinKeys();
+    Undirected(1);
+    CopyText(Record(0).DestName, "MARTIN");
+    ProviderState.TAPI_OMNA_Ver = 1;
+    Icon(2, IDLE_ICON);
+    EXPECT_EQ(Steps(), "* Fin de la conférence icon 2 idle conferenced activtou 1* | STATE 30 IDLE | "
+                       "Icone:2 éteint - Etat:DISCONNECTED - Ref:1 | Icone:2 éteint - Etat:IDLE - Ref:1 | "
+                       "STATE 0 CONNECTED | Icone:1 - Etat:CONNECTED - Ref:0 cas 1")
+        << "the party that left had no direction";
+    EXPECT_EQ(confstate, IDLE);
+    EXPECT_STREQ(Record(0).DestName, "") << "read again from the display";
+    Fresh();
+    JoinOnOneKey();
+    Icon(1, RESERVED_ICON);
+    EXPECT_EQ(Steps(), "* Fin de la conférence sur une touche. icon 1 * | STATE 0 DISCONNECTED 1 | "
+                       "STATE 1 DISCONNECTED 1 | STATE 0 IDLE | STATE 1 IDLE | Icone:1 éteint - Etat:IDLE - Ref:30 | "
+                       "STATE 30 IDLE");
+    EXPECT_EQ(Tracking.ConfParty1, -1);
+    for (const bool alone : {false, true}) {
+        Fresh();
+        JoinKeys();
+        if (alone)
+            Record(1).state = IDLE;
+        Icon(1, IDLE_ICON);
+        EXPECT_EQ(Steps(),
+                  std::string("* Fin de la conférence icon 1 (= activtou) idle conferenced * | STATE 30 DISCONNECTED 1 "
+                              "| STATE 30 IDLE | STATE 0 DISCONNECTED 1 | Icone:1 éteint - Etat:DISCONNECTED - Ref:0") +
+                      (alone ? " | Problème d'état xA ..."
+                             : " | STATE 1 CONNECTED | Icone:2 - Etat:CONNECTED - Ref:1 cas 2") +
+                      " | Icone:1 éteint - Etat:IDLE - Ref:0 | STATE 0 IDLE | Icone:1 éteint - Etat:IDLE - Ref:0");
+    }
+}
+
+TEST_F(Conference, ComesDownToThePartyThatStillShows) {
+    for (const bool first : {true, false}) {
+        Fresh();
+        JoinOnOneKey();
+        Display(0, "MARTIN        DURAND        Conf");
+        Display(1, "2eApp");
+        EXPECT_EQ(Steps(),
+                  "Passage en conference detecte par display 0 | * La conf a ete cassee par un interlocuteur *");
+        Display(0, first ? "x MARTIN      " : "DURAND      ");
+        const std::string stays = first ? "0" : "1", left = first ? "1" : "0";
+        EXPECT_EQ(Steps(), std::string("* On detecte qui a casse la conf * | STATE 30 IDLE | Detection du ") +
+                               (first ? "premier" : "second") + " | STATE " + stays +
+                               " CONNECTED | Icone:1  - Etat:CONNECTED - Ref:" + stays +
+                               (first ? " cas 11" : " cas 12") + " | STATE " + left +
+                               " DISCONNECTED 1 | Icone:1  - Etat:DISCONNECTED - Ref:" + left + " | STATE " + left +
+                               " IDLE | Icone:1  - Etat:IDLE - Ref:" + left);
+        EXPECT_EQ(CallOnKey(1), first ? 0 : 1);
+        EXPECT_EQ(Tracking.ConfBroken | Tracking.DbCall | Tracking.ConfInProgress, 0);
+        EXPECT_EQ(confstate, CONNECTED) << "IDLE is told, the state stays";
+    }
+}
+
+TEST_F(Conference, EndAskedForOnTheSet) {
+    JoinOnOneKey();
+    SoftKeyPressed(3);
+    Display(1, "2eApp");
+    InterpretDisplay(0, 0);
+    EXPECT_EQ(Steps(), "* !Conf enfoncée *") << "no party has left; and not before a complete update";
+    Display(0, "x");
+    EXPECT_EQ(Steps(), "Fin de conference | STATE 30 IDLE | STATE 1 DISCONNECTED 1 | "
+                       "Icone:1  - Etat:DISCONNECTED - Ref:1 | STATE 0 CONNECTED | "
+                       "Icone:1  - Etat:CONNECTED - Ref:0 cas 13 | STATE 1 IDLE | Icone:1  - Etat:IDLE - Ref:1 | "
+                       "Pb de detection de string");
+    Tracking.ConfEndReq = Tracking.ConfBroken = 1;
+    Display(0, "y");
+    EXPECT_EQ(Steps(), "Pb de detection de string | Pb de detection de string") << "no conference now";
+    Fresh();
+    Double(ONHOLD, CONNECTED);
+    SoftKeyPressed(2);
+    Undirected(1);
+    SoftKeyPressed(1);
+    EXPECT_EQ(Steps(), "Icone:1  - Etat:ONHOLD - Ref:1 | STATE 1 ONHOLD | STATE 0 CONNECTED | "
+                       "Icone:1  - Etat:CONNECTED - Ref:0 cas 15 | Icone:1  - Etat:DISCONNECTED - Ref:0 | "
+                       "STATE 0 DISCONNECTED 1 | Icone:1  - Etat:CONNECTED - Ref:1 cas 14 | "
+                       "Icone:1  - Etat:IDLE - Ref:0 | STATE 0 IDLE");
+}
+
+// Everything the set can do, in any order. After every step each call in a slot of a multi-line key is a record of that
+// key, no call stands in two slots, and TAPI has been given every call of which it is told a state.
+TEST_F(Conference, RandomWalkKeepsKeysAndRecordsTogether) {
+    std::mt19937 random(62);
+    const auto any = [&](std::size_t count) { return static_cast<int>(random() % static_cast<unsigned>(count)); };
+    const char* texts[] = {"Raccrochez", "Annulez", "Numero: 12", "4720",   "MARTIN 4720", "=>X 12", "1:4720",
+                           "2:DUPONT",   "2eApp",   "Fin2Ap",     "VaVien", "Conf",        "Transf", "8:x  "};
+    TraceMask = 0;
+    std::map<std::string, bool> given;
+    for (int step = 0; step < 20'000; ++step) {
+        ProviderState.TAPI_OMNA_Ver = static_cast<std::uint8_t>(any(4));
+        Settings.EnquiryCallMode = any(2);
+        switch (any(6)) {
+        case 0: Display(any(2), texts[any(std::size(texts))]); break;
+        case 1: SoftKeyPressed(1 + any(3)); break;
+        case 2: SupervKeyPressed(any(12)); break;
+        default: Icon(any(11), ACTIV_ICON + any(5)); break;
+        }
+        int standing[CALL_COUNT] = {};
+        for (const int key : {1, 2, 3})
+            for (const int cref : At(key).calls)
+                if (cref != -1) {
+                    ASSERT_EQ(Record(cref).touch, key) << "step " << step << " cref " << cref;
+                    ASSERT_EQ(++standing[cref], 1) << "step " << step << " cref " << cref;
+                }
+        for (const std::string& event : LineEvents()) {
+            std::istringstream words(event);
+            std::string kind, cref;
+            words >> kind >> cref;
+            given[cref] = given[cref] || kind == "NEWCALL";
+            ASSERT_TRUE(given[cref]) << "step " << step << " " << event;
+        }
+    }
+}
+
+}  // namespace

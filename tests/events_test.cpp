@@ -1,0 +1,96 @@
+// What exactly goes to TAPI's callbacks, and in which order to the provider's own records.
+#include "provider/events.h"
+
+#include "control/requests.h"
+#include "support/fixture.h"
+
+namespace {
+
+struct Given {
+    HTAPILINE Line;
+    HTAPICALL Call;
+    DWORD Message;
+    DWORD_PTR P1, P2, P3;
+    bool operator==(const Given&) const = default;
+};
+std::vector<Given> Calls;
+HTAPICALL FoundInRecord;  // what stood in the record when LINE_NEWCALL came
+
+const HTAPILINE OpenLine = reinterpret_cast<HTAPILINE>(std::uintptr_t{0x11});
+
+HTAPICALL Tapi(std::uintptr_t handle) {
+    return reinterpret_cast<HTAPICALL>(handle);
+}
+
+void CALLBACK Keep(HTAPILINE line, HTAPICALL call, DWORD message, DWORD_PTR p1, DWORD_PTR p2, DWORD_PTR p3) {
+    Calls.push_back({line, call, message, p1, p2, p3});
+    if (message != 500)
+        return;
+    FoundInRecord = *reinterpret_cast<HTAPICALL*>(p2);
+    *reinterpret_cast<HTAPICALL*>(p2) = Tapi(0x500);
+}
+
+class ToTapi : public OnTheLine {
+protected:
+    void SetUp() override {
+        OnTheLine::SetUp();
+        ProviderState.LineEventProc = Keep;
+        Calls.clear();
+    }
+};
+
+TEST_F(ToTapi, CallEventsCarryTheMediaModeLineEventsDoNot) {
+    CallTable[3].htCall = Tapi(0x103);
+    ProviderState.htConference = Tapi(0x130);
+    DoLineEvent(LINE_CALLSTATE, LINECALLSTATE_CONNECTED, 7, 3);
+    DoLineEvent(LINE_CALLINFO, LINECALLINFOSTATE_CALLERID, 0, CONF_CREF);
+    DoLineEvent(LINE_LINEDEVSTATE, LINEDEVSTATE_INSERVICE, 9, -1);
+    EXPECT_THAT(Calls,
+                ElementsAre(Given{OpenLine, Tapi(0x103), 2, 0x100, 7, 4}, Given{OpenLine, Tapi(0x130), 1, 0x8000, 0, 4},
+                            Given{OpenLine, nullptr, 8, 0x40, 9, 0}));
+    EXPECT_THAT(TraceLines(),
+                ElementsAre("LinEv cref=3, ev:2,val100,mod=7", "LineEvent send", "LinEv cref=30, ev:1,val8000,mod=0",
+                            "LineEvent send", "LinEv cref=-1, ev:8,val40,mod=9", "LineEvent send"));
+}
+
+TEST_F(ToTapi, NewCallForgetsTheFormerHandleBeforeTapiGivesItsOwn) {
+    CallTable[4].htCall = Tapi(0x104);
+    DoLineEventNewCall(4);
+    EXPECT_EQ(FoundInRecord, nullptr);
+    EXPECT_EQ(CallTable[4].htCall, Tapi(0x500));
+    const auto field = reinterpret_cast<DWORD_PTR>(&CallTable[4].htCall);
+    EXPECT_THAT(Calls, ElementsAre(Given{OpenLine, nullptr, 500, 4, field, 0}));
+    ProviderState.htConference = Tapi(0x130);
+    DoLineEventNewConf();
+    EXPECT_EQ(FoundInRecord, nullptr);
+    EXPECT_EQ(ProviderState.htConference, Tapi(0x500));
+    EXPECT_THAT(TraceLines(), ElementsAre("DoLineEventNewCall send cref:4", "DoLineEventNewConf send"));
+}
+
+TEST_F(ToTapi, RequestMadeFromTheCompletionStaysPending) {
+    ProviderState.CompletionProc = [](DRV_REQUESTID, LONG) {
+        EXPECT_EQ(ProviderState.PendingRequestID, 0u);
+        ProviderState.PendingRequestID = 8;
+    };
+    ProviderState.PendingRequestID = 7;
+    EXPECT_EQ(SendCompletion(ProviderState, static_cast<LONG>(LINEERR_OPERATIONFAILED)), 7u);
+    EXPECT_EQ(ProviderState.PendingRequestID, 8u);
+    EXPECT_THAT(TraceLines(), ElementsAre("SendCompletion:7, res:80000048"));
+}
+
+TEST_F(ToTapi, OnlyADropOfThatCallIsCompletedByItsEnd) {
+    ProviderState.PendingRequestID = 7;
+    RunningRequest = {REQUEST_SETUP_TRANSFER, 2, 5};
+    CompleteRunningDrop(2);
+    EXPECT_EQ(ProviderState.PendingRequestID, 7u) << "another request";
+    RunningRequest = {REQUEST_DROP, 2, 5};
+    DoLineEvent(LINE_CALLSTATE, LINECALLSTATE_DISCONNECTED, 0, 2);
+    EXPECT_EQ(RunningRequest.Code, REQUEST_DROP) << "not idle yet";
+    TraceLines();
+    CompleteRunningDrop(2);
+    EXPECT_THAT(TraceLines(), ElementsAre("lineDrop Running cref 0002 => LINE_REPLY OK", "SendCompletion:7, res:0"));
+    EXPECT_EQ(RunningRequest.Cref, -1);
+    EXPECT_EQ(RunningRequest.ConsultCref, -1);
+}
+
+}  // namespace

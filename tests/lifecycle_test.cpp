@@ -1,0 +1,139 @@
+// Start and stop of the provider where something stands in the way: a thread that has ended, one that does not end, a
+// line mutex of another process, a second open beside running ticks.
+#include "provider/lifecycle.h"
+
+#include "config/settings.h"
+#include "link/serial.h"
+#include "support/fixture.h"
+#include "support/port.h"
+
+#include <algorithm>
+
+namespace {
+
+const HTAPILINE TapiLine = reinterpret_cast<HTAPILINE>(std::uintptr_t{1});
+
+class StartAndStop : public OnTheLine {
+protected:
+    RecordingPort Port;
+    HDRVLINE Line = nullptr;
+
+    void SetUp() override {
+        OnTheLine::SetUp();
+        PlatformControl::MapPort("COM1", &Port);
+        Initialise("COM1");
+        TraceLines();
+    }
+    void TearDown() override {
+        if (Process.SerialThread != nullptr)
+            TSPI_providerShutdown(0x20000, 4);
+        PlatformControl::Settle();
+        PlatformControl::MapPort("COM1", nullptr);
+        OnTheLine::TearDown();
+    }
+    static void Initialise(const char* port) {
+        SetSetting("Provider", "Port", port);
+        DWORD lines = 0, phones = 0, options = 0;
+        TSPI_providerEnumDevices(4, &lines, &phones, nullptr, nullptr, nullptr);
+        TSPI_providerInit(0x20000, 4, 6, 8, 1, 1, ProviderState.CompletionProc, &options);
+    }
+    LONG Open() { return TSPI_lineOpen(6, TapiLine, &Line, 0x20000, nullptr); }
+    // Whether this thread holds the line mutex; it does not hold it afterwards.
+    static bool HeldTheMutex() { return ReleaseMutex(Process.LineMutex) != 0; }
+};
+
+TEST_F(StartAndStop, ThreadThatEndedByItselfIsNotStoppedAndLeavesNoHandle) {
+    PlatformControl::Port("COM1").OpenError = 5;
+    const int before = PlatformControl::OpenHandles();
+    ASSERT_EQ(StartSerialThread(), 0);
+    ReleaseLineMutex(0);
+    PlatformControl::Settle();
+    TraceLines();
+    EXPECT_EQ(StopSerialThread(), 0);
+    EXPECT_THAT(TraceLines(), IsEmpty());
+    EXPECT_FALSE(HeldTheMutex());
+    EXPECT_EQ(PlatformControl::OpenHandles(), before + 1) << "the line mutex alone";
+    PlatformControl::FailCreateThread(8);
+    EXPECT_NE(StartSerialThread(), 0);
+    EXPECT_EQ(PlatformControl::OpenHandles(), before + 1) << "nor does one that cannot be made";
+}
+
+TEST_F(StartAndStop, ThreadThatDoesNotEndIsForgottenAfterThirtySeconds) {
+    PlatformControl::Port("COM1").OpenError = 5;
+    PlatformControl::KeepBoxesOpen(60'000);
+    EXPECT_EQ(static_cast<DWORD>(Open()), 0x80000001);
+    TraceLines();
+    ASSERT_EQ(WaitLineMutex(), 0);
+    const std::uint32_t asked = PlatformControl::Now();
+    EXPECT_EQ(StopSerialThread(), 0);
+    EXPECT_EQ(PlatformControl::Now() - asked, 30'000u);
+    EXPECT_THAT(TraceLines(),
+                ElementsAre("StopSerialThread Request", "StopSerialThread Prb WAIT_TIMEOUT SerialThread"));
+    EXPECT_TRUE(HeldTheMutex());
+    EXPECT_EQ(Process.SerialThread, nullptr);
+    EXPECT_FALSE(StopRequest);
+    PlatformControl::Advance(60'000);
+}
+
+TEST_F(StartAndStop, SecondStartGivesTheMutexAtOnce) {
+    ASSERT_EQ(Open(), 0);
+    EXPECT_FALSE(HeldTheMutex());
+    const DWORD thread = Process.SerialThreadID;
+    const std::uint32_t asked = PlatformControl::Now();
+    EXPECT_EQ(StartSerialThread(), 0);
+    EXPECT_TRUE(HeldTheMutex());
+    EXPECT_EQ(PlatformControl::Now(), asked);
+    EXPECT_EQ(Process.SerialThreadID, thread);
+}
+
+TEST_F(StartAndStop, RecordsStartAnewUnderTheMutexWhileTicksRun) {
+    const auto waitsBeforeLoading = [this] {
+        PlatformControl::NextWait("SP62LineMutex", WAIT_TIMEOUT);
+        TraceLines();
+        EXPECT_EQ(Open(), 0);
+        const std::vector<std::string> lines = TraceLines();
+        const auto place = [&](const char* text) {
+            return std::find_if(lines.begin(), lines.end(),
+                                [&](const std::string& line) { return line.starts_with(text); });
+        };
+        EXPECT_NE(place("LoadIniStrings port"), lines.end());
+        return place("WAITLINEMUTEX PRB") < place("LoadIniStrings port");
+    };
+    ASSERT_EQ(Open(), 0);
+    EXPECT_TRUE(waitsBeforeLoading());
+    ASSERT_EQ(TSPI_lineClose(Line), 0);
+    EXPECT_FALSE(waitsBeforeLoading()) << "no thread, nothing to keep out";
+}
+
+TEST_F(StartAndStop, LineMutexOfAnotherProcessIsWaitedForAndLeftFree) {
+    const HANDLE others = CreateMutexA(nullptr, FALSE, "SP62LineMutex");
+    EXPECT_EQ(WaitLineMutex(), 0);
+    EXPECT_TRUE(HeldTheMutex()) << "what was there already is not owned by being made";
+    TraceLines();
+    ASSERT_EQ(Open(), 0);
+    EXPECT_EQ(TSPI_providerShutdown(0x20000, 4), 0);
+    EXPECT_THAT(TraceLines(), testing::Contains("REL_LINE_MUTEX PRB 120")) << "shut down without the mutex";
+    EXPECT_FALSE(ReleaseMutex(others)) << "the other process would wait for ever";
+    EXPECT_EQ(Process.LineMutex, nullptr);
+    Initialise("COM1");
+    ASSERT_EQ(Open(), 0);
+    EXPECT_THAT(TraceLines(), testing::Contains("MutexLine creation")) << "made anew after a shut-down";
+    CloseHandle(others);
+}
+
+TEST_F(StartAndStop, OpenWithoutAPortFailsAfterTwentySecondsWithoutTheMutex) {
+    for (const char* port : {"NONE", "COM5"}) {
+        Initialise(port);
+        Process.OpenCount = 0;
+        WaitLineMutex();
+        ReleaseLineMutex(0);
+        TraceLines();
+        const std::uint32_t asked = PlatformControl::Now();
+        EXPECT_EQ(static_cast<DWORD>(Open()), 0x80000001) << port;
+        EXPECT_EQ(PlatformControl::Now() - asked, 20'000u) << port;
+        EXPECT_THAT(TraceLines(), testing::IsSupersetOf({"Wait Thread serial Ready KO 258 ", "End TSPI_lineOpen Pb"}));
+        EXPECT_FALSE(HeldTheMutex()) << port;
+    }
+}
+
+}  // namespace

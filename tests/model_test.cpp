@@ -1,0 +1,131 @@
+// The call model: its operations' order of traces and events, and what each leaves behind.
+#include "support/tracked.h"
+
+#include <cstring>
+
+namespace {
+
+class Model : public TrackedSet {};
+
+TEST_F(Model, SearchTakesSlot0FirstAndOnlySlot0OfABossKey) {
+    Double(ONHOLD, ONHOLD);
+    EXPECT_EQ(SearchState(1, ONHOLD), 0);
+    At(1).calls[0] = -1;
+    EXPECT_EQ(SearchState(1, ONHOLD), 1);
+    for (const int key : {8, 9, 10}) {
+        At(key).calls = {-1, 1};
+        EXPECT_EQ(SearchState(key, ONHOLD), -1) << key;
+        At(key).calls = {1, -1};
+        EXPECT_EQ(SearchState(key, ONHOLD), 1) << key;
+    }
+    EXPECT_EQ(Steps(), "");
+    TraceMask = 0;
+    EXPECT_EQ(SearchState(12, ONHOLD), -1);
+    EXPECT_EQ(Steps(), "SearchState - La Touche 12 n'est pas multiligne ni pat/sec!");
+}
+
+TEST_F(Model, ClearedCallOfADoubleCallLeavesItsKeyActiveButDark) {
+    Double(CONNECTED, ONHOLD);
+    Undirected(1);
+    CopyText(TmpAddress, "4720");
+    ClearCall(1);
+    EXPECT_EQ(Steps(), "ClearCall cref 1 | STATE 1 DISCONNECTED 1 | STATE 1 IDLE");
+    EXPECT_EQ(Tracking.ActivCallTouch, 1);
+    EXPECT_EQ(At(1).icon, IDLE_ICON);
+    EXPECT_THAT(At(1).calls, ElementsAre(0, -1));
+    EXPECT_EQ(Record(1).touch, 0);
+    EXPECT_STREQ(TmpAddress, "");
+}
+
+TEST_F(Model, NewCallReportsAllItsStatesAndThenTracesThem) {
+    EXPECT_EQ(NewCall(2, PROCEEDING), 0);
+    EXPECT_EQ(Steps(),
+              "NEWCALL 0 | NewCall tou:2 RINGBACK cref:0000 | STATE 0 DIALTONE | STATE 0 DIALING | STATE 0 PROCEEDING "
+              "| STATE 0 RINGBACK | DoLineEvent(LINE_CALLSTATE,  LINECALLSTATE_DIALTONE, 0, cref:0) | "
+              "DoLineEvent(LINE_CALLSTATE,  LINECALLSTATE_DIALING, 0, cref:0) | DoLineEvent(LINE_CALLSTATE,  "
+              "LINECALLSTATE_PROCEEDING, 0, cref:0) | DoLineEvent(LINE_CALLSTATE,  LINECALLSTATE_RINGBACK, 0, cref:0)");
+    EXPECT_THAT(At(2).calls, ElementsAre(0, -1));
+    EXPECT_EQ(Tracking.DbCall, 0);
+    EXPECT_EQ(NewCall(3, CONNECTED), 1);
+    EXPECT_EQ(Steps(), "NEWCALL 1");
+    EXPECT_EQ(Record(1).state, CONNECTED);
+    EXPECT_THAT(At(3).calls, ElementsAre(-1, -1)) << "its creator places any other call";
+    for (CallRecord& call : CallTable)
+        call.touch = 5;
+    EXPECT_EQ(NewCall(3, PROCEEDING), -1);
+    EXPECT_EQ(Steps(), "");
+}
+
+TEST_F(Model, NewStateByReportedState) {
+    struct Case {
+        DWORD from, reported, then;
+        std::string steps;
+        bool activates;
+    };
+    const Case cases[] = {
+        {OFFERING, CONNECTED, CONNECTED,
+         "NewState tou:2 - Etat:CONNECTED - Ref:0000 | STATE 0 CONNECTED | Inbound:1 Outbound:0 byMakeCall:0", true},
+        {CONNECTED, ONHOLD, ONHOLD, "NewState tou:2 - Etat:ONHOLD - Ref:0000 | STATE 0 ONHOLD", false},
+        {LINECALLSTATE_DIALING, PROCEEDING, PROCEEDING,
+         "STATE 0 PROCEEDING | STATE 0 RINGBACK | NewState tou:2 - Etat:PROCEEDING - Ref:0000 | "
+         "Inbound:1 Outbound:0 byMakeCall:0",
+         true},
+        {CONNECTED, PROCEEDING, CONNECTED,
+         "NewState tou:2 - Etat:PROCEEDING - Ref:0000 | Inbound:1 Outbound:0 byMakeCall:0", true},
+        {CONNECTED, BUSY, CONNECTED, "", false},
+    };
+    for (const Case& c : cases) {
+        Fresh();
+        Tracking.PickUpCref = Call(2, 0, c.from);
+        NewState(0, 2, c.reported);
+        EXPECT_EQ(Steps(), c.steps) << c.from << " " << c.reported;
+        EXPECT_EQ(Record(0).state, c.then);
+        EXPECT_EQ(Tracking.ActivCallTouch, c.activates ? 2 : 0);
+        EXPECT_EQ(At(2).icon, c.activates ? ACTIV_ICON : IDLE_ICON);
+        EXPECT_EQ(Tracking.PickUpCref, c.reported == CONNECTED ? -1 : 0);
+    }
+}
+
+TEST_F(Model, ResetOfAllCallsClearsTheMarksOfDoubleCallsAndConferences) {
+    Double(CONFERENCED, CONFERENCED);
+    Call(8, 0, ONHOLD);
+    Record(5).state = IDLE;
+    Tracking.ConfInProgress = Tracking.ConferenceReq = Tracking.ConfEndReq = Tracking.ConfBroken = 1;
+    Tracking.SecondCallDropReq = 1;
+    CopyText(ConfText1, "MARTIN");
+    AllCallReset();
+    EXPECT_EQ(Steps(), "STATE 0 IDLE | AllCallReset-DoLineEvent(LINECALLSTATE_IDLE,0) | STATE 1 IDLE | "
+                       "AllCallReset-DoLineEvent(LINECALLSTATE_IDLE,1) | STATE 2 IDLE | "
+                       "AllCallReset-DoLineEvent(LINECALLSTATE_IDLE,2)");
+    EXPECT_THAT(At(1).calls, ElementsAre(-1, -1));
+    EXPECT_THAT(At(8).calls, ElementsAre(2, -1)) << "only multi-line keys are emptied";
+    EXPECT_EQ(Tracking.ConfInProgress | Tracking.ConferenceReq | Tracking.ConfEndReq | Tracking.ConfBroken, 0);
+    EXPECT_EQ(Tracking.SecondCallDropReq | Tracking.DbCall | Tracking.ActivCallTouch, 0);
+    EXPECT_EQ(Tracking.ConfParty1, -1);
+    EXPECT_STREQ(ConfText1, "");
+    for (const CallRecord& call : CallTable)
+        EXPECT_TRUE(call.state == IDLE && call.touch == 0 && !call.HasDirection());
+}
+
+TEST_F(Model, CharactersOfTheSetByRow) {
+    const char* rows[8] = {"ÇüéâäàåçêëèïîìÄÅ", "ÉæÆôöòûùÿÖÜñÑªº¿", "áíóú¢£¥Rƒ¡ÃãÕõØø", "·¨°`´½¼×÷  «»   ",
+                           "              RC", "™†§¶            ", "ß         µ     ", "        R F   SP"};
+    for (int row = 0; row < 8; ++row) {
+        for (int column = 0; column < 16; ++column)
+            ::Display.Lines[1][column] = static_cast<char>(0x80 + 16 * row + column);
+        EXPECT_EQ(Utf8(std::string(DisplayLine(1), 16)), rows[row]) << row;
+    }
+    for (int code = 0; code < 0x80; ++code) {
+        ::Display.Lines[0][39] = static_cast<char>(code);
+        EXPECT_EQ(DisplayLine(0)[39], code < 32 ? '#' : static_cast<char>(code));
+    }
+    char out[42];
+    std::memset(out, 'x', sizeof out);
+    GetDisplayLine(2, out);
+    EXPECT_EQ(out[0], 'x');
+    GetDisplayLine(1, out);
+    EXPECT_EQ(out[39], ' ');
+    EXPECT_EQ(out[40], 'x') << "forty characters, no terminator";
+}
+
+}  // namespace

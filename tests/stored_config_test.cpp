@@ -1,0 +1,210 @@
+// The load of the stored configuration: keys, texts, codes, switches; what is missing, too long or too much.
+#include "config/stored_config.h"
+
+#include "config/settings.h"
+#include "link/link_layer.h"
+#include "link/tick.h"
+#include "support/fixture.h"
+
+#include <cstring>
+#include <fstream>
+
+namespace {
+
+using Stored = OnTheLine;
+using testing::Contains;
+
+void StoreTexts() {
+    for (const char* name : SoftKeyNames)
+        SetSetting("SoftKey_Des", name, name);
+    for (const char* name : StringNames)
+        SetSetting("String_Des", name, name);
+    for (const char* name : CodeNames)
+        SetSetting("Service_Code", name, "12345678");
+}
+
+TEST_F(Stored, StoredConfigurationFillsKeysTextsAndCodes) {
+    StoreTexts();
+    SetSetting("Set_Des", "T07", "EX4730");
+    SetSetting("Set_Des", "T03", "M4711");
+    SetSetting("Set_Des", "T90", "M4790");
+    SetSetting("Set_Des", "T12", "SU4720");
+    SetSetting("Set_Des", "T13", "RS47");
+    SetSetting("Set_Des", "T14", "SE48");
+    SetSetting("Set_Des", "T15", "XX48");
+    SetSetting("Set_Des", "T16", "M4711 and much more than its field");
+    SetSetting("Set_Des", "Other", "M1");
+    SetSetting("Set_Des", "T01", "M4712");
+    SetSetting("SetConfig", "SetMCDU", "4711");
+    SetSetting("SetConfig", "SupervService", "maybe");
+    TouchTable[3].calls = {5, 6};
+    WaitInfo[2] = 7;
+    EXPECT_EQ(InitDatas(), 0);
+    EXPECT_THAT(std::vector<int>(KeyLists.Multi.begin(), KeyLists.Multi.end()), ElementsAre(3, 1));
+    EXPECT_EQ(TouchTable[7].kind, TOUCH_PATRON);
+    EXPECT_STREQ(TouchTable[7].label, "4730");
+    EXPECT_EQ(TouchTable[12].kind, TOUCH_SUPERV);
+    EXPECT_EQ(TouchTable[13].kind, TOUCH_SECR_DEBORD);
+    EXPECT_EQ(TouchTable[14].kind, TOUCH_SECRETAIRE);
+    EXPECT_EQ(TouchTable[16].kind, TOUCH_NONE) << "data that does not fit its field";
+    EXPECT_THAT(TouchTable[3].calls, ElementsAre(-1, -1));
+    EXPECT_EQ(TouchTable[88].icon, IDLE_ICON);
+    EXPECT_EQ(WaitInfo[2], -1);
+    EXPECT_EQ(Setting("SetConfig", "SupervService"), "1");
+    EXPECT_STREQ(Settings.SoftKeyLabels[SK_SECOND_CALL], "Second") << "cut to its entry";
+    EXPECT_STREQ(Settings.ServiceCodes[0], "1234");
+    EXPECT_FALSE(Tick.StringInitError);
+    EXPECT_THAT(TraceLines(), testing::IsSupersetOf({"Initialisation des datas", "lecture mcdu -4711-",
+                                                     "line.Touche 07 Patron '4730'", "Service Supervision 1",
+                                                     "nbre de tou multi: 2 superv 1 pat 1 secret 1 secret debord 1"}));
+}
+
+TEST_F(Stored, MissingTextIsAnErrorAndLeavesItsEntryMissingCodeIsNot) {
+    StoreTexts();
+    RegDeleteSection("SoftKey_Des");
+    RegDeleteSection("Service_Code");
+    CopyText(Settings.SoftKeyLabels[SK_TRANSFER], "Transf");
+    CopyText(Settings.ServiceCodes[0], "61");
+    InitDatas();
+    EXPECT_TRUE(Tick.StringInitError);
+    EXPECT_STREQ(Settings.SoftKeyLabels[SK_TRANSFER], "Transf");
+    EXPECT_STREQ(Settings.ServiceCodes[0], "");
+    EXPECT_THAT(TraceLines(),
+                testing::IsSupersetOf({"no mcdu stored ", "Soft Key Reading:StringInitError TRUE Transfer:-Transf-",
+                                       "Service Codes Empty Reading: DTMF:--"}));
+}
+
+TEST_F(Stored, SubdeviceTestIsOnOnlyWithANumber) {
+    InitDatas();
+    EXPECT_FALSE(Link.SubdeviceTest);
+    EXPECT_EQ(Link.NbInputBeforeSuspend, -1);
+    SetSetting("Subdevice_Test", "NbInputBeforeSuspend", "3");
+    SetSetting("Subdevice_Test", "NbWaitAckBeforeResponse", "2");
+    SetSetting("Subdevice_Test", "WaitAckResponse", "NACK");
+    InitDatas();
+    EXPECT_TRUE(Link.SubdeviceTest);
+    EXPECT_EQ(Link.NbInputBeforeSuspend, 3);
+    EXPECT_EQ(Link.NbWaitAckBeforeResponse, 2);
+    EXPECT_TRUE(Link.WaitAckResponseNack);
+}
+
+std::vector<int> Keys(const KeyList& list) {
+    return {list.begin(), list.end()};
+}
+
+TEST_F(Stored, KeysBeyondTheirListAndNumbersThatAreNoneAreSkipped) {
+    for (int key = 1; key <= 11; ++key) {
+        char name[8];
+        std::snprintf(name, sizeof name, "T%02d", key);
+        SetSetting("Set_Des", name, "M4711");
+    }
+    for (const char* name : {"T00", "T89", "T-3", "T", "Tx5", "t20", "X21"})
+        SetSetting("Set_Des", name, "M4712");
+    SetSetting("Set_Des", "T22", "S");
+    SetSetting("Set_Des", "T23", "m4712");
+    SetSetting("Set_Des", "T24", "M");
+    SetSetting("Set_Des", "T88withalongername1", "SU1");
+    SetSetting("Set_Des", "T87withalongername12", "SU2");
+    SetSetting("Set_Des", "T30", "SU34567890123456789");
+    SetSetting("Set_Des", "T31", "SU345678901234567890");
+    TouchTable[11].kind = TOUCH_NONE;
+    EXPECT_EQ(LoadSetDes(), 10);
+    EXPECT_THAT(Keys(KeyLists.Multi), ElementsAre(1, 2, 3, 4, 5, 6, 7, 8, 9, 10));
+    EXPECT_EQ(TouchTable[11].kind, TOUCH_NONE);
+    EXPECT_THAT(Keys(KeyLists.Superv), ElementsAre(88, 30)) << "19 characters fit a field, 20 do not";
+    EXPECT_STREQ(TouchTable[30].label, "34567890123456789");
+    EXPECT_THAT(TraceLines(), testing::IsSupersetOf({"Touche 10 Multiligne '4711'", "line.Touche 88 Superv '1'",
+                                                     "nbre de tou multi: 10 superv 2 pat 0 secret 0 secret debord 0"}));
+}
+
+TEST_F(Stored, OnlyNinetyValuesAreLookedAt) {
+    for (int i = 0; i < 89; ++i)
+        SetSetting("Set_Des", ("Other" + std::to_string(i)).c_str(), "M1");
+    SetSetting("Set_Des", "T05", "M4705");
+    SetSetting("Set_Des", "T06", "M4706");
+    EXPECT_EQ(LoadSetDes(), 1);
+    EXPECT_THAT(Keys(KeyLists.Multi), ElementsAre(5));
+}
+
+TEST_F(Stored, LoadReplacesTheListsOfTheOneBefore) {
+    SetSetting("Set_Des", "T05", "M4705");
+    EXPECT_EQ(LoadSetDes(), 1);
+    EXPECT_EQ(LoadSetDes(), 1);
+    RegDeleteSection("Set_Des");
+    TraceLines();
+    EXPECT_EQ(LoadSetDes(), 0);
+    EXPECT_THAT(TraceLines(), ElementsAre("ERROR HKEY_LOCAL_MACHINE SOFTWARE Corvane Spi62 'Set_Des' 2",
+                                          "nbre de tou multi: 0 superv 0 pat 0 secret 0 secret debord 0"));
+}
+
+TEST_F(Stored, SupervisionIsOffOnlyForZero) {
+    struct Case {
+        const char* stored;
+        int on;
+        const char* after;
+    };
+    for (const Case& entry : {Case{"0", 0, "0"}, Case{"1", 1, "1"}, Case{"00", 1, "1"}, Case{"", 1, "(none)"},
+                              Case{"a word longer than the reader", 1, "a word longer than the reader"}}) {
+        SetSetting("SetConfig", "SupervService", entry.stored);
+        InitDatas();
+        EXPECT_EQ(Settings.SupervService, entry.on) << entry.stored;
+        EXPECT_EQ(Setting("SetConfig", "SupervService"), entry.after) << entry.stored;
+    }
+    EXPECT_THAT(TraceLines(), Contains("Service Supervision 0"));
+    RegDeleteSection("SetConfig");
+    InitDatas();
+    EXPECT_EQ(Settings.SupervService, 1);
+    EXPECT_EQ(Setting("SetConfig", "SupervService"), "(none)") << "the default is not written";
+}
+
+TEST_F(Stored, DirectoryNumberGoesToTheIniFileOrIsForgotten) {
+    SetSetting("SetConfig", "SetMCDU", "123456789012345678901234");
+    InitDatas();
+    EXPECT_STREQ(Settings.SetMCDU, "123456789012345678901234");
+    std::ifstream ini(PlatformControl::PosixPath("C:\\WINDOWS\\zt62cfg.ini"), std::ios::binary);
+    const std::string text((std::istreambuf_iterator<char>(ini)), {});
+    EXPECT_EQ(text, "[SetConfig]\r\nSetMCDU=123456789012345678901234\r\n");
+    SetSetting("SetConfig", "SetMCDU", "1234567890123456789012345");
+    InitDatas();
+    EXPECT_STREQ(Settings.SetMCDU, "") << "longer than its reader: counts as missing";
+    EXPECT_THAT(TraceLines(), Contains("no mcdu stored "));
+}
+
+TEST_F(Stored, MissingDisplayStringIsAnErrorToo) {
+    StoreTexts();
+    InitDatas();
+    EXPECT_FALSE(Tick.StringInitError);
+    SetSetting("String_Des", "Dial", "");
+    TraceLines();
+    InitDatas();
+    EXPECT_TRUE(Tick.StringInitError);
+    EXPECT_STREQ(Settings.DisplayStrings[STRING_DIAL], "Dial") << "as it was";
+    const std::vector<std::string> lines = TraceLines();
+    EXPECT_THAT(lines, Contains("LCD String Reading:StringInitError TRUE Dial:-Dial-"));
+    EXPECT_THAT(lines, Contains("HangUp:-HangUp-"));
+    EXPECT_THAT(lines, Contains("ForwadingBusyNoRep:-1234-"));
+    SetSetting("String_Des", "Dial", "Compose");
+    InitDatas();
+    EXPECT_FALSE(Tick.StringInitError) << "judged anew at each load";
+    EXPECT_STREQ(Settings.DisplayStrings[STRING_DIAL], "Compose");
+}
+
+TEST_F(Stored, SubdeviceTestAnswersNackOnlyWhenToldSo) {
+    SetSetting("Subdevice_Test", "NbInputBeforeSuspend", "4");
+    for (const char* answer : {"ACK", "nack", "NACK ", ""}) {
+        SetSetting("Subdevice_Test", "WaitAckResponse", answer);
+        InitDatas();
+        EXPECT_FALSE(Link.WaitAckResponseNack) << answer;
+    }
+    EXPECT_EQ(Link.NbWaitAckBeforeResponse, 0);
+    SetSetting("Subdevice_Test", "WaitAckResponse", "NACK");
+    InitDatas();
+    EXPECT_TRUE(Link.WaitAckResponseNack);
+    SetSetting("Subdevice_Test", "NbInputBeforeSuspend", "no number");
+    InitDatas();
+    EXPECT_FALSE(Link.SubdeviceTest);
+    EXPECT_EQ(Link.NbInputBeforeSuspend, -1);
+    EXPECT_FALSE(Link.WaitAckResponseNack);
+}
+
+}  // namespace

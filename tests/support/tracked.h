@@ -1,0 +1,86 @@
+// A set with known keys, labels and prompts, for the tests of call tracking.
+#pragma once
+
+#include "config/settings.h"
+#include "control/requests.h"
+#include "link/terminal.h"
+#include "provider/events.h"
+#include "support/fixture.h"
+#include "trace/trace.h"
+#include "tracking/display.h"
+
+constexpr DWORD IDLE = LINECALLSTATE_IDLE, OFFERING = LINECALLSTATE_OFFERING, DIALTONE = LINECALLSTATE_DIALTONE,
+                PROCEEDING = LINECALLSTATE_PROCEEDING, CONNECTED = LINECALLSTATE_CONNECTED,
+                ONHOLD = LINECALLSTATE_ONHOLD, CONFERENCED = LINECALLSTATE_CONFERENCED,
+                DISCONNECTED = LINECALLSTATE_DISCONNECTED, BUSY = LINECALLSTATE_BUSY;
+
+// Keys: 1 to 3 multi-line, 7 supervision, 8 boss, 9 secretary, 10 overflow, 12 untracked.
+class TrackedSet : public OnTheLine {
+protected:
+    void SetUp() override {
+        OnTheLine::SetUp();
+        const char* labels[] = {"2eApp", "Fin2Ap", "VaVien", "Conf", "FreqV", "StopV", "Transf"};
+        const char* texts[] = {"Raccrochez", "Annulez", "Numero:"};
+        for (int i = 0; i < 7; ++i)
+            CopyText(Settings.SoftKeyLabels[i], labels[i]);
+        for (int i = 0; i < 3; ++i)
+            CopyText(Settings.DisplayStrings[i], texts[i]);
+        Fresh();
+    }
+    // No calls, no marks, nothing captured: for the next row of a table.
+    void Fresh() {
+        CallTable.fill(CallRecord{});
+        Tracking = TrackingState{};
+        RunningRequest = RunningRequestRecord{};
+        ProviderState.PendingRequestID = 0;
+        PickUpSupervCref = SwapKeyTransferingCref = -1;
+        WaitInfo.fill(-1);
+        TmpAddress[0] = ConfText1[0] = ConfText2[0] = 0;
+        confstate = 0;
+        KeyLists = KeyListSet{};
+        for (const int key : {1, 2, 3})
+            Key(key, TOUCH_MULTI);
+        Key(7, TOUCH_SUPERV);
+        Key(8, TOUCH_PATRON);
+        Key(9, TOUCH_SECRETAIRE);
+        Key(10, TOUCH_SECR_DEBORD);
+        Key(12, TOUCH_NONE);
+        Steps();
+    }
+    static CallRecord& Record(int cref) { return CallTable.at(static_cast<std::size_t>(cref)); }
+    static Touch& At(int key) { return TouchTable.at(static_cast<std::size_t>(key)); }
+    static void Active(int key) {
+        Tracking.ActivCallTouch = key;
+        At(key).icon = ACTIV_ICON;
+    }
+    // Two calls on the active key 1: cref 0 in one state, cref 1 in another.
+    void Double(DWORD first, DWORD second) {
+        Call(1, 0, first);
+        Call(1, 1, second, false);
+        Active(1);
+        Tracking.DbCall = 1;
+    }
+    static void Undirected(int cref) { Record(cref).Inbound = Record(cref).Outbound = Record(cref).byMakeCall = 0; }
+
+    // Trace lines and events since the last call in the order in which they happened, " | " between them. An event
+    // stands where its trace says that it was sent; the first line of every icon and every display update, and the one
+    // that ends most soft-key lines, are left out.
+    static std::string Steps() {
+        std::string steps;
+        const std::vector<std::string> events = LineEvents();
+        std::size_t next = 0;
+        for (const std::string& line : TraceLines()) {
+            const bool sent =
+                line == "LineEvent send" || line.starts_with("DoLineEventNewC") || line.starts_with("SendCompletion:");
+            bool skipped = false;
+            for (const char* start : {"LinEv ", "Multi Icone", "Superv Icone", "ActivTou", "Avant test VaVien "})
+                skipped = skipped || line.starts_with(start);
+            if (skipped)
+                continue;
+            steps += steps.empty() ? "" : " | ";
+            steps += !sent ? line : next < events.size() ? events[next++] : "(event missing)";
+        }
+        EXPECT_EQ(next, events.size());
+        return steps;
+    }
+};
