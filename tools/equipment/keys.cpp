@@ -28,6 +28,14 @@ void Join(Machine& machine, Choice how, SetCall& active, SetCall& held) {
         JoinConference(machine, active, held);
 }
 
+// What the active call can be joined with now; a call that still rings can only be transferred.
+std::vector<SetCall*> Joinable(Machine& machine, Choice how) {
+    const SetCall* active = ActiveCall(machine);
+    const bool ready = active != nullptr && (active->state == CallState::Connected ||
+                                             (how == Choice::Transfer && active->state == CallState::FarRinging));
+    return ready ? Partners(machine, *active) : std::vector<SetCall*>{};
+}
+
 // Whether the set cannot know which held call is meant, so that a key must follow. With two calls it can; a call that
 // still rings goes to the last held one, unless a boss or secretary key is concerned.
 bool ChoiceIsOpen(const Machine& machine, const SetCall& active, const std::vector<SetCall*>& partners) {
@@ -52,10 +60,8 @@ std::string JoinPressed(Machine& machine, Choice how) {
             LeaveConference(machine, *CallById(machine, machine.set.conferenceSecond));
         return "";
     }
-    const bool ready =
-        active->state == CallState::Connected || (how == Choice::Transfer && active->state == CallState::FarRinging);
-    const std::vector<SetCall*> partners = Partners(machine, *active);
-    if (!ready || partners.empty())
+    const std::vector<SetCall*> partners = Joinable(machine, how);
+    if (partners.empty())
         return "no two calls to join";
     if (!ChoiceIsOpen(machine, *active, partners)) {
         Join(machine, how, *active, *partners.back());
@@ -64,12 +70,12 @@ std::string JoinPressed(Machine& machine, Choice how) {
     machine.set.choice = how;
     machine.Later(machine.config.choicePauseMs, [&machine, number = ++machine.set.choices] {
         const Action later(machine);
-        SetCall* still = ActiveCall(machine);
         const Choice choice = machine.set.choice;
-        if (number != machine.set.choices || choice == Choice::None || still == nullptr)
+        if (choice == Choice::None || number != machine.set.choices)
             return;
-        if (const std::vector<SetCall*> held = Partners(machine, *still); !held.empty())
-            Join(machine, choice, *still, *held.back());
+        machine.set.choice = Choice::None;
+        if (const std::vector<SetCall*> held = Joinable(machine, choice); !held.empty())
+            Join(machine, choice, *ActiveCall(machine), *held.back());
     });
     return "";
 }
@@ -78,17 +84,16 @@ std::string JoinPressed(Machine& machine, Choice how) {
 bool TakeChoice(Machine& machine, int key, bool person) {
     const Choice choice = machine.set.choice;
     machine.set.choice = Choice::None;
-    SetCall* active = ActiveCall(machine);
-    if (choice == Choice::None || active == nullptr)
+    if (choice == Choice::None)
         return false;
-    for (SetCall* held : Partners(machine, *active))
-        if (held->key == key) {
-            if (person)
-                KeyEvent(machine, key);
-            Join(machine, choice, *active, *held);
-            return true;
-        }
-    return false;
+    const std::vector<SetCall*> held = Joinable(machine, choice);
+    const auto chosen = std::find_if(held.begin(), held.end(), [&](const SetCall* call) { return call->key == key; });
+    if (chosen == held.end())
+        return false;
+    if (person)
+        KeyEvent(machine, key);
+    Join(machine, choice, *ActiveCall(machine), **chosen);
+    return true;
 }
 
 std::string SetTones(Machine& machine, bool on) {
