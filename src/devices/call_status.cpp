@@ -101,8 +101,8 @@ struct ConnectedTraces {
 constexpr ConnectedTraces EventTraces = {"v2 ConnectedAddress:'%s' lg %d", "v2 ConnectedName:'%s' lg %d"};
 constexpr ConnectedTraces DisplayTraces = {"copie connected addr '%s'", "copie connected name '%s'"};
 
-// The connected party of a call in conversation. An empty text of a call placed from here is a lone terminator, one of a
-// received call is left out.
+// The connected party of a call in conversation. An empty text of a call placed from here is a lone terminator, one of
+// a received call is left out.
 void PlaceConnected(LINECALLINFO& info, const CallRecord& call, const ConnectedTraces& traces) {
     if (call.state != LINECALLSTATE_CONNECTED)
         return;
