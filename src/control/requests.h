@@ -3,12 +3,28 @@
 
 #include "platform/platform.h"
 
+// What the entry points ask for. The numbers appear in traces.
 enum RequestCode : int {
     REQUEST_NONE = 0,
     REQUEST_MAKE_CALL = 1,
+    REQUEST_DIAL = 2,
     REQUEST_DROP = 3,
+    REQUEST_ANSWER = 5,
+    REQUEST_TRANSFER = 6,
     REQUEST_BLIND_TRANSFER = 7,
+    REQUEST_HOLD = 8,
+    REQUEST_UNHOLD = 9,
+    REQUEST_GENERATE_DIGITS = 10,
+    REQUEST_CONFERENCE = 11,
+    REQUEST_FORWARD_UNCOND = 12,
+    REQUEST_FORWARD_CANCEL = 13,
+    REQUEST_FORWARD_BUSY = 15,
+    REQUEST_FORWARD_NOANSWER = 16,
+    REQUEST_FORWARD_BUSYNA = 17,
+    REQUEST_PICKUP = 18,
     REQUEST_SETUP_TRANSFER = 19,
+    REQUEST_PHONE_DISPLAY = 20,
+    REQUEST_PHONE_BUTTON = 21,
 };
 
 // The request that completes later, when the set shows its effect.

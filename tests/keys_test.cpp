@@ -1,0 +1,162 @@
+// What the set is told to press: bytes of single presses, Super Messages and their splitting, dial strings, module keys;
+// and which key a new call seizes.
+#include "control/keys.h"
+
+#include "config/settings.h"
+#include "link/fifo.h"
+#include "support/tracked.h"
+#include "support/wire.h"
+
+#include <cstring>
+
+namespace {
+
+class Keys : public TrackedSet {
+protected:
+    static void Modules(std::initializer_list<std::pair<int, int>> addressAndOffset) {
+        AomTable = {};
+        AomCount = 0;
+        for (const auto& [address, offset] : addressAndOffset)
+            AomTable.at(static_cast<std::size_t>(AomCount++)) = {true, static_cast<std::uint8_t>(address), false,
+                                                                 static_cast<std::uint8_t>(offset)};
+        SortAomModules();
+    }
+    // Takes what is queued: a frame a line.
+    static std::vector<std::string> Queued() {
+        std::vector<std::string> frames;
+        std::array<std::uint8_t, 300> frame{};
+        for (int n = 0; (n = FifoPeek(LINK_FIFO, frame)) > 0; FifoDrop(LINK_FIFO)) {
+            std::string text;
+            int sum = 0;
+            for (int i = 0; i < n; ++i) {
+                char hex[4];
+                std::snprintf(hex, sizeof hex, "%02X", frame.at(static_cast<std::size_t>(i)));
+                text += (i > 0 ? " " : "") + std::string(hex);
+                sum += frame.at(static_cast<std::size_t>(i));
+            }
+            EXPECT_EQ(sum & 0xFF, 0) << text;
+            EXPECT_EQ(frame[0] + 2, n) << text;
+            frames.push_back(text);
+        }
+        return frames;
+    }
+};
+
+TEST_F(Keys, PressesHaveTheirBytes) {
+    Modules({{2, 32}});
+    SendZTNondigitKey(28);
+    SendZTNondigitKey(35);
+    PressKeyCode(RELEASE_KEY);
+    PressKeyCode(OFFHOOK_KEY);
+    char letters[] = "*5#Ab";
+    SendDialString(letters, nullptr);
+    EXPECT_THAT(Queued(),
+                ElementsAre("03 26 20 1C 9B", "05 26 04 1A 20 03 94", "03 26 20 29 8E", "03 26 20 30 87",
+                            "03 26 03 0A CA", "03 26 03 05 CF", "03 26 03 0B C9", "03 26 20 41 76", "03 26 20 62 55"));
+    EXPECT_THAT(TraceLines(), ElementsAre("SendZTNondigitKey AOM Key 35 i_aom 0 adr 2 "));
+    Modules({});
+    SendZTNondigitKey(29);
+    EXPECT_THAT(Queued(), IsEmpty());
+}
+
+TEST_F(Keys, SuperMessageGathersAndSplitsWithoutLoss) {
+    Link.SuperMsgSupported = true;
+    Modules({{2, 32}});
+    char twelve[] = "12";
+    PressSequence presses;
+    presses.Key(5);
+    presses.DialString(twelve);
+    presses.Send();
+    presses.Send();  // empty: nothing
+    presses.Key(35);
+    presses.SoftKey(0);
+    presses.SoftKey(6);
+    presses.SoftKey(2);
+    presses.Send();
+    EXPECT_THAT(Queued(),
+                ElementsAre("0D 6E 03 26 20 05 03 26 03 01 03 26 03 02 DC", "0B 6E 05 26 04 1A 20 03 03 26 20 1E B4"));
+    char eighty[NUMBER_SIZE] = {};
+    std::memset(eighty, '7', NUMBER_SIZE - 1);
+    PressSequence many;
+    many.Key(5);
+    many.DialString(eighty);
+    many.Send();
+    const std::vector<std::string> frames = Queued();
+    ASSERT_EQ(frames.size(), 2u);
+    EXPECT_EQ(frames[0].substr(0, 17), "FD 6E 03 26 20 05");  // 63 items of 4 bytes
+    EXPECT_EQ(frames[1].substr(0, 5), "45 6E");               // the other 17
+}
+
+TEST_F(Keys, DialStringPressesAtMostEightyAndLosesWhatCannotBeDialled) {
+    char text[] = "12-34 56\xE9";
+    SendDialString(text, nullptr);
+    EXPECT_STREQ(text, "123456");
+    EXPECT_EQ(Queued().size(), 6u);
+    static std::string removed;
+    removed.clear();
+    char other[] = "(1)";
+    SendDialString(other, nullptr, [](int code) { removed += std::to_string(code) + " "; });
+    EXPECT_EQ(removed, "40 41 ");
+    // Counted are the pressed ones only; what stands behind the last pressed one stays.
+    std::string longOne = "-" + std::string(80, '1') + "-2";
+    SuperMsgBuffer message;
+    SendDialString(longOne.data(), &message);
+    EXPECT_STREQ(longOne.c_str(), (std::string(80, '1') + "-2").c_str());
+}
+
+TEST_F(Keys, ServiceCodeLeavesOutWhatIsNoDigit) {
+    EXPECT_EQ(PressServiceCode("*A1", nullptr), 2);
+    EXPECT_THAT(Queued(), ElementsAre("03 26 03 0A CA", "03 26 03 01 D3"));
+    EXPECT_THAT(TraceLines(), ElementsAre("Service code '*A1': character 41 left out"));
+}
+
+TEST_F(Keys, ModuleKeysGoToTheModuleBelowThem) {
+    Modules({{1, 52}, {2, 28}});
+    EXPECT_EQ(GetAomIndex(40), 1);
+    EXPECT_EQ(GetAomIndex(52), 1);
+    EXPECT_EQ(GetAomIndex(60), 0);
+    Modules({{1, 70}, {2, 28}, {3, 50}});
+    EXPECT_EQ(GetAomIndex(29), 1);
+    EXPECT_EQ(GetAomIndex(51), 2);
+    EXPECT_EQ(GetAomIndex(71), 0);
+    Modules({{1, 40}});
+    EXPECT_EQ(GetAomIndex(30), 0);
+    Modules({});
+    EXPECT_EQ(GetAomIndex(30), -1);
+}
+
+TEST_F(Keys, NewCallSeizesItsKeyInTheOrderOfPreference) {
+    KeyLists = KeyListSet{};
+    Key(1, TOUCH_MULTI, "4712");
+    Key(2, TOUCH_MULTI, "4711");
+    Key(3, TOUCH_MULTI, "4712");
+    CopyText(Settings.SetMCDU, "4711");
+    EXPECT_EQ(FindFreeMultiLine(), 2);
+    EXPECT_THAT(TraceLines(), ElementsAre("FindFreeMultiLine tou 2 (mcdu principal)"));
+    const int talking = Call(1, 0, CONNECTED);
+    EXPECT_EQ(FindFreeMultiLine(), 3);
+    EXPECT_THAT(TraceLines(), ElementsAre("FindFreeMultiLine tou 3 (type analogue a cref 0000 CONNECTED)"));
+    Record(talking).state = ONHOLD;
+    Call(2, 1, ONHOLD);  // one slot taken: not free
+    EXPECT_EQ(FindFreeMultiLine(), 3);
+    EXPECT_THAT(TraceLines(), ElementsAre(" pas de tou mcdu principal libre, rech tou mcdu secondaire",
+                                          "FindFreeMultiLine tou 3 (mcdu secondaire)"));
+    Call(3, 0, ONHOLD);
+    EXPECT_EQ(FindFreeMultiLine(), -1);
+    EXPECT_THAT(TraceLines(), ElementsAre(" pas de tou mcdu principal libre, ni tou mcdu secondaire libre"));
+}
+
+TEST_F(Keys, BossKeyBeforeSecretaryKeyAndOnlyFreeOnes) {
+    Key(8, TOUCH_PATRON, "200");
+    Key(9, TOUCH_SECRETAIRE, "200");
+    Key(10, TOUCH_SECR_DEBORD, "300");
+    CopyText(Record(5).DestAddress, "200");
+    EXPECT_EQ(FindFreeBossSecretaryKey(5), 8);
+    Call(8, 0, CONNECTED);
+    EXPECT_EQ(FindFreeBossSecretaryKey(5), 9);
+    EXPECT_THAT(TraceLines(), ElementsAre("Tou Pat '200' libre trouve tou 8", "Tou Sec '200' libre trouve tou 9"));
+    CopyText(Record(5).DestAddress, "300");
+    EXPECT_EQ(FindFreeBossSecretaryKey(5), -1);
+}
+
+}  // namespace
