@@ -15,9 +15,9 @@ struct PayloadCursor {
             bad = true;
             return 0;
         }
-        const std::uint8_t byte = left[0];
+        const std::uint8_t first = left[0];
         left = left.subspan(1);
-        return byte;
+        return first;
     }
     // A counted text, cut to `out`, terminated.
     template <std::size_t N> void Text(std::size_t length, char (&out)[N]) {
@@ -27,7 +27,7 @@ struct PayloadCursor {
         }
         const std::size_t kept = std::min(length, N - 1);
         std::transform(left.begin(), left.begin() + static_cast<std::ptrdiff_t>(kept), out,
-                       [](std::uint8_t byte) { return static_cast<char>(byte); });
+                       [](std::uint8_t c) { return static_cast<char>(c); });
         out[kept] = 0;
         left = left.subspan(length);
     }
