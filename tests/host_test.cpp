@@ -199,3 +199,19 @@ TEST(HostCalls, ACompletionCountsOnce) {
     ASSERT_TRUE(WaitForCompletion(request, 0, result));
     EXPECT_EQ(result, static_cast<LONG>(LINEERR_OPERATIONFAILED));
 }
+
+TEST(HostCalls, ACompletionThatWasWaitedForIsNoEventToExpect) {
+    const DRV_REQUESTID request = NewRequest();
+    HostLineEvent(nullptr, nullptr, LINE_CLOSE, 0, 0, 0);
+    HostCompletion(request, 0);
+    HostLineEvent(nullptr, nullptr, LINE_LINEDEVSTATE, LINEDEVSTATE_INSERVICE, 0, 0);
+    LONG result = 1;
+    ASSERT_TRUE(WaitForCompletion(request, 0, result));
+    std::string event;
+    ASSERT_TRUE(NextEvent(0, event));
+    EXPECT_EQ(event, "LINE_CLOSE");
+    EXPECT_FALSE(WaitForEvent("CLOSE", 0));
+    ASSERT_TRUE(NextEvent(0, event));
+    EXPECT_EQ(event, "LINE_LINEDEVSTATE INSERVICE");
+    EXPECT_FALSE(NextEvent(0, event));
+}

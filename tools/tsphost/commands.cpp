@@ -30,7 +30,10 @@ constexpr Command Table[] = {
     {"console", "expect", "TEXT... [TIME]", "fails unless the next event contains TEXT",
      "TIME is like 500ms or 5s; 10s without it. Looks on from where the last wait or expect ended.", Expect},
     {"console", "completion", "[RESULT] [TIME]", "until the last request is completed",
-     "Fails when the result is another than RESULT (0 without it), like LINEERR_OPERATIONFAILED.", Completion},
+     "Fails when the result is another than RESULT (0 without it), like LINEERR_OPERATIONFAILED. expect does not see "
+     "its event.",
+     Completion},
+    {"console", "forget", "", "wait and expect look at later events only", "", Forget},
     {"console", "fails", "RESULT COMMAND...", "fails unless the entry point behind COMMAND gives RESULT",
      "RESULT is a number or a published name, like LINEERR_INVALCALLSTATE.", Fails},
     {"console", "sleep", "TIME", "does nothing for so long (500ms, 5s)", "", Sleep},

@@ -85,7 +85,7 @@ bool PhoneNegotiate(const Words&), OpenPhone(const Words&), ClosePhone(const Wor
     PhoneOther(const Words&);
 std::string PhoneOtherNames();
 // scripts.cpp
-bool Wait(const Words&), Expect(const Words&), Completion(const Words&), Sleep(const Words&), Echo(const Words&);
+bool Wait(const Words&), Expect(const Words&), Completion(const Words&), Forget(const Words&), Sleep(const Words&), Echo(const Words&);
 // clang-format on
 
 }  // namespace Tsphost

@@ -3,6 +3,7 @@
 #include "tsphost/names.h"
 #include "tsphost/text.h"
 
+#include <algorithm>
 #include <chrono>
 #include <cstdio>
 
@@ -47,6 +48,10 @@ std::string WhoseEvent(HTAPICALL call) {
     const auto handle = reinterpret_cast<std::uintptr_t>(call);
     const auto found = TheHost.Calls.find(handle);
     return found == TheHost.Calls.end() ? "call of unknown handle " + Hex(handle) : "call " + CallNumber(found->second);
+}
+
+std::string CompletionHead(DRV_REQUESTID request) {
+    return "completion of request " + std::to_string(request) + ": ";
 }
 
 }  // namespace
@@ -108,7 +113,17 @@ bool WaitForCompletion(DRV_REQUESTID request, std::uint32_t milliseconds, LONG& 
     if (!TheHost.Came.wait_for(guard, std::chrono::milliseconds(milliseconds), completed))
         return false;
     result = TheHost.Completions[request];
+    const auto next = TheHost.Events.begin() + static_cast<std::ptrdiff_t>(TheHost.Seen);
+    const auto event = std::find_if(next, TheHost.Events.end(),
+                                    [&](const std::string& text) { return text.starts_with(CompletionHead(request)); });
+    if (event != TheHost.Events.end())
+        TheHost.Events.erase(event);
     return true;
+}
+
+void ForgetEvents() {
+    const std::lock_guard guard(TheHost.Lock);
+    TheHost.Seen = TheHost.Events.size();
 }
 
 AskedCall AskForCall() {
@@ -156,7 +171,7 @@ void CALLBACK HostPhoneEvent(HTAPIPHONE, DWORD message, DWORD_PTR p1, DWORD_PTR 
 
 void CALLBACK HostCompletion(DRV_REQUESTID request, LONG result) {
     const std::lock_guard guard(TheHost.Lock);
-    std::string text = "completion of request " + std::to_string(request) + ": " + ResultName(result);
+    std::string text = CompletionHead(request) + ResultName(result);
     if (request == 0 || request >= TheHost.NextRequest)
         text += ", never made";
     else if (!TheHost.Completions.emplace(request, result).second)

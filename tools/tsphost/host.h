@@ -66,8 +66,12 @@ void EndTyping();
 bool WaitForEvent(const std::string& text, std::uint32_t milliseconds);
 // The next event not looked at yet; it counts as looked at then. False when none comes in time.
 bool NextEvent(std::uint32_t milliseconds, std::string& event);
-// The result of a request, when it is completed in time.
+// The result of a request, when it is completed in time. Its event is no longer one to be looked at then: requests are
+// answered beside the events of the calls, in no order with them.
 bool WaitForCompletion(DRV_REQUESTID request, std::uint32_t milliseconds, LONG& result);
+
+// What has come so far counts as looked at.
+void ForgetEvents();
 
 // A call that the provider is asked to make: our handle, and where it writes its own.
 struct AskedCall {

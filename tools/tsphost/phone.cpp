@@ -33,13 +33,17 @@ std::string LampText(DWORD id, DWORD mode) {
 
 // All lamps and icons that are not 0.
 bool Lamps() {
+    bool any = false;
     for (DWORD id = 0; id <= LAST_LAMP; ++id) {
         DWORD mode = 0;
         if (const LONG result = GetLamp(id, mode); result < 0)
             return Report("TSPI_phoneGetLamp", result);
         if (mode != 0)
             Print("lamp " + std::to_string(id), LampText(id, mode));
+        any = any || mode != 0;
     }
+    if (!any)
+        Say("  all lamps and icons are 0");
     return true;
 }
 

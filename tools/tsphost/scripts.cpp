@@ -73,6 +73,11 @@ bool Completion(const Words& words) {
     return false;
 }
 
+bool Forget(const Words&) {
+    ForgetEvents();
+    return true;
+}
+
 bool Sleep(const Words& words) {
     Words rest = words;
     const std::uint32_t time = TakeTime(rest, 0);
