@@ -75,8 +75,8 @@ bool DialogData(const Words& words) {
     for (std::size_t at = 0; at < end; at += ROW) {
         std::string hex, text;
         for (std::size_t i = at; i < at + ROW; ++i) {
-            const std::string digits = Hex(0x100u + bytes[i]).substr(3);
-            hex += digits + " ";
+            hex += Hex(0x100u + bytes[i]).substr(3);  // behind "0x1"
+            hex += ' ';
             text += bytes[i] >= 0x20 && bytes[i] < 0x7F ? static_cast<char>(bytes[i]) : '.';
         }
         Print(std::to_string(at), hex + " " + text);
