@@ -681,7 +681,7 @@ TEST(EquipmentPresses, SecondCallsOnOneKey) {
         {"another key stays another key",
          {"incoming 1 4720", "answer 1", "incoming 2 4730", "answer 2"},
          "1.0 in held 4720, 2.0 in connected 4730",
-         "                Conf    Transf  FreqV   "},
+         "2eApp           Conf    Transf  FreqV   "},
         {"presses without meaning",
          After(TwoCalls,
                {">26 20 01", ">26 20 03", ">26 20 22", ">26 20 63", ">26 03 0C", ">26 04 1A 20 03", ">26 20", ">26"}),

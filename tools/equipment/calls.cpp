@@ -314,9 +314,8 @@ void LeaveConference(Machine& machine, SetCall& leaves) {
     machine.set.conferenceFirst = machine.set.conferenceSecond = 0;
     stays->state = CallState::Connected;
     ShowIcon(machine, key);
-    ShowLoneKeys(machine, *stays);
-    ShowParty(machine, *stays);
     ShowKeys(machine);
+    ShowParty(machine, *stays);
 }
 
 void PutDown(Machine& machine, SetCall& active) {

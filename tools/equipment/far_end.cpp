@@ -244,6 +244,9 @@ std::string FarAnswers(Machine& machine, const std::string& name) {
     SetCall* call = BeingMade(machine);
     if (call == nullptr)
         return "no call is being made";
+    // Who takes a line at dial tone has intercepted it, which shows on a line alone.
+    if (call->state == CallState::DialTone && !Partners(machine, *call).empty())
+        return "nothing has been dialled";
     if (!name.empty())
         call->name = name;
     TakeUp(machine, *call, call->state != CallState::FarRinging || !name.empty());

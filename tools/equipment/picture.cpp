@@ -62,13 +62,14 @@ constexpr std::array<int, 5> SoftKeyTable[] = {
     /* SecondMade     */ {EndSecondCall, Nothing, Nothing, Nothing, Nothing},
     /* SecondRings    */ {EndSecondCall, Nothing, Nothing, Transfer, Nothing},
     /* Two            */ {EndSecondCall, Swap, Conference, Transfer, FreqVocale},
-    /* Elsewhere      */ {Nothing, Nothing, Conference, Transfer, FreqVocale},
+    /* Elsewhere      */ {SecondCall, Nothing, Conference, Transfer, FreqVocale},
     /* RingsElsewhere */ {Nothing, Nothing, Nothing, Transfer, Nothing},
     /* InConference   */ {Nothing, Nothing, Conference, Transfer, Nothing},
 };
 
 // Where second calls are made on the same key, EndSecondCall stands for such a call alone: with the other call on
-// another key it must not show. A key of one call offers no second one there.
+// another key it must not show, and SecondCall must, or nobody would learn that one of two calls on the key has gone. A
+// key of one call offers no second one there.
 Situation SituationOf(Machine& machine) {
     const SetCall* active = ActiveCall(machine);
     if (active == nullptr)
@@ -261,10 +262,6 @@ void ShowCallerOf(Machine& machine, const SetCall& call) {
 void ShowKeys(Machine& machine) {
     const SetCall* active = ActiveCall(machine);
     Line1(machine, Labels(machine, SituationOf(machine), active != nullptr && active->tones));
-}
-
-void ShowLoneKeys(Machine& machine, const SetCall& call) {
-    Line1(machine, Labels(machine, Alone, call.tones));
 }
 
 // The parties side by side, in 12 columns each: after the conference the provider finds in line 0 who has stayed.

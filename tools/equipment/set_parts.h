@@ -48,7 +48,6 @@ void ShowRinging(Machine& machine);
 void ShowParty(Machine& machine, const SetCall& call);
 void ShowCallerOf(Machine& machine, const SetCall& call);  // unless a call is being made, whose digits stand there
 void ShowKeys(Machine& machine);                           // the soft keys that fit what is going on
-void ShowLoneKeys(Machine& machine, const SetCall& call);  // those of a call in conversation alone
 void ShowConference(Machine& machine, const SetCall& first, const SetCall& second);
 // Line 0 and soft keys after calls have gone or been put aside.
 void ShowWhatIsLeft(Machine& machine);
