@@ -57,7 +57,9 @@ void CheckRecords() {
     for (const CallRecord& call : CallTable)
         FuzzRequire(Terminated(call.CallerAddress) && Terminated(call.CallerName) && Terminated(call.CalledAddress) &&
                         Terminated(call.CalledName) && Terminated(call.ConnectedAddress) &&
-                        Terminated(call.ConnectedName) && Terminated(call.DestAddress) && Terminated(call.DestName),
+                        Terminated(call.ConnectedName) && Terminated(call.RedirectionAddress) &&
+                        Terminated(call.RedirectionName) && Terminated(call.RedirectingAddress) &&
+                        Terminated(call.RedirectingName) && Terminated(call.DestAddress) && Terminated(call.DestName),
                     "a party text's end");
     FuzzRequire(AomCount >= 0 && AomCount <= AOM_COUNT, "the number of modules");
     FuzzRequire(FifoCount(LINK_FIFO) <= FIFO_SLOTS - 1, "the queue's limit");

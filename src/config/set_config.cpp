@@ -4,6 +4,7 @@
 #include "config/settings.h"
 #include "control/keys.h"
 #include "link/omna.h"
+#include "link/payload.h"
 #include "link/tick.h"
 #include "platform/text.h"
 #include "provider/events.h"
@@ -21,36 +22,10 @@ bool LanguageChanged = false;
 namespace {
 
 using Bytes = std::span<const std::uint8_t>;
+using Cursor = PayloadCursor;
 
 constexpr std::uint8_t DEV_TYPE_KB2 = 3;
 constexpr std::size_t PAYLOAD_TEXT = 256;  // the longest counted text, terminated
-
-// Reads a payload in order; knows when it has run out.
-struct Cursor {
-    Bytes left;
-    bool bad = false;  // an item did not fit
-
-    std::uint8_t Byte() {
-        if (left.empty()) {
-            bad = true;
-            return 0;
-        }
-        const std::uint8_t byte = left[0];
-        left = left.subspan(1);
-        return byte;
-    }
-    // A counted text, terminated in `out`.
-    void Text(std::size_t length, char (&out)[PAYLOAD_TEXT]) {
-        if (length > left.size()) {
-            bad = true;
-            length = left.size();
-        }
-        std::transform(left.begin(), left.begin() + static_cast<std::ptrdiff_t>(length), out,
-                       [](std::uint8_t byte) { return static_cast<char>(byte); });
-        out[length] = 0;
-        left = left.subspan(length);
-    }
-};
 
 std::uint8_t FirstByte(Bytes payload) {
     return payload.empty() ? std::uint8_t{0} : payload[0];

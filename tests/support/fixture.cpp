@@ -54,8 +54,9 @@ constexpr Named States[] = {{0x1, "IDLE"},           {0x2, "OFFERING"},         
                             {0x100, "CONNECTED"},    {0x200, "PROCEEDING"},      {0x400, "ONHOLD"},
                             {0x800, "CONFERENCED"},  {0x1000, "ONHOLDPENDCONF"}, {0x2000, "ONHOLDPENDTRANSFER"},
                             {0x4000, "DISCONNECTED"}};
-constexpr Named Infos[] = {{0x20, "APPSPECIFIC"},    {0x8000, "CALLERID"},       {0x10000, "CALLEDID"},
-                           {0x20000, "CONNECTEDID"}, {0x40000, "REDIRECTIONID"}, {0x80000, "REDIRECTINGID"}};
+constexpr Named Infos[] = {{0x20, "APPSPECIFIC"},      {0x100, "ORIGIN"},         {0x200, "REASON"},
+                           {0x8000, "CALLERID"},       {0x10000, "CALLEDID"},     {0x20000, "CONNECTEDID"},
+                           {0x40000, "REDIRECTIONID"}, {0x80000, "REDIRECTINGID"}};
 constexpr Named LineStates[] = {
     {0x4, "CONNECTED"}, {0x8, "DISCONNECTED"}, {0x40, "INSERVICE"}, {0x80, "OUTOFSERVICE"}, {0x40000, "REINIT"}};
 constexpr Named PhoneStates[] = {{0x20, "DISPLAY"},         {0x40, "LAMP"},

@@ -1,384 +1,264 @@
-// The console's commands: one for each entry point, and a few of the console's own.
-#include "tsphost/host.h"
-#include "tsphost/names.h"
+// The table of commands, and what they share.
+#include "tsphost/commands.h"
 
 #include <algorithm>
-#include <chrono>
-#include <cstdlib>
 #include <cstring>
-#include <sstream>
-#include <thread>
+
+namespace Tsphost {
 
 namespace {
 
-using Words = std::vector<std::string>;
-
-// An export under its name; says so when the provider does not have it.
-template <class Function> Function Export(const char* name) {
-    const auto function = FindExport<Function>(TheHost.Library, name);
-    if (function == nullptr)
-        Say(std::string("this provider does not export ") + name);
-    return function;
-}
-#define ZT_EXPORT(name) Export<decltype(&name)>(#name)
-
-// Prints a result; true for success.
-bool Report(const char* what, LONG result) {
-    Say(std::string(what) + ": " + ResultName(result));
-    return result >= 0;
-}
-
-bool NumberOf(const Words& words, std::size_t at, DWORD& value) {
-    if (at >= words.size())
-        return false;
-    char* end = nullptr;
-    value = static_cast<DWORD>(std::strtoul(words[at].c_str(), &end, 0));
-    return end != words[at].c_str() && *end == 0;
-}
-
-// The number at a place, or the default when there is none.
-DWORD NumberOr(const Words& words, std::size_t at, DWORD otherwise) {
-    DWORD value = otherwise;
-    NumberOf(words, at, value);
-    return value;
-}
-
-HDRVCALL CallHandle(DWORD call) {
-    return reinterpret_cast<HDRVCALL>(static_cast<std::uintptr_t>(call));
-}
-
-void Field(const char* name, const std::string& value) {
-    Say("  " + std::string(name) +
-        std::string(name[0] == 0 ? 0 : std::max<std::size_t>(1, 26 - std::strlen(name)), ' ') + value);
-}
-
-// A buffer that a structure of the published kind lies in, `size` bytes long for the provider.
-template <class Structure> struct Buffer {
-    std::vector<DWORD> room;
-    explicit Buffer(DWORD size) : room(std::max<std::size_t>(size, sizeof(Structure)) / 4 + 64) {
-        (*this)->dwTotalSize = size;
-    }
-    Structure* operator->() { return reinterpret_cast<Structure*>(room.data()); }
-    Structure* get() { return reinterpret_cast<Structure*>(room.data()); }
-    std::string Text(DWORD offset, DWORD size) {
-        if (offset == 0 || size < 2 || offset + size > room.size() * 4)
-            return "(none)";
-        std::vector<WCHAR> text(size / 2);
-        std::memcpy(text.data(), reinterpret_cast<const char*>(room.data()) + offset, text.size() * 2);
-        return '"' + FromWide(text.data(), text.size()) + '"';
-    }
-};
-
-std::string Sizes(DWORD total, DWORD needed, DWORD used) {
-    return "total " + std::to_string(total) + ", needed " + std::to_string(needed) + ", used " + std::to_string(used);
-}
-
-std::string Dial(const LINEDIALPARAMS& d) {
-    return "pause " + std::to_string(d.dwDialPause) + ", speed " + std::to_string(d.dwDialSpeed) + ", digit " +
-           std::to_string(d.dwDigitDuration) + ", dial tone " + std::to_string(d.dwWaitForDialtone) + " ms";
-}
-
-// --- the provider ------------------------------------------------------------------------------------------------------
-
-bool Enumerate(const Words&) {
-    const auto call = ZT_EXPORT(TSPI_providerEnumDevices);
-    DWORD lines = 0, phones = 0;
-    if (call == nullptr ||
-        !Report("TSPI_providerEnumDevices", call(TheHost.ProviderID, &lines, &phones, nullptr, HostLineEvent, nullptr)))
-        return false;
-    Field("lines", std::to_string(lines));
-    Field("phones", std::to_string(phones));
-    return true;
-}
-
-bool Negotiate(const Words& words) {
-    const auto call = ZT_EXPORT(TSPI_lineNegotiateTSPIVersion);
-    DWORD version = 0;
-    if (call == nullptr)
-        return false;
-    const LONG result =
-        call(TheHost.LineBase, NumberOr(words, 1, 0x00010004), NumberOr(words, 2, 0x00030000), &version);
-    Field("version", Hex(version));
-    return Report("TSPI_lineNegotiateTSPIVersion", result);
-}
-
-bool Initialise(const Words&) {
-    const auto call = ZT_EXPORT(TSPI_providerInit);
-    DWORD options = 0;
-    if (call == nullptr || !Report("TSPI_providerInit", call(0x20000, TheHost.ProviderID, TheHost.LineBase,
-                                                             TheHost.PhoneBase, 1, 1, HostCompletion, &options)))
-        return false;
-    TheHost.Initialised = true;
-    Field("options", options == LINETSPIOPTION_NONREENTRANT ? "NONREENTRANT" : Hex(options));
-    return true;
-}
-
-bool Shutdown(const Words&) {
-    const auto call = ZT_EXPORT(TSPI_providerShutdown);
-    TheHost.Line = nullptr;
-    TheHost.Initialised = false;
-    return call != nullptr && Report("TSPI_providerShutdown", call(0x20000, TheHost.ProviderID));
-}
-
-bool Identify(const Words&) {
-    const auto call = ZT_EXPORT(TSPI_providerUIIdentify);
-    WCHAR name[260] = {};
-    if (call == nullptr || !Report("TSPI_providerUIIdentify", call(name)))
-        return false;
-    Field("library", FromWide(name, std::size(name)));
-    return true;
-}
-
-bool Install(const Words&) {
-    const auto call = ZT_EXPORT(TSPI_providerInstall);
-    return call != nullptr && Report("TSPI_providerInstall", call(nullptr, TheHost.ProviderID));
-}
-
-bool Remove(const Words&) {
-    const auto call = ZT_EXPORT(TSPI_providerRemove);
-    return call != nullptr && Report("TSPI_providerRemove", call(nullptr, TheHost.ProviderID));
-}
-
-bool Configure(const Words&) {
-    const auto call = ZT_EXPORT(TSPI_providerConfig);
-    return call != nullptr && Report("TSPI_providerConfig", call(nullptr, TheHost.ProviderID));
-}
-
-// --- the line ------------------------------------------------------------------------------------------------------------
-
-bool OpenLine(const Words&) {
-    const auto call = ZT_EXPORT(TSPI_lineOpen);
-    return call != nullptr &&
-           Report("TSPI_lineOpen", call(TheHost.LineBase, reinterpret_cast<HTAPILINE>(std::uintptr_t{0x51}),
-                                        &TheHost.Line, 0x20000, HostLineEvent));
-}
-
-bool CloseLine(const Words&) {
-    const auto call = ZT_EXPORT(TSPI_lineClose);
-    return call != nullptr && Report("TSPI_lineClose", call(TheHost.Line));
-}
-
-bool DevCaps(const Words& words) {
-    const auto call = ZT_EXPORT(TSPI_lineGetDevCaps);
-    Buffer<LINEDEVCAPS> caps(NumberOr(words, 1, 1024));
-    if (call == nullptr || !Report("TSPI_lineGetDevCaps", call(TheHost.LineBase, 0x20000, 0, caps.get())))
-        return false;
-    Field("sizes", Sizes(caps->dwTotalSize, caps->dwNeededSize, caps->dwUsedSize));
-    Field("provider information", caps.Text(caps->dwProviderInfoOffset, caps->dwProviderInfoSize));
-    Field("switch information", caps.Text(caps->dwSwitchInfoOffset, caps->dwSwitchInfoSize));
-    Field("line name", caps.Text(caps->dwLineNameOffset, caps->dwLineNameSize));
-    Field("dwPermanentLineID", Hex(caps->dwPermanentLineID));
-    Field("dwNumAddresses", std::to_string(caps->dwNumAddresses));
-    Field("dwBearerModes", FlagNames(caps->dwBearerModes, BearerModes));
-    Field("dwMediaModes", FlagNames(caps->dwMediaModes, MediaModes));
-    Field("dwGenerateDigitModes", FlagNames(caps->dwGenerateDigitModes, DigitModes));
-    Field("dwMaxNumActiveCalls", std::to_string(caps->dwMaxNumActiveCalls));
-    Field("dwAnswerMode", caps->dwAnswerMode == LINEANSWERMODE_HOLD ? "HOLD" : Hex(caps->dwAnswerMode));
-    Field("dwLineStates", FlagNames(caps->dwLineStates, LineDevStates));
-    Field("MinDialParams", Dial(caps->MinDialParams));
-    Field("MaxDialParams", Dial(caps->MaxDialParams));
-    Field("DefaultDialParams", Dial(caps->DefaultDialParams));
-    return true;
-}
-
-bool AddressCaps(const Words& words) {
-    const auto call = ZT_EXPORT(TSPI_lineGetAddressCaps);
-    Buffer<LINEADDRESSCAPS> caps(NumberOr(words, 1, 1024));
-    if (call == nullptr || !Report("TSPI_lineGetAddressCaps", call(TheHost.LineBase, 0, 0x20000, 0, caps.get())))
-        return false;
-    Field("sizes", Sizes(caps->dwTotalSize, caps->dwNeededSize, caps->dwUsedSize));
-    Field("address", caps.Text(caps->dwAddressOffset, caps->dwAddressSize));
-    Field("dwLineDeviceID", std::to_string(caps->dwLineDeviceID));
-    Field("dwAddressStates", FlagNames(caps->dwAddressStates, AddressStates));
-    Field("dwCallInfoStates", FlagNames(caps->dwCallInfoStates, CallInfoStates));
-    Field("dwCallerIDFlags", FlagNames(caps->dwCallerIDFlags, PartyFlags));
-    Field("dwCallStates", FlagNames(caps->dwCallStates, CallStates));
-    Field("dwMaxNumActiveCalls", std::to_string(caps->dwMaxNumActiveCalls));
-    Field("dwMaxNumOnHoldCalls", std::to_string(caps->dwMaxNumOnHoldCalls));
-    Field("dwMaxNumConference", std::to_string(caps->dwMaxNumConference));
-    Field("dwAddrCapFlags", FlagNames(caps->dwAddrCapFlags, AddrCapFlags));
-    Field("dwCallFeatures", FlagNames(caps->dwCallFeatures, CallFeatures));
-    Field("dwTransferModes", FlagNames(caps->dwTransferModes, TransferModes));
-    Field("dwForwardModes", FlagNames(caps->dwForwardModes, ForwardModes));
-    Field("dwAddressFeatures", FlagNames(caps->dwAddressFeatures, AddressFeatures));
-    return true;
-}
-
-bool GetID(const Words& words) {
-    const auto call = ZT_EXPORT(TSPI_lineGetID);
-    const auto deviceClass = ToWide(words.size() > 1 ? words[1] : "tapi/line");
-    Buffer<VARSTRING> id(NumberOr(words, 2, 64));
-    if (call == nullptr ||
-        !Report("TSPI_lineGetID", call(TheHost.Line, 0, nullptr, 1, id.get(), deviceClass.c_str(), nullptr)))
-        return false;
-    Field("sizes", Sizes(id->dwTotalSize, id->dwNeededSize, id->dwUsedSize));
-    if (id->dwStringSize == 4)
-        Field("device identifier", std::to_string(id.room[id->dwStringOffset / 4]));
-    return true;
-}
-
-bool NumAddress(const Words&) {
-    const auto call = ZT_EXPORT(TSPI_lineGetNumAddressIDs);
-    DWORD count = 0;
-    if (call == nullptr || !Report("TSPI_lineGetNumAddressIDs", call(TheHost.Line, &count)))
-        return false;
-    Field("addresses", std::to_string(count));
-    return true;
-}
-
-bool AddressID(const Words& words) {
-    const auto call = ZT_EXPORT(TSPI_lineGetAddressID);
-    const auto address = ToWide(words.size() > 1 ? words[1] : "");
-    DWORD id = 0;
-    if (call == nullptr || !Report("TSPI_lineGetAddressID", call(TheHost.Line, &id, 1, address.c_str(),
-                                                                 static_cast<DWORD>(address.size() * 2 + 2))))
-        return false;
-    Field("address identifier", std::to_string(id));
-    return true;
-}
-
-bool ExtVersion(const Words&) {
-    const auto call = ZT_EXPORT(TSPI_lineNegotiateExtVersion);
-    DWORD version = 0;
-    if (call == nullptr ||
-        !Report("TSPI_lineNegotiateExtVersion", call(TheHost.LineBase, 0x20000, 0, 0xFFFFFFFF, &version)))
-        return false;
-    Field("extension version", Hex(version));
-    return true;
-}
-
-bool StatusMessages(const Words& words) {
-    const auto call = ZT_EXPORT(TSPI_lineSetStatusMessages);
-    return call != nullptr &&
-           Report("TSPI_lineSetStatusMessages", call(TheHost.Line, NumberOr(words, 1, 0), NumberOr(words, 2, 0)));
-}
-
-bool MediaDetection(const Words& words) {
-    const auto call = ZT_EXPORT(TSPI_lineSetDefaultMediaDetection);
-    return call != nullptr && Report("TSPI_lineSetDefaultMediaDetection", call(TheHost.Line, NumberOr(words, 1, 4)));
-}
-
-bool Conditional(const Words& words) {
-    const auto call = ZT_EXPORT(TSPI_lineConditionalMediaDetection);
-    return call != nullptr &&
-           Report("TSPI_lineConditionalMediaDetection", call(TheHost.Line, NumberOr(words, 1, 4), nullptr));
-}
-
-bool MediaMode(const Words& words) {
-    const auto call = ZT_EXPORT(TSPI_lineSetMediaMode);
-    return call != nullptr &&
-           Report("TSPI_lineSetMediaMode", call(CallHandle(NumberOr(words, 1, 0)), NumberOr(words, 2, 4)));
-}
-
-bool AppSpecific(const Words& words) {
-    const auto call = ZT_EXPORT(TSPI_lineSetAppSpecific);
-    return call != nullptr &&
-           Report("TSPI_lineSetAppSpecific", call(CallHandle(NumberOr(words, 1, 0)), NumberOr(words, 2, 0)));
-}
-
-// --- the console's own -----------------------------------------------------------------------------------------------------
-
-// `wait TEXT... [MS]`: the last word is the time-out when it is a number and not the only word.
-bool Wait(const Words& words) {
-    Words text(words.begin() + 1, words.end());
-    DWORD milliseconds = 10'000;
-    if (text.size() > 1 && NumberOf(text, text.size() - 1, milliseconds))
-        text.pop_back();
-    std::string wanted;
-    for (const std::string& word : text)
-        wanted += (wanted.empty() ? "" : " ") + word;
-    if (wanted.empty()) {
-        Say("wait for what?");
-        return false;
-    }
-    if (WaitForEvent(wanted, milliseconds))
-        return true;
-    Say("no event with \"" + wanted + "\" within " + std::to_string(milliseconds) + " ms");
-    return false;
-}
-
-bool Sleep(const Words& words) {
-    std::this_thread::sleep_for(std::chrono::milliseconds(NumberOr(words, 1, 1000)));
-    return true;
-}
-
-bool Echo(const Words& words) {
-    std::string text;
-    for (std::size_t i = 1; i < words.size(); ++i)
-        text += (i > 1 ? " " : "") + words[i];
-    Say(text);
-    return true;
-}
+bool Fails(const Words& words);
+bool Help(const Words& words);
+bool Quit(const Words&);
 
 // Enumerates, negotiates, initialises and opens the line, as the service does at its start.
 bool Start(const Words&) {
     return Enumerate({}) && Negotiate({}) && Initialise({}) && OpenLine({});
 }
 
-bool Help(const Words&);
+constexpr const char* CALL_HELP = "CALL is a call's number, or last: the last one announced or made (also without it).";
+constexpr const char* TWO_CALLS_HELP = "A call is named by its number, or by last: the last one announced or made.";
+constexpr const char* SIZE_HELP =
+    "SIZE is the room in bytes that the provider is given. Fields that are 0 are left out.";
+constexpr const char* TEXT_HELP = "null instead of the text is a null pointer; \"\" is an empty text.";
 
-struct Command {
-    const char* name;
-    const char* arguments;
-    const char* help;
-    bool (*run)(const Words& words);
+constexpr Command Table[] = {
+    {"console", "start", "", "enum, negotiate, init and open, as the service does", "", Start},
+    {"console", "wait", "TEXT... [TIME]", "until an event contains TEXT",
+     "TIME is like 500ms or 5s; 10s without it. Looks on from where the last wait or expect ended.", Wait},
+    {"console", "expect", "TEXT... [TIME]", "fails unless the next event contains TEXT",
+     "TIME is like 500ms or 5s; 10s without it. Looks on from where the last wait or expect ended.", Expect},
+    {"console", "completion", "[RESULT] [TIME]", "until the last request is completed",
+     "Fails when the result is another than RESULT (0 without it), like LINEERR_OPERATIONFAILED. expect does not see "
+     "its event.",
+     Completion},
+    {"console", "forget", "", "wait and expect look at later events only", "", Forget},
+    {"console", "fails", "RESULT COMMAND...", "fails unless the entry point behind COMMAND gives RESULT",
+     "RESULT is a number or a published name, like LINEERR_INVALCALLSTATE.", Fails},
+    {"console", "sleep", "TIME", "does nothing for so long (500ms, 5s)", "", Sleep},
+    {"console", "echo", "[TEXT...]", "prints TEXT", "", Echo},
+    {"console", "help", "[NAME]", "this list; arguments of a command", "", Help},
+    {"console", "quit", "", "ends the console", "", Quit},
+
+    {"provider", "enum", "", "TSPI_providerEnumDevices", "", Enumerate},
+    {"provider", "init", "", "TSPI_providerInit", "", Initialise},
+    {"provider", "shutdown", "", "TSPI_providerShutdown", "", Shutdown},
+    {"provider", "uiidentify", "", "TSPI_providerUIIdentify", "", Identify},
+    {"provider", "install", "", "TSPI_providerInstall", "", Install},
+    {"provider", "remove", "", "TSPI_providerRemove", "", Remove},
+    {"provider", "config", "", "TSPI_providerConfig", "", Configure},
+    {"provider", "freedialog", "", "TSPI_providerFreeDialogInstance", "", FreeDialog},
+    {"provider", "dialogdata", "TYPE BYTE...", "TSPI_providerGenericDialogData",
+     "TYPE is 1 for the line, 2 for the phone, 3 for the provider. The bytes are given padded with zeroes to 256.",
+     DialogData},
+
+    {"line", "negotiate", "[LOW [HIGH]]", "TSPI_lineNegotiateTSPIVersion", "", Negotiate},
+    {"line", "extversion", "", "TSPI_lineNegotiateExtVersion", "", ExtVersion},
+    {"line", "open", "", "TSPI_lineOpen", "", OpenLine},
+    {"line", "close", "", "TSPI_lineClose", "", CloseLine},
+    {"line", "devcaps", "[SIZE]", "TSPI_lineGetDevCaps", SIZE_HELP, DevCaps},
+    {"line", "addresscaps", "[SIZE [ADDRESS]]", "TSPI_lineGetAddressCaps", SIZE_HELP, AddressCaps},
+    {"line", "id", "[CLASS [SIZE]]", "TSPI_lineGetID", "CLASS is tapi/line without it.", GetID},
+    {"line", "numaddress", "", "TSPI_lineGetNumAddressIDs", "", NumAddress},
+    {"line", "addressid", "TEXT", "TSPI_lineGetAddressID", TEXT_HELP, AddressID},
+    {"line", "statusmessages", "LINE ADDRESS", "TSPI_lineSetStatusMessages",
+     "Numbers or published names, like CONNECTED|INSERVICE and FORWARD.", StatusMessages},
+    {"line", "mediadetection", "MODES", "TSPI_lineSetDefaultMediaDetection", "Like INTERACTIVEVOICE, or a number.",
+     MediaDetection},
+    {"line", "conditional", "MODES", "TSPI_lineConditionalMediaDetection", "Like INTERACTIVEVOICE, or a number.",
+     Conditional},
+    {"line", "mediamode", "CALL MODE", "TSPI_lineSetMediaMode", "Like INTERACTIVEVOICE, or a number.", MediaMode},
+    {"line", "appspecific", "CALL VALUE", "TSPI_lineSetAppSpecific", CALL_HELP, AppSpecific},
+
+    {"calls", "makecall", "DEST [NAME=VALUE...]", "TSPI_lineMakeCall",
+     "Without NAME=VALUE no call parameters are given; the word params alone gives the usual ones.", MakeCall},
+    {"calls", "dial", "CALL DIGITS [COUNTRY]", "TSPI_lineDial", TEXT_HELP, Dial},
+    {"calls", "answer", "[CALL]", "TSPI_lineAnswer", CALL_HELP, Answer},
+    {"calls", "drop", "[CALL]", "TSPI_lineDrop", CALL_HELP, Drop},
+    {"calls", "hold", "[CALL]", "TSPI_lineHold", CALL_HELP, Hold},
+    {"calls", "unhold", "[CALL]", "TSPI_lineUnhold", CALL_HELP, Unhold},
+    {"calls", "blindtransfer", "CALL DEST [COUNTRY]", "TSPI_lineBlindTransfer", TEXT_HELP, BlindTransfer},
+    {"calls", "setuptransfer", "[CALL [NAME=VALUE...]]", "TSPI_lineSetupTransfer",
+     "The consultation call is the last call afterwards. NAME=VALUE is as with makecall.", SetupTransfer},
+    {"calls", "completetransfer", "CALL CONSULT [transfer|conference]", "TSPI_lineCompleteTransfer", TWO_CALLS_HELP,
+     CompleteTransfer},
+    {"calls", "setupconf", "[CALL [PARTIES]]", "TSPI_lineSetupConference", "null instead of CALL is no call.",
+     SetupConference},
+    {"calls", "addtoconf", "CONFERENCE CALL", "TSPI_lineAddToConference", TWO_CALLS_HELP, AddToConference},
+    {"calls", "prepareaddtoconf", "CONFERENCE", "TSPI_linePrepareAddToConference", TWO_CALLS_HELP,
+     PrepareAddToConference},
+    {"calls", "removefromconf", "[CALL]", "TSPI_lineRemoveFromConference", CALL_HELP, RemoveFromConference},
+    {"calls", "forward", "uncond|busy|noanswer|busyna|cancel [DEST]", "TSPI_lineForward",
+     "cancel gives no list of forwardings; the others need DEST. Another mode by number or published name.", Forward},
+    {"calls", "pickup", "ADDRESS [GROUP]", "TSPI_linePickup", TEXT_HELP, Pickup},
+    {"calls", "digits", "CALL TEXT [MODE [DURATION]]", "TSPI_lineGenerateDigits",
+     "MODE is DTMF without it. null instead of the text ends a generation that runs.", GenerateDigits},
+    {"calls", "tone", "[CALL [MODE [DURATION]]]", "TSPI_lineGenerateTone", "MODE is BEEP without it.", GenerateTone},
+    {"calls", "closecall", "[CALL]", "TSPI_lineCloseCall", CALL_HELP, CloseCall},
+
+    {"status", "callinfo", "[CALL [SIZE]]", "TSPI_lineGetCallInfo", SIZE_HELP, CallInfo},
+    {"status", "callstatus", "[CALL [SIZE]]", "TSPI_lineGetCallStatus", SIZE_HELP, CallStatus},
+    {"status", "calladdressid", "[CALL]", "TSPI_lineGetCallAddressID", CALL_HELP, CallAddressID},
+    {"status", "addressstatus", "[SIZE [ADDRESS]]", "TSPI_lineGetAddressStatus", SIZE_HELP, AddressStatus},
+    {"status", "linestatus", "[SIZE]", "TSPI_lineGetLineDevStatus", SIZE_HELP, LineStatus},
+
+    {"phone", "phonenegotiate", "[LOW [HIGH]]", "TSPI_phoneNegotiateTSPIVersion", "", PhoneNegotiate},
+    {"phone", "phoneopen", "", "TSPI_phoneOpen", "", OpenPhone},
+    {"phone", "phoneclose", "", "TSPI_phoneClose", "", ClosePhone},
+    {"phone", "phonecaps", "[SIZE]", "TSPI_phoneGetDevCaps", SIZE_HELP, PhoneCaps},
+    {"phone", "display", "[SIZE]", "TSPI_phoneGetDisplay", SIZE_HELP, PhoneDisplay},
+    {"phone", "lamp", "[ID]", "TSPI_phoneGetLamp",
+     "Lamps are 0 to 19, the icons of the keys 0 to 88 are 20 to 108. Without ID all that are not 0.", PhoneLamp},
+    {"phone", "button", "keypad|display|feature ID", "TSPI_phoneSetButtonInfo",
+     "ID is a number; on the keypad also * and #.", PhoneButton},
+    {"phone", "hookswitch", "onhook|offhook|MODE [DEVICE]", "TSPI_phoneSetHookSwitch",
+     "MODE is a published name like SPEAKER; DEVICE is HANDSET without it.", PhoneHookSwitch},
+    {"phone", "phone", "NAME", "any other TSPI_phone entry point", "", PhoneOther},
 };
 
-constexpr Command Commands[] = {
-    {"start", "", "enum, negotiate, init and open, as the service does", Start},
-    {"enum", "", "TSPI_providerEnumDevices", Enumerate},
-    {"negotiate", "[LOW HIGH]", "TSPI_lineNegotiateTSPIVersion", Negotiate},
-    {"init", "", "TSPI_providerInit", Initialise},
-    {"open", "", "TSPI_lineOpen", OpenLine},
-    {"close", "", "TSPI_lineClose", CloseLine},
-    {"shutdown", "", "TSPI_providerShutdown", Shutdown},
-    {"devcaps", "[SIZE]", "TSPI_lineGetDevCaps into a buffer of SIZE bytes", DevCaps},
-    {"addresscaps", "[SIZE]", "TSPI_lineGetAddressCaps", AddressCaps},
-    {"id", "[CLASS [SIZE]]", "TSPI_lineGetID", GetID},
-    {"numaddress", "", "TSPI_lineGetNumAddressIDs", NumAddress},
-    {"addressid", "TEXT", "TSPI_lineGetAddressID", AddressID},
-    {"extversion", "", "TSPI_lineNegotiateExtVersion", ExtVersion},
-    {"statusmessages", "LINE ADDRESS", "TSPI_lineSetStatusMessages", StatusMessages},
-    {"mediadetection", "MODES", "TSPI_lineSetDefaultMediaDetection", MediaDetection},
-    {"conditional", "MODES", "TSPI_lineConditionalMediaDetection", Conditional},
-    {"mediamode", "CALL MODE", "TSPI_lineSetMediaMode", MediaMode},
-    {"appspecific", "CALL VALUE", "TSPI_lineSetAppSpecific", AppSpecific},
-    {"uiidentify", "", "TSPI_providerUIIdentify", Identify},
-    {"install", "", "TSPI_providerInstall", Install},
-    {"remove", "", "TSPI_providerRemove", Remove},
-    {"config", "", "TSPI_providerConfig", Configure},
-    {"wait", "TEXT [MS]", "until an event contains TEXT (10 s unless MS)", Wait},
-    {"sleep", "MS", "does nothing for so long", Sleep},
-    {"echo", "TEXT", "prints TEXT", Echo},
-    {"help", "", "this list", Help},
-};
+bool QuitAsked = false;
 
-bool Help(const Words&) {
-    for (const Command& command : Commands) {
-        std::string head = std::string(command.name) + " " + command.arguments;
-        head.resize(std::max<std::size_t>(head.size() + 1, 28), ' ');
-        Say("  " + head + command.help);
-    }
-    Say("  quit                        ends the console");
+bool Quit(const Words&) {
+    QuitAsked = true;
     return true;
+}
+
+void PrintRow(const Command& command) {
+    Say(Row(command.name, command.help));
+}
+
+std::string Usage(const Command& command) {
+    return std::string(command.name) + (*command.arguments == 0 ? "" : " ") + command.arguments;
+}
+
+bool HelpFor(const std::string& name) {
+    bool found = false;
+    for (const Command& command : Table)
+        if (name == command.group && name != command.name) {
+            PrintRow(command);
+            found = true;
+        }
+    for (const Command& command : Table) {
+        if (name != command.name)
+            continue;
+        Say(Usage(command) + ": " + command.help);
+        if (*command.more != 0)
+            Say(std::string("  ") + command.more);
+        if (std::strstr(command.arguments, "NAME=VALUE") != nullptr)
+            Say("  Names: " + CallParamNames() + ".");
+        if (command.run == PhoneOther)
+            Say("  Names: " + PhoneOtherNames() + ".");
+        found = true;
+    }
+    if (!found)
+        Say("there is no command \"" + name + "\"; help lists them");
+    return found;
+}
+
+bool Help(const Words& words) {
+    if (words.size() > 1)
+        return HelpFor(words[1]);
+    const char* group = "";
+    for (const Command& command : Table) {
+        if (std::strcmp(group, command.group) != 0)
+            Say(command.group);
+        group = command.group;
+        PrintRow(command);
+    }
+    Say("help NAME says the arguments of a command. Flags are numbers or published names joined with '|'.");
+    return true;
+}
+
+bool Run(const Words& words) {
+    const auto* const command =
+        std::find_if(std::begin(Table), std::end(Table), [&](const Command& one) { return words[0] == one.name; });
+    if (command == std::end(Table))
+        throw Unusable{"unknown command; help lists them"};
+    const ArgumentCount count = CountArguments(command->arguments);
+    const std::size_t given = words.size() - 1;
+    if (given < count.Least || given > count.Most)
+        throw Unusable{std::string("too ") + (given < count.Least ? "few" : "many") + " arguments: " + Usage(*command)};
+    return command->run(words);
+}
+
+bool Fails(const Words& words) {
+    const LONG wanted = ResultAt(words, 1);
+    TheHost.LastResult = 0;
+    Run(Words(words.begin() + 2, words.end()));
+    if (TheHost.LastResult == wanted)
+        return true;
+    Say(ResultName(wanted) + " expected");
+    return false;
 }
 
 }  // namespace
 
-bool RunCommand(const std::string& line, bool& quit) {
-    std::istringstream in(line);
-    Words words;
-    for (std::string word; in >> word;)
-        words.push_back(word);
-    if (words.empty() || words[0][0] == '#')
-        return true;
-    if (words[0] == "quit" || words[0] == "exit") {
-        quit = true;
-        return true;
-    }
-    for (const Command& command : Commands)
-        if (words[0] == command.name)
-            return command.run(words);
-    Say("unknown command \"" + words[0] + "\"; help lists them");
-    return false;
+std::span<const Command> Commands() {
+    return Table;
 }
+
+bool RunCommand(const std::string& line, bool& quit) {
+    Words words;
+    try {
+        words = SplitWords(line);
+        const bool done = words.empty() || words[0].starts_with('#') || Run(words);
+        quit = QuitAsked;
+        return done;
+    } catch (const Unusable& unusable) {
+        Say((words.empty() ? "" : words[0] + ": ") + unusable.Why);
+        return false;
+    }
+}
+
+void Print(const std::string& name, const std::string& value) {
+    Say(Row(name, value));
+}
+
+bool Report(const char* name, LONG result) {
+    TheHost.LastResult = result;
+    Say(std::string(name) + ": " + ResultName(result));
+    return result >= 0;
+}
+
+DRV_REQUESTID NewRequest() {
+    const std::lock_guard guard(TheHost.Lock);
+    TheHost.LastRequest = TheHost.NextRequest++;
+    return TheHost.LastRequest;
+}
+
+// The answer to a request is its identifier when the provider took it; 0 leaves its end open.
+bool ReportRequest(const char* name, DRV_REQUESTID request, LONG result) {
+    if (result < 0)
+        TheHost.LastRequest = 0;
+    if (result <= 0)
+        return Report(name, result);
+    TheHost.LastResult = result;
+    const bool ours = static_cast<DRV_REQUESTID>(result) == request;
+    Say(std::string(name) + ": request " + std::to_string(result) +
+        (ours ? "" : ", not the one that was made, " + std::to_string(request)));
+    return ours;
+}
+
+HDRVCALL CallAt(const Words& words, std::size_t at) {
+    if (at < words.size() && words[at] != "last") {
+        DWORD handle = 0;
+        if (!ParseNumber(words[at], handle))
+            throw Unusable{"\"" + words[at] + "\" is no call: a number, or last"};
+        return reinterpret_cast<HDRVCALL>(static_cast<std::uintptr_t>(handle));
+    }
+    HDRVCALL call = nullptr;
+    if (!LastCall(call))
+        throw Unusable{"no call has been announced or made yet"};
+    return call;
+}
+
+bool PrintFields(const Buffer& buffer, std::span<const Field> fields) {
+    for (const std::string& line : FieldLines(buffer.Bytes(), fields))
+        Say(line);
+    if (buffer.Overrun())
+        Say("  the provider wrote behind the end of the structure");
+    return !buffer.Overrun();
+}
+
+}  // namespace Tsphost

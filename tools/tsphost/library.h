@@ -5,10 +5,15 @@
 
 #include <string>
 
+#if !defined(_WIN32)
+#include <dlfcn.h>
+#endif
+
+namespace Tsphost {
+
 #if defined(_WIN32)
 using LibraryHandle = HMODULE;
 #else
-#include <dlfcn.h>
 using LibraryHandle = void*;
 #endif
 
@@ -43,3 +48,5 @@ inline void UnloadProvider(LibraryHandle library) {
     dlclose(library);
 #endif
 }
+
+}  // namespace Tsphost

@@ -1,6 +1,6 @@
 // tsphost: loads a telephony service provider as the telephony service does, prints every event by name, and has a
 // console to call its entry points.
-#include "tsphost/host.h"
+#include "tsphost/commands.h"
 
 #include <readline/history.h>
 #include <readline/readline.h>
@@ -12,6 +12,8 @@
 #include <iostream>
 
 #include <unistd.h>
+
+using namespace Tsphost;
 
 namespace {
 
@@ -30,17 +32,55 @@ Commands come from standard input; on a terminal with line editing and history. 
 Ends with status 0 only when every command succeeded.
 )";
 
-// The next command; false at the end of the input.
-bool NextLine(std::istream* script, std::string& line) {
-    if (script != nullptr || !isatty(STDIN_FILENO))
-        return static_cast<bool>(std::getline(script != nullptr ? *script : std::cin, line));
-    char* typed = readline("tsphost> ");
+// The tab key completes names of commands, and no file names.
+char* NextName(const char* start, int again) {
+    static std::size_t at = 0;
+    if (again == 0)
+        at = 0;
+    const std::span<const Command> all = Commands();
+    while (at < all.size())
+        if (const char* name = all[at++].name; std::string_view(name).starts_with(start))
+            return strdup(name);
+    return nullptr;
+}
+
+char** Complete(const char* start, int, int) {
+    rl_attempted_completion_over = 1;
+    return rl_completion_matches(start, NextName);
+}
+
+// Readline calls this several times a second while the user types: events that came meanwhile go above the line.
+int ShowEvents() {
+    if (PrintKept("\r\033[K")) {
+        rl_on_new_line();
+        rl_redisplay();
+    }
+    return 0;
+}
+
+bool Typed(std::string& line) {
+    rl_attempted_completion_function = Complete;
+    rl_event_hook = ShowEvents;
+    BeginTyping();
+    char* const typed = readline("tsphost> ");
+    EndTyping();
     if (typed == nullptr)
         return false;
     if (*typed != 0)
         add_history(typed);
     line = typed;
     std::free(typed);
+    return true;
+}
+
+// The next command; false at the end of the input. Those of a script are printed before what they bring.
+bool NextLine(std::istream* script, std::string& line) {
+    if (script == nullptr && isatty(STDIN_FILENO))
+        return Typed(line);
+    if (!std::getline(script != nullptr ? *script : std::cin, line))
+        return false;
+    if (script != nullptr && !line.empty() && line[0] != '#')
+        Say("> " + line);
     return true;
 }
 

@@ -1,113 +1,349 @@
 #include "tsphost/names.h"
 
-#include <cstdio>
+#include "tsphost/text.h"
+
+#include <algorithm>
+#include <cctype>
+#include <charconv>
+#include <cstring>
+
+namespace Tsphost {
 
 namespace {
 
-#define ZT_NAMED(prefix, name)                                                                                         \
-    NamedValue {                                                                                                       \
-        prefix##name, #name                                                                                            \
-    }
-
-constexpr NamedValue Errors[] = {ZT_NAMED(, LINEERR_ALLOCATED),        ZT_NAMED(, LINEERR_BADDEVICEID),
-                                 ZT_NAMED(, LINEERR_CALLUNAVAIL),      ZT_NAMED(, LINEERR_INCOMPATIBLEAPIVERSION),
-                                 ZT_NAMED(, LINEERR_INVALADDRESS),     ZT_NAMED(, LINEERR_INVALADDRESSID),
-                                 ZT_NAMED(, LINEERR_INVALCALLHANDLE),  ZT_NAMED(, LINEERR_INVALCALLSTATE),
-                                 ZT_NAMED(, LINEERR_INVALLINEHANDLE),  ZT_NAMED(, LINEERR_INVALLINESTATE),
-                                 ZT_NAMED(, LINEERR_INVALMEDIAMODE),   ZT_NAMED(, LINEERR_INVALPARAM),
-                                 ZT_NAMED(, LINEERR_INVALPOINTER),     ZT_NAMED(, LINEERR_NODEVICE),
-                                 ZT_NAMED(, LINEERR_NODRIVER),         ZT_NAMED(, LINEERR_OPERATIONFAILED),
-                                 ZT_NAMED(, LINEERR_OPERATIONUNAVAIL), ZT_NAMED(, LINEERR_REINIT),
-                                 ZT_NAMED(, LINEERR_RESOURCEUNAVAIL),  ZT_NAMED(, LINEERR_STRUCTURETOOSMALL)};
-
-constexpr NamedValue CallStateNames[] = {
-    ZT_NAMED(LINECALLSTATE_, IDLE),           ZT_NAMED(LINECALLSTATE_, OFFERING),
-    ZT_NAMED(LINECALLSTATE_, ACCEPTED),       ZT_NAMED(LINECALLSTATE_, DIALTONE),
-    ZT_NAMED(LINECALLSTATE_, DIALING),        ZT_NAMED(LINECALLSTATE_, RINGBACK),
-    ZT_NAMED(LINECALLSTATE_, BUSY),           ZT_NAMED(LINECALLSTATE_, SPECIALINFO),
-    ZT_NAMED(LINECALLSTATE_, CONNECTED),      ZT_NAMED(LINECALLSTATE_, PROCEEDING),
-    ZT_NAMED(LINECALLSTATE_, ONHOLD),         ZT_NAMED(LINECALLSTATE_, CONFERENCED),
-    ZT_NAMED(LINECALLSTATE_, ONHOLDPENDCONF), ZT_NAMED(LINECALLSTATE_, ONHOLDPENDTRANSFER),
-    ZT_NAMED(LINECALLSTATE_, DISCONNECTED),   ZT_NAMED(LINECALLSTATE_, UNKNOWN)};
-
-constexpr NamedValue CallInfoNames[] = {
-    ZT_NAMED(LINECALLINFOSTATE_, OTHER),         ZT_NAMED(LINECALLINFOSTATE_, APPSPECIFIC),
-    ZT_NAMED(LINECALLINFOSTATE_, ORIGIN),        ZT_NAMED(LINECALLINFOSTATE_, REASON),
-    ZT_NAMED(LINECALLINFOSTATE_, NUMOWNERINCR),  ZT_NAMED(LINECALLINFOSTATE_, NUMOWNERDECR),
-    ZT_NAMED(LINECALLINFOSTATE_, NUMMONITORS),   ZT_NAMED(LINECALLINFOSTATE_, CALLERID),
-    ZT_NAMED(LINECALLINFOSTATE_, CALLEDID),      ZT_NAMED(LINECALLINFOSTATE_, CONNECTEDID),
-    ZT_NAMED(LINECALLINFOSTATE_, REDIRECTIONID), ZT_NAMED(LINECALLINFOSTATE_, REDIRECTINGID),
-    ZT_NAMED(LINECALLINFOSTATE_, DIALPARAMS)};
-
-constexpr NamedValue LineDevNames[] = {ZT_NAMED(LINEDEVSTATE_, OTHER),     ZT_NAMED(LINEDEVSTATE_, RINGING),
-                                       ZT_NAMED(LINEDEVSTATE_, CONNECTED), ZT_NAMED(LINEDEVSTATE_, DISCONNECTED),
-                                       ZT_NAMED(LINEDEVSTATE_, INSERVICE), ZT_NAMED(LINEDEVSTATE_, OUTOFSERVICE),
-                                       ZT_NAMED(LINEDEVSTATE_, OPEN),      ZT_NAMED(LINEDEVSTATE_, CLOSE),
-                                       ZT_NAMED(LINEDEVSTATE_, NUMCALLS),  ZT_NAMED(LINEDEVSTATE_, REINIT)};
-
-constexpr NamedValue AddressStateNames[] = {
-    ZT_NAMED(LINEADDRESSSTATE_, OTHER), ZT_NAMED(LINEADDRESSSTATE_, INUSEZERO), ZT_NAMED(LINEADDRESSSTATE_, INUSEONE),
-    ZT_NAMED(LINEADDRESSSTATE_, NUMCALLS), ZT_NAMED(LINEADDRESSSTATE_, FORWARD)};
-
-constexpr NamedValue CallFeatureNames[] = {
-    ZT_NAMED(LINECALLFEATURE_, ANSWER),         ZT_NAMED(LINECALLFEATURE_, BLINDTRANSFER),
-    ZT_NAMED(LINECALLFEATURE_, COMPLETETRANSF), ZT_NAMED(LINECALLFEATURE_, DIAL),
-    ZT_NAMED(LINECALLFEATURE_, DROP),           ZT_NAMED(LINECALLFEATURE_, GENERATEDIGITS),
-    ZT_NAMED(LINECALLFEATURE_, HOLD),           ZT_NAMED(LINECALLFEATURE_, REMOVEFROMCONF),
-    ZT_NAMED(LINECALLFEATURE_, SETUPTRANSFER),  ZT_NAMED(LINECALLFEATURE_, UNHOLD)};
-
-constexpr NamedValue AddressFeatureNames[] = {
-    ZT_NAMED(LINEADDRFEATURE_, FORWARD), ZT_NAMED(LINEADDRFEATURE_, MAKECALL), ZT_NAMED(LINEADDRFEATURE_, PICKUP),
-    ZT_NAMED(LINEADDRFEATURE_, PICKUPDIRECT), ZT_NAMED(LINEADDRFEATURE_, FORWARDFWD)};
-
-constexpr NamedValue AddrCapNames[] = {
-    ZT_NAMED(LINEADDRCAPFLAGS_, BLOCKIDDEFAULT), ZT_NAMED(LINEADDRCAPFLAGS_, DIALED),
-    ZT_NAMED(LINEADDRCAPFLAGS_, TRANSFERHELD),   ZT_NAMED(LINEADDRCAPFLAGS_, TRANSFERMAKE),
-    ZT_NAMED(LINEADDRCAPFLAGS_, CONFERENCEHELD), ZT_NAMED(LINEADDRCAPFLAGS_, CONFERENCEMAKE),
-    ZT_NAMED(LINEADDRCAPFLAGS_, PARTIALDIAL),    ZT_NAMED(LINEADDRCAPFLAGS_, PICKUPCALLWAIT)};
-
-constexpr NamedValue PartyNames[] = {ZT_NAMED(LINECALLPARTYID_, NAME), ZT_NAMED(LINECALLPARTYID_, ADDRESS)};
-constexpr NamedValue ForwardNames[] = {ZT_NAMED(LINEFORWARDMODE_, UNCOND), ZT_NAMED(LINEFORWARDMODE_, BUSY),
-                                       ZT_NAMED(LINEFORWARDMODE_, NOANSW), ZT_NAMED(LINEFORWARDMODE_, BUSYNA)};
-constexpr NamedValue MediaNames[] = {ZT_NAMED(LINEMEDIAMODE_, INTERACTIVEVOICE)};
-constexpr NamedValue BearerNames[] = {ZT_NAMED(LINEBEARERMODE_, VOICE)};
-constexpr NamedValue DigitNames[] = {ZT_NAMED(LINEDIGITMODE_, PULSE), ZT_NAMED(LINEDIGITMODE_, DTMF)};
-constexpr NamedValue TransferNames[] = {ZT_NAMED(LINETRANSFERMODE_, TRANSFER), ZT_NAMED(LINETRANSFERMODE_, CONFERENCE)};
-constexpr NamedValue DisconnectNames[] = {ZT_NAMED(LINEDISCONNECTMODE_, NORMAL), ZT_NAMED(LINEDISCONNECTMODE_, UNKNOWN),
-                                          ZT_NAMED(LINEDISCONNECTMODE_, BUSY)};
-constexpr NamedValue PhoneStateNames[] = {ZT_NAMED(PHONESTATE_, DISCONNECTED),
-                                          ZT_NAMED(PHONESTATE_, DISPLAY),
-                                          ZT_NAMED(PHONESTATE_, LAMP),
-                                          ZT_NAMED(PHONESTATE_, RINGMODE),
-                                          ZT_NAMED(PHONESTATE_, HANDSETHOOKSWITCH),
-                                          ZT_NAMED(PHONESTATE_, SPEAKERVOLUME)};
-#undef ZT_NAMED
+// clang-format off
+#define V(prefix, name) {prefix##name, #name}
+constexpr NamedValue ErrorRows[] = {
+    V(, LINEERR_ALLOCATED), V(, LINEERR_BADDEVICEID), V(, LINEERR_BEARERMODEUNAVAIL), V(, LINEERR_CALLUNAVAIL),
+    V(, LINEERR_COMPLETIONOVERRUN), V(, LINEERR_CONFERENCEFULL), V(, LINEERR_DIALBILLING), V(, LINEERR_DIALDIALTONE),
+    V(, LINEERR_DIALPROMPT), V(, LINEERR_DIALQUIET), V(, LINEERR_INCOMPATIBLEAPIVERSION),
+    V(, LINEERR_INCOMPATIBLEEXTVERSION), V(, LINEERR_INIFILECORRUPT), V(, LINEERR_INUSE), V(, LINEERR_INVALADDRESS),
+    V(, LINEERR_INVALADDRESSID), V(, LINEERR_INVALADDRESSMODE), V(, LINEERR_INVALADDRESSSTATE),
+    V(, LINEERR_INVALAPPHANDLE), V(, LINEERR_INVALAPPNAME), V(, LINEERR_INVALBEARERMODE),
+    V(, LINEERR_INVALCALLCOMPLMODE), V(, LINEERR_INVALCALLHANDLE), V(, LINEERR_INVALCALLPARAMS),
+    V(, LINEERR_INVALCALLPRIVILEGE), V(, LINEERR_INVALCALLSELECT), V(, LINEERR_INVALCALLSTATE),
+    V(, LINEERR_INVALCALLSTATELIST), V(, LINEERR_INVALCARD), V(, LINEERR_INVALCOMPLETIONID),
+    V(, LINEERR_INVALCONFCALLHANDLE), V(, LINEERR_INVALCONSULTCALLHANDLE), V(, LINEERR_INVALCOUNTRYCODE),
+    V(, LINEERR_INVALDEVICECLASS), V(, LINEERR_INVALDEVICEHANDLE), V(, LINEERR_INVALDIALPARAMS),
+    V(, LINEERR_INVALDIGITLIST), V(, LINEERR_INVALDIGITMODE), V(, LINEERR_INVALDIGITS), V(, LINEERR_INVALEXTVERSION),
+    V(, LINEERR_INVALGROUPID), V(, LINEERR_INVALLINEHANDLE), V(, LINEERR_INVALLINESTATE), V(, LINEERR_INVALLOCATION),
+    V(, LINEERR_INVALMEDIALIST), V(, LINEERR_INVALMEDIAMODE), V(, LINEERR_INVALMESSAGEID), V(, LINEERR_INVALPARAM),
+    V(, LINEERR_INVALPARKID), V(, LINEERR_INVALPARKMODE), V(, LINEERR_INVALPOINTER), V(, LINEERR_INVALPRIVSELECT),
+    V(, LINEERR_INVALRATE), V(, LINEERR_INVALREQUESTMODE), V(, LINEERR_INVALTERMINALID),
+    V(, LINEERR_INVALTERMINALMODE), V(, LINEERR_INVALTIMEOUT), V(, LINEERR_INVALTONE), V(, LINEERR_INVALTONELIST),
+    V(, LINEERR_INVALTONEMODE), V(, LINEERR_INVALTRANSFERMODE), V(, LINEERR_LINEMAPPERFAILED),
+    V(, LINEERR_NOCONFERENCE), V(, LINEERR_NODEVICE), V(, LINEERR_NODRIVER), V(, LINEERR_NOMEM),
+    V(, LINEERR_NOREQUEST), V(, LINEERR_NOTOWNER), V(, LINEERR_NOTREGISTERED), V(, LINEERR_OPERATIONFAILED),
+    V(, LINEERR_OPERATIONUNAVAIL), V(, LINEERR_RATEUNAVAIL), V(, LINEERR_RESOURCEUNAVAIL),
+    V(, LINEERR_REQUESTOVERRUN), V(, LINEERR_STRUCTURETOOSMALL), V(, LINEERR_TARGETNOTFOUND), V(, LINEERR_TARGETSELF),
+    V(, LINEERR_UNINITIALIZED), V(, LINEERR_USERUSERINFOTOOBIG), V(, LINEERR_REINIT), V(, LINEERR_ADDRESSBLOCKED),
+    V(, LINEERR_BILLINGREJECTED), V(, LINEERR_INVALFEATURE), V(, LINEERR_NOMULTIPLEINSTANCE),
+    V(, LINEERR_INVALAGENTID), V(, LINEERR_INVALAGENTGROUP), V(, LINEERR_INVALPASSWORD), V(, LINEERR_INVALAGENTSTATE),
+    V(, LINEERR_INVALAGENTACTIVITY), V(, LINEERR_DIALVOICEDETECT), V(, PHONEERR_ALLOCATED), V(, PHONEERR_BADDEVICEID),
+    V(, PHONEERR_INCOMPATIBLEAPIVERSION), V(, PHONEERR_INCOMPATIBLEEXTVERSION), V(, PHONEERR_INIFILECORRUPT),
+    V(, PHONEERR_INUSE), V(, PHONEERR_INVALAPPHANDLE), V(, PHONEERR_INVALAPPNAME), V(, PHONEERR_INVALBUTTONLAMPID),
+    V(, PHONEERR_INVALBUTTONMODE), V(, PHONEERR_INVALBUTTONSTATE), V(, PHONEERR_INVALDATAID),
+    V(, PHONEERR_INVALDEVICECLASS), V(, PHONEERR_INVALEXTVERSION), V(, PHONEERR_INVALHOOKSWITCHDEV),
+    V(, PHONEERR_INVALHOOKSWITCHMODE), V(, PHONEERR_INVALLAMPMODE), V(, PHONEERR_INVALPARAM),
+    V(, PHONEERR_INVALPHONEHANDLE), V(, PHONEERR_INVALPHONESTATE), V(, PHONEERR_INVALPOINTER),
+    V(, PHONEERR_INVALPRIVILEGE), V(, PHONEERR_INVALRINGMODE), V(, PHONEERR_NODEVICE), V(, PHONEERR_NODRIVER),
+    V(, PHONEERR_NOMEM), V(, PHONEERR_NOTOWNER), V(, PHONEERR_OPERATIONFAILED), V(, PHONEERR_OPERATIONUNAVAIL),
+    V(, PHONEERR_RESOURCEUNAVAIL), V(, PHONEERR_REQUESTOVERRUN), V(, PHONEERR_STRUCTURETOOSMALL),
+    V(, PHONEERR_UNINITIALIZED), V(, PHONEERR_REINIT),
+};
+constexpr NamedValue CallStateRows[] = {
+    V(LINECALLSTATE_, IDLE), V(LINECALLSTATE_, OFFERING), V(LINECALLSTATE_, ACCEPTED), V(LINECALLSTATE_, DIALTONE),
+    V(LINECALLSTATE_, DIALING), V(LINECALLSTATE_, RINGBACK), V(LINECALLSTATE_, BUSY), V(LINECALLSTATE_, SPECIALINFO),
+    V(LINECALLSTATE_, CONNECTED), V(LINECALLSTATE_, PROCEEDING), V(LINECALLSTATE_, ONHOLD),
+    V(LINECALLSTATE_, CONFERENCED), V(LINECALLSTATE_, ONHOLDPENDCONF), V(LINECALLSTATE_, ONHOLDPENDTRANSFER),
+    V(LINECALLSTATE_, DISCONNECTED), V(LINECALLSTATE_, UNKNOWN),
+};
+constexpr NamedValue CallInfoStateRows[] = {
+    V(LINECALLINFOSTATE_, OTHER), V(LINECALLINFOSTATE_, DEVSPECIFIC), V(LINECALLINFOSTATE_, BEARERMODE),
+    V(LINECALLINFOSTATE_, RATE), V(LINECALLINFOSTATE_, MEDIAMODE), V(LINECALLINFOSTATE_, APPSPECIFIC),
+    V(LINECALLINFOSTATE_, CALLID), V(LINECALLINFOSTATE_, RELATEDCALLID), V(LINECALLINFOSTATE_, ORIGIN),
+    V(LINECALLINFOSTATE_, REASON), V(LINECALLINFOSTATE_, COMPLETIONID), V(LINECALLINFOSTATE_, NUMOWNERINCR),
+    V(LINECALLINFOSTATE_, NUMOWNERDECR), V(LINECALLINFOSTATE_, NUMMONITORS), V(LINECALLINFOSTATE_, TRUNK),
+    V(LINECALLINFOSTATE_, CALLERID), V(LINECALLINFOSTATE_, CALLEDID), V(LINECALLINFOSTATE_, CONNECTEDID),
+    V(LINECALLINFOSTATE_, REDIRECTIONID), V(LINECALLINFOSTATE_, REDIRECTINGID), V(LINECALLINFOSTATE_, DISPLAY),
+    V(LINECALLINFOSTATE_, USERUSERINFO), V(LINECALLINFOSTATE_, HIGHLEVELCOMP), V(LINECALLINFOSTATE_, LOWLEVELCOMP),
+    V(LINECALLINFOSTATE_, CHARGINGINFO), V(LINECALLINFOSTATE_, TERMINAL), V(LINECALLINFOSTATE_, DIALPARAMS),
+    V(LINECALLINFOSTATE_, MONITORMODES), V(LINECALLINFOSTATE_, TREATMENT), V(LINECALLINFOSTATE_, QOS),
+    V(LINECALLINFOSTATE_, CALLDATA),
+};
+constexpr NamedValue LineDevStateRows[] = {
+    V(LINEDEVSTATE_, OTHER), V(LINEDEVSTATE_, RINGING), V(LINEDEVSTATE_, CONNECTED), V(LINEDEVSTATE_, DISCONNECTED),
+    V(LINEDEVSTATE_, MSGWAITON), V(LINEDEVSTATE_, MSGWAITOFF), V(LINEDEVSTATE_, INSERVICE),
+    V(LINEDEVSTATE_, OUTOFSERVICE), V(LINEDEVSTATE_, MAINTENANCE), V(LINEDEVSTATE_, OPEN), V(LINEDEVSTATE_, CLOSE),
+    V(LINEDEVSTATE_, NUMCALLS), V(LINEDEVSTATE_, NUMCOMPLETIONS), V(LINEDEVSTATE_, TERMINALS),
+    V(LINEDEVSTATE_, ROAMMODE), V(LINEDEVSTATE_, BATTERY), V(LINEDEVSTATE_, SIGNAL), V(LINEDEVSTATE_, DEVSPECIFIC),
+    V(LINEDEVSTATE_, REINIT), V(LINEDEVSTATE_, LOCK), V(LINEDEVSTATE_, CAPSCHANGE), V(LINEDEVSTATE_, CONFIGCHANGE),
+    V(LINEDEVSTATE_, TRANSLATECHANGE), V(LINEDEVSTATE_, COMPLCANCEL), V(LINEDEVSTATE_, REMOVED),
+};
+constexpr NamedValue AddressStateRows[] = {
+    V(LINEADDRESSSTATE_, OTHER), V(LINEADDRESSSTATE_, DEVSPECIFIC), V(LINEADDRESSSTATE_, INUSEZERO),
+    V(LINEADDRESSSTATE_, INUSEONE), V(LINEADDRESSSTATE_, INUSEMANY), V(LINEADDRESSSTATE_, NUMCALLS),
+    V(LINEADDRESSSTATE_, FORWARD), V(LINEADDRESSSTATE_, TERMINALS), V(LINEADDRESSSTATE_, CAPSCHANGE),
+};
+constexpr NamedValue CallFeatureRows[] = {
+    V(LINECALLFEATURE_, ACCEPT), V(LINECALLFEATURE_, ADDTOCONF), V(LINECALLFEATURE_, ANSWER),
+    V(LINECALLFEATURE_, BLINDTRANSFER), V(LINECALLFEATURE_, COMPLETECALL), V(LINECALLFEATURE_, COMPLETETRANSF),
+    V(LINECALLFEATURE_, DIAL), V(LINECALLFEATURE_, DROP), V(LINECALLFEATURE_, GATHERDIGITS),
+    V(LINECALLFEATURE_, GENERATEDIGITS), V(LINECALLFEATURE_, GENERATETONE), V(LINECALLFEATURE_, HOLD),
+    V(LINECALLFEATURE_, MONITORDIGITS), V(LINECALLFEATURE_, MONITORMEDIA), V(LINECALLFEATURE_, MONITORTONES),
+    V(LINECALLFEATURE_, PARK), V(LINECALLFEATURE_, PREPAREADDCONF), V(LINECALLFEATURE_, REDIRECT),
+    V(LINECALLFEATURE_, REMOVEFROMCONF), V(LINECALLFEATURE_, SECURECALL), V(LINECALLFEATURE_, SENDUSERUSER),
+    V(LINECALLFEATURE_, SETCALLPARAMS), V(LINECALLFEATURE_, SETMEDIACONTROL), V(LINECALLFEATURE_, SETTERMINAL),
+    V(LINECALLFEATURE_, SETUPCONF), V(LINECALLFEATURE_, SETUPTRANSFER), V(LINECALLFEATURE_, SWAPHOLD),
+    V(LINECALLFEATURE_, UNHOLD), V(LINECALLFEATURE_, RELEASEUSERUSERINFO), V(LINECALLFEATURE_, SETTREATMENT),
+    V(LINECALLFEATURE_, SETQOS), V(LINECALLFEATURE_, SETCALLDATA),
+};
+constexpr NamedValue AddressFeatureRows[] = {
+    V(LINEADDRFEATURE_, FORWARD), V(LINEADDRFEATURE_, MAKECALL), V(LINEADDRFEATURE_, PICKUP),
+    V(LINEADDRFEATURE_, SETMEDIACONTROL), V(LINEADDRFEATURE_, SETTERMINAL), V(LINEADDRFEATURE_, SETUPCONF),
+    V(LINEADDRFEATURE_, UNCOMPLETECALL), V(LINEADDRFEATURE_, UNPARK), V(LINEADDRFEATURE_, PICKUPHELD),
+    V(LINEADDRFEATURE_, PICKUPGROUP), V(LINEADDRFEATURE_, PICKUPDIRECT), V(LINEADDRFEATURE_, PICKUPWAITING),
+    V(LINEADDRFEATURE_, FORWARDFWD), V(LINEADDRFEATURE_, FORWARDDND),
+};
+constexpr NamedValue LineFeatureRows[] = {
+    V(LINEFEATURE_, DEVSPECIFIC), V(LINEFEATURE_, DEVSPECIFICFEAT), V(LINEFEATURE_, FORWARD),
+    V(LINEFEATURE_, MAKECALL), V(LINEFEATURE_, SETMEDIACONTROL), V(LINEFEATURE_, SETTERMINAL),
+    V(LINEFEATURE_, SETDEVSTATUS), V(LINEFEATURE_, FORWARDFWD), V(LINEFEATURE_, FORWARDDND),
+};
+constexpr NamedValue AddrCapFlagRows[] = {
+    V(LINEADDRCAPFLAGS_, FWDNUMRINGS), V(LINEADDRCAPFLAGS_, PICKUPGROUPID), V(LINEADDRCAPFLAGS_, SECURE),
+    V(LINEADDRCAPFLAGS_, BLOCKIDDEFAULT), V(LINEADDRCAPFLAGS_, BLOCKIDOVERRIDE), V(LINEADDRCAPFLAGS_, DIALED),
+    V(LINEADDRCAPFLAGS_, ORIGOFFHOOK), V(LINEADDRCAPFLAGS_, DESTOFFHOOK), V(LINEADDRCAPFLAGS_, FWDCONSULT),
+    V(LINEADDRCAPFLAGS_, SETUPCONFNULL), V(LINEADDRCAPFLAGS_, AUTORECONNECT), V(LINEADDRCAPFLAGS_, COMPLETIONID),
+    V(LINEADDRCAPFLAGS_, TRANSFERHELD), V(LINEADDRCAPFLAGS_, TRANSFERMAKE), V(LINEADDRCAPFLAGS_, CONFERENCEHELD),
+    V(LINEADDRCAPFLAGS_, CONFERENCEMAKE), V(LINEADDRCAPFLAGS_, PARTIALDIAL), V(LINEADDRCAPFLAGS_, FWDSTATUSVALID),
+    V(LINEADDRCAPFLAGS_, FWDINTEXTADDR), V(LINEADDRCAPFLAGS_, FWDBUSYNAADDR), V(LINEADDRCAPFLAGS_, ACCEPTTOALERT),
+    V(LINEADDRCAPFLAGS_, CONFDROP), V(LINEADDRCAPFLAGS_, PICKUPCALLWAIT), V(LINEADDRCAPFLAGS_, PREDICTIVEDIALER),
+    V(LINEADDRCAPFLAGS_, QUEUE), V(LINEADDRCAPFLAGS_, ROUTEPOINT), V(LINEADDRCAPFLAGS_, HOLDMAKESNEW),
+    V(LINEADDRCAPFLAGS_, NOINTERNALCALLS), V(LINEADDRCAPFLAGS_, NOEXTERNALCALLS), V(LINEADDRCAPFLAGS_, SETCALLINGID),
+};
+constexpr NamedValue DevCapFlagRows[] = {
+    V(LINEDEVCAPFLAGS_, CROSSADDRCONF), V(LINEDEVCAPFLAGS_, HIGHLEVCOMP), V(LINEDEVCAPFLAGS_, LOWLEVCOMP),
+    V(LINEDEVCAPFLAGS_, MEDIACONTROL), V(LINEDEVCAPFLAGS_, MULTIPLEADDR), V(LINEDEVCAPFLAGS_, CLOSEDROP),
+    V(LINEDEVCAPFLAGS_, DIALBILLING), V(LINEDEVCAPFLAGS_, DIALQUIET), V(LINEDEVCAPFLAGS_, DIALDIALTONE),
+};
+constexpr NamedValue PartyFlagRows[] = {
+    V(LINECALLPARTYID_, BLOCKED), V(LINECALLPARTYID_, OUTOFAREA), V(LINECALLPARTYID_, NAME),
+    V(LINECALLPARTYID_, ADDRESS), V(LINECALLPARTYID_, PARTIAL), V(LINECALLPARTYID_, UNKNOWN),
+    V(LINECALLPARTYID_, UNAVAIL),
+};
+constexpr NamedValue ForwardModeRows[] = {
+    V(LINEFORWARDMODE_, UNCOND), V(LINEFORWARDMODE_, UNCONDINTERNAL), V(LINEFORWARDMODE_, UNCONDEXTERNAL),
+    V(LINEFORWARDMODE_, UNCONDSPECIFIC), V(LINEFORWARDMODE_, BUSY), V(LINEFORWARDMODE_, BUSYINTERNAL),
+    V(LINEFORWARDMODE_, BUSYEXTERNAL), V(LINEFORWARDMODE_, BUSYSPECIFIC), V(LINEFORWARDMODE_, NOANSW),
+    V(LINEFORWARDMODE_, NOANSWINTERNAL), V(LINEFORWARDMODE_, NOANSWEXTERNAL), V(LINEFORWARDMODE_, NOANSWSPECIFIC),
+    V(LINEFORWARDMODE_, BUSYNA), V(LINEFORWARDMODE_, BUSYNAINTERNAL), V(LINEFORWARDMODE_, BUSYNAEXTERNAL),
+    V(LINEFORWARDMODE_, BUSYNASPECIFIC), V(LINEFORWARDMODE_, UNKNOWN), V(LINEFORWARDMODE_, UNAVAIL),
+};
+constexpr NamedValue MediaModeRows[] = {
+    V(LINEMEDIAMODE_, UNKNOWN), V(LINEMEDIAMODE_, INTERACTIVEVOICE), V(LINEMEDIAMODE_, AUTOMATEDVOICE),
+    V(LINEMEDIAMODE_, DATAMODEM), V(LINEMEDIAMODE_, G3FAX), V(LINEMEDIAMODE_, TDD), V(LINEMEDIAMODE_, G4FAX),
+    V(LINEMEDIAMODE_, DIGITALDATA), V(LINEMEDIAMODE_, TELETEX), V(LINEMEDIAMODE_, VIDEOTEX), V(LINEMEDIAMODE_, TELEX),
+    V(LINEMEDIAMODE_, MIXED), V(LINEMEDIAMODE_, ADSI), V(LINEMEDIAMODE_, VOICEVIEW), V(LINEMEDIAMODE_, VIDEO),
+};
+constexpr NamedValue BearerModeRows[] = {
+    V(LINEBEARERMODE_, VOICE), V(LINEBEARERMODE_, SPEECH), V(LINEBEARERMODE_, MULTIUSE), V(LINEBEARERMODE_, DATA),
+    V(LINEBEARERMODE_, ALTSPEECHDATA), V(LINEBEARERMODE_, NONCALLSIGNALING), V(LINEBEARERMODE_, PASSTHROUGH),
+    V(LINEBEARERMODE_, RESTRICTEDDATA),
+};
+constexpr NamedValue DigitModeRows[] = {
+    V(LINEDIGITMODE_, PULSE), V(LINEDIGITMODE_, DTMF), V(LINEDIGITMODE_, DTMFEND),
+};
+constexpr NamedValue ToneModeRows[] = {
+    V(LINETONEMODE_, CUSTOM), V(LINETONEMODE_, RINGBACK), V(LINETONEMODE_, BUSY), V(LINETONEMODE_, BEEP),
+    V(LINETONEMODE_, BILLING),
+};
+constexpr NamedValue TransferModeRows[] = {
+    V(LINETRANSFERMODE_, TRANSFER), V(LINETRANSFERMODE_, CONFERENCE),
+};
+constexpr NamedValue DisconnectModeRows[] = {
+    V(LINEDISCONNECTMODE_, NORMAL), V(LINEDISCONNECTMODE_, UNKNOWN), V(LINEDISCONNECTMODE_, REJECT),
+    V(LINEDISCONNECTMODE_, PICKUP), V(LINEDISCONNECTMODE_, FORWARDED), V(LINEDISCONNECTMODE_, BUSY),
+    V(LINEDISCONNECTMODE_, NOANSWER), V(LINEDISCONNECTMODE_, BADADDRESS), V(LINEDISCONNECTMODE_, UNREACHABLE),
+    V(LINEDISCONNECTMODE_, CONGESTION), V(LINEDISCONNECTMODE_, INCOMPATIBLE), V(LINEDISCONNECTMODE_, UNAVAIL),
+    V(LINEDISCONNECTMODE_, NODIALTONE), V(LINEDISCONNECTMODE_, NUMBERCHANGED), V(LINEDISCONNECTMODE_, OUTOFORDER),
+    V(LINEDISCONNECTMODE_, TEMPFAILURE), V(LINEDISCONNECTMODE_, QOSUNAVAIL),
+};
+constexpr NamedValue BusyModeRows[] = {
+    V(LINEBUSYMODE_, STATION), V(LINEBUSYMODE_, TRUNK), V(LINEBUSYMODE_, UNKNOWN), V(LINEBUSYMODE_, UNAVAIL),
+};
+constexpr NamedValue DialToneModeRows[] = {
+    V(LINEDIALTONEMODE_, NORMAL), V(LINEDIALTONEMODE_, SPECIAL), V(LINEDIALTONEMODE_, INTERNAL),
+    V(LINEDIALTONEMODE_, EXTERNAL), V(LINEDIALTONEMODE_, UNKNOWN), V(LINEDIALTONEMODE_, UNAVAIL),
+};
+constexpr NamedValue SpecialInfoRows[] = {
+    V(LINESPECIALINFO_, NOCIRCUIT), V(LINESPECIALINFO_, CUSTIRREG), V(LINESPECIALINFO_, REORDER),
+    V(LINESPECIALINFO_, UNKNOWN), V(LINESPECIALINFO_, UNAVAIL),
+};
+constexpr NamedValue ConnectedModeRows[] = {
+    V(LINECONNECTEDMODE_, ACTIVE), V(LINECONNECTEDMODE_, INACTIVE), V(LINECONNECTEDMODE_, ACTIVEHELD),
+    V(LINECONNECTEDMODE_, INACTIVEHELD), V(LINECONNECTEDMODE_, CONFIRMED),
+};
+constexpr NamedValue OfferingModeRows[] = {
+    V(LINEOFFERINGMODE_, ACTIVE), V(LINEOFFERINGMODE_, INACTIVE),
+};
+constexpr NamedValue CallOriginRows[] = {
+    V(LINECALLORIGIN_, OUTBOUND), V(LINECALLORIGIN_, INTERNAL), V(LINECALLORIGIN_, EXTERNAL),
+    V(LINECALLORIGIN_, UNKNOWN), V(LINECALLORIGIN_, UNAVAIL), V(LINECALLORIGIN_, CONFERENCE),
+    V(LINECALLORIGIN_, INBOUND),
+};
+constexpr NamedValue CallReasonRows[] = {
+    V(LINECALLREASON_, DIRECT), V(LINECALLREASON_, FWDBUSY), V(LINECALLREASON_, FWDNOANSWER),
+    V(LINECALLREASON_, FWDUNCOND), V(LINECALLREASON_, PICKUP), V(LINECALLREASON_, UNPARK),
+    V(LINECALLREASON_, REDIRECT), V(LINECALLREASON_, CALLCOMPLETION), V(LINECALLREASON_, TRANSFER),
+    V(LINECALLREASON_, REMINDER), V(LINECALLREASON_, UNKNOWN), V(LINECALLREASON_, UNAVAIL),
+    V(LINECALLREASON_, INTRUDE), V(LINECALLREASON_, PARKED), V(LINECALLREASON_, CAMPEDON),
+    V(LINECALLREASON_, ROUTEREQUEST),
+};
+constexpr NamedValue CallParamFlagRows[] = {
+    V(LINECALLPARAMFLAGS_, SECURE), V(LINECALLPARAMFLAGS_, IDLE), V(LINECALLPARAMFLAGS_, BLOCKID),
+    V(LINECALLPARAMFLAGS_, ORIGOFFHOOK), V(LINECALLPARAMFLAGS_, DESTOFFHOOK),
+    V(LINECALLPARAMFLAGS_, NOHOLDCONFERENCE), V(LINECALLPARAMFLAGS_, PREDICTIVEDIAL),
+    V(LINECALLPARAMFLAGS_, ONESTEPTRANSFER),
+};
+constexpr NamedValue CallPrivilegeRows[] = {
+    V(LINECALLPRIVILEGE_, NONE), V(LINECALLPRIVILEGE_, MONITOR), V(LINECALLPRIVILEGE_, OWNER),
+};
+constexpr NamedValue AddressModeRows[] = {
+    V(LINEADDRESSMODE_, ADDRESSID), V(LINEADDRESSMODE_, DIALABLEADDR),
+};
+constexpr NamedValue AddressSharingRows[] = {
+    V(LINEADDRESSSHARING_, PRIVATE), V(LINEADDRESSSHARING_, BRIDGEDEXCL), V(LINEADDRESSSHARING_, BRIDGEDNEW),
+    V(LINEADDRESSSHARING_, BRIDGEDSHARED), V(LINEADDRESSSHARING_, MONITORED),
+};
+constexpr NamedValue AnswerModeRows[] = {
+    V(LINEANSWERMODE_, NONE), V(LINEANSWERMODE_, DROP), V(LINEANSWERMODE_, HOLD),
+};
+constexpr NamedValue RemoveFromConfModeRows[] = {
+    V(LINEREMOVEFROMCONF_, NONE), V(LINEREMOVEFROMCONF_, LAST), V(LINEREMOVEFROMCONF_, ANY),
+};
+constexpr NamedValue DevStatusFlagRows[] = {
+    V(LINEDEVSTATUSFLAGS_, CONNECTED), V(LINEDEVSTATUSFLAGS_, MSGWAIT), V(LINEDEVSTATUSFLAGS_, INSERVICE),
+    V(LINEDEVSTATUSFLAGS_, LOCKED),
+};
+constexpr NamedValue RoamModeRows[] = {
+    V(LINEROAMMODE_, UNKNOWN), V(LINEROAMMODE_, UNAVAIL), V(LINEROAMMODE_, HOME), V(LINEROAMMODE_, ROAMA),
+    V(LINEROAMMODE_, ROAMB),
+};
+constexpr NamedValue StringFormatRows[] = {
+    V(STRINGFORMAT_, ASCII), V(STRINGFORMAT_, DBCS), V(STRINGFORMAT_, UNICODE), V(STRINGFORMAT_, BINARY),
+};
+constexpr NamedValue ProviderOptionRows[] = {
+    V(LINETSPIOPTION_, NONREENTRANT),
+};
+constexpr NamedValue PhoneStateRows[] = {
+    V(PHONESTATE_, OTHER), V(PHONESTATE_, CONNECTED), V(PHONESTATE_, DISCONNECTED), V(PHONESTATE_, OWNER),
+    V(PHONESTATE_, MONITORS), V(PHONESTATE_, DISPLAY), V(PHONESTATE_, LAMP), V(PHONESTATE_, RINGMODE),
+    V(PHONESTATE_, RINGVOLUME), V(PHONESTATE_, HANDSETHOOKSWITCH), V(PHONESTATE_, HANDSETVOLUME),
+    V(PHONESTATE_, HANDSETGAIN), V(PHONESTATE_, SPEAKERHOOKSWITCH), V(PHONESTATE_, SPEAKERVOLUME),
+    V(PHONESTATE_, SPEAKERGAIN), V(PHONESTATE_, HEADSETHOOKSWITCH), V(PHONESTATE_, HEADSETVOLUME),
+    V(PHONESTATE_, HEADSETGAIN), V(PHONESTATE_, SUSPEND), V(PHONESTATE_, RESUME), V(PHONESTATE_, DEVSPECIFIC),
+    V(PHONESTATE_, REINIT), V(PHONESTATE_, CAPSCHANGE), V(PHONESTATE_, REMOVED),
+};
+constexpr NamedValue HookSwitchDevRows[] = {
+    V(PHONEHOOKSWITCHDEV_, HANDSET), V(PHONEHOOKSWITCHDEV_, SPEAKER), V(PHONEHOOKSWITCHDEV_, HEADSET),
+};
+constexpr NamedValue HookSwitchModeRows[] = {
+    V(PHONEHOOKSWITCHMODE_, ONHOOK), V(PHONEHOOKSWITCHMODE_, MIC), V(PHONEHOOKSWITCHMODE_, SPEAKER),
+    V(PHONEHOOKSWITCHMODE_, MICSPEAKER), V(PHONEHOOKSWITCHMODE_, UNKNOWN),
+};
+constexpr NamedValue LampModeRows[] = {
+    V(PHONELAMPMODE_, DUMMY), V(PHONELAMPMODE_, OFF), V(PHONELAMPMODE_, STEADY), V(PHONELAMPMODE_, WINK),
+    V(PHONELAMPMODE_, FLASH), V(PHONELAMPMODE_, FLUTTER), V(PHONELAMPMODE_, BROKENFLUTTER),
+    V(PHONELAMPMODE_, UNKNOWN),
+};
+constexpr NamedValue ButtonModeRows[] = {
+    V(PHONEBUTTONMODE_, DUMMY), V(PHONEBUTTONMODE_, CALL), V(PHONEBUTTONMODE_, FEATURE), V(PHONEBUTTONMODE_, KEYPAD),
+    V(PHONEBUTTONMODE_, LOCAL), V(PHONEBUTTONMODE_, DISPLAY),
+};
+#undef V
+// clang-format on
 
 constexpr DWORD NEW_CALL = 500;  // LINE_NEWCALL
 
-}  // namespace
-
-const std::span<const NamedValue> CallStates = CallStateNames, CallInfoStates = CallInfoNames,
-                                  LineDevStates = LineDevNames, AddressStates = AddressStateNames,
-                                  CallFeatures = CallFeatureNames, AddressFeatures = AddressFeatureNames,
-                                  AddrCapFlags = AddrCapNames, PartyFlags = PartyNames, ForwardModes = ForwardNames,
-                                  MediaModes = MediaNames, BearerModes = BearerNames, DigitModes = DigitNames,
-                                  TransferModes = TransferNames;
-
-std::string Hex(DWORD_PTR value) {
-    char text[32];
-    std::snprintf(text, sizeof text, "0x%llX", static_cast<unsigned long long>(value));
-    return text;
+bool SameWord(const std::string& a, const char* b) {
+    return a.size() == std::strlen(b) && std::equal(a.begin(), a.end(), b, [](unsigned char x, unsigned char y) {
+               return std::toupper(x) == std::toupper(y);
+           });
 }
 
-std::string ValueName(DWORD value, std::span<const NamedValue> names) {
+bool ValueOf(std::string word, Names names, DWORD& value) {
+    if (ParseNumber(word, value))
+        return true;
+    if (const std::size_t prefix = word.rfind('_'); prefix != std::string::npos)
+        word.erase(0, prefix + 1);
+    for (const NamedValue& named : names)
+        if (SameWord(word, named.name)) {
+            value = named.value;
+            return true;
+        }
+    return false;
+}
+
+}  // namespace
+
+const Names Errors = ErrorRows;
+const Names CallStates = CallStateRows;
+const Names CallInfoStates = CallInfoStateRows;
+const Names LineDevStates = LineDevStateRows;
+const Names AddressStates = AddressStateRows;
+const Names CallFeatures = CallFeatureRows;
+const Names AddressFeatures = AddressFeatureRows;
+const Names LineFeatures = LineFeatureRows;
+const Names AddrCapFlags = AddrCapFlagRows;
+const Names DevCapFlags = DevCapFlagRows;
+const Names PartyFlags = PartyFlagRows;
+const Names ForwardModes = ForwardModeRows;
+const Names MediaModes = MediaModeRows;
+const Names BearerModes = BearerModeRows;
+const Names DigitModes = DigitModeRows;
+const Names ToneModes = ToneModeRows;
+const Names TransferModes = TransferModeRows;
+const Names DisconnectModes = DisconnectModeRows;
+const Names BusyModes = BusyModeRows;
+const Names DialToneModes = DialToneModeRows;
+const Names SpecialInfos = SpecialInfoRows;
+const Names ConnectedModes = ConnectedModeRows;
+const Names OfferingModes = OfferingModeRows;
+const Names CallOrigins = CallOriginRows;
+const Names CallReasons = CallReasonRows;
+const Names CallParamFlags = CallParamFlagRows;
+const Names CallPrivileges = CallPrivilegeRows;
+const Names AddressModes = AddressModeRows;
+const Names AddressSharings = AddressSharingRows;
+const Names AnswerModes = AnswerModeRows;
+const Names RemoveFromConfModes = RemoveFromConfModeRows;
+const Names DevStatusFlags = DevStatusFlagRows;
+const Names RoamModes = RoamModeRows;
+const Names StringFormats = StringFormatRows;
+const Names ProviderOptions = ProviderOptionRows;
+const Names PhoneStates = PhoneStateRows;
+const Names HookSwitchDevs = HookSwitchDevRows;
+const Names HookSwitchModes = HookSwitchModeRows;
+const Names LampModes = LampModeRows;
+const Names ButtonModes = ButtonModeRows;
+
+bool ParseNumber(const std::string& text, DWORD& value) {
+    const bool hex = text.starts_with("0x") || text.starts_with("0X");
+    const char* const begin = text.data() + (hex ? 2 : 0);
+    const char* const end = text.data() + text.size();
+    const auto [stop, error] = std::from_chars(begin, end, value, hex ? 16 : 10);
+    return error == std::errc() && stop == end;
+}
+
+std::string ValueName(DWORD value, Names names) {
     for (const NamedValue& named : names)
         if (named.value == value)
             return named.name;
     return Hex(value);
 }
 
-std::string FlagNames(DWORD value, std::span<const NamedValue> names) {
+std::string FlagNames(DWORD value, Names names) {
     std::string out;
     for (const NamedValue& named : names)
         if ((value & named.value) != 0) {
@@ -119,6 +355,20 @@ std::string FlagNames(DWORD value, std::span<const NamedValue> names) {
     return out.empty() ? "0" : out;
 }
 
+bool FlagsValue(const std::string& text, Names names, DWORD& value) {
+    DWORD all = 0;
+    for (std::size_t at = 0; at <= text.size();) {
+        const std::size_t end = std::min(text.find('|', at), text.size());
+        DWORD one = 0;
+        if (!ValueOf(text.substr(at, end - at), names, one))
+            return false;
+        all |= one;
+        at = end + 1;
+    }
+    value = all;
+    return true;
+}
+
 std::string ResultName(LONG result) {
     if (result >= 0)
         return std::to_string(result);
@@ -127,69 +377,64 @@ std::string ResultName(LONG result) {
     return name.starts_with("0x") ? name : name + " (" + Hex(code) + ")";
 }
 
-std::string FromWide(const WCHAR* text, std::size_t length) {
-    std::string out;
-    for (std::size_t i = 0; i < length && text[i] != 0; ++i) {
-        const auto c = static_cast<unsigned>(text[i]);
-        if (c < 0x80) {
-            out += static_cast<char>(c);
-        } else if (c < 0x800) {
-            out += static_cast<char>(0xC0 | c >> 6);
-            out += static_cast<char>(0x80 | (c & 0x3F));
-        } else {
-            out += static_cast<char>(0xE0 | c >> 12);
-            out += static_cast<char>(0x80 | (c >> 6 & 0x3F));
-            out += static_cast<char>(0x80 | (c & 0x3F));
+bool ResultValue(const std::string& text, LONG& result) {
+    DWORD value = 0;
+    bool known = ParseNumber(text, value);
+    for (const NamedValue& named : Errors)
+        if (!known && SameWord(text, named.name)) {
+            value = named.value;
+            known = true;
         }
-    }
-    return out;
+    result = static_cast<LONG>(value);
+    return known;
 }
 
-std::basic_string<WCHAR> ToWide(const std::string& text) {
-    std::basic_string<WCHAR> out;
-    for (std::size_t i = 0; i < text.size();) {
-        const auto byte = [&](std::size_t at) {
-            return at < text.size() ? static_cast<unsigned>(static_cast<unsigned char>(text[at])) : 0u;
-        };
-        unsigned point = byte(i);
-        std::size_t length = 1;
-        if (point >= 0xE0) {
-            point = (point & 15) << 12 | (byte(i + 1) & 63) << 6 | (byte(i + 2) & 63);
-            length = 3;
-        } else if (point >= 0xC0) {
-            point = (point & 31) << 6 | (byte(i + 1) & 63);
-            length = 2;
-        }
-        out += static_cast<WCHAR>(point);
-        i += length;
+Names ModeNames(DWORD callState) {
+    switch (callState) {
+    case LINECALLSTATE_OFFERING: return OfferingModes;
+    case LINECALLSTATE_DIALTONE: return DialToneModes;
+    case LINECALLSTATE_BUSY: return BusyModes;
+    case LINECALLSTATE_SPECIALINFO: return SpecialInfos;
+    case LINECALLSTATE_CONNECTED: return ConnectedModes;
+    case LINECALLSTATE_DISCONNECTED: return DisconnectModes;
+    default: return {};
     }
-    return out;
 }
 
-std::string LineEventText(int call, DWORD message, DWORD_PTR p1, DWORD_PTR p2) {
+std::string CallNumber(HDRVCALL call) {
+    const auto handle = reinterpret_cast<std::uintptr_t>(call);
+    return handle < 0x10000 ? std::to_string(handle) : Hex(handle);
+}
+
+std::string LineEventText(const std::string& who, DWORD message, DWORD_PTR p1, DWORD_PTR p2) {
     const auto value = static_cast<DWORD>(p1);
-    const std::string who = call < 0 ? std::string() : " call " + std::to_string(call);
+    const std::string call = who.empty() ? "" : " " + who;
     switch (message) {
-    case NEW_CALL: return "LINE_NEWCALL call " + std::to_string(p1);
+    case NEW_CALL: return "LINE_NEWCALL" + call;
     case LINE_CALLSTATE: {
-        std::string text = "LINE_CALLSTATE" + who + " " + FlagNames(value, CallStateNames);
+        std::string text = "LINE_CALLSTATE" + call + " " + FlagNames(value, CallStates);
         if (p2 != 0)
-            text += " mode " + ValueName(static_cast<DWORD>(p2), DisconnectNames);
+            text += " mode " + FlagNames(static_cast<DWORD>(p2), ModeNames(value));
         return text;
     }
-    case LINE_CALLINFO: return "LINE_CALLINFO" + who + " " + FlagNames(value, CallInfoNames);
-    case LINE_LINEDEVSTATE: return "LINE_LINEDEVSTATE " + FlagNames(value, LineDevNames);
+    case LINE_CALLINFO: return "LINE_CALLINFO" + call + " " + FlagNames(value, CallInfoStates);
+    case LINE_LINEDEVSTATE: return "LINE_LINEDEVSTATE " + FlagNames(value, LineDevStates);
     case LINE_ADDRESSSTATE:
         return "LINE_ADDRESSSTATE address " + std::to_string(p1) + " " +
-               FlagNames(static_cast<DWORD>(p2), AddressStateNames);
+               FlagNames(static_cast<DWORD>(p2), AddressStates);
     case LINE_CLOSE: return "LINE_CLOSE";
-    default: return "line message " + std::to_string(message) + who + " " + Hex(p1) + " " + Hex(p2);
+    default: return "line message " + std::to_string(message) + call + " " + Hex(p1) + " " + Hex(p2);
     }
 }
 
 std::string PhoneEventText(DWORD message, DWORD_PTR p1, DWORD_PTR p2) {
+    if (message == PHONE_CLOSE)
+        return "PHONE_CLOSE";
     if (message != PHONE_STATE)
         return "phone message " + std::to_string(message) + " " + Hex(p1) + " " + Hex(p2);
-    const std::string text = "PHONE_STATE " + FlagNames(static_cast<DWORD>(p1), PhoneStateNames);
-    return static_cast<DWORD>(p1) == PHONESTATE_LAMP ? text + " " + std::to_string(p2) : text;
+    const auto state = static_cast<DWORD>(p1);
+    const std::string text = "PHONE_STATE " + FlagNames(state, PhoneStates);
+    return state == PHONESTATE_LAMP || p2 != 0 ? text + " " + std::to_string(p2) : text;
 }
+
+}  // namespace Tsphost

@@ -475,6 +475,12 @@ inline constexpr DWORD LINEROAMMODE_HOME = 4;
 inline constexpr DWORD LINEROAMMODE_ROAMA = 8;
 inline constexpr DWORD LINEROAMMODE_ROAMB = 0x10;
 
+inline constexpr DWORD LINETONEMODE_CUSTOM = 1;
+inline constexpr DWORD LINETONEMODE_RINGBACK = 2;
+inline constexpr DWORD LINETONEMODE_BUSY = 4;
+inline constexpr DWORD LINETONEMODE_BEEP = 8;
+inline constexpr DWORD LINETONEMODE_BILLING = 0x10;
+
 inline constexpr DWORD LINETRANSFERMODE_TRANSFER = 1;
 inline constexpr DWORD LINETRANSFERMODE_CONFERENCE = 2;
 
