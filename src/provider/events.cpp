@@ -8,6 +8,7 @@
 #include "tracking/model.h"
 
 #include <cstring>
+#include <utility>
 
 DynamicConfigRecord DynamicConfig;
 int LastHeldCref = -1;
@@ -31,14 +32,18 @@ void SendNewCall(int cref, HTAPICALL& handle) {
 }  // namespace
 
 DRV_REQUESTID SendCompletion(ProviderStateRecord& provider, LONG result) {
-    const DRV_REQUESTID request = provider.PendingRequestID;
+    // Cleared first: a request that comes in from the callback finds none pending.
+    const DRV_REQUESTID request = std::exchange(provider.PendingRequestID, 0);
+    CompleteRequest(provider, request, result);
+    return request;
+}
+
+void CompleteRequest(ProviderStateRecord& provider, DRV_REQUESTID request, LONG result) {
     if (request == 0)
-        return 0;
+        return;
     Trace(TRACE_ENTRY, "SendCompletion:%lx, res:%lx", request, result);
-    provider.PendingRequestID = 0;  // first: a request that comes in from the callback finds none pending
     if (provider.CompletionProc != nullptr)
         provider.CompletionProc(request, result);
-    return request;
 }
 
 void DoLineEvent(DWORD message, DWORD_PTR param1, DWORD_PTR param2, int cref) {
