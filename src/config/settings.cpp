@@ -5,6 +5,7 @@
 
 #include <algorithm>
 #include <cstring>
+#include <utility>
 
 SettingsRecord Settings = [] {
     SettingsRecord record{};

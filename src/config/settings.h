@@ -46,16 +46,18 @@ enum SoftKeyIndex {
 };
 enum StringIndex { STRING_HANG_UP, STRING_CANCEL_SECOND_CALL, STRING_DIAL };
 
+constexpr std::size_t MCDU_SIZE = 25;  // the set's directory number, terminator included: what the store gives back
+
 // Configuration held in memory.
 struct SettingsRecord {
     char SoftKeyLabels[MAX_TA_SK + 1][7];
     char DisplayStrings[MAX_TA_STRING + 1][32];
     char ServiceCodes[MAX_TA_CODE + 1][5];
-    char SetMCDU[SETTING_SIZE];  // the set's own directory number
-    char ExtPrefix[20];          // outside-call prefix
-    int ExtPrefixDisp;           // 1: the prefix is shown before a caller's number
-    int MaxDigitLocal;           // longest internal number, 2 to 19
-    int EnquiryCallMode;         // 0: a second call stands on another key; 1: on the same key
+    char SetMCDU[MCDU_SIZE];  // the set's own directory number
+    char ExtPrefix[20];       // outside-call prefix
+    int ExtPrefixDisp;        // 1: the prefix is shown before a caller's number
+    int MaxDigitLocal;        // longest internal number, 2 to 19
+    int EnquiryCallMode;      // 0: a second call stands on another key; 1: on the same key
     char PublicOperator[20];
     int SupervService;  // 1: supervision keys are followed
 };

@@ -27,7 +27,8 @@ void ResetThreadState() {
     Marks = RequestMarks{};
     RunningRequest = RunningRequestRecord{};
     Tracking = TrackingState{};
-    DynamicConfig = DynamicConfigRecord{};
+    DynamicConfig.WaitDynamicConfig = 1;  // StaticConfig stays: only a complete dialogue ends it
+    DynamicConfig.WaitTraceMode = 0;
     AomTable = {};
     AomCount = 0;
     SortAomModules();

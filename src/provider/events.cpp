@@ -14,8 +14,6 @@ int LastHeldCref = -1;
 
 namespace {
 
-constexpr DWORD NEW_CALL = 500;  // LINE_NEWCALL: the telephony service's own message, below the provider interface
-
 // TAPI's handle of a call; a null one for a cref that names none.
 HTAPICALL HandleOf(int cref) {
     if (cref == CONF_CREF)
@@ -26,8 +24,8 @@ HTAPICALL HandleOf(int cref) {
 // TAPI writes its handle through the second parameter while it handles the event.
 void SendNewCall(int cref, HTAPICALL& handle) {
     handle = HTAPICALL{};
-    ProviderState.LineEventProc(ProviderState.htLine, HTAPICALL{}, NEW_CALL, static_cast<DWORD_PTR>(cref),
-                                reinterpret_cast<DWORD_PTR>(&handle), 0);
+    ProviderState.LineEventProc(ProviderState.htLine, HTAPICALL{}, static_cast<DWORD>(LINE_NEWCALL),
+                                static_cast<DWORD_PTR>(cref), reinterpret_cast<DWORD_PTR>(&handle), 0);
 }
 
 }  // namespace

@@ -159,8 +159,9 @@ LONG StopSerialThread() {
 }
 
 LONG WaitLineMutex() {
-    if (Process.LineMutex != nullptr) {
-        const DWORD wait = WaitForSingleObject(Process.LineMutex, MUTEX_WAIT_MS);
+    const std::atomic_ref shared(Process.LineMutex);  // two threads may be the first to ask
+    if (const HANDLE mutex = shared.load(); mutex != nullptr) {
+        const DWORD wait = WaitForSingleObject(mutex, MUTEX_WAIT_MS);
         if (wait == WAIT_ABANDONED)
             Trace(TRACE_ALWAYS, "WAITLINEMUTEX PRB WAIT_ABANDONED");
         else if (wait == WAIT_TIMEOUT)
@@ -168,13 +169,17 @@ LONG WaitLineMutex() {
         return static_cast<LONG>(wait);
     }
     Trace(TRACE_ALWAYS, "MutexLine creation");
-    Process.LineMutex = CreateMutexA(nullptr, TRUE, LINE_MUTEX);
-    if (Process.LineMutex == nullptr) {
-        Trace(TRACE_ALWAYS, "MutexLine not created error %d", GetLastError());
+    const HANDLE made = CreateMutexA(nullptr, TRUE, LINE_MUTEX);
+    const DWORD error = GetLastError();
+    if (made == nullptr) {
+        Trace(TRACE_ALWAYS, "MutexLine not created error %d", error);
         return NO_DRIVER;
     }
-    // Another process has made it already: then making it has not given it to this thread.
-    return GetLastError() == ERROR_ALREADY_EXISTS ? WaitLineMutex() : 0;
+    HANDLE none = nullptr;
+    if (!shared.compare_exchange_strong(none, made))
+        CloseHandle(made);  // another thread's handle to the same mutex was first
+    // Where it existed already, here or in another process, making it has not given it to this thread.
+    return error == ERROR_ALREADY_EXISTS ? WaitLineMutex() : 0;
 }
 
 LONG ReleaseLineMutex(LONG result) {

@@ -159,7 +159,7 @@ Party ReadParties() {
         party.NamePresent = true;
         for (; at < DISPLAY_COLUMNS; ++at) {
             if (IsSeparator(raw[at])) {
-                const char next = at + 1 < DISPLAY_COLUMNS ? raw[at + 1] : ' ';
+                const char next = at + 1 < DISPLAY_COLUMNS ? raw[at + 1] : '\0';  // a last separator is text
                 if (IsSeparator(next))
                     break;
                 if (IsDigit(next)) {
@@ -642,7 +642,8 @@ void InterpretInformation(int p) {
 
 // The key that line 0 names ("3:..."), or -1. Only keys 1 to 9 can be named.
 int NamedKey() {
-    return IsDigit(Raw(0)[0]) && Raw(0)[1] == ':' ? Raw(0)[0] - '0' : -1;
+    // No key 0: a call's duration ("0:15") must not name the records that stand on none.
+    return IsDigit(Raw(0)[0]) && Raw(0)[0] != '0' && Raw(0)[1] == ':' ? Raw(0)[0] - '0' : -1;
 }
 
 // The end of a text from column `from`: the first blank that a blank follows.
@@ -687,14 +688,14 @@ void TakeNumberWithOrigin(CallRecord& call, const char* text) {
             call.Origin = LINECALLORIGIN_EXTERNAL;
         } else {
             CopyText(call.DestAddress, text);
-            Trace(TRACE_ENTRY, "no prefix =>origin INTERNAL");
+            Trace(TRACE_CALL, "no prefix =>origin INTERNAL");
             call.Origin = LINECALLORIGIN_INTERNAL;
         }
     } else {
         CopyText(call.DestAddress, text);
         const bool external = std::strlen(text) > static_cast<std::size_t>(std::max(Settings.MaxDigitLocal, 0));
         call.Origin = external ? LINECALLORIGIN_EXTERNAL : LINECALLORIGIN_INTERNAL;
-        Trace(TRACE_ENTRY, external ? "origin EXTERNAL" : "origin INTERNAL");
+        Trace(TRACE_CALL, external ? "origin EXTERNAL" : "origin INTERNAL");
     }
     call.DestName[0] = 0;
     TraceNumber(call.DestAddress);

@@ -128,7 +128,7 @@ void ResetCallRecord(int cref);
 int SearchState(int key, DWORD state);
 // The cref in slot 0, or in slot 1 when slot 0 is empty; -1 when both are.
 int CallOnKey(int key);
-// Empties the key's slot that holds the cref: slot 0 if it holds it, else slot 1.
+// Empties the key's slot that holds the cref, if one does.
 void LeaveSlot(int key, int cref);
 // Ends a call that the set no longer shows: DISCONNECTED, IDLE, record and slot freed.
 void ClearCall(int cref);

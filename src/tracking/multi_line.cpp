@@ -326,6 +326,7 @@ void DisconnectedThenHeldRings(int key) {
         SendIdleIfDirected(cref);
         Trace(TRACE_CALL, "Icone:%d - Etat:IDLE - Ref:%d", key, cref);
         LeaveSlot(Tracking.ActivCallTouch, cref);
+        LeaveSlot(key, cref);  // where it rings on a key that is not the active one
         CallOf(cref).touch = 0;
         ResetCallRecord(cref);
     }
