@@ -43,11 +43,10 @@ void EnsureInbound(int cref) {
 void TakeLine(int key) {
     int cref = -1;
     if (RunningRequest.Code == REQUEST_SETUP_TRANSFER && Settings.EnquiryCallMode == 0) {
+        // Cleared first: the completion's callback may start the next one.
+        cref = std::exchange(RunningRequest, {}).ConsultCref;
         SendCompletion(ProviderState, 0);
         Trace(TRACE_CALL, "sendCompletion SetupTransfer ");
-        RunningRequest.Code = REQUEST_NONE;
-        RunningRequest.Cref = -1;
-        cref = std::exchange(RunningRequest.ConsultCref, -1);
         if (IsCref(cref)) {
             CallRecord& call = CallOf(cref);
             call.state = LINECALLSTATE_DIALTONE;
