@@ -84,7 +84,10 @@ void MoveIncomingTo(int key, int cref) {
 void TakeWaitingCalls(int key) {
     if (IsCref(Tracking.PickUpCref)) {
         const int cref = Tracking.PickUpCref;  // stays set until the call is reported connected
+        const bool unknown = CallOf(cref).touch == 0;
         MoveIncomingTo(key, cref);
+        if (unknown)
+            DoLineEventNewCall(cref);
         Trace(TRACE_CALL, "InPickUpFunction Icone:%d - Etat:PROCEEDING - Ref:%d", key, cref);
         CallOf(cref).state = LINECALLSTATE_PROCEEDING;
         SendCallState(cref, LINECALLSTATE_PROCEEDING);
