@@ -83,8 +83,8 @@ void CompleteRunningDrop(int cref) {
     if (RunningRequest.Cref != cref || RunningRequest.Code != REQUEST_DROP)
         return;
     Trace(TRACE_ENTRY, "lineDrop Running cref %04x => LINE_REPLY OK", cref);
+    RunningRequest = RunningRequestRecord{};  // first: the callback may start the next one
     SendCompletion(ProviderState, 0);
-    RunningRequest = RunningRequestRecord{};
 }
 
 void PhoneStateEvent(DWORD param1, DWORD param2) {
