@@ -165,7 +165,8 @@ bool IsBossOrSecretary(int key) {
 // Whether both calls are in states in which they can be joined.
 bool CanJoin(const CallRecord& call, const CallRecord& consult) {
     const DWORD pair = call.state | consult.state;
-    return pair == CONNECTED_AND_HELD || pair == CONNECTED_AND_REOFFERED || pair == LINECALLSTATE_CONFERENCED;
+    return pair == CONNECTED_AND_HELD || pair == CONNECTED_AND_REOFFERED ||
+           (call.state == LINECALLSTATE_CONFERENCED && consult.state == LINECALLSTATE_CONFERENCED);
 }
 
 // A transfer is possible while the consultation call still rings, where the set leaves the line keys free for it.
