@@ -158,29 +158,32 @@ TEST_F(Dialogue, WrongSetAndNoKeysAskNothingFurther) {
 
 TEST_F(Dialogue, KeysOutsideTheTablesAreSkippedAndStillCounted) {
     Associate(3);
-    HandleKeyAck(1, Bytes()(13));
-    HandleKeyInfoAck(1, Keys({{90, "4700"}, {5, "4705"}}));
+    HandleKeyAck(1, Bytes()(14));
+    HandleKeyInfoAck(1, Keys({{90, "4700"}, {5, "4705"}, {0, "4706"}}));
     const std::vector<std::string> lines = TraceLines();
+    EXPECT_THAT(lines, testing::Contains("TouchId:0 - no key of the set, skipped"));
     EXPECT_THAT(lines, testing::Contains("TouchId:90 hors borne - non prise en compte"));
     EXPECT_THAT(lines, testing::Contains("TouchId:5 - :4705"));
-    EXPECT_THAT(lines, testing::Contains(" nb_of_info_rcvd:2 - nb_touch_include:2 "));
-    HandleKeyInfoAck(1, Keys({{11, ""},
-                              {12, ""},
-                              {13, ""},
-                              {14, ""},
-                              {15, ""},
-                              {16, ""},
-                              {17, ""},
-                              {18, ""},
-                              {19, ""},
-                              {20, ""},
-                              {21, ""}}));
+    EXPECT_THAT(lines, testing::Contains(" nb_of_info_rcvd:3 - nb_touch_include:3 "));
+    Bytes eleven;
+    eleven(11);
+    for (int key = 11; key <= 21; ++key)
+        eleven(key)(0)(0);
+    HandleKeyInfoAck(1, eleven);
     EXPECT_EQ(KeyLists.Multi.Count, 10);
     EXPECT_EQ(TouchTable[20].kind, TOUCH_NONE) << "the eleventh key finds no room";
-    HandleKeySpeAck(1, Bytes()(4)(0)(0)(0));
+    HandleKeySpeAck(1, Bytes()(6)(0)(0)(0));
     Requests();
-    HandleKeySpeInfoAck(
-        1, Bytes()(4)(99)(7).Counted("x")(30)(5).Counted("y")(31)(7).Counted(std::string(60, 'z'))(32)(7).Counted("w"));
+    HandleKeySpeInfoAck(1, Bytes()(6)(99)(7)
+                               .Counted("x")(0)(7)
+                               .Counted("x")(30)(5)
+                               .Counted("y")(11)(5)
+                               .Counted("y")(31)(7)
+                               .Counted(std::string(60, 'z'))(32)(7)
+                               .Counted("w"));
+    EXPECT_EQ(TouchTable[30].kind, TOUCH_NONE);
+    EXPECT_EQ(TouchTable[11].kind, TOUCH_MULTI) << "a kind that nobody knows takes no key away";
+    EXPECT_STREQ(TouchTable[0].label, "");
     EXPECT_THAT(Requests(), ElementsAre("10"));
     EXPECT_THAT(TraceLines(), testing::Contains("tou spe 30 genr_tou 5 inconnu"));
     EXPECT_THAT(std::vector<int>(KeyLists.Superv.begin(), KeyLists.Superv.end()), ElementsAre(31, 32));
