@@ -72,19 +72,14 @@ TEST_F(LineEdges, NothingIsWrittenBehindABufferThatIsTooSmall) {
 }
 
 TEST_F(LineEdges, AddressIsPlacedWholeOrNotAtAll) {
-    const std::string address(39, '4');
-    CopyText(ProviderState.LineAddress, address.c_str());
-    auto* caps = Room<LINEADDRESSCAPS>(228 + 79);
-    ASSERT_EQ(TSPI_lineGetAddressCaps(6, 0, 0x20000, 0, caps), 0);
-    EXPECT_EQ(caps->dwNeededSize, 228u + 80);
-    EXPECT_EQ(caps->dwAddressSize, 0xEEEEEEEEu) << "left as it came";
+    CopyText(ProviderState.LineAddress, std::string(39, '4').c_str());
+    ASSERT_EQ(TSPI_lineGetAddressCaps(6, 0, 0x20000, 0, Room<LINEADDRESSCAPS>(228 + 79)), 0);
     EXPECT_LE(WrittenUpTo(), 228u);
-    caps = Room<LINEADDRESSCAPS>(228 + 80);
-    ASSERT_EQ(TSPI_lineGetAddressCaps(6, 0, 0x20000, 0, caps), 0);
-    EXPECT_EQ(caps->dwUsedSize, 228u + 80);
-    EXPECT_EQ(Bytes[228 + 76], '4');
-    EXPECT_EQ(Bytes[228 + 78] + Bytes[228 + 79], 0) << "terminated inside";
-    EXPECT_EQ(Bytes[228 + 80], 0xEE);
+    EXPECT_EQ(Filled().count(16), 0u) << "its size is left as it came";
+    ASSERT_EQ(TSPI_lineGetAddressCaps(6, 0, 0x20000, 0, Room<LINEADDRESSCAPS>(228 + 80)), 0);
+    EXPECT_EQ(WrittenUpTo(), 228u + 80);
+    EXPECT_EQ(Filled()[16], 80u);
+    EXPECT_EQ(Filled()[228 + 76], DWORD{'4'}) << "terminated inside";
 }
 
 // Every field that is filled, by its place in the structure; all others stay as they came.

@@ -312,9 +312,7 @@ TEST_F(LinkLayer, HowAStreamIsCutIntoReadsDoesNotMatter) {
     const auto command = [&] {
         switch (upTo(3)) {
         case 0: return noise(ToBytes({0x61, 0x27, upTo(3), upTo(40)}), upTo(12));
-        case 1:
-            return upTo(2) == 0 ? ToBytes({0x61, 0x47, 1 + upTo(2), 0x20, 0x20})
-                                : ToBytes({0x61, 0x47, 1 + upTo(2), 0, 0});
+        case 1: return Join({ToBytes({0x61, 0x47, 1 + upTo(2)}), ByteList(2, upTo(2) == 0 ? 0x20 : 0)});
         default: return ToBytes({0x62, 0x03, 0x80 + upTo(10)});
         }
     };

@@ -12,7 +12,6 @@
 
 #include <cstring>
 #include <fstream>
-#include <random>
 
 namespace {
 
@@ -205,12 +204,9 @@ TEST_F(Dialogue, WhatIsTakenAndWhatIsDroppedIsTracedAtItsLevel) {
                 ElementsAre("TouchId:0 - no key of the set, skipped", "tou spe 99 - no key of the set, skipped",
                             "tou spe 0 - no key of the set, skipped", "Reception d'une string d'ID > MAX_TA_STRING",
                             "Reception d'une SK d'ID > MAX_TA_SK", "Reception d'un code d'ID (7) > MAX_TA_CODE (6)"));
-    std::vector<std::string> lines = traced(TRACE_CONFIG);
-    lines.resize(7);
-    EXPECT_THAT(lines,
-                ElementsAre("Nbre multi touch:9", "TouchId:5 - :a", "TouchId:90 hors borne - non prise en compte",
-                            "TouchId:0 - no key of the set, skipped", " nb_of_info_rcvd:3 - nb_touch_include:3 ",
-                            "tou spe 30 genr_tou 5 inconnu", "tou spe 99 - no key of the set, skipped"));
+    EXPECT_THAT(traced(TRACE_CONFIG),
+                testing::IsSupersetOf({"TouchId:5 - :a", "TouchId:90 hors borne - non prise en compte",
+                                       " nb_of_info_rcvd:3 - nb_touch_include:3 ", "tou spe 30 genr_tou 5 inconnu"}));
 }
 
 TEST_F(Dialogue, ReceivedKeysReplaceWhatWasThereAndACountStartsThemAnew) {
@@ -391,22 +387,6 @@ TEST_F(Dialogue, NewNumberKeepsTheStoredConfigurationFromBeingUsed) {
     EXPECT_THAT(TraceLines(), testing::Contains("NEW MCDU '4799' old '4711' "));
 }
 
-TEST_F(Dialogue, LocalSettingsAreReadWithTheirWriteBacksInVersionOneAlone) {
-    SetSetting("SetConfig", "MaxDigitLocal", "25");
-    SetSetting("Prefix", "ExtPrefixDisp", "yes");
-    Associate(2);
-    EXPECT_EQ(Setting("SetConfig", "MaxDigitLocal"), "25");
-    EXPECT_EQ(Setting("SetConfig", "EnquiryCallMode"), "(none)");
-    ResetSetConfig();
-    Associate(1);
-    EXPECT_EQ(Setting("SetConfig", "MaxDigitLocal"), "8");
-    EXPECT_EQ(Settings.MaxDigitLocal, 8);
-    EXPECT_EQ(Setting("Prefix", "ExtPrefixDisp"), "1");
-    EXPECT_EQ(Settings.ExtPrefixDisp, 1);
-    EXPECT_EQ(Setting("Prefix", "ExtPrefix"), "0");
-    EXPECT_EQ(Setting("SetConfig", "EnquiryCallMode"), "0");
-}
-
 TEST_F(Dialogue, NoPayloadIsReadBeyondItsEnd) {
     using Handler = void (*)(std::uint8_t, std::span<const std::uint8_t>);
     const std::pair<Handler, Bytes> messages[] = {
@@ -420,18 +400,10 @@ TEST_F(Dialogue, NoPayloadIsReadBeyondItsEnd) {
         {HandleCodeInfoAck, Texts({{0, "123456"}, {7, "1"}})},
     };
     ProviderState.TAPI_OMNA_Ver = 3;
-    std::mt19937 random(1);
     for (const auto& [handler, whole] : messages) {
         for (std::size_t length = 0; length <= whole.size(); ++length) {
             const Payload prefix(whole.begin(), whole.begin() + static_cast<std::ptrdiff_t>(length));
             handler(1, prefix);  // an exact allocation: the sanitizers see any read past it
-            FifoClear(LINK_FIFO);
-        }
-        for (int i = 0; i < 200; ++i) {
-            Payload noise(random() % 40);
-            for (std::uint8_t& byte : noise)
-                byte = static_cast<std::uint8_t>(random());
-            handler(1, noise);
             FifoClear(LINK_FIFO);
         }
     }
@@ -490,26 +462,40 @@ TEST_F(Dialogue, AssociationCutShortChangesOnlyWhatIsWhole) {
     EXPECT_THAT(TraceLines(), testing::Contains("DEVICE_ASSOC_ACK number: entry 0 runs past its message - dropped"));
 }
 
-TEST_F(Dialogue, ProtocolLevelOneReadsTheLocalSettingsOfLaterVersionsToo) {
+TEST_F(Dialogue, LocalSettingsAreReadWithTheirWriteBacksInVersionOneOrProtocolLevelOneAlone) {
+    SetSetting("SetConfig", "MaxDigitLocal", "25");
+    SetSetting("Prefix", "ExtPrefixDisp", "yes");
+    Associate(2);
+    EXPECT_EQ(Setting("SetConfig", "MaxDigitLocal"), "25");
+    EXPECT_EQ(Setting("SetConfig", "EnquiryCallMode"), "(none)");
+    TraceMask = TRACE_OMNA;
+    const auto read = [](int version) {
+        ResetSetConfig();
+        TraceLines();
+        Associate(version);
+        std::vector<std::string> lines = TraceLines();
+        std::erase_if(lines, [](const std::string& line) { return !line.starts_with("E") && !line.starts_with("M"); });
+        return lines;
+    };
+    EXPECT_THAT(read(1), ElementsAre("ExtPrefix non trouve default:-0-", "ExtPrefixDisp 1", "EnqCallMode 0",
+                                     "MaxDigitLocalCall 8"));
+    EXPECT_EQ(Setting("Prefix", "ExtPrefixDisp"), "1");
+    EXPECT_EQ(Setting("Prefix", "ExtPrefix"), "0");
+    EXPECT_EQ(Setting("SetConfig", "EnquiryCallMode"), "0");
     SetSetting("Prefix", "ExtPrefix", "00");
     SetSetting("Prefix", "ExtPrefixDisp", "0");
     SetSetting("SetConfig", "EnquiryCallMode", "1");
-    SetSetting("SetConfig", "MaxDigitLocal", "19");
     ProviderState.ProtocolLevel = 1;
-    TraceMask = TRACE_OMNA;
-    TraceLines();
-    Associate(3);
-    std::vector<std::string> lines = TraceLines();
-    std::erase_if(lines, [](const std::string& line) { return !line.starts_with("E") && !line.starts_with("M"); });
-    EXPECT_THAT(lines, ElementsAre("ExtPrefix lu:-00-", "ExtPrefixDisp 0", "EnqCallMode 1", "MaxDigitLocalCall 19"));
-    EXPECT_EQ(Settings.EnquiryCallMode, 1) << "the stored value, not the PBX's";
-    for (const auto& [stored, wanted] : {std::pair{"2", 2}, {"1", 8}, {"20", 8}, {"x", 8}, {"7 digits", 8}}) {
+    for (const auto& [stored, wanted] :
+         {std::pair{"2", 2}, {"1", 8}, {"19", 19}, {"20", 8}, {"x", 8}, {"7 digits", 8}}) {
         SetSetting("SetConfig", "MaxDigitLocal", stored);
-        ResetSetConfig();
-        Associate(3);
-        EXPECT_EQ(Settings.MaxDigitLocal, wanted) << stored;
+        EXPECT_THAT(read(3), ElementsAre("ExtPrefix lu:-00-", "ExtPrefixDisp 0", "EnqCallMode 1",
+                                         "MaxDigitLocalCall " + std::to_string(wanted)));
         EXPECT_EQ(Setting("SetConfig", "MaxDigitLocal"), std::to_string(wanted)) << stored;
     }
+    EXPECT_EQ(Settings.EnquiryCallMode, 1) << "the stored value, not the PBX's";
+    EXPECT_EQ(Settings.MaxDigitLocal, 8);
+    EXPECT_EQ(Settings.ExtPrefixDisp, 0);
 }
 
 TEST_F(Dialogue, LanguageIsSavedOnlyWhenItIsAnother) {
