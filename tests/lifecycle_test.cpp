@@ -3,6 +3,7 @@
 #include "provider/lifecycle.h"
 
 #include "config/settings.h"
+#include "control/requests.h"
 #include "link/serial.h"
 #include "support/fixture.h"
 #include "support/port.h"
@@ -37,7 +38,7 @@ protected:
         TSPI_providerEnumDevices(4, &lines, &phones, nullptr, nullptr, nullptr);
         TSPI_providerInit(0x20000, 4, 6, 8, 1, 1, ProviderState.CompletionProc, &options);
     }
-    LONG Open() { return TSPI_lineOpen(6, TapiLine, &Line, 0x20000, nullptr); }
+    LONG Open(LINEEVENT events = nullptr) { return TSPI_lineOpen(6, TapiLine, &Line, 0x20000, events); }
     // Whether this thread holds the line mutex; it does not hold it afterwards.
     static bool HeldTheMutex() { return ReleaseMutex(Process.LineMutex) != 0; }
 };
@@ -103,6 +104,29 @@ TEST_F(StartAndStop, RecordsStartAnewUnderTheMutexWhileTicksRun) {
     EXPECT_TRUE(waitsBeforeLoading());
     ASSERT_EQ(TSPI_lineClose(Line), 0);
     EXPECT_FALSE(waitsBeforeLoading()) << "no thread, nothing to keep out";
+}
+
+TEST_F(StartAndStop, TicksReportNoCallOfBeforeTheSecondOpen) {
+    OpenForCapture();
+    const LINEEVENT capture = ProviderState.LineEventProc;
+    ASSERT_EQ(Open(capture), 0);
+    ASSERT_EQ(WaitLineMutex(), 0);
+    Key(1, TOUCH_MULTI);
+    Tracking.OfferInfoCref = Call(1, 0, LINECALLSTATE_OFFERING);
+    WaitInfo[3] = PickUpSupervCref = SwapKeyTransferingCref = 0;
+    RunningRequest = {REQUEST_DROP, 0, -1};
+    Marks.MakeCallReport = {true, 0};
+    confstate = LINECALLSTATE_CONNECTED;
+    ReleaseLineMutex(0);
+    Events();
+    ASSERT_EQ(Open(capture), 0);
+    PlatformControl::Advance(2000);
+    EXPECT_THAT(Events(), IsEmpty());
+    EXPECT_THAT(WaitInfo, testing::Each(-1));
+    EXPECT_EQ(RunningRequest.Code, REQUEST_NONE);
+    EXPECT_FALSE(Marks.MakeCallReport.Set);
+    EXPECT_EQ(PickUpSupervCref + SwapKeyTransferingCref, -2);
+    EXPECT_EQ(confstate, 0u);
 }
 
 TEST_F(StartAndStop, LineMutexOfAnotherProcessIsWaitedForAndLeftFree) {

@@ -1,5 +1,6 @@
 // The link: what each received frame is answered with, what waits and what goes out when, and that no byte stream,
 // however it is cut or bent, makes the receiver lose its place.
+#include "config/settings.h"
 #include "control/keys.h"
 #include "link/fifo.h"
 #include "link/omna.h"
@@ -302,35 +303,69 @@ TEST_F(LinkLayer, AWrongChecksumIsRefusedAndNotDispatched) {
 TEST_F(LinkLayer, HowAStreamIsCutIntoReadsDoesNotMatter) {
     std::mt19937 random(6200);
     const auto upTo = [&](unsigned limit) { return static_cast<int>(random() % limit); };
-    ByteList stream;
-    for (int i = 0; i < 25; ++i) {
-        ByteList counted{0xFF};  // acknowledged by nobody, only traced
-        if (upTo(3) == 0)
-            counted[0] = 0x22;
-        const int size = i == 0 ? 254 : upTo(20);
-        for (int j = 0; j < size; ++j)
-            counted.push_back(static_cast<std::uint8_t>(upTo(0x60)));  // no link control by chance
-        stream = Join({stream, Frame(counted)});
+    const auto noise = [&](ByteList bytes, int size) {
+        while (size-- > 0)
+            bytes.push_back(static_cast<std::uint8_t>(upTo(0x60)));  // no link control by chance
+        return bytes;
+    };
+    // The set's commands: text on the display, an icon of a line key, a digit.
+    const auto command = [&] {
+        switch (upTo(3)) {
+        case 0: return noise(ToBytes({0x61, 0x27, upTo(3), upTo(40)}), upTo(12));
+        case 1: return Join({ToBytes({0x61, 0x47, 1 + upTo(2)}), ByteList(2, upTo(2) == 0 ? 0x20 : 0)});
+        default: return ToBytes({0x62, 0x03, 0x80 + upTo(10)});
+        }
+    };
+    const auto item = [&] {
+        const ByteList bytes = command();
+        return Join({ToBytes({static_cast<int>(bytes.size())}), bytes});
+    };
+    ByteList stream = Frame(noise(ToBytes({0xFF}), 254));  // as long as a frame can be
+    for (int i = 0; i < 60; ++i) {
+        switch (i % 6) {
+        case 0: stream = Join({stream, Frame(noise(ToBytes({upTo(2) == 0 ? 0xFF : 0x22}), upTo(20)))}); break;
+        case 1:
+        case 2: stream = Join({stream, Frame(command())}); break;
+        case 3: stream = Join({stream, Frame(Join({ToBytes({0x6E}), item(), item(), item()}))}); break;
+        case 4: stream = Join({stream, Frame(Join({ToBytes({0x6F, 2, 0x60, 0x01}), item()}))}); break;
+        default:  // an answer of the PBX in two segments, the directory number another each time
+            stream = Join({stream, Frame({0x0C, 0x81, 0, 18, 0x12, 0, 17, 2, 0, 3, 1, 0, 1, 4, '4'}),
+                           Frame({0x0C, 0, '7', upTo(10) + '0', '1', 3, 0, 4 + upTo(2), 0})});
+        }
     }
-    TraceMask = TRACE_INPUT;
     std::vector<std::string> whole;
-    for (int round = 0; round < 40; ++round) {
+    for (int round = 0; round < 20; ++round) {
+        const TraceRecord log = TraceLog;
+        CloseHandle(Serial.Port);
+        ResetProvider();
+        TraceLog = log;
+        OpenForCapture();
+        Port.Open();
+        Link.ProcessData = true;
+        KeyLists = KeyListSet{};
+        Key(1, TOUCH_MULTI);
+        Key(2, TOUCH_MULTI);
+        TraceMask = TRACE_INPUT;
+        TraceLines();
         for (std::size_t at = 0; at < stream.size();) {
             const std::size_t left = stream.size() - at;
             const std::size_t size =
                 round == 0 ? left
-                           : std::min(left, static_cast<std::size_t>(1 + upTo(static_cast<unsigned>(round) * 4)));
+                           : std::min(left, static_cast<std::size_t>(1 + upTo(static_cast<unsigned>(round) * 8)));
             EXPECT_EQ(ProcessInput(static_cast<int>(size), stream.data() + at), 0);
             at += size;
         }
         auto result = TraceLines();
-        result.push_back(Port.Taken());
+        for (auto& event : Events())
+            result.push_back(event);
+        result.push_back(Port.Taken() + Line(0) + DialedNumber + Settings.SetMCDU);
         EXPECT_FALSE(Link.Receiving);
         if (round == 0)
             whole = result;
         ASSERT_EQ(result, whole) << "round " << round;
     }
-    EXPECT_EQ(whole.size(), 27u);  // 25 frames, one of them too long for its line, and what was written
+    for (const char* seen : {"NEWCALL 0", "STATE 0 DIALTONE", "LINEDEV CONNECTED|INSERVICE", "PHONE DISPLAY"})
+        EXPECT_THAT(whole, testing::Contains(seen));
 }
 
 TEST_F(LinkLayer, NoByteStreamMakesTheReceiverLoseItsPlace) {

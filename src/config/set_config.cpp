@@ -45,8 +45,9 @@ bool StoredBefore() {
     return DynamicConfig.LastActionState != 0;
 }
 
+// Whether an entry's key is one of the set's. Key 0 is none, though the tables have a place for it.
 bool IsKeyNumber(int key) {
-    return key >= 0 && key < KEY_COUNT;
+    return key >= 1 && key < KEY_COUNT;
 }
 
 void TraceCutEntry(const char* what, int index) {
@@ -255,8 +256,12 @@ void UseSpecialKeys() {
 }
 
 void TakeMultiKey(int key, const char* label) {
-    if (!IsKeyNumber(key)) {
+    if (key >= KEY_COUNT) {
         Trace(TRACE_CONFIG, "TouchId:%d hors borne - non prise en compte", key);
+        return;
+    }
+    if (!IsKeyNumber(key)) {
+        Trace(TRACE_ALWAYS, "TouchId:%d - no key of the set, skipped", key);
         return;
     }
     if (!SetConfig.RcvKeyLists.Multi.Append(key)) {
@@ -271,12 +276,11 @@ void TakeMultiKey(int key, const char* label) {
 
 void TakeSpecialKey(int key, int number, const char* label) {
     if (!IsKeyNumber(key)) {
-        Trace(TRACE_ALWAYS, "tou spe %d beyond the set's keys - skipped", key);
+        Trace(TRACE_ALWAYS, "tou spe %d - no key of the set, skipped", key);
         return;
     }
     const KeyKind* kind = SpecialKind(number);
     if (kind == nullptr) {
-        SetConfig.RcvKind[static_cast<std::size_t>(key)] = number;
         Trace(TRACE_CONFIG, "tou spe %d genr_tou %d inconnu", key, number);
         return;
     }

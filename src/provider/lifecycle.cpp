@@ -1,11 +1,12 @@
 #include "provider/lifecycle.h"
 
 #include "config/settings.h"
-#include "link/serial.h"  // the thread that is started and stopped here
+#include "control/requests.h"  // the marks of requests, which name calls
+#include "link/serial.h"       // the thread that is started and stopped here
 #include "platform/text.h"
 #include "provider/state.h"
 #include "trace/trace.h"
-#include "tracking/model.h"  // the tables that a re-initialisation empties
+#include "tracking/model.h"  // the tables and markers that a re-initialisation empties
 
 #include <algorithm>
 #include <cstring>
@@ -31,11 +32,18 @@ bool PortConfigured() {
     return std::strcmp(ProviderState.PortName, "NONE") != 0 && std::strlen(ProviderState.PortName) == 4;
 }
 
-// The model starts anew with ProviderState.
+// The model starts anew with ProviderState, and with it all that names one of its calls or keys: a tick of a thread that
+// runs for the other device must not report a call whose record is empty now.
 void ResetModel() {
     CallTable.fill(CallRecord{});
     TouchTable.fill(Touch{});
     KeyLists = KeyListSet{};
+    Tracking = TrackingState{};
+    WaitInfo.fill(-1);
+    PickUpSupervCref = SwapKeyTransferingCref = -1;
+    confstate = 0;
+    RunningRequest = RunningRequestRecord{};
+    Marks = RequestMarks{};
 }
 
 void CloseAndForget(HANDLE& handle) {
