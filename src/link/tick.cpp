@@ -16,6 +16,7 @@
 #include "tracking/model.h"
 
 #include <algorithm>
+#include <utility>
 
 TickState Tick;
 
@@ -262,6 +263,18 @@ int ReadPort() {
     return GetOverlappedResult(Serial.Port, &overlapped, &got, TRUE) ? static_cast<int>(got) : 0;
 }
 
+// Hands on all that is there. The bytes are taken out of the buffer first: a box that a handler shows dispatches ticks,
+// which must neither offer the same bytes again nor write over those that are still being walked.
+void OfferBytes() {
+    const auto bytes = Tick.ReadBuffer;
+    const int count = std::exchange(Tick.Kept, 0);
+    const int kept = ProcessInput(count, bytes.data());
+    if (kept == 0)
+        return;
+    std::copy_n(bytes.begin(), std::min(kept, count), Tick.ReadBuffer.begin());
+    Tick.Kept = std::min(kept, count);
+}
+
 void ReceiveAll() {
     CheckSerialError(Serial.Port);
     int got = 0;
@@ -274,7 +287,7 @@ void ReceiveAll() {
         Tick.Kept += got;
         if (Tick.Kept == 0)
             return;
-        Tick.Kept = ProcessInput(Tick.Kept, Tick.ReadBuffer.data());
+        OfferBytes();
         if (got > 0)  // bytes that are only offered again do not prolong their own wait
             Link.LastReceiveTime = timeGetTime();
     } while (got > 0 && Serial.Port != INVALID_HANDLE_VALUE);
