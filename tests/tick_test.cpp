@@ -339,10 +339,9 @@ TEST_F(Ticking, TicksInsideAHandlersBoxNeitherSeeItsBytesAgainNorWriteOverThem) 
     Tick.ConfigReceived = true;
     PlatformControl::FailGlobalAlloc(true);  // the tempo frame finds no memory: a box
     PlatformControl::AnswerBoxes([&](const PlatformControl::Box&) {
-        for (int i = 0; i < 3 && PlatformControl::Boxes().size() < 5; ++i) {
-            Port.Feed({0x01, 0x22, 0xDD});
+        Port.Feed({0x01, 0x22, 0xDD, 0x01, 0x22, 0xDD, 0x01, 0x1F, 0xE0, 0x01, 0x1F, 0xE0});
+        for (int i = 0; i < 3 && PlatformControl::Boxes().size() < 5; ++i)
             SerialTick(nullptr, 0, 0, 0);
-        }
         return IDOK;
     });
     Port.Feed({0x06, 0x60, 0x11, 0x03, 0x06, 0x00, 0x00, 0x80, 0x01, 0x20, 0xDF});
@@ -351,9 +350,23 @@ TEST_F(Ticking, TicksInsideAHandlersBoxNeitherSeeItsBytesAgainNorWriteOverThem) 
     EXPECT_EQ(PlatformControl::Boxes().size(), 1u);
     std::vector<std::string> frames = TraceLines();
     std::erase_if(frames, [](const std::string& line) { return !line.starts_with("ProcessInput("); });
-    EXPECT_THAT(frames, ElementsAre("ProcessInput(60.11.03.06.00.00.80.)", "ProcessInput(22.DD.)",
-                                    "ProcessInput(22.DD.)", "ProcessInput(22.DD.)", "ProcessInput(20.DF.)"));
-    EXPECT_EQ(Port.Taken(), "02 60 00 9E 02 60 00 9E 02 60 00 9E 02 60 00 9E 01 20 DF");
+    EXPECT_THAT(frames,
+                ElementsAre("ProcessInput(60.11.03.06.00.00.80.)", "ProcessInput(22.DD.)", "ProcessInput(22.DD.)",
+                            "ProcessInput(1F.E0.)", "ProcessInput(1F.E0.)", "ProcessInput(20.DF.)"));
+    EXPECT_EQ(Port.Taken(), "02 60 00 9E 02 60 00 9E 02 60 00 9E 02 60 00 9E 02 60 00 9E 01 20 DF");
+}
+
+TEST_F(Ticking, AFrameThatIsBeingHandledIsNoHalfFrame) {
+    Tick.ConfigReceived = true;
+    PlatformControl::FailGlobalAlloc(true);
+    PlatformControl::AnswerBoxes([&](const PlatformControl::Box&) {
+        Ticks(7);
+        return IDOK;
+    });
+    Port.Feed({0x06, 0x60, 0x11, 0x03, 0x06, 0x00, 0x00, 0x80});
+    Ticks(1);
+    EXPECT_EQ(PlatformControl::Boxes().size(), 1u);
+    EXPECT_EQ(Port.Taken(), "");
 }
 
 TEST_F(Ticking, KeptBytesAreOfferedAgainAndGivenUpAfter200Milliseconds) {

@@ -174,7 +174,8 @@ void OfferWithoutCaller() {
 }
 
 void FlushHalfFrame() {
-    if (!Link.Receiving || ++Link.RxIdleTicks <= RX_IDLE_LIMIT)
+    // A frame whose handler shows a box still counts as received, but nothing of it is missing.
+    if (!Link.Receiving || Link.Expected == 0 || ++Link.RxIdleTicks <= RX_IDLE_LIMIT)
         return;
     Link.Receiving = false;
     Link.RxIdleTicks = 0;
