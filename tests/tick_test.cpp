@@ -324,6 +324,30 @@ TEST_F(Ticking, TouchesNothingWithoutTheMutexAndGoesOnWithAnAbandonedOne) {
     EXPECT_EQ(Tracking.ForwardAckTicks, 3);
 }
 
+TEST_F(Ticking, TouchesNothingMoreWhenABoxHasCostItTheMutex) {
+    const auto loses = [](const PlatformControl::Box&) {
+        PlatformControl::NextWait("SP62LineMutex", WAIT_TIMEOUT);
+        return IDOK;
+    };
+    PlatformControl::AnswerBoxes(loses);
+    ProviderState.DeviceState = DEVICE_IN_SERVICE;
+    Link.LinkIdleTicks = 60;
+    SerialTick(nullptr, 0, 0, 0);
+    EXPECT_THAT(LineEvents(), ElementsAre("LINEDEV DISCONNECTED|OUTOFSERVICE")) << "no LINE_CLOSE";
+    EXPECT_EQ(TraceLines().back(), "MessageBox returns 1 IDOK 1 IDHELP 9") << "nothing is released";
+    EXPECT_EQ(Setting("Dynamic_Set_Conf", "LastAction"), "(none)");
+    for (const int limit : {90, 140}) {
+        Tick = TickState{};
+        Tick.WaitConfigCount = limit;
+        SetConfig.MultiAnnounced = -1;
+        SerialTick(nullptr, 0, 0, 0);
+        EXPECT_THAT(LineEvents(), IsEmpty()) << limit;
+        EXPECT_EQ(TraceLines().back(), "Dynamic Config not received DialogBox return 0") << limit;
+    }
+    EXPECT_EQ(PlatformControl::Boxes().size(), 3u);
+    EXPECT_FALSE(ReleaseMutex(Process.LineMutex));
+}
+
 TEST_F(Ticking, ReadErrorEndsTheReadingOfThisTickOnly) {
     Tick.ConfigReceived = true;
     Port.Feed({0x02, 0x60, 0x80, 0x1E});

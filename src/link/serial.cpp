@@ -242,24 +242,24 @@ void SerialStartTimer() {
         Serial.Timer = SetTimer(nullptr, 0, TICK_MS, SerialTick);
 }
 
-int HardwareProblemBox() {
+int HardwareProblemBox(bool& held) {
     Trace(TRACE_ALWAYS, "V24 trouble hinst %lx", Process.ModuleInstance);
     MessageBeep(MB_ICONHAND);
     ReleaseLineMutex(0);
     const int result = ErrorBox("Hardware Problem - Please check:\n\n - the cable,\n - the PC serial port,\n"
                                 " - the VXC card.\n\nTrying to restart ... Click Ok to abort");
-    WaitLineMutex();
+    held = GotLineMutex(WaitLineMutex());
     Trace(TRACE_ALWAYS, "MessageBox returns %lx IDOK %lx IDHELP %lx", result, IDOK, IDHELP);
     return 0;
 }
 
-int NoConfigurationBox() {
+int NoConfigurationBox(bool& held) {
     Trace(TRACE_ALWAYS, "Dynamic Config not received - SP stopped");
     MessageBeep(MB_ICONHAND);
     ReleaseLineMutex(0);
     ErrorBox("No response from PBX !\nThe Corvane Service Provider cannot run...\n\n- Check your PBX version.\n"
              " - Check your VXC setup.");
-    WaitLineMutex();
+    held = GotLineMutex(WaitLineMutex());
     Trace(TRACE_ALWAYS, "Dynamic Config not received DialogBox return %ld", 0);
     return 0;
 }

@@ -37,8 +37,9 @@ void CloseLine() {
     DoLineEvent(LINE_CLOSE, 0, 0, -1);
 }
 
-// The set's configuration has not come in time. True when the provider has stopped itself.
-bool WatchConfiguration() {
+// The set's configuration has not come in time. True when the provider has stopped itself; `held` says whether the line
+// mutex is still this tick's.
+bool WatchConfiguration(bool& held) {
     if (Tick.WaitConfigCount == CONFIG_LIMIT_ASSOC && !Tick.DeviceAssocAck) {
         Tick.SpStopped = true;
         ProviderState.DeviceState = DEVICE_OUT_OF_SERVICE;
@@ -46,8 +47,9 @@ bool WatchConfiguration() {
         Trace(TRACE_ALWAYS, "Config dynamic not received: WaitConfigCount %ld LIMIT %d Cas 1", Tick.WaitConfigCount,
               CONFIG_LIMIT_ASSOC);
         RecordLastAction("failed :Config dynamic :Device association ack not received");
-        NoConfigurationBox();
-        CloseLine();
+        NoConfigurationBox(held);
+        if (held)
+            CloseLine();
         return true;
     }
     if (Tick.WaitConfigCount != CONFIG_LIMIT_DONE)
@@ -67,9 +69,10 @@ bool WatchConfiguration() {
         ErrorBox("     Set Configuration Error\n\nYour set has not a multiline config");
     } else {
         RecordLastAction("failed :Config dynamic not received");
-        NoConfigurationBox();
+        NoConfigurationBox(held);
     }
-    CloseLine();
+    if (held)
+        CloseLine();
     return true;
 }
 
@@ -206,7 +209,7 @@ void PortBlockedBox() {
     open = false;
 }
 
-void LoseContact() {
+void LoseContact(bool& held) {
     Reconnect();
     if (Serial.V24Trouble)
         return;
@@ -215,13 +218,15 @@ void LoseContact() {
         DoLineEvent(LINE_LINEDEVSTATE, LINEDEVSTATE_DISCONNECTED | LINEDEVSTATE_OUTOFSERVICE, 0, -1);
         ProviderState.DeviceState = DEVICE_OUT_OF_SERVICE;
     }
-    HardwareProblemBox();
+    HardwareProblemBox(held);
+    if (!held)
+        return;
     CloseLine();
     RecordLastAction("failed :V24 Trouble");
 }
 
 // Polls a silent link and gives it up when the poll brings nothing. True when the tick ends here.
-bool SuperviseLink() {
+bool SuperviseLink(bool& held) {
     if (Link.SubdeviceTest)
         return false;
     if (Link.LinkIdleTicks == Link.LinkPollPeriod) {
@@ -236,7 +241,7 @@ bool SuperviseLink() {
     }
     if (Link.LinkIdleTicks <= Link.LinkPollPeriod + CONTACT_LOST_MARGIN)
         return false;
-    LoseContact();
+    LoseContact(held);
     return true;
 }
 
@@ -306,12 +311,12 @@ void KickTransmitter() {
 }
 
 // One tick; a step that gives true ends it.
-void RunTick() {
+void RunTick(bool& held) {
     if (Link.LinkStopped || Tick.SpStopped)
         return;
     if (Tracking.ForwardAckTicks > 0)
         --Tracking.ForwardAckTicks;
-    if (WatchConfiguration() || WatchTraceMode())
+    if (WatchConfiguration(held) || WatchTraceMode())
         return;
     ++Link.LinkIdleTicks;
     if (!Tick.ConfigReceived)
@@ -326,7 +331,7 @@ void RunTick() {
     RunFvTimer();
     OfferWithoutCaller();
     FlushHalfFrame();
-    if (RetryFailedWrite() || SuperviseLink())
+    if (RetryFailedWrite() || SuperviseLink(held))
         return;
     if (Serial.Port == INVALID_HANDLE_VALUE) {
         PortBlockedBox();
@@ -339,9 +344,10 @@ void RunTick() {
 }  // namespace
 
 void CALLBACK SerialTick(HWND, UINT, UINT_PTR, DWORD) {
-    const LONG wait = WaitLineMutex();
-    if (wait != 0 && wait != static_cast<LONG>(WAIT_ABANDONED))
+    bool held = GotLineMutex(WaitLineMutex());
+    if (!held)
         return;  // without the mutex nothing may be touched
-    RunTick();
-    ReleaseLineMutex(0);
+    RunTick(held);
+    if (held)
+        ReleaseLineMutex(0);
 }
