@@ -71,6 +71,14 @@ TEST_F(Thread, OpensThePortWithItsSettingsAndStartsTheLink) {
     }
 }
 
+TEST_F(Thread, PortIsOpenedAtTheSpeedThatIsAskedFor) {
+    EXPECT_NE(SerialOpenComms("COM1", "19200"), INVALID_HANDLE_VALUE);
+    EXPECT_EQ(PlatformControl::Port("COM1").Dcb.BaudRate, 19200u);
+    Reconnect();
+    EXPECT_EQ(PlatformControl::Port("COM1").Dcb.BaudRate, 9600u) << "the line's own";
+    SerialCloseComms();
+}
+
 TEST_F(Thread, StopsAtTheNextTickAndClosesEverything) {
     ASSERT_EQ(Start(), 0);
     WaitLineMutex();

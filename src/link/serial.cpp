@@ -37,9 +37,9 @@ void ResetThreadState() {
 }
 
 // The fields that the link needs; all others stay as the system reports them.
-void FillDcb(DCB& dcb) {
+void FillDcb(DCB& dcb, const char* speed) {
     dcb.DCBlength = sizeof dcb;
-    dcb.BaudRate = DigitsToNumber(ProviderState.SpeedText);
+    dcb.BaudRate = DigitsToNumber(speed);
     dcb.fBinary = 1;
     dcb.fParity = 0;
     dcb.fOutxCtsFlow = 1;
@@ -65,7 +65,7 @@ void FillDcb(DCB& dcb) {
 }
 
 // Opens the port and writes its state. On failure the handle stays as far as it got, and the system error tells why.
-bool OpenPort(const char* name, bool abortOnError) {
+bool OpenPort(const char* name, const char* speed, bool abortOnError) {
     Serial.Port =
         CreateFileA(name, GENERIC_READ | GENERIC_WRITE, 0, nullptr, OPEN_EXISTING, FILE_FLAG_OVERLAPPED, nullptr);
     if (Serial.Port == INVALID_HANDLE_VALUE)
@@ -74,7 +74,7 @@ bool OpenPort(const char* name, bool abortOnError) {
     dcb.DCBlength = sizeof dcb;
     if (!GetCommState(Serial.Port, &dcb))
         return false;
-    FillDcb(dcb);
+    FillDcb(dcb, speed);
     if (abortOnError)
         dcb.fAbortOnError = 1;
     return SetCommState(Serial.Port, &dcb) != 0;
@@ -169,7 +169,7 @@ HANDLE SerialOpenComms(const char* name, const char* speed) {
         SetLastError(ERROR_INVALID_NAME);
         return INVALID_HANDLE_VALUE;
     }
-    if (!OpenPort(name, false)) {
+    if (!OpenPort(name, speed, false)) {
         const DWORD error = GetLastError();
         if (Serial.Port != INVALID_HANDLE_VALUE)
             CloseHandle(std::exchange(Serial.Port, INVALID_HANDLE_VALUE));
@@ -226,7 +226,7 @@ void Reconnect() {
     Tick.WaitTrace = 0;
     if (Serial.Port != INVALID_HANDLE_VALUE)
         CloseHandle(std::exchange(Serial.Port, INVALID_HANDLE_VALUE));
-    if (!IsComPort(ProviderState.PortName) || !OpenPort(ProviderState.PortName, true))
+    if (!IsComPort(ProviderState.PortName) || !OpenPort(ProviderState.PortName, ProviderState.SpeedText, true))
         return;
     RaiseRts();
     ResetComPort(3);
