@@ -7,6 +7,7 @@
 
 #include <array>
 #include <atomic>
+#include <cstdarg>
 #include <cstdlib>
 #include <cstring>
 #include <deque>
@@ -20,11 +21,26 @@
 
 #include <fcntl.h>
 #include <poll.h>
+#include <sys/ioctl.h>
+#include <sys/syscall.h>
 #include <termios.h>
 #include <unistd.h>
 
 using testing::Each;
 using testing::ElementsAre;
+
+static int LoweredLines;  // modem lines, by the last call that lowered any
+
+// Modem lines can be watched on their way to the kernel alone: a pseudo-terminal has none.
+extern "C" int ioctl(int file, unsigned long request, ...) noexcept {
+    va_list arguments;
+    va_start(arguments, request);
+    void* const argument = va_arg(arguments, void*);
+    va_end(arguments);
+    if (request == TIOCMBIC)
+        LoweredLines = *static_cast<const int*>(argument);
+    return static_cast<int>(syscall(SYS_ioctl, file, request, argument));
+}
 
 namespace {
 
@@ -267,7 +283,13 @@ TEST_F(Platform, TerminalBehindAPortIsRawCountsItsBytesAndIsHeldAlone) {
     dcb.BaudRate = 9600;
     dcb.StopBits = TWOSTOPBITS;
     dcb.fOutxCtsFlow = 1;
+    dcb.fDtrControl = 1;
+    LoweredLines = 0;
     ASSERT_TRUE(SetCommState(port, &dcb));
+    EXPECT_EQ(LoweredLines, 0);
+    dcb.fDtrControl = DTR_CONTROL_DISABLE;
+    ASSERT_TRUE(SetCommState(port, &dcb)) << "whether or not the terminal has the line";
+    EXPECT_EQ(LoweredLines, TIOCM_DTR);
     dcb.BaudRate = 12345;
     EXPECT_FALSE(SetCommState(port, &dcb)) << "a speed that no port has";
 

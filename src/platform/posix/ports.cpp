@@ -103,7 +103,12 @@ bool SetTerminal(int fd, const DCB& dcb) {
     settings.c_cc[VTIME] = 0;
     cfsetispeed(&settings, speed);
     cfsetospeed(&settings, speed);
-    return tcsetattr(fd, TCSANOW, &settings) == 0;
+    if (tcsetattr(fd, TCSANOW, &settings) != 0)
+        return false;
+    const int line = TIOCM_DTR;
+    if (dcb.fDtrControl == DTR_CONTROL_DISABLE)
+        ioctl(fd, TIOCMBIC, &line);  // the open has raised it; a pseudo-terminal has none to lower
+    return true;
 }
 
 // The open port behind a handle, kept alive by the caller; null with the error set.
