@@ -348,6 +348,14 @@ TEST_F(Ticking, TouchesNothingMoreWhenABoxHasCostItTheMutex) {
     EXPECT_FALSE(ReleaseMutex(Process.LineMutex));
 }
 
+TEST_F(Ticking, WhatAReadGotBeforeItWasCalledOffCounts) {
+    Tick.ConfigReceived = true;
+    Port.Feed({0x02, 0x60, 0x80, 0x1E});
+    PlatformControl::Port("COM1").ReadPends = true;
+    Ticks(1);
+    EXPECT_EQ(Port.Taken(), "02 60 00 9E");
+}
+
 TEST_F(Ticking, ReadErrorEndsTheReadingOfThisTickOnly) {
     Tick.ConfigReceived = true;
     Port.Feed({0x02, 0x60, 0x80, 0x1E});
