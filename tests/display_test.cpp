@@ -171,19 +171,20 @@ TEST_F(DisplayText, NameAndNumberOfACallBeingSetUp) {
         {"=>DUPONT 4720  ", "DUPONT", "4720", {"INFO 0 CALLERID", "INFO 0 CONNECTEDID"}},
         {"DUPONT J/4720", "DUPONT J", "4720", {"INFO 0 CALLERID", "INFO 0 CONNECTEDID"}},
         {"DUPONT  ", "DUPONT", "", {"INFO 0 CONNECTEDID"}},
-        {"4720 DUPONT", "", "", {}},
-        {"  DUPONT", "", "", {}},
+        {"4720 DUPONT", "", "9", {}},
+        {"  DUPONT", "", "9", {}},
     };
     for (const auto& c : connected) {
         Fresh();
         Call(1, 0, CONNECTED);
         Active(1);
         Record(0).DispNamePending = 1;
+        CopyText(Record(0).ConnectedAddress, "9");
         Display(0, c.line);
         EXPECT_EQ(LineEvents(), c.events) << c.line;
         EXPECT_STREQ(Record(0).ConnectedName, c.name);
         EXPECT_STREQ(Record(0).ConnectedAddress, c.address);
-        EXPECT_STREQ(Record(0).DestAddress, c.address);
+        EXPECT_STREQ(Record(0).DestAddress, c.events.size() == 2 ? c.address : "");
     }
     Fresh();
     One(CONNECTED)();
@@ -274,6 +275,7 @@ TEST_F(DisplayText, CallersAreReadFromLine0OnceForTheirKey) {
     Icon(1, INCOM_ICON);
     Icon(1, ACTIV_ICON);
     EXPECT_EQ(Tracking.OfferInfoCref, -1);
+    EXPECT_EQ(Record(0).DispNamePending, 1);
     Steps();
     EXPECT_THAT(Shown(0, "DUPONT  "),
                 testing::EndsWith("DoLineEventLINE_CALLINFO,LINECALLINFOSTATE_CALLERID,UnknownConnectedCall:0) | "

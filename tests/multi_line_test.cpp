@@ -129,6 +129,8 @@ TEST_F(MultiLine, FromAnIdleKey) {
     waiting();
     Icon(2, ACTIV_ICON);
     EXPECT_EQ(Tracking.PickUpCref, 0) << "until it is reported connected";
+    for (const int cref : {0, 1, 2})
+        EXPECT_EQ(Record(cref).touch, 2);
     EXPECT_EQ(PickUpSupervCref, -1);
     EXPECT_EQ(SwapKeyTransferingCref, -1);
     Fresh();
