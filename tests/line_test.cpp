@@ -124,7 +124,7 @@ TEST_F(Line, DeviceCapabilitiesPlaceEachTextThatFits) {
         DWORD total, used, info, name, switchInfo;  // offsets; 0xEEEEEEEE: untouched
     };
     constexpr DWORD NOT = 0xEEEEEEEE;
-    for (const Case& c : {Case{252, 252, NOT, NOT, NOT}, Case{300, 296, NOT, 252, NOT}, Case{322, 322, NOT, 252, 296},
+    for (const Case& c : {Case{252, 252, NOT, NOT, NOT}, Case{321, 296, NOT, 252, NOT}, Case{322, 322, NOT, 252, 296},
                           Case{498, 498, 252, 428, 472}, Case{1000, 498, 252, 428, 472}}) {
         auto* caps = Room<LINEDEVCAPS>(c.total);
         ASSERT_EQ(TSPI_lineGetDevCaps(6, 0x20000, 0, caps), 0);
