@@ -473,57 +473,6 @@ TEST_F(Platform, MissingBusyAndVanishedTerminals) {
     EXPECT_EQ(PlatformControl::OpenHandles(), 0);
 }
 
-struct Echo : PlatformControl::PortDevice {
-    std::deque<std::uint8_t> bytes;
-    int closed = 0;
-    void Write(std::span<const std::uint8_t> written, std::uint32_t) override {
-        bytes.insert(bytes.end(), written.begin(), written.end());
-    }
-    std::size_t Available(std::uint32_t) override { return bytes.size(); }
-    std::size_t Read(std::span<std::uint8_t> into, std::uint32_t) override {
-        const std::size_t n = std::min(into.size(), bytes.size());
-        std::copy_n(bytes.begin(), n, into.begin());
-        bytes.erase(bytes.begin(), bytes.begin() + static_cast<std::ptrdiff_t>(n));
-        return n;
-    }
-    std::size_t OutputPending(std::uint32_t now) override { return now - START; }
-    void Closed() override { ++closed; }
-};
-
-TEST_F(Platform, DeviceInProcessAndItsFaults) {
-    Echo echo;
-    PlatformControl::MapPort("COM1", &echo);
-    PlatformControl::PortRecord& record = PlatformControl::Port("COM1");
-    record.OpenError = 1119;
-    EXPECT_EQ(OpenCom1(), INVALID_HANDLE_VALUE);
-    EXPECT_EQ(GetLastError(), 1119u);
-    record.OpenError = 0;
-    const HANDLE port = OpenCom1();
-    char in[8] = {};
-    DWORD count = 0;
-    OVERLAPPED overlapped{};
-    record.WritePends = true;
-    EXPECT_FALSE(WriteFile(port, "abc", 3, &count, &overlapped));
-    EXPECT_EQ(GetLastError(), ERROR_IO_PENDING);
-    EXPECT_TRUE(GetOverlappedResult(port, &overlapped, &count, TRUE));
-    EXPECT_EQ(count, 3u);
-    record.WriteFails = true;
-    EXPECT_FALSE(WriteFile(port, "def", 3, &count, nullptr));
-    PlatformControl::Advance(12);
-    EXPECT_EQ(StatusOf(port).cbInQue, 3u);
-    EXPECT_EQ(StatusOf(port).cbOutQue, 12u);
-    record.ReadFails = true;
-    EXPECT_FALSE(ReadFile(port, in, 8, &count, nullptr));
-    record.ReadFails = false;
-    EXPECT_TRUE(ReadFile(port, in, 8, &count, nullptr));
-    EXPECT_STREQ(in, "abc");
-    CloseHandle(port);
-    EXPECT_EQ(echo.closed, 1);
-    OpenCom1();
-    PlatformControl::Reset();
-    EXPECT_EQ(echo.closed, 1) << "a device that a test has left behind may be gone";
-}
-
 // --- registry, files and memory at their edges ---------------------------------------------------------------------------
 
 HKEY Create(HKEY parent, const char* name) {
@@ -584,22 +533,6 @@ TEST_F(Platform, RegistryKeysAreDeletedOneByOneAndKeepTheOrderOfTheirValues) {
     for (const HKEY handle : {key, same, maker})
         EXPECT_EQ(RegCloseKey(handle), ERROR_SUCCESS);
     EXPECT_EQ(PlatformControl::OpenHandles(), 0);
-}
-
-TEST_F(Platform, RegistryRefusesWhatATestNames) {
-    const HKEY key = Create(HKEY_LOCAL_MACHINE, "SOFTWARE\\Maker\\Product");
-    Set(key, "Port", "COM1");
-    PlatformControl::RefuseRegistry("port", 5);
-    EXPECT_EQ(Get(key, "Port"), "error 5");
-    EXPECT_EQ(Set(key, "Port", "COM2"), 5);
-    EXPECT_EQ(Set(key, "OtherPort", "COM2"), ERROR_SUCCESS);
-    PlatformControl::RefuseRegistry("port", 0);
-    EXPECT_EQ(Get(key, "Port"), "COM1");
-    PlatformControl::RefuseRegistry("maker\\product", 87);
-    HKEY again = nullptr;
-    EXPECT_EQ(RegOpenKeyExA(HKEY_LOCAL_MACHINE, "SOFTWARE\\Maker\\Product", 0, KEY_READ, &again), 87);
-    EXPECT_EQ(Get(key, "OtherPort"), "error 87");
-    RegCloseKey(key);
 }
 
 TEST_F(Platform, RegistryFileMayBeEditedByPeople) {
@@ -678,8 +611,6 @@ TEST_F(Platform, MemoryBlocks) {
     EXPECT_FALSE(GlobalUnlock(zeroed));
     GlobalFree(zeroed);
     GlobalFree(plain);
-    PlatformControl::FailGlobalAlloc(true);
-    EXPECT_EQ(GlobalAlloc(GMEM_MOVEABLE, 1), nullptr);
 }
 
 }  // namespace

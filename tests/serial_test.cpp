@@ -109,38 +109,36 @@ TEST_F(Thread, TwoHundredOpensAndClosesLeaveNoHandle) {
     EXPECT_EQ(PlatformControl::OpenHandles(), before);
 }
 
-struct FailureCase {
-    const char* Name;
-    DWORD Error;
-    const char* Reply;
-    const char* Text;
-};
-class PortFailure : public Thread, public testing::WithParamInterface<FailureCase> {};
-
-TEST_P(PortFailure, TellsUserAndPendingRequest) {
-    PlatformControl::Port("COM1").OpenError = GetParam().Error;
-    ProviderState.PendingRequestID = 7;
-    EXPECT_EQ(Start(), 0) << "the attempt is over: ready is signalled all the same";
-    PlatformControl::Settle();
-    EXPECT_THAT(LineEvents(), ElementsAre(GetParam().Reply));
-    ASSERT_EQ(PlatformControl::Boxes().size(), 1u);
-    EXPECT_EQ(PlatformControl::Boxes()[0].Text, GetParam().Text);
-    EXPECT_EQ(PlatformControl::Boxes()[0].Caption, "Corvane 6200 SP Error");
-    EXPECT_EQ(PlatformControl::Boxes()[0].Style, 0x00023010u);
-    EXPECT_TRUE(Serial.PortFailed);
-    EXPECT_EQ(Serial.Port, INVALID_HANDLE_VALUE);
-    EXPECT_EQ(ProviderState.DeviceState, DEVICE_OUT_OF_SERVICE);
-    EXPECT_THAT(TraceLines(), testing::IsSupersetOf({std::string("***Comm port failed to open"),
-                                                     "LastError " + std::to_string(GetParam().Error)}));
+TEST_F(Thread, PortThatDoesNotOpenIsToldToUserAndPendingRequest) {
+    const struct {
+        DWORD error;
+        const char *reply, *text;
+    } cases[] = {
+        {5, "REPLY 7 80000001", "Serial Port conflict - Check it and try again\n\nAccess denied"},
+        {1119, "REPLY 7 80000001", "Serial Port conflict - Check it and try again\n\nIrq Busy"},
+        {2, "REPLY 7 80000048", "Serial Port Problem - Check it and try again \n\nAccess Failed"},
+    };
+    for (const auto& c : cases) {
+        Configure("COM1");
+        PlatformControl::Port("COM1").OpenError = c.error;
+        ProviderState.PendingRequestID = 7;
+        EXPECT_EQ(Start(), 0) << "the attempt is over: ready is signalled all the same";
+        PlatformControl::Settle();
+        EXPECT_THAT(LineEvents(), ElementsAre(c.reply));
+        const PlatformControl::Box box = PlatformControl::Boxes().back();
+        EXPECT_EQ(box.Text, c.text);
+        EXPECT_EQ(box.Caption, "Corvane 6200 SP Error");
+        EXPECT_EQ(box.Style, 0x00023010u);
+        EXPECT_TRUE(Serial.PortFailed);
+        EXPECT_EQ(SerialOpenComms("COM1", "9600"), INVALID_HANDLE_VALUE) << "not tried again";
+        EXPECT_EQ(Serial.Port, INVALID_HANDLE_VALUE);
+        EXPECT_EQ(ProviderState.DeviceState, DEVICE_OUT_OF_SERVICE);
+        EXPECT_THAT(TraceLines(), testing::IsSupersetOf({std::string("***Comm port failed to open"),
+                                                         std::string("Tentative d'ouverture du port - hcd:ffffffff"),
+                                                         "LastError " + std::to_string(c.error)}));
+    }
+    EXPECT_EQ(PlatformControl::Boxes().size(), 3u);
 }
-INSTANTIATE_TEST_SUITE_P(, PortFailure,
-                         testing::Values(FailureCase{"Denied", 5, "REPLY 7 80000001",
-                                                     "Serial Port conflict - Check it and try again\n\nAccess denied"},
-                                         FailureCase{"IrqBusy", 1119, "REPLY 7 80000001",
-                                                     "Serial Port conflict - Check it and try again\n\nIrq Busy"},
-                                         FailureCase{"Other", 2, "REPLY 7 80000048",
-                                                     "Serial Port Problem - Check it and try again \n\nAccess Failed"}),
-                         [](const auto& param) { return param.param.Name; });
 
 TEST_F(Thread, FailingPortStateClosesThePortAgain) {
     PlatformControl::Port("COM1").SetStateFails = true;

@@ -74,20 +74,6 @@ TEST_F(Stored, MissingTextIsAnErrorAndLeavesItsEntryMissingCodeIsNot) {
                                        "Service Codes Empty Reading: DTMF:--"}));
 }
 
-TEST_F(Stored, SubdeviceTestIsOnOnlyWithANumber) {
-    InitDatas();
-    EXPECT_FALSE(Link.SubdeviceTest);
-    EXPECT_EQ(Link.NbInputBeforeSuspend, -1);
-    SetSetting("Subdevice_Test", "NbInputBeforeSuspend", "3");
-    SetSetting("Subdevice_Test", "NbWaitAckBeforeResponse", "2");
-    SetSetting("Subdevice_Test", "WaitAckResponse", "NACK");
-    InitDatas();
-    EXPECT_TRUE(Link.SubdeviceTest);
-    EXPECT_EQ(Link.NbInputBeforeSuspend, 3);
-    EXPECT_EQ(Link.NbWaitAckBeforeResponse, 2);
-    EXPECT_TRUE(Link.WaitAckResponseNack);
-}
-
 std::vector<int> Keys(const KeyList& list) {
     return {list.begin(), list.end()};
 }
@@ -189,7 +175,9 @@ TEST_F(Stored, MissingDisplayStringIsAnErrorToo) {
     EXPECT_STREQ(Settings.DisplayStrings[STRING_DIAL], "Compose");
 }
 
-TEST_F(Stored, SubdeviceTestAnswersNackOnlyWhenToldSo) {
+TEST_F(Stored, SubdeviceTestIsOnOnlyWithANumberAndAnswersNackOnlyWhenToldSo) {
+    InitDatas();
+    EXPECT_FALSE(Link.SubdeviceTest);
     SetSetting("Subdevice_Test", "NbInputBeforeSuspend", "4");
     for (const char* answer : {"ACK", "nack", "NACK ", ""}) {
         SetSetting("Subdevice_Test", "WaitAckResponse", answer);
@@ -197,8 +185,12 @@ TEST_F(Stored, SubdeviceTestAnswersNackOnlyWhenToldSo) {
         EXPECT_FALSE(Link.WaitAckResponseNack) << answer;
     }
     EXPECT_EQ(Link.NbWaitAckBeforeResponse, 0);
+    SetSetting("Subdevice_Test", "NbWaitAckBeforeResponse", "2");
     SetSetting("Subdevice_Test", "WaitAckResponse", "NACK");
     InitDatas();
+    EXPECT_TRUE(Link.SubdeviceTest);
+    EXPECT_EQ(Link.NbInputBeforeSuspend, 4);
+    EXPECT_EQ(Link.NbWaitAckBeforeResponse, 2);
     EXPECT_TRUE(Link.WaitAckResponseNack);
     SetSetting("Subdevice_Test", "NbInputBeforeSuspend", "no number");
     InitDatas();

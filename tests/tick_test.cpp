@@ -67,41 +67,60 @@ TEST_F(Ticking, StopsAtThe90thCountedTickWithoutAssociation) {
     EXPECT_EQ(PlatformControl::Boxes().size(), 1u);
 }
 
-struct LimitCase {
-    const char* Name;
-    int Version, DevType, MultiAnnounced;
-    const char* LastAction;
-    const char* BoxStart;
-    bool LineMutexHeld;
-};
-class ConfigurationLimit : public Ticking, public testing::WithParamInterface<LimitCase> {};
-
-TEST_P(ConfigurationLimit, EndsAtThe140thTickWithItsCause) {
-    Tick.DeviceAssocAck = true;
-    ProviderState.TAPI_OMNA_Ver = static_cast<std::uint8_t>(GetParam().Version);
-    ProviderState.Dev_type = static_cast<std::uint8_t>(GetParam().DevType);
-    SetConfig.MultiAnnounced = GetParam().MultiAnnounced;
-    Ticks(140);
-    EXPECT_EQ(PlatformControl::Boxes().size(), 0u);
-    Ticks(1);
-    ASSERT_EQ(PlatformControl::Boxes().size(), 1u);
-    EXPECT_EQ(PlatformControl::Boxes()[0].Text.rfind(GetParam().BoxStart, 0), 0u) << PlatformControl::Boxes()[0].Text;
-    EXPECT_EQ(PlatformControl::Boxes()[0].LineMutexHeld, GetParam().LineMutexHeld);
-    EXPECT_EQ(Setting("Dynamic_Set_Conf", "LastAction"), GetParam().LastAction);
-    EXPECT_THAT(LineEvents(), ElementsAre("CLOSE"));
-    EXPECT_TRUE(Tick.SpStopped);
+TEST_F(Ticking, ConfigurationLimitEndsAtThe140thTickWithItsCause) {
+    struct Case {
+        std::uint8_t version, type;
+        int multi;
+        const char *lastAction, *box, *trace;
+        bool mutexHeld;
+    };
+    const Case notKb2{2,
+                      1,
+                      3,
+                      "failed :Not a KB2(7120) set",
+                      "     Set Configuration Error\n\nYour set is not a 7120/7121 Corvane set",
+                      "MessageBox Poste non KB2",
+                      true};
+    const Case mono{2,
+                    3,
+                    0,
+                    "failed :Not a multiline set",
+                    "     Set Configuration Error\n\nYour set has not a multiline config",
+                    "MessageBox Poste MONO",
+                    true};
+    Case monoVersion1 = mono;
+    monoVersion1.version = 1;
+    monoVersion1.type = 0;
+    const Case other{1,
+                     0,
+                     -1,
+                     "failed :Config dynamic not received",
+                     "No response from PBX !\nThe Corvane Service Provider cannot run...\n\n"
+                     "- Check your PBX version.\n - Check your VXC setup.",
+                     "Dynamic Config not received - SP stopped",
+                     false};
+    for (const Case& c : {notKb2, mono, monoVersion1, other}) {
+        Tick = TickState{};
+        Tick.DeviceAssocAck = true;
+        ProviderState.TAPI_OMNA_Ver = c.version;
+        ProviderState.Dev_type = c.type;
+        SetConfig.MultiAnnounced = c.multi;
+        const std::size_t boxes = PlatformControl::Boxes().size();
+        Ticks(140);
+        EXPECT_EQ(PlatformControl::Boxes().size(), boxes);
+        const int cref = Call(1, 0, LINECALLSTATE_CONNECTED);
+        TraceLines();
+        Ticks(1);
+        ASSERT_EQ(PlatformControl::Boxes().size(), boxes + 1);
+        EXPECT_EQ(PlatformControl::Boxes().back().Text, c.box);
+        EXPECT_EQ(PlatformControl::Boxes().back().LineMutexHeld, c.mutexHeld);
+        EXPECT_EQ(Setting("Dynamic_Set_Conf", "LastAction"), c.lastAction);
+        EXPECT_THAT(LineEvents(), ElementsAre("STATE " + std::to_string(cref) + " IDLE", "CLOSE"));
+        EXPECT_THAT(TraceLines(), testing::IsSupersetOf(
+                                      {"Config dynamic not received: WaitConfigCount 140 LIMIT 140 Cas 2", c.trace}));
+        EXPECT_TRUE(Tick.SpStopped);
+    }
 }
-INSTANTIATE_TEST_SUITE_P(
-    , ConfigurationLimit,
-    testing::Values(LimitCase{"NotKb2", 2, 1, 3, "failed :Not a KB2(7120) set",
-                              "     Set Configuration Error\n\nYour set is not a 7120/7121 Corvane set", true},
-                    LimitCase{"Mono", 2, 3, 0, "failed :Not a multiline set",
-                              "     Set Configuration Error\n\nYour set has not a multiline config", true},
-                    LimitCase{"MonoVersion1", 1, 0, 0, "failed :Not a multiline set",
-                              "     Set Configuration Error\n\nYour set has not a multiline config", true},
-                    LimitCase{"Other", 1, 0, -1, "failed :Config dynamic not received", "No response from PBX !",
-                              false}),
-    [](const auto& param) { return param.param.Name; });
 
 TEST_F(Ticking, TraceModeWatchdogStopsTheLinkAtItsLimitOrEndsWithTheFirstHeader) {
     Tick.ConfigReceived = true;
