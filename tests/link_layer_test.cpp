@@ -163,8 +163,10 @@ TEST_F(LinkLayer, EachTypeHasItsAnswer) {
     };
     for (const auto& c : Cases) {
         Quiet();
+        Link.TxDropCount = 1;
         Receive(c.Received);
         EXPECT_EQ(Port.Taken(), c.Written) << "type " << int{c.Received[1]};
+        EXPECT_EQ(Link.TxDropCount, c.Received[1] == 0x20 ? 0 : 1);
         EXPECT_FALSE(Link.Receiving);
     }
     Quiet();
@@ -193,6 +195,35 @@ TEST_F(LinkLayer, TraceHeadersWaitForTheCardsGoAhead) {
     EXPECT_THAT(TraceLines(),
                 ElementsAre("RX: First TRACEMODE System Trace Header WaitTrace 0 - ProcessData:0",
                             "RX: First TRACEMODE VTA Trace Header WaitTrace 12", "DigitKeyPushed 4 DialedNumber 4"));
+}
+
+TEST_F(LinkLayer, DataWaitsForTheCardsGoAheadAndTraceHeadersProveTheirMode) {
+    AomTable[1] = {true, 2, false, 40};
+    for (const bool process : {false, true}) {
+        Link.ProcessData = process;
+        const struct {
+            ByteList frame;
+            bool traceMode, linkProven;
+        } cases[] = {
+            {Frame({0x12, 0, 6, 3, 0, 3, 1}), false, false}, {Frame({0x61, 0x27, 0, 0, 'X'}), true, true},
+            {Frame({0x62, 0x03, 0x84}), true, true},         {Frame({0x63, 0x02, 'G', 3, 0x20, 0x20}), true, false},
+            {Frame({0x64, 0x02, ' ', 3}), true, false},
+        };
+        TraceLines();
+        for (const auto& c : cases) {
+            Link.TraceModeSeen = false;
+            Link.LinkIdleTicks = 7;
+            Receive(c.frame);
+            EXPECT_EQ(Link.TraceModeSeen, c.traceMode) << int{c.frame[1]};
+            EXPECT_EQ(Link.LinkIdleTicks, c.linkProven ? 0 : 7) << int{c.frame[1]};
+        }
+        EXPECT_EQ(ProviderState.TAPI_OMNA_Ver, process ? 3 : 0);
+        EXPECT_EQ(Line(0)[0], process ? 'X' : ' ');
+        EXPECT_STREQ(DialedNumber, process ? "4" : "");
+        EXPECT_EQ(TouchTable[43].rawIcon, process ? 0x2020u : 0u);
+        const std::vector<std::string> lines = TraceLines();
+        EXPECT_EQ(std::count(lines.begin(), lines.end(), "VTA: AOM key pushed: 43"), process ? 1 : 0);
+    }
 }
 
 TEST_F(LinkLayer, ModuleFramesNeedAKnownModuleAndACommandOfTheirs) {
@@ -246,6 +277,7 @@ TEST_F(LinkLayer, ASingleAttachedMessageIsWholeToItsLastByte) {
     Link.ProcessData = true;
     Receive(Frame(Join({ToBytes({0x6F, 2, 0x60, 0x01}), Item({0x61, 0x27, 0, 0, 'A', 'B'})})));
     EXPECT_EQ(Line(0).substr(0, 3), "AB ");
+    EXPECT_EQ(Port.Taken(), ACK) << "once";
 }
 
 TEST_F(LinkLayer, AContainedMessageBeyondItsContainerEndsItAndNothingIsReadBehind) {
@@ -435,6 +467,18 @@ TEST_F(LinkLayer, OneFrameIsUnderWayUntilItsAcknowledgement) {
     EXPECT_EQ(FifoCount(LINK_FIFO), 1);
 }
 
+TEST_F(LinkLayer, EveryWriteNotesItsTime) {
+    void (*const writes[])() = {[] { QueueZTMsg(Serial.Port, Five); }, [] { SendL2Msg(Serial.Port, ACK_FRAME); },
+                                [] { Resend_Last_Msg(); }};
+    for (const auto write : writes) {
+        PlatformControl::Advance(500);
+        TraceLines();
+        write();
+        EXPECT_EQ(Link.LastTransmitTime, PlatformControl::Now());
+    }
+    EXPECT_THAT(TraceLines(), ElementsAre("Resend_Last_Msg(02.60.00.9E.)"));
+}
+
 TEST_F(LinkLayer, SendingWaitsWhileTheLineIsInUse) {
     struct Slow : RecordingPort {
         std::size_t Pending = 0;
@@ -575,6 +619,9 @@ TEST_F(LinkLayer, WithoutAPortNothingGoesOutAndNothingBreaks) {
     EXPECT_EQ(QueueZTMsg(Serial.Port, Five), -1);
     SendL2Msg(Serial.Port, ACK_FRAME);
     Resend_Last_Msg();
+    TraceLines();
+    ResetComPort(3);
+    EXPECT_THAT(TraceLines(), ElementsAre("ResetComPort:3", "No hcd "));
     EXPECT_FALSE(Link.L2Sent);
     EXPECT_EQ(Receive(Frame({0x22})), 0);
     EXPECT_EQ(FifoCount(LINK_FIFO), 1);

@@ -138,13 +138,17 @@ TEST_F(Ticking, TraceModeWatchdogStopsTheLinkAtItsLimitOrEndsWithTheFirstHeader)
     Ticks(249);
     EXPECT_FALSE(Link.LinkStopped);
     TraceLines();
+    Call(1, 0, LINECALLSTATE_CONNECTED);
     Ticks(1);
     EXPECT_TRUE(Link.LinkStopped);
     EXPECT_TRUE(Traced("TIMEOUT Bad MAC/PC No Trace mode: WaitTrace 250 limit 250"));
     EXPECT_EQ(PlatformControl::Boxes().at(0).Text, "     Set Configuration Error\n\nVXC setup error - Bad MAC/PC mode");
     EXPECT_EQ(Setting("Dynamic_Set_Conf", "LastAction"), "failed :Bad MAC/PC trace mode");
-    EXPECT_THAT(LineEvents(), ElementsAre("CLOSE"));
+    EXPECT_THAT(LineEvents(), ElementsAre("STATE 0 IDLE", "CLOSE"));
     EXPECT_EQ(QueueZTMsg(Serial.Port, POLL_FRAME), -3);
+    Tracking.ForwardAckTicks = 5;
+    Ticks(1);
+    EXPECT_EQ(Tracking.ForwardAckTicks, 5) << "nothing is done any more";
 }
 
 TEST_F(Ticking, BadStoredStringStopsUnderTheMutexAndOnlyOnce) {
@@ -171,7 +175,11 @@ TEST_F(Ticking, ReportsAMadeCallOnceInItsFourStates) {
     Ticks(2);
     EXPECT_THAT(LineEvents(),
                 ElementsAre("STATE 0 DIALTONE", "STATE 0 DIALING", "STATE 0 PROCEEDING", "STATE 0 RINGBACK"));
-    EXPECT_TRUE(Traced("DoLineEvent\t(LINE_CALLSTATE, \tLINECALLSTATE_DIALTONE, 0, cref:0"));
+    EXPECT_THAT(TraceLines(),
+                testing::IsSupersetOf({"DoLineEvent\t(LINE_CALLSTATE, \tLINECALLSTATE_DIALTONE, 0, cref:0)",
+                                       "DoLineEvent(LINE_CALLSTATE,  LINECALLSTATE_DIALING, 0, cref:0)",
+                                       "DoLineEvent(LINE_CALLSTATE,  LINECALLSTATE_PROCEEDING, 0, cref:0)",
+                                       "DoLineEvent(LINE_CALLSTATE,  LINECALLSTATE_RINGBACK, 0, cref:0)"}));
 }
 
 TEST_F(Ticking, MadeCallThatLightsNoKeyEndsAtThe20thTick) {
@@ -193,6 +201,17 @@ TEST_F(Ticking, MadeCallThatLightsNoKeyEndsAtThe20thTick) {
     Marks.MakeCallWatch = {true, 0};
     Ticks(25);
     EXPECT_THAT(LineEvents(), IsEmpty());
+
+    // Nothing is watched before the set's configuration, without the port, the card or its trace headers.
+    Marks.MakeCallWatch = {true, 0};
+    for (bool* const flag : {&Tick.ConfigReceived, &Serial.PortFailed, &Serial.V24Trouble, &Link.TraceModeSeen}) {
+        *flag = !*flag;
+        Ticks(1);
+        EXPECT_EQ(Marks.MakeCallWatch.Ticks, 0);
+        *flag = !*flag;
+    }
+    Ticks(1);
+    EXPECT_EQ(Marks.MakeCallWatch.Ticks, 1);
 }
 
 TEST_F(Ticking, PressesTheVoiceFrequencyKeyFourSecondsAfterDigits) {
@@ -218,7 +237,7 @@ TEST_F(Ticking, OffersACallWithoutCallerAtTheTenthTickAndKeepsItWaiting) {
     TraceLines();
     Ticks(1);
     EXPECT_THAT(LineEvents(), ElementsAre("STATE 0 OFFERING"));
-    EXPECT_TRUE(Traced("2 sec - pas d'info sur l'appelant"));
+    EXPECT_THAT(TraceLines(), testing::IsSupersetOf({"- Etat:OFFERING - Ref:0", "2 sec - pas d'info sur l'appelant"}));
     EXPECT_EQ(WaitInfo[0], 0);
     EXPECT_EQ(Tracking.OfferInfoCref, -1);
 
@@ -226,6 +245,11 @@ TEST_F(Ticking, OffersACallWithoutCallerAtTheTenthTickAndKeepsItWaiting) {
     Tracking.OfferTicks = 9;
     Ticks(1);
     EXPECT_EQ(WaitInfo[1], -1) << "a supervised call waits for nothing";
+    WaitInfo.fill(7);
+    Tracking.OfferInfoCref = Call(1, 0, LINECALLSTATE_OFFERING);
+    Tracking.OfferTicks = 9;
+    Ticks(1);
+    EXPECT_THAT(WaitInfo, testing::Each(7)) << "no room to wait";
 }
 
 TEST_F(Ticking, FlushesAHalfFrameOnTheFifthTick) {
@@ -242,13 +266,24 @@ TEST_F(Ticking, FlushesAHalfFrameOnTheFifthTick) {
     EXPECT_EQ(Port.Taken(), "02 60 84 1A");
 }
 
+TEST_F(Ticking, AByteATickIsNoHalfFrame) {
+    Tick.ConfigReceived = true;
+    for (const int byte : {0x08, 0x22, 1, 2, 3, 4, 5, 6, 7, 0xBA}) {
+        Port.Feed({byte});
+        Ticks(1);
+    }
+    EXPECT_EQ(Port.Taken(), "02 60 00 9E");
+}
+
 TEST_F(Ticking, RetriesAFailedLinkControlFrameOnceAndEndsTheTick) {
     Tick.ConfigReceived = true;
     PlatformControl::Port("COM1").WriteFails = true;
     SendL2Msg(Serial.Port, ACK_FRAME);
     PlatformControl::Port("COM1").WriteFails = false;
     Port.Feed({0x02, 0x60, 0x80, 0x1E});
+    TraceLines();
     Ticks(1);
+    EXPECT_TRUE(Traced("Try to resend last l2"));
     EXPECT_EQ(Port.Taken(), "02 60 00 9E");
     EXPECT_EQ(Port.Incoming.size(), 4u) << "the tick ended before it read";
     Ticks(1);
@@ -284,13 +319,25 @@ TEST_F(Ticking, PollsASilentLinkAndReconnectsWhenNothingComes) {
     const std::vector<std::string> lines = TraceLines();
     EXPECT_EQ(lines.at(0), "Perte de connexion - Tentative de redemarrage");
     EXPECT_THAT(lines, testing::Contains("After_L2_timeout = 10"));
-    EXPECT_THAT(lines, testing::Contains("MessageBox returns 1 IDOK 1 IDHELP 9"));
+    EXPECT_THAT(lines, testing::IsSupersetOf({"V24 trouble hinst 0", "MessageBox returns 1 IDOK 1 IDHELP 9"}));
 
     for (int i = 0; i < 62; ++i)  // a second loss: no box, no LINE_CLOSE
         SerialTick(nullptr, 0, 0, 0);
     EXPECT_EQ(PlatformControl::Boxes().size(), 1u);
     EXPECT_EQ(PlatformControl::Port("COM1").Opens, opens + 2);
     EXPECT_THAT(LineEvents(), IsEmpty());
+
+    Serial.V24Trouble = false;
+    ProviderState.DeviceState = DEVICE_STARTING;
+    Link.LinkIdleTicks = 60;
+    SerialTick(nullptr, 0, 0, 0);
+    EXPECT_THAT(LineEvents(), ElementsAre("CLOSE")) << "a line that never was in service does not leave it";
+
+    Tick.ConfigReceived = true;
+    Tick.WaitConfigCount = 50;
+    Link.LinkIdleTicks = 29;
+    SerialTick(nullptr, 0, 0, 0);
+    EXPECT_EQ(Tick.WaitConfigCount, 50) << "no more to wait for";
 }
 
 TEST_F(Ticking, SubdeviceTestNeitherPollsNorLosesContact) {
@@ -418,6 +465,33 @@ TEST_F(Ticking, AFrameThatIsBeingHandledIsNoHalfFrame) {
     Ticks(1);
     EXPECT_EQ(PlatformControl::Boxes().size(), 1u);
     EXPECT_EQ(Port.Taken(), "");
+}
+
+TEST_F(Ticking, ReadsStandBehindKeptBytesAndGoOnUntilNothingIsLeft) {
+    const auto feed = [&](int frames) {
+        for (int i = 0; i < frames; ++i)
+            Port.Feed({0x01, 0x22, 0xDD});
+    };
+    const auto cutBurst = [&] {
+        Port.Feed({0x02, 0x60, 0x84, 0x1A, 0x02, 0x60, 0x84, 0x1A, 0x02, 0x60});
+        Ticks(1);
+        EXPECT_EQ(Tick.Kept, 10);
+        Port.Feed({0x84, 0x1A});
+    };
+    Tick.ConfigReceived = true;
+    feed(366);
+    Ticks(1);
+    EXPECT_EQ(Port.Written.size(), 366u * 4) << "more than the buffer holds, in one tick";
+    Port.Taken();
+    cutBurst();
+    Ticks(1);
+    EXPECT_TRUE(Traced("Deux msgs type 60.8x détectés dans la trame !!!"));
+    EXPECT_EQ(Port.Taken(), "02 60 00 9E") << "the last frame written, once more";
+    cutBurst();
+    feed(340);
+    Ticks(1);
+    EXPECT_EQ(Tick.Kept, 1024);
+    EXPECT_EQ(Port.Incoming.size(), 8u) << "what finds no room waits in the port";
 }
 
 TEST_F(Ticking, KeptBytesAreOfferedAgainAndGivenUpAfter200Milliseconds) {
