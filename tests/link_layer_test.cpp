@@ -36,94 +36,89 @@ protected:
 
 // --- link control --------------------------------------------------------------------------------------------------
 
-struct ControlCase {
-    std::vector<int> Control;  // sub-type and what follows
-    const char* Written;
-    std::vector<std::string> Traces;  // level 1 and 0
-    int Queued;                       // of the one frame that was sent before
-    int AckWaitTicks;
-    bool ProcessData = false, LinkProven = false;
-    int PollPeriod = 30;
-};
-void PrintTo(const ControlCase& c, std::ostream* out) {
-    *out << std::hex << c.Control[0];
-}
-class Control : public LinkLayer, public testing::WithParamInterface<ControlCase> {};
-
-TEST_P(Control, IsAnsweredAndTraced) {
-    SendOne(Five);
-    Quiet();
-    Link.LinkIdleTicks = 7;
-    Link.TxIdleCount = Link.TxDropCount = 1;
-    TraceMask = TRACE_ENTRY;
-    TraceLines();
-    ByteList counted{0x60};
-    for (const int value : GetParam().Control)
-        counted.push_back(static_cast<std::uint8_t>(value));
-    EXPECT_EQ(Receive(Frame(counted)), 0);
-
-    EXPECT_EQ(Port.Taken(), GetParam().Written);
-    EXPECT_EQ(TraceLines(), GetParam().Traces);
-    EXPECT_EQ(FifoCount(LINK_FIFO), GetParam().Queued);
-    EXPECT_EQ(Link.AckWaitTicks, GetParam().AckWaitTicks);
-    EXPECT_EQ(Link.ProcessData, GetParam().ProcessData);
-    EXPECT_EQ(Link.LinkIdleTicks, GetParam().LinkProven ? 0 : 7);
-    EXPECT_EQ(Link.LinkPollPeriod, GetParam().PollPeriod);
-    // An acknowledgement ends the count of kicks; its own kick is the first of the next.
-    EXPECT_EQ(Link.TxIdleCount, 1);
-    EXPECT_EQ(Link.TxDropCount, GetParam().Queued == 0 ? 0 : 1);
-    EXPECT_FALSE(Link.Receiving);
-}
-
 const char* const FIVE_AGAIN = "03 26 20 05 B2";
-INSTANTIATE_TEST_SUITE_P(
-    SubTypes, Control,
-    testing::Values(ControlCase{{0x00}, "", {}, 0, 50}, ControlCase{{0x01}, "", {}, 0, 50, true, true},
-                    ControlCase{{0x02}, ACK, {}, 1, 50}, ControlCase{{0x80}, ACK, {}, 1, 50},
-                    ControlCase{{0x10}, "", {"RX: Special Function Ack"}, 0, 50, true},
-                    ControlCase{
-                        {0x11}, "", {"RX: Config Response ", "* Subdevice Mac/pc 0.00 *"}, 0, 50, true, true, 160},
-                    ControlCase{{0x12, 50}, "", {"RX:Tempo Modification Ack:WaitAckTimer 50"}, 0, 50, false, true, 160},
-                    ControlCase{{0x13, 7}, "", {"RX:Tempo Enquiry Response:WaitAckTimer 7"}, 0, 50, false, true, 160},
-                    ControlCase{{0x83}, FIVE_AGAIN, {"RX: Wrong length (NACK)"}, 1, 50},
-                    ControlCase{{0x84}, FIVE_AGAIN, {"RX: Wrong CheckSum (NACK)\n"}, 1, 50},
-                    ControlCase{{0x85}, FIVE_AGAIN, {"RX: Physical loss of synchro (NACK)\n", "ResetComPort:1"}, 1, 49},
-                    ControlCase{{0x86}, ACK, {"RX: ABORT - ResetCommPort(3)", "ResetComPort:3"}, 1, 49},
-                    ControlCase{{0x87}, ACK, {"ResetComPort:1"}, 1, 49},
-                    ControlCase{{0x88}, ACK, {"ResetComPort:1"}, 1, 49},
-                    ControlCase{{0x55}, "", {"ResetComPort:1"}, 1, 49}));
 
-struct VersionCase {
-    int Major, Minor;
-    bool Tempo;
-    const char* Trace;
-};
-class ConfigVersion : public LinkLayer, public testing::WithParamInterface<VersionCase> {};
-
-TEST_P(ConfigVersion, DecidesAboutTheTempoFrame) {
-    SendOne(Frame({0x60, 0x11}));
-    Serial.V24Trouble = true;
-    Tick.WaitConfigCount = 66;
-    TraceMask = 0;
-    Receive(Frame({0x60, 0x11, GetParam().Major, GetParam().Minor, 0, 3}));
-    ByteList queued(9);
-    queued.resize(static_cast<std::size_t>(FifoPeek(LINK_FIFO, queued)));
-    EXPECT_EQ(queued, GetParam().Tempo ? ToBytes({0x03, 0x60, 0x12, 0x32, 0x59}) : ByteList{});
-    EXPECT_THAT(TraceLines(), testing::Contains(GetParam().Trace));
-    EXPECT_EQ(ProviderState.AdapterMajor, GetParam().Major);
-    EXPECT_EQ(ProviderState.AdapterMinor, GetParam().Minor);
-    EXPECT_TRUE(Link.SuperMsgSupported);
-    EXPECT_TRUE(Link.PiggybackMode);
-    EXPECT_EQ(Tick.WaitConfigCount, 0);
+TEST_F(LinkLayer, LinkControlIsAnsweredAndTraced) {
+    const struct {
+        std::vector<int> control;  // sub-type and what follows
+        const char* written;
+        std::vector<std::string> traces;  // level 1 and 0
+        int queued;                       // of the one frame that was sent before
+        int ackWaitTicks;
+        bool processData = false, linkProven = false;
+        int pollPeriod = 30;
+    } cases[] = {{{0x00}, "", {}, 0, 50},
+                 {{0x01}, "", {}, 0, 50, true, true},
+                 {{0x02}, ACK, {}, 1, 50},
+                 {{0x80}, ACK, {}, 1, 50},
+                 {{0x10}, "", {"RX: Special Function Ack"}, 0, 50, true},
+                 {{0x11}, "", {"RX: Config Response ", "* Subdevice Mac/pc 0.00 *"}, 0, 50, true, true, 160},
+                 {{0x12, 50}, "", {"RX:Tempo Modification Ack:WaitAckTimer 50"}, 0, 50, false, true, 160},
+                 {{0x13, 7}, "", {"RX:Tempo Enquiry Response:WaitAckTimer 7"}, 0, 50, false, true, 160},
+                 {{0x83}, FIVE_AGAIN, {"RX: Wrong length (NACK)"}, 1, 50},
+                 {{0x84}, FIVE_AGAIN, {"RX: Wrong CheckSum (NACK)\n"}, 1, 50},
+                 {{0x85}, FIVE_AGAIN, {"RX: Physical loss of synchro (NACK)\n", "ResetComPort:1"}, 1, 49},
+                 {{0x86}, ACK, {"RX: ABORT - ResetCommPort(3)", "ResetComPort:3"}, 1, 49},
+                 {{0x87}, ACK, {"ResetComPort:1"}, 1, 49},
+                 {{0x88}, ACK, {"ResetComPort:1"}, 1, 49},
+                 {{0x55}, "", {"ResetComPort:1"}, 1, 49}};
+    for (const auto& c : cases) {
+        SCOPED_TRACE(c.control[0]);
+        FifoClear(LINK_FIFO);
+        Link = LinkState{};
+        TraceMask = TRACE_ENTRY;
+        SendOne(Five);
+        Quiet();
+        Link.LinkIdleTicks = 7;
+        Link.TxIdleCount = Link.TxDropCount = 1;
+        TraceLines();
+        ByteList counted{0x60};
+        for (const int value : c.control)
+            counted.push_back(static_cast<std::uint8_t>(value));
+        EXPECT_EQ(Receive(Frame(counted)), 0);
+        EXPECT_EQ(Port.Taken(), c.written);
+        EXPECT_EQ(TraceLines(), c.traces);
+        EXPECT_EQ(FifoCount(LINK_FIFO), c.queued);
+        EXPECT_EQ(Link.AckWaitTicks, c.ackWaitTicks);
+        EXPECT_EQ(Link.ProcessData, c.processData);
+        EXPECT_EQ(Link.LinkIdleTicks, c.linkProven ? 0 : 7);
+        EXPECT_EQ(Link.LinkPollPeriod, c.pollPeriod);
+        // An acknowledgement ends the count of kicks; its own kick is the first of the next.
+        EXPECT_EQ(Link.TxIdleCount, 1);
+        EXPECT_EQ(Link.TxDropCount, c.queued == 0 ? 0 : 1);
+        EXPECT_FALSE(Link.Receiving);
+    }
 }
 
-INSTANTIATE_TEST_SUITE_P(Versions, ConfigVersion,
-                         testing::Values(VersionCase{3, 6, true, "* Subdevice Mac/pc 3.06 *"},
-                                         VersionCase{3, 10, true, "* Subdevice Mac/pc 3.10 *"},
-                                         VersionCase{4, 6, true, "* Subdevice Mac/pc 4.06 *"},
-                                         VersionCase{3, 5, false, "* Subdevice Mac/pc 3.05 *"},
-                                         VersionCase{2, 10, false, "* Subdevice Mac/pc 2.10 *"},
-                                         VersionCase{4, 2, false, "* Subdevice Mac/pc 4.02 *"}));
+TEST_F(LinkLayer, TheCardsVersionDecidesAboutTheTempoFrame) {
+    const struct {
+        int major, minor;
+        bool tempo;
+        const char* trace;
+    } cases[] = {
+        {3, 6, true, "* Subdevice Mac/pc 3.06 *"},   {3, 10, true, "* Subdevice Mac/pc 3.10 *"},
+        {4, 6, true, "* Subdevice Mac/pc 4.06 *"},   {3, 5, false, "* Subdevice Mac/pc 3.05 *"},
+        {2, 10, false, "* Subdevice Mac/pc 2.10 *"}, {4, 2, false, "* Subdevice Mac/pc 4.02 *"},
+    };
+    for (const auto& c : cases) {
+        FifoClear(LINK_FIFO);
+        SendOne(Frame({0x60, 0x11}));
+        Serial.V24Trouble = c.minor != 5;
+        Tick.ConfigReceived = c.minor == 10;
+        Tick.WaitConfigCount = 66;
+        TraceMask = 0;
+        Receive(Frame({0x60, 0x11, c.major, c.minor, 0, 3}));
+        ByteList queued(9);
+        queued.resize(static_cast<std::size_t>(FifoPeek(LINK_FIFO, queued)));
+        EXPECT_EQ(queued, c.tempo ? ToBytes({0x03, 0x60, 0x12, 0x32, 0x59}) : ByteList{});
+        EXPECT_THAT(TraceLines(), testing::Contains(c.trace));
+        EXPECT_EQ(ProviderState.AdapterMajor, c.major);
+        EXPECT_EQ(ProviderState.AdapterMinor, c.minor);
+        EXPECT_TRUE(Link.SuperMsgSupported);
+        EXPECT_TRUE(Link.PiggybackMode);
+        EXPECT_EQ(Tick.WaitConfigCount, Serial.V24Trouble && !Tick.ConfigReceived ? 0 : 66);
+    }
+}
 
 TEST_F(LinkLayer, ConfigFlagsAreReadBitByBitAndNeverFromTheChecksum) {
     Receive(Frame({0x60, 0x11, 3, 5, 0, 1}));
@@ -169,8 +164,10 @@ TEST_F(LinkLayer, EachTypeHasItsAnswer) {
     };
     for (const auto& c : Cases) {
         Quiet();
+        Link.TxDropCount = 1;
         Receive(c.Received);
         EXPECT_EQ(Port.Taken(), c.Written) << "type " << int{c.Received[1]};
+        EXPECT_EQ(Link.TxDropCount, c.Received[1] == 0x20 ? 0 : 1);
         EXPECT_FALSE(Link.Receiving);
     }
     Quiet();
@@ -199,6 +196,35 @@ TEST_F(LinkLayer, TraceHeadersWaitForTheCardsGoAhead) {
     EXPECT_THAT(TraceLines(),
                 ElementsAre("RX: First TRACEMODE System Trace Header WaitTrace 0 - ProcessData:0",
                             "RX: First TRACEMODE VTA Trace Header WaitTrace 12", "DigitKeyPushed 4 DialedNumber 4"));
+}
+
+TEST_F(LinkLayer, DataWaitsForTheCardsGoAheadAndTraceHeadersProveTheirMode) {
+    AomTable[1] = {true, 2, false, 40};
+    for (const bool process : {false, true}) {
+        Link.ProcessData = process;
+        const struct {
+            ByteList frame;
+            bool traceMode, linkProven;
+        } cases[] = {
+            {Frame({0x12, 0, 6, 3, 0, 3, 1}), false, false}, {Frame({0x61, 0x27, 0, 0, 'X'}), true, true},
+            {Frame({0x62, 0x03, 0x84}), true, true},         {Frame({0x63, 0x02, 'G', 3, 0x20, 0x20}), true, false},
+            {Frame({0x64, 0x02, ' ', 3}), true, false},
+        };
+        TraceLines();
+        for (const auto& c : cases) {
+            Link.TraceModeSeen = false;
+            Link.LinkIdleTicks = 7;
+            Receive(c.frame);
+            EXPECT_EQ(Link.TraceModeSeen, c.traceMode) << int{c.frame[1]};
+            EXPECT_EQ(Link.LinkIdleTicks, c.linkProven ? 0 : 7) << int{c.frame[1]};
+        }
+        EXPECT_EQ(ProviderState.TAPI_OMNA_Ver, process ? 3 : 0);
+        EXPECT_EQ(Line(0)[0], process ? 'X' : ' ');
+        EXPECT_STREQ(DialedNumber, process ? "4" : "");
+        EXPECT_EQ(TouchTable[43].rawIcon, process ? 0x2020u : 0u);
+        const std::vector<std::string> lines = TraceLines();
+        EXPECT_EQ(std::count(lines.begin(), lines.end(), "VTA: AOM key pushed: 43"), process ? 1 : 0);
+    }
 }
 
 TEST_F(LinkLayer, ModuleFramesNeedAKnownModuleAndACommandOfTheirs) {
@@ -252,6 +278,7 @@ TEST_F(LinkLayer, ASingleAttachedMessageIsWholeToItsLastByte) {
     Link.ProcessData = true;
     Receive(Frame(Join({ToBytes({0x6F, 2, 0x60, 0x01}), Item({0x61, 0x27, 0, 0, 'A', 'B'})})));
     EXPECT_EQ(Line(0).substr(0, 3), "AB ");
+    EXPECT_EQ(Port.Taken(), ACK) << "once";
 }
 
 TEST_F(LinkLayer, AContainedMessageBeyondItsContainerEndsItAndNothingIsReadBehind) {
@@ -391,22 +418,6 @@ TEST_F(LinkLayer, NoByteStreamMakesTheReceiverLoseItsPlace) {
     EXPECT_FALSE(Link.Receiving);
 }
 
-TEST_F(LinkLayer, ReadsDuringABoxLeaveTheFrameBehindItAlone) {
-    // The tempo frame finds no memory; while the box is open a tick receives a frame and half of another.
-    PlatformControl::FailGlobalAlloc(true);
-    PlatformControl::AnswerBoxes([&](const PlatformControl::Box&) {
-        Receive(Frame({0x22}));
-        Receive(ToBytes({0x05, 0x22}));
-        return IDOK;
-    });
-    Receive(Join({Frame({0x60, 0x11, 3, 6, 0, 0}), Frame({0x20})}));
-    PlatformControl::FailGlobalAlloc(false);
-    EXPECT_EQ(PlatformControl::Boxes().size(), 1u);
-    EXPECT_EQ(ProviderState.AdapterMajor, 3);
-    EXPECT_EQ(Port.Taken(), std::string(ACK) + " " + ACK + " 01 20 DF");
-    EXPECT_FALSE(Link.Receiving);
-}
-
 // --- reads of several frames ---------------------------------------------------------------------------------------
 
 TEST_F(LinkLayer, SeveralRefusalsInOneReadCauseOneResend) {
@@ -489,6 +500,18 @@ TEST_F(LinkLayer, OneFrameIsUnderWayUntilItsAcknowledgement) {
     EXPECT_EQ(QueueZTMsg(Serial.Port, {}), 0);
     EXPECT_EQ(Port.Taken(), "03 26 20 06 B1");
     EXPECT_EQ(FifoCount(LINK_FIFO), 1);
+}
+
+TEST_F(LinkLayer, EveryWriteNotesItsTime) {
+    void (*const writes[])() = {[] { QueueZTMsg(Serial.Port, Five); }, [] { SendL2Msg(Serial.Port, ACK_FRAME); },
+                                [] { Resend_Last_Msg(); }};
+    for (const auto write : writes) {
+        PlatformControl::Advance(500);
+        TraceLines();
+        write();
+        EXPECT_EQ(Link.LastTransmitTime, PlatformControl::Now());
+    }
+    EXPECT_THAT(TraceLines(), ElementsAre("Resend_Last_Msg(02.60.00.9E.)"));
 }
 
 TEST_F(LinkLayer, SendingWaitsWhileTheLineIsInUse) {
@@ -631,6 +654,9 @@ TEST_F(LinkLayer, WithoutAPortNothingGoesOutAndNothingBreaks) {
     EXPECT_EQ(QueueZTMsg(Serial.Port, Five), -1);
     SendL2Msg(Serial.Port, ACK_FRAME);
     Resend_Last_Msg();
+    TraceLines();
+    ResetComPort(3);
+    EXPECT_THAT(TraceLines(), ElementsAre("ResetComPort:3", "No hcd "));
     EXPECT_FALSE(Link.L2Sent);
     EXPECT_EQ(Receive(Frame({0x22})), 0);
     EXPECT_EQ(FifoCount(LINK_FIFO), 1);
@@ -671,21 +697,6 @@ TEST_F(LinkLayer, TheSubdeviceTestHoldsItsAnswerBackAndMayRefuse) {
     Link.NbWaitAckBeforeResponse = -1;
     Receive(restart);
     EXPECT_EQ(Port.Taken(), "");
-}
-
-// --- start of a link -----------------------------------------------------------------------------------------------
-
-TEST_F(LinkLayer, EveryLinkStartsWithTheSameFive) {
-    StartLink();
-    EXPECT_EQ(Port.Taken(), RESYNC);
-    std::string queued;
-    while (FifoCount(LINK_FIFO) > 0) {
-        Quiet();
-        QueueZTMsg(Serial.Port, {});
-        queued += Port.Taken() + "|";
-        FifoDrop(LINK_FIFO);
-    }
-    EXPECT_EQ(queued, "02 60 01 9D|03 60 10 03 8A|02 60 11 8D|07 12 00 06 02 00 02 01 DC|");
 }
 
 TEST_F(LinkLayer, AfterL2TimeoutIsTakenFromOneTo150Milliseconds) {

@@ -103,7 +103,7 @@ void ProviderInitAgain() {
     ProviderInitCommon(ProviderState.PermanentProviderID, ProviderState.ProviderHandle, ProviderState.LineDeviceID,
                        ProviderState.PhoneDeviceID, ProviderState.CompletionProc);
     // A port that is no longer configured has shut the provider down, mutex included.
-    if ((wait == 0 || wait == static_cast<LONG>(WAIT_ABANDONED)) && Process.LineMutex != nullptr)
+    if (GotLineMutex(wait) && Process.LineMutex != nullptr)
         ReleaseLineMutex(0);
 }
 
@@ -187,6 +187,10 @@ LONG WaitLineMutex() {
         CloseHandle(made);  // another thread's handle to the same mutex was first
     // Where it existed already, here or in another process, making it has not given it to this thread.
     return error == ERROR_ALREADY_EXISTS ? WaitLineMutex() : 0;
+}
+
+bool GotLineMutex(LONG wait) {
+    return wait == 0 || wait == static_cast<LONG>(WAIT_ABANDONED);
 }
 
 LONG ReleaseLineMutex(LONG result) {

@@ -60,6 +60,7 @@ struct PortRecord {
     bool GetStateFails = false, SetStateFails = false;
     bool WriteFails = false, ReadFails = false;  // with ERROR_IO_DEVICE
     bool WritePends = false;                     // writes are reported as pending (ERROR_IO_PENDING), and carried out
+    bool ReadPends = false;  // reads stay pending (ERROR_IO_PENDING) and, called off, fail with what they have got
     int Opens = 0, Closes = 0;
     DCB Dcb{};
     COMMTIMEOUTS Timeouts{};
