@@ -90,26 +90,21 @@ TEST_F(ToTapi, OnlyADropOfThatCallIsCompletedByItsEnd) {
     EXPECT_EQ(ProviderState.PendingRequestID, 7u) << "another request";
     RunningRequest = {REQUEST_DROP, 2, 5};
     DoLineEvent(LINE_CALLSTATE, LINECALLSTATE_DISCONNECTED, 0, 2);
+    DoLineEvent(LINE_CALLSTATE, LINECALLSTATE_IDLE, 0, 1);
+    DoLineEvent(LINE_CALLINFO, LINECALLSTATE_IDLE, 0, 2);
+    DoLineEvent(LINE_CALLINFO, LINECALLSTATE_ONHOLD, 0, 2);
+    EXPECT_EQ(LastHeldCref, -1);
     EXPECT_EQ(RunningRequest.Code, REQUEST_DROP) << "not idle yet";
     TraceLines();
     CompleteRunningDrop(2);
     EXPECT_THAT(TraceLines(), ElementsAre("lineDrop Running cref 0002 => LINE_REPLY OK", "SendCompletion:7, res:0"));
     EXPECT_EQ(RunningRequest.Cref, -1);
     EXPECT_EQ(RunningRequest.ConsultCref, -1);
-}
-
-TEST_F(EventsTest, OnlyTheEndOfItsCallCompletesADrop) {
+    EXPECT_EQ(SendCompletion(ProviderState, 0), 0u);
     ProviderState.PendingRequestID = 8;
     RunningRequest = {REQUEST_DROP, 2, -1};
-    DoLineEvent(LINE_CALLSTATE, LINECALLSTATE_IDLE, 0, 1);
-    DoLineEvent(LINE_CALLINFO, LINECALLSTATE_IDLE, 0, 2);
-    DoLineEvent(LINE_CALLINFO, LINECALLSTATE_ONHOLD, 0, 2);
-    EXPECT_EQ(LastHeldCref, -1);
-    EXPECT_EQ(Events().size(), 3u) << "no completion";
     DoLineEvent(LINE_CALLSTATE, LINECALLSTATE_IDLE, 0, 2);
-    EXPECT_THAT(Events(), ElementsAre("STATE - IDLE", "REPLY 8 0"));
-    EXPECT_EQ(RunningRequest.Code, REQUEST_NONE);
-    EXPECT_EQ(SendCompletion(ProviderState, 0), 0u);
+    EXPECT_EQ(ProviderState.PendingRequestID, 0u);
 }
 
 TEST_F(EventsTest, PhoneEventsNameTapisPhone) {

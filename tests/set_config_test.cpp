@@ -163,17 +163,11 @@ TEST_F(Dialogue, KeysOutsideTheTablesAreSkippedAndStillCounted) {
     EXPECT_THAT(lines, testing::Contains("TouchId:90 hors borne - non prise en compte"));
     EXPECT_THAT(lines, testing::Contains("TouchId:5 - :4705"));
     EXPECT_THAT(lines, testing::Contains(" nb_of_info_rcvd:2 - nb_touch_include:2 "));
-    HandleKeyInfoAck(1, Keys({{11, ""},
-                              {12, ""},
-                              {13, ""},
-                              {14, ""},
-                              {15, ""},
-                              {16, ""},
-                              {17, ""},
-                              {18, ""},
-                              {19, ""},
-                              {20, ""},
-                              {21, ""}}));
+    Bytes more;
+    more(11);
+    for (int key = 11; key <= 21; ++key)
+        more(key).Counted("")(0);
+    HandleKeyInfoAck(1, more);
     EXPECT_EQ(KeyLists.Multi.Count, 10);
     EXPECT_EQ(TouchTable[20].kind, TOUCH_NONE) << "the eleventh key finds no room";
     HandleKeySpeAck(1, Bytes()(4)(0)(0)(0));
