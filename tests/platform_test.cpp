@@ -50,18 +50,6 @@ struct Platform : testing::Test {
     void SetUp() override { PlatformControl::Reset(); }
 };
 
-// --- mutexes, events, threads ----------------------------------------------------------------------------------------
-
-TEST_F(Platform, AWaitThatNothingEndsLetsItsTimePass) {
-    const HANDLE event = CreateEventA(nullptr, FALSE, FALSE, nullptr);
-    const std::uint32_t before = PlatformControl::Now();
-    EXPECT_EQ(WaitForSingleObject(event, 20'000), WAIT_TIMEOUT);
-    EXPECT_EQ(PlatformControl::Now() - before, 20'000u);
-    SetEvent(event);
-    EXPECT_EQ(WaitForSingleObject(event, 20'000), WAIT_OBJECT_0);
-    EXPECT_EQ(WaitForSingleObject(event, 0), WAIT_TIMEOUT) << "an auto-reset event satisfies one wait";
-}
-
 // --- registry and profile ----------------------------------------------------------------------------------------------
 
 std::string FileText(const std::string& windowsPath) {

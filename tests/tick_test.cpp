@@ -48,77 +48,45 @@ protected:
     }
 };
 
-TEST_F(Ticking, StopsAtThe90thCountedTickWithoutAssociation) {
-    Ticks(90);
-    EXPECT_EQ(PlatformControl::Boxes().size(), 0u);
-    const int cref = Call(1, 0, LINECALLSTATE_CONNECTED);
-    Ticks(1);
-    EXPECT_THAT(LineEvents(), ElementsAre("STATE " + std::to_string(cref) + " IDLE", "CLOSE"));
-    EXPECT_TRUE(Traced("Config dynamic not received: WaitConfigCount 90 LIMIT 90 Cas 1"));
-    ASSERT_EQ(PlatformControl::Boxes().size(), 1u);
-    EXPECT_EQ(PlatformControl::Boxes()[0].Text,
-              "No response from PBX !\nThe Corvane Service Provider cannot run...\n\n- Check your PBX version.\n"
-              " - Check your VXC setup.");
-    EXPECT_FALSE(PlatformControl::Boxes()[0].LineMutexHeld);
-    EXPECT_EQ(Setting("Dynamic_Set_Conf", "LastAction"), "failed :Config dynamic :Device association ack not received");
-    EXPECT_EQ(ProviderState.DeviceState, DEVICE_OUT_OF_SERVICE);
-    Ticks(100);
-    EXPECT_THAT(LineEvents(), IsEmpty());
-    EXPECT_EQ(PlatformControl::Boxes().size(), 1u);
-}
-
-TEST_F(Ticking, ConfigurationLimitEndsAtThe140thTickWithItsCause) {
-    struct Case {
-        std::uint8_t version, type;
-        int multi;
+TEST_F(Ticking, StopsAtItsLimitWithoutTheConfiguration) {
+    const char* const noAnswer = "No response from PBX !\nThe Corvane Service Provider cannot run...\n\n"
+                                 "- Check your PBX version.\n - Check your VXC setup.";
+    const char* const notKb2 = "     Set Configuration Error\n\nYour set is not a 7120/7121 Corvane set";
+    const char* const mono = "     Set Configuration Error\n\nYour set has not a multiline config";
+    const char* const stopped = "Dynamic Config not received - SP stopped";
+    const struct {
+        int limit, version, type, multi;
         const char *lastAction, *box, *trace;
-        bool mutexHeld;
+    } cases[] = {
+        {90, 0, 0, -1, "failed :Config dynamic :Device association ack not received", noAnswer, stopped},
+        {140, 2, 1, 3, "failed :Not a KB2(7120) set", notKb2, "MessageBox Poste non KB2"},
+        {140, 2, 3, 0, "failed :Not a multiline set", mono, "MessageBox Poste MONO"},
+        {140, 1, 0, 0, "failed :Not a multiline set", mono, "MessageBox Poste MONO"},
+        {140, 1, 0, -1, "failed :Config dynamic not received", noAnswer, stopped},
     };
-    const Case notKb2{2,
-                      1,
-                      3,
-                      "failed :Not a KB2(7120) set",
-                      "     Set Configuration Error\n\nYour set is not a 7120/7121 Corvane set",
-                      "MessageBox Poste non KB2",
-                      true};
-    const Case mono{2,
-                    3,
-                    0,
-                    "failed :Not a multiline set",
-                    "     Set Configuration Error\n\nYour set has not a multiline config",
-                    "MessageBox Poste MONO",
-                    true};
-    Case monoVersion1 = mono;
-    monoVersion1.version = 1;
-    monoVersion1.type = 0;
-    const Case other{1,
-                     0,
-                     -1,
-                     "failed :Config dynamic not received",
-                     "No response from PBX !\nThe Corvane Service Provider cannot run...\n\n"
-                     "- Check your PBX version.\n - Check your VXC setup.",
-                     "Dynamic Config not received - SP stopped",
-                     false};
-    for (const Case& c : {notKb2, mono, monoVersion1, other}) {
+    for (const auto& c : cases) {
         Tick = TickState{};
-        Tick.DeviceAssocAck = true;
-        ProviderState.TAPI_OMNA_Ver = c.version;
-        ProviderState.Dev_type = c.type;
+        Tick.DeviceAssocAck = c.limit != 90;
+        ProviderState.DeviceState = DEVICE_STARTING;
+        ProviderState.TAPI_OMNA_Ver = static_cast<std::uint8_t>(c.version);
+        ProviderState.Dev_type = static_cast<std::uint8_t>(c.type);
         SetConfig.MultiAnnounced = c.multi;
         const std::size_t boxes = PlatformControl::Boxes().size();
-        Ticks(140);
+        Ticks(c.limit);
         EXPECT_EQ(PlatformControl::Boxes().size(), boxes);
-        const int cref = Call(1, 0, LINECALLSTATE_CONNECTED);
+        const std::string call = std::to_string(Call(1, 0, LINECALLSTATE_CONNECTED));
         TraceLines();
-        Ticks(1);
-        ASSERT_EQ(PlatformControl::Boxes().size(), boxes + 1);
+        Ticks(100);
+        ASSERT_EQ(PlatformControl::Boxes().size(), boxes + 1) << "once";
         EXPECT_EQ(PlatformControl::Boxes().back().Text, c.box);
-        EXPECT_EQ(PlatformControl::Boxes().back().LineMutexHeld, c.mutexHeld);
+        EXPECT_EQ(PlatformControl::Boxes().back().LineMutexHeld, c.box != noAnswer);
         EXPECT_EQ(Setting("Dynamic_Set_Conf", "LastAction"), c.lastAction);
-        EXPECT_THAT(LineEvents(), ElementsAre("STATE " + std::to_string(cref) + " IDLE", "CLOSE"));
-        EXPECT_THAT(TraceLines(), testing::IsSupersetOf(
-                                      {"Config dynamic not received: WaitConfigCount 140 LIMIT 140 Cas 2", c.trace}));
-        EXPECT_TRUE(Tick.SpStopped);
+        EXPECT_THAT(LineEvents(), ElementsAre("STATE " + call + " IDLE", "CLOSE"));
+        const std::string limit = std::to_string(c.limit), cause = c.limit == 90 ? "Cas 1" : "Cas 2";
+        EXPECT_THAT(TraceLines(), testing::IsSupersetOf({"Config dynamic not received: WaitConfigCount " + limit +
+                                                             " LIMIT " + limit + " " + cause,
+                                                         std::string(c.trace)}));
+        EXPECT_EQ(ProviderState.DeviceState, DEVICE_OUT_OF_SERVICE);
     }
 }
 

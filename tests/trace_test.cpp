@@ -83,8 +83,6 @@ TEST_F(TraceLife, EachLineHasItsLevel) {
         void (*call)();
     } lines[] = {
         {TRACE_ENTRY, "Entering TSPI_providerInstall(0,4)", [] { TSPI_providerInstall(nullptr, 4); }},
-        {TRACE_ENTRY, "Entering TSPI_providerRemove(0,4)", [] { TSPI_providerRemove(nullptr, 4); }},
-        {TRACE_ENTRY, "Entering TSPI_providerConfig(0,4)", [] { TSPI_providerConfig(nullptr, 4); }},
         {TRACE_CALL, "TSPI_providerFreeDialogInstance 0", [] { TSPI_providerFreeDialogInstance(nullptr); }},
         {TRACE_ENTRY, "SendCompletion:7, res:0",
          [] {

@@ -162,6 +162,7 @@ LONG WINAPI TSPI_phoneSetHookSwitch(DRV_REQUESTID dwRequestID, HDRVPHONE hdPhone
     if (!IsPhoneHandle(hdPhone))
         return Refuse(PHONEERR_INVALPHONEHANDLE);
     PHONEBUTTONINFO info{};
+    info.dwTotalSize = sizeof info;
     info.dwButtonMode = PHONEBUTTONMODE_FEATURE;
     Press(&info, dwHookSwitchMode == PHONEHOOKSWITCHMODE_ONHOOK ? RELEASE_KEY : OFFHOOK_KEY);
     return ReleaseLineMutex(0);

@@ -4,6 +4,7 @@
 #include "control/requests.h"  // the marks of requests, which name calls
 #include "link/serial.h"       // the thread that is started and stopped here
 #include "platform/text.h"
+#include "provider/events.h"
 #include "provider/state.h"
 #include "trace/trace.h"
 #include "tracking/model.h"  // the tables and markers that a re-initialisation empties
@@ -100,6 +101,7 @@ void ProviderInitAgain() {
     // While a serial thread runs for the other device, its ticks read the same records.
     const bool shared = SerialThreadRuns();
     const LONG wait = shared ? WaitLineMutex() : -1;
+    FailPendingRequest();
     ProviderInitCommon(ProviderState.PermanentProviderID, ProviderState.ProviderHandle, ProviderState.LineDeviceID,
                        ProviderState.PhoneDeviceID, ProviderState.CompletionProc);
     // A port that is no longer configured has shut the provider down, mutex included.
@@ -162,6 +164,7 @@ LONG StopSerialThread() {
     CloseAndForget(Process.SerialThread);
     CloseAndForget(Process.SerialReadyEvent);
     WaitLineMutex();
+    FailPendingRequest();
     return 0;
 }
 
