@@ -43,13 +43,6 @@ void CloseAndForget(HANDLE& handle) {
         CloseHandle(std::exchange(handle, nullptr));
 }
 
-// A thread that has ended by itself (its port did not open) runs no longer, though its handle is still there.
-bool SerialThreadRuns() {
-    if (Process.SerialThread != nullptr && WaitForSingleObject(Process.SerialThread, 0) == WAIT_OBJECT_0)
-        CloseAndForget(Process.SerialThread);
-    return Process.SerialThread != nullptr;
-}
-
 }  // namespace
 
 extern "C" BOOL WINAPI DllMain(HINSTANCE instance, DWORD reason, LPVOID processEnds) {
@@ -104,6 +97,12 @@ void ProviderInitAgain() {
     // A port that is no longer configured has shut the provider down, mutex included.
     if ((wait == 0 || wait == static_cast<LONG>(WAIT_ABANDONED)) && Process.LineMutex != nullptr)
         ReleaseLineMutex(0);
+}
+
+bool SerialThreadRuns() {
+    if (Process.SerialThread != nullptr && WaitForSingleObject(Process.SerialThread, 0) == WAIT_OBJECT_0)
+        CloseAndForget(Process.SerialThread);
+    return Process.SerialThread != nullptr;
 }
 
 LONG StartSerialThread() {

@@ -32,6 +32,10 @@ void ProviderInitCommon(DWORD permanentProviderID, HPROVIDER provider, DWORD lin
 // The same with the values that ProviderState holds: what every open after the first does.
 void ProviderInitAgain();
 
+// Whether a serial thread runs; one that has ended by itself (its port did not open) does not, and its handle is closed
+// here.
+bool SerialThreadRuns();
+
 // Starts the serial thread and waits up to 20 s until its attempt to open the port is over. Gives 0 with the line mutex
 // held (also when a thread runs already), or LINEERR_NODRIVER without it. Whether the port opened, its handle tells.
 LONG StartSerialThread();
