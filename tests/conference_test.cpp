@@ -146,6 +146,9 @@ TEST_F(Conference, EndAskedForOnTheSet) {
     Tracking.ConfEndReq = Tracking.ConfBroken = 1;
     Display(0, "y");
     EXPECT_EQ(Steps(), "Pb de detection de string | Pb de detection de string") << "no conference now";
+    JoinOnOneKey();
+    Display(0, "MARTIN");
+    EXPECT_EQ(Steps(), "") << "the next conference is neither broken nor asked to end";
     Fresh();
     Double(ONHOLD, CONNECTED);
     SoftKeyPressed(2);

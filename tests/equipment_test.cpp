@@ -337,7 +337,7 @@ TEST(EquipmentLine, AReopenedLinkGetsNothingOfTheOldDialogue) {
     end.Send("60 85");
     end.Send("12 00 06 02 00 02 01");
     const Texts items = end.Items(5000);
-    ASSERT_EQ(items.size(), 2u);
+    ASSERT_EQ(items.size(), 3u);                // the display of the idle set last
     EXPECT_EQ(items[0].substr(0, 5), "0C 81");  // was on its way
     EXPECT_EQ(items[1].substr(0, 17), "12 00 0E 02 00 03");
 }
@@ -476,7 +476,7 @@ TEST(EquipmentPbx, AnswersARepeatedRequestOnceButEveryAssociation) {
     EXPECT_EQ(end.Items().size(), 1u);
     for (int i = 0; i < 2; ++i) {
         end.Send("12 00 06 02 00 02 01");
-        EXPECT_EQ(end.Items().size(), 1u);
+        EXPECT_EQ(end.Items().size(), 2u);  // and the display of the idle set
     }
     end.Send("12 00 06 02 00 06 02");
     EXPECT_EQ(end.Items().size(), 1u);
@@ -511,8 +511,9 @@ TEST(EquipmentSet, PlaysCallsAsASetShowsThem) {
         {"dial 4#",
          {"from set: digit 4", "to set: line 0 mode 2 at 0 '4'", "from set: digit 11",
           "to set: line 0 mode 2 at 0 '#'"}},
-        {"far-rings", {"to set: line 0 mode 0 at 0 '4#'"}},
-        {"far-answers", {talking}},
+        {"far-rings",
+         {"to set: line 0 mode 0 at 0 '4#'", "to set: line 1 mode 0 at 0 'Fin2Ap                  Transf          '"}},
+        {"far-answers", {"to set: line 1 mode 0 at 0 'Fin2Ap  VaVien  Conf    Transf  FreqV   '"}},
         {"swap",
          {"from set: key 1", "to set: icon key 2 value 2828", "to set: icon key 1 value 2020",
           "to set: line 0 mode 0 at 0 'DUPONT  0123456789'"}},
@@ -534,7 +535,7 @@ TEST(EquipmentSet, PlaysADoubleCallOnOneKey) {
     end.Start();
     for (const char* line : {"incoming 1 4712", "answer 1", "soft 1", "dial 4713", "far-answers"})
         end.Do(line);
-    EXPECT_EQ(DisplayText(end.machine, 1), "Fin2Ap  VaVien  Conf    Transf          ");
+    EXPECT_EQ(DisplayText(end.machine, 1), "Fin2Ap  VaVien  Conf    Transf  FreqV   ");
     EXPECT_EQ(end.Do("swap"), (Texts{"from set: key 30", "to set: line 0 mode 0 at 0 '4712'"}));
     end.Do("caller-hangs-up 1");
     EXPECT_EQ(DisplayText(end.machine, 0).substr(0, 8), "Annulez ");
@@ -574,6 +575,447 @@ TEST(EquipmentSet, DoesWhatTheProviderPresses) {
     EXPECT_EQ(end.Items().front(), "64 02 20 03");
 }
 
+// --- what presses do. A step is a line of a script, or the provider's frames behind ">". What is left is the set's own
+// picture of its calls (key.slot, direction, state, number) and line 1.
+
+struct Played {
+    const char* name;
+    std::vector<const char*> lines;
+    std::string calls;
+    std::string labels = "";  // "" = whatever they are
+};
+
+std::string Calls(const Machine& machine) {
+    std::string text;
+    for (const SetCall& call : machine.set.calls)
+        text += (text.empty() ? "" : ", ") + std::to_string(call.key) + "." + std::to_string(call.slot) +
+                (call.incoming ? " in " : " out ") + CallStateName(call.state) + " " + call.number;
+    return text;
+}
+
+struct Presses : TheOtherEnd {
+    // Gives what the last line sent.
+    Texts Play(const std::vector<const char*>& lines) {
+        Texts last;
+        for (const char* line : lines) {
+            if (*line == '>')
+                Send(line + 1);
+            else
+                EXPECT_EQ(Execute(machine, line, now), "") << line;
+            last = Words(Items());
+            EXPECT_EQ(Inconsistency(machine), "") << line;
+        }
+        return last;
+    }
+    void Check(const Played& played) {
+        Play(played.lines);
+        EXPECT_EQ(Calls(machine), played.calls) << played.name;
+        if (!played.labels.empty()) {
+            EXPECT_EQ(DisplayText(machine, 1), played.labels) << played.name;
+        }
+    }
+};
+
+const std::string LabelsAlone = "2eApp                           FreqV   ";
+const std::string LabelsTwo = "Fin2Ap  VaVien  Conf    Transf  FreqV   ";
+const std::string LabelsConference = "                Conf    Transf          ";
+const std::vector<const char*> TwoCalls = {"incoming 1 4720", "answer 1", "soft 1", "dial 4730", "far-answers"};
+
+std::vector<const char*> After(std::vector<const char*> lines, std::initializer_list<const char*> more) {
+    lines.insert(lines.end(), more);
+    return lines;
+}
+
+TEST(EquipmentPresses, SecondCallsOnOneKey) {
+    const Played cases[] = {
+        {"a soft key",
+         {"incoming 1 4720", "answer 1", "soft 1"},
+         "1.0 in held 4720, 1.1 out dial tone ",
+         "Fin2Ap                                  "},
+        {"digits in a conversation",
+         {"incoming 1 4720", "answer 1", ">26 03 04", ">26 20 29", "answer 1", ">26 03 04"},
+         "1.0 in held 4720, 1.1 out dialling 4"},
+        {"letters",
+         {"incoming 1 4720", "answer 1", ">6E 03 26 20 42 03 26 20 6F 03 26 20 62"},
+         "1.0 in held 4720, 1.1 out dialling Bob"},
+        {"it rings",
+         {"incoming 1 4720", "answer 1", "soft 1", "dial 4730", "far-rings"},
+         "1.0 in held 4720, 1.1 out far end rings 4730",
+         "Fin2Ap                  Transf          "},
+        {"it is answered", TwoCalls, "1.0 in held 4720, 1.1 out connected 4730", LabelsTwo},
+        {"the provider swaps", After(TwoCalls, {">26 20 1E"}), "1.0 in connected 4720, 1.1 out held 4730", LabelsTwo},
+        {"the provider ends it", After(TwoCalls, {">26 20 1D"}), "1.0 in connected 4720", LabelsAlone},
+        {"a new one takes the free slot", After(TwoCalls, {"swap", "soft 1", "soft 1"}),
+         "1.1 out held 4730, 1.0 out dial tone "},
+        {"nobody can be reached",
+         {"incoming 1 4720", "answer 1", "soft 1", "dial 4730", "far-busy"},
+         "1.0 in held 4720, 1.1 out over 4730",
+         "Fin2Ap                                  "},
+        {"abandoned at dial tone, the first rings back",
+         {"incoming 1 4720", "answer 1", "soft 1", "soft 1"},
+         "1.0 in rings back 4720"},
+        {"abandoned later, the first goes on",
+         {"incoming 1 4720", "answer 1", "soft 1", "dial 4", "soft 1"},
+         "1.0 in connected 4720",
+         LabelsAlone},
+        {"put down before the answer",
+         {"incoming 1 4720", "answer 1", "soft 1", "dial 4", ">26 20 29"},
+         "1.0 in rings back 4720"},
+        {"and taken again",
+         {"incoming 1 4720", "answer 1", "soft 1", "dial 4", ">26 20 29", ">26 20 01"},
+         "1.0 in connected 4720",
+         LabelsAlone},
+        {"put down after it", After(TwoCalls, {">26 20 29"}), ""},
+        {"the second party leaves", After(TwoCalls, {"caller-hangs-up 1"}), "1.0 in held 4720, 1.1 out over 4730"},
+        {"the held party leaves", After(TwoCalls, {"caller-hangs-up 1 slot 0"}), "1.1 out connected 4730", LabelsAlone},
+        {"transfer", After(TwoCalls, {">26 20 20"}), ""},
+        {"transfer while it rings", {"incoming 1 4720", "answer 1", "dial 4730", "far-rings", ">26 20 20"}, ""},
+        {"conference", After(TwoCalls, {">26 20 1F"}), "1.0 in conferenced 4720, 1.1 out conferenced 4730",
+         LabelsConference},
+        {"ended on request", After(TwoCalls, {"swap", "conference", ">26 20 1F"}), "1.1 out connected 4730",
+         LabelsAlone},
+        {"a party leaves", After(TwoCalls, {"conference", "caller-hangs-up 1 slot 0"}), "1.1 out connected 4730",
+         LabelsAlone},
+        {"released", After(TwoCalls, {"conference", ">26 20 29"}), ""},
+        {"left to each other", After(TwoCalls, {"conference", ">26 20 20"}), ""},
+        {"another key stays another key",
+         {"incoming 1 4720", "answer 1", "incoming 2 4730", "answer 2"},
+         "1.0 in held 4720, 2.0 in connected 4730",
+         "2eApp           Conf    Transf  FreqV   "},
+        {"presses without meaning",
+         After(TwoCalls,
+               {">26 20 01", ">26 20 03", ">26 20 22", ">26 20 63", ">26 03 0C", ">26 04 1A 20 03", ">26 20", ">26"}),
+         "1.0 in held 4720, 1.1 out connected 4730", LabelsTwo},
+    };
+    for (const Played& played : cases) {
+        Presses end;
+        end.machine.config.multiMode = 1;
+        end.Start();
+        end.Check(played);
+    }
+}
+
+TEST(EquipmentPresses, SecondCallsOnOtherKeys) {
+    const std::vector<const char*> three = {"incoming 1 4720", "answer 1",        "incoming 2 4730",
+                                            "answer 2",        "incoming 3 4740", "answer 3"};
+    const Played cases[] = {
+        {"a soft key takes the next line", TwoCalls, "1.0 in held 4720, 2.0 out connected 4730", LabelsTwo},
+        {"so do digits", {"incoming 1 4720", "answer 1", "dial 47"}, "1.0 in held 4720, 2.0 out dialling 47"},
+        {"swap", After(TwoCalls, {">26 20 1E"}), "1.0 in connected 4720, 2.0 out held 4730", LabelsTwo},
+        {"end of the second", After(TwoCalls, {">26 20 1D"}), "1.0 in connected 4720", LabelsAlone},
+        {"a held party leaves", After(TwoCalls, {"caller-hangs-up 1"}), "2.0 out connected 4730", LabelsAlone},
+        {"release leaves the held call", After(TwoCalls, {">26 20 29"}), "1.0 in held 4720"},
+        {"which rings back", After(TwoCalls, {">26 20 29", "recall 1"}), "1.0 in rings back 4720"},
+        {"another key abandons what is dialled", {"seize 1", "dial 47", ">26 20 02"}, "2.0 out dial tone "},
+        {"conference", After(TwoCalls, {">26 20 1F"}), "1.0 in conferenced 4720, 2.0 out conferenced 4730",
+         LabelsConference},
+        {"with a call that rings back", After(TwoCalls, {"recall 1", "conference"}),
+         "1.0 in conferenced 4720, 2.0 out conferenced 4730"},
+        {"its second party leaves", After(TwoCalls, {"conference", "caller-hangs-up 2"}), "1.0 in connected 4720",
+         LabelsAlone},
+        {"end on request keeps the first", After(TwoCalls, {"conference", ">26 20 1F"}), "1.0 in connected 4720"},
+        {"release in conference", After(TwoCalls, {"conference", ">26 20 29"}), ""},
+        {"no other call meanwhile", After(TwoCalls, {"conference", "incoming 3 4740", ">26 20 03"}),
+         "1.0 in conferenced 4720, 2.0 out conferenced 4730, 3.0 in ringing 4740"},
+        {"transfer", After(TwoCalls, {">26 20 20"}), ""},
+        {"of three calls, with the other's key", After(three, {">6E 03 26 20 01 03 26 20 20 03 26 20 03"}),
+         "2.0 in held 4730"},
+        {"conference of three calls", After(three, {">6E 03 26 20 01 03 26 20 1F 03 26 20 02"}),
+         "1.0 in conferenced 4720, 2.0 in conferenced 4730, 3.0 in held 4740"},
+        {"another press calls it off", After(three, {"transfer", ">26 20 05", ">26 20 01"}),
+         "1.0 in connected 4720, 2.0 in held 4730, 3.0 in held 4740"},
+        {"off hook takes what rings", {"incoming 2 4730", ">26 20 30"}, "2.0 in connected 4730"},
+        {"or a line", {">26 20 30"}, "1.0 out dial tone "},
+    };
+    for (const Played& played : cases) {
+        Presses end;
+        end.Start();
+        end.Check(played);
+    }
+}
+
+TEST(EquipmentPresses, WithoutAChoiceTheCallHeldLastIsMeant) {
+    Presses end;
+    end.Start();
+    end.Play({"incoming 1 4720", "answer 1", "incoming 2 4730", "answer 2", "incoming 3 4740", "answer 3", "transfer"});
+    EXPECT_THAT(end.Items(1490), IsEmpty());
+    end.Items(10);
+    EXPECT_EQ(Calls(end.machine), "1.0 in held 4720");
+}
+
+TEST(EquipmentPresses, AConferenceShowsItsPartiesAndThenWhoHasStayed) {
+    Presses end;
+    end.machine.config.multiMode = 1;
+    end.Start();
+    EXPECT_EQ(
+        end.Play({"incoming 1 0145678901 \"DUPONT\"", "answer 1", "soft 1", "dial 4730", "far-answers", "soft 3"}),
+        (Texts{"from set: key 31", "to set: line 0 mode 0 at 0 'DUPONT  0145  4730          Conf'",
+               "to set: line 1 mode 0 at 0 '" + LabelsConference + "'"}));
+    // The provider reads from the soft keys that it is over, and only then from line 0 who has left.
+    EXPECT_EQ(end.Play({"caller-hangs-up 1 slot 1"}), (Texts{"to set: line 1 mode 0 at 0 '" + LabelsAlone + "'",
+                                                             "to set: line 0 mode 0 at 0 'DUPONT  0145678901'"}));
+}
+
+TEST(EquipmentPresses, ToneModeSendsDigitsAndDialsNothing) {
+    Presses end;
+    end.Start();
+    end.Play({"incoming 1 4720", "answer 1"});
+    EXPECT_EQ(end.Play({">26 20 21"}),
+              (Texts{"to set: line 1 mode 0 at 0 '2eApp                           StopV   '"}));
+    EXPECT_THAT(end.Play({">6E 03 26 03 01 03 26 03 0B"}), IsEmpty());
+    EXPECT_EQ(end.Play({">26 20 21"}), (Texts{"to set: line 1 mode 0 at 0 '" + LabelsAlone + "'"}));
+    EXPECT_EQ(end.machine.set.tones, "1#");
+    end.Play({"tones on", "hold 1", "retrieve 1"});
+    EXPECT_EQ(DisplayText(end.machine, 1), LabelsAlone) << "the mode ends with the conversation";
+}
+
+TEST(EquipmentPresses, SupervisionBossAndSecretaryKeys) {
+    const std::vector<KeyConfiguration> keys = {{1, KindMulti, "4711"},
+                                                {2, KindMulti, "4711"},
+                                                {7, KindSupervision, "4720"},
+                                                {9, KindBoss, "4730"},
+                                                {43, KindSecretary, "4740"}};
+    const Played cases[] = {
+        {"interception holds what is active",
+         {"incoming 1 1", "answer 1", "incoming 7 4750", ">26 20 07"},
+         "1.0 in held 1, 2.0 in connected 4750"},
+        {"the supervised party takes it", {"incoming 7 4750", "caller-hangs-up 7"}, ""},
+        {"no press without a call", {">26 20 07"}, ""},
+        {"a boss key dials its label", {">26 20 09"}, "9.0 out dialling 4730"},
+        {"so does a secretary key on a module", {">26 04 1A 20 03"}, "43.0 out dialling 4740"},
+        {"a call goes over while it rings", {"incoming 9 4750", "move 9 2"}, "2.0 in ringing 4750"},
+        {"no second call beside one",
+         {"incoming 9 4750", "answer 9", "second-call"},
+         "9.0 in held 4750, 1.0 out dial tone "},
+        {"transfer on ringing waits for the held call's key",
+         {"incoming 1 1", "answer 1", "incoming 2 2", "answer 2", ">26 20 09", "far-rings", ">26 20 20", ">26 20 01"},
+         "2.0 in held 2"},
+    };
+    for (const Played& played : cases) {
+        Presses end;
+        end.machine.config.omna = 3;
+        end.machine.config.modules = {{2, false, 40}};
+        end.machine.config.keys = keys;
+        end.Start();
+        end.Check(played);
+    }
+    // The order of the icons says whether it is still the same call.
+    Presses end;
+    end.machine.config.keys = {keys[0], keys[1], keys[2], keys[3]};
+    end.Start();
+    Texts shown = end.Play({"incoming 7 4750", "press 7"});
+    shown.resize(4);
+    EXPECT_THAT(shown, ElementsAre("from set: key 7", "to set: ring 0", "to set: icon key 1 value 2020",
+                                   "to set: icon key 7 value 0000"));
+    end.Send("12 00 06 02 00 02 01");
+    end.Items();
+    EXPECT_EQ(
+        end.Play({"release", "incoming 9 4750", "answer 9", "move 9 2"}),
+        (Texts{"TA_M_EVENT_TRANSFERED_CALL #1", "to set: icon key 9 value 0000", "to set: icon key 2 value 2020"}));
+}
+
+TEST(EquipmentPresses, ServiceCodesChangeForwardingAndPickUp) {
+    Presses end;
+    end.Start();
+    end.machine.config.number = "1";
+    EXPECT_EQ(end.Play({">26 03 06"}),  // the first digit takes a line
+              (Texts{"to set: icon key 1 value 2020", "to set: line 0 mode 0 at 0 'Numero: '",
+                     "to set: line 0 mode 2 at 0 '6'"}));
+    end.Send("6E 03 26 03 02 03 26 03 04 03 26 03 07 03 26 03 02");
+    EXPECT_EQ(end.Items().size(), 4u) << "not whole yet";
+    end.Send("26 03 00");
+    EXPECT_EQ(end.Items().back(), "0C 00 37 32 30 00") << "on busy, to 4720";
+    EXPECT_EQ(end.machine.config.forwardStatus, 1);
+    EXPECT_EQ(Calls(end.machine), "1.0 out served 624720");
+    end.Play({">26 20 29"});
+    EXPECT_EQ(Calls(end.machine), "");
+    end.Play({">6E 03 26 03 06 03 26 03 01 03 26 03 00 03 26 03 01"});  // an outside number ends with a pause
+    EXPECT_EQ(end.machine.config.forwardStatus, 1);
+    end.Items(400);
+    EXPECT_EQ(end.machine.config.forwardDestination, "01");
+    EXPECT_EQ(end.machine.config.forwardStatus, 0);
+    end.Play({">26 20 29", ">6E 03 26 03 06 03 26 03 00", ">26 20 29"});
+    EXPECT_EQ(end.machine.config.forwardStatus, 4);
+
+    end.Play({"waits-at 4720 4750 \"DUPONT\"", "dial 664721"});
+    EXPECT_EQ(Calls(end.machine), "1.0 out over 664721");
+    end.Play({"release", "dial 664720"});
+    EXPECT_EQ(Calls(end.machine), "1.0 in connected 4750");
+    EXPECT_EQ(DisplayText(end.machine, 1), LabelsAlone);
+}
+
+TEST(EquipmentPresses, NumbersDoWhatThePlanSays) {
+    struct {
+        const char* number;
+        const char* states[3];  // at once, after 500 and 1000 ms
+    } const cases[] = {
+        {"4720", {"far end rings", "connected", "connected"}},
+        {"4721", {"dialling", "over", "over"}},
+        {"4722", {"far end rings", "far end rings", "far end rings"}},
+        {"4723", {"dialling", "over", "over"}},
+        {"47", {"dialling", "far end rings", "far end rings"}},
+        {"48", {"dialling", "over", "over"}},
+        {"472", {"dialling", "over", "over"}},
+    };
+    for (const auto& c : cases) {
+        Presses end;
+        for (const char* line :
+             {"destination 4720 answers 500 \"DUPONT\"", "destination 4721 busy 450", "destination 4722 never-answers",
+              "destination 4723 not-obtainable 20", "destination 47 never-answers", "destination any not-obtainable"})
+            end.Do(line);
+        end.Start();
+        end.Play({"seize 1"});
+        EXPECT_EQ(Execute(end.machine, std::string("dial ") + c.number, end.now), "");
+        for (const char* expected : c.states) {
+            end.Items();
+            EXPECT_EQ(CallStateName(end.machine.set.calls.front().state), expected) << c.number;
+            end.Items(500);
+        }
+    }
+}
+
+// --- what the PBX tells of calls
+
+TEST(EquipmentEvents, CarryKeyReasonFlagsNumbersAndNames) {
+    struct {
+        const char* setting;
+        std::vector<const char*> lines;
+        std::string event;  // what the last line sent of TAPI_OMNA: code and payload
+    } const cases[] = {
+        {"set version 2", {"incoming 1 47 \"é\""}, "17 01 00 02 01 34 37 01 E9 02 01 31 32 00"},
+        {"set version 3", {"incoming 1 47 reason 1 for 48 \"B\""}, "17 01 01 02 01 34 37 00 02 01 34 38 01 42"},
+        {"set version 2", {"incoming 1 -"}, "17 01 00 00 00 00 02 01 31 32 00"},
+        {"set version 2", {"incoming 1 12345"}, "17 01 00 05 82 31 32 33 34 35 00 02 01 31 32 00"},
+        {"set event-prefix on", {"incoming 1 12345"}, "17 01 00 06 02 30 31 32 33 34 35 00 02 01 31 32 00"},
+        {"set no-operator on", {"incoming 1 12345"}, "17 01 00 05 C2 31 32 33 34 35 00 02 01 31 32 00"},
+        {"set version 3", {"incoming 7 47"}, "17 07 00 02 01 34 37 00 00 00 00"},
+        {"set version 2", {"incoming 1 47", "answer 1"}, "19 01 00 02 01 34 37 00"},
+        {"set version 2", {"seize 1", "dial 47", "far-rings \"A\""}, "18 01 00 02 01 34 37 01 41"},
+        {"set version 2", {"seize 1", "dial 012345", "far-rings"}, "18 01 00 05 82 31 32 33 34 35 00"},
+        {"set event-prefix on", {"seize 1", "dial 012345", "far-rings"}, "18 01 00 06 02 30 31 32 33 34 35 00"},
+        {"set version 2", {"seize 1", "dial 47", "far-rings", "far-answers"}, "19 01 00 02 01 34 37 00"},
+        {"set version 2", {"seize 1", "dial 47", "far-answers"}, "18 01 00 02 01 34 37 00, 19 01 00 02 01 34 37 00"},
+        {"set version 2", {"seize 1", "dial 47", "far-rings", "far-diverts 48"}, "18 01 00 02 01 34 38 00"},
+        {"set version 2", {"incoming 1 47", "answer 1", "far-transfers 1 48"}, "19 01 00 02 01 34 38 00"},
+        {"set version 2", {"incoming 1 47", "far-transfers 1 48"}, "17 01 08 02 01 34 38 00 02 01 31 32 00"},
+        {"set multi 1", {"incoming 1 47", "answer 1", "dial 4"}, "18 01 00 00 00 00"},
+        {"set internal 2",
+         {"waits-at 46 47", "dial 6646"},
+         "17 01 04 02 01 34 37 00 02 01 34 36 00, 19 01 00 02 01 34 37 00"},
+        {"set version 2", {"incoming 1 47", "answer 1", "second 2", "dial 48", "far-answers", "transfer"}, "1C 02"},
+        {"set version 1", {"incoming 1 47"}, ""},
+        {"set version 1", {"incoming 1 47", "answer 1"}, ""},
+        {"set version 1", {"seize 1", "dial 47", "far-answers"}, ""},
+        {"set version 1", {"incoming 9 47", "move 9 1"}, "1C 09"},
+    };
+    for (const auto& c : cases) {
+        TheOtherEnd end;
+        end.machine.config.keys = {
+            {1, KindMulti, "12"}, {2, KindMulti, "12"}, {7, KindSupervision, "20"}, {9, KindBoss, "30"}};
+        end.Start();
+        end.Do(c.setting);
+        end.Send("12 00 06 02 00 02 01");
+        end.Items();
+        std::string event;
+        for (const char* line : c.lines) {
+            EXPECT_EQ(Execute(end.machine, line, end.now), "") << line;
+            event.clear();
+            Reassembly segments;
+            for (const std::string& item : end.Items()) {
+                const Bytes bytes = FromHex(item);
+                Bytes message(bytes.begin() + 1, bytes.end());
+                if (bytes[0] == TypeSegment && segments.Add(bytes) == Reassembly::Result::Complete)
+                    message = segments.message;
+                else if (bytes[0] != TypeOmna)
+                    continue;
+                const auto omna = ParseOmna(message);
+                ASSERT_TRUE(omna) << item;
+                event += (event.empty() ? "" : ", ") + Hex(Bytes{omna->code}) + " " + Hex(omna->payload);
+            }
+        }
+        EXPECT_EQ(event, c.event) << c.lines.back() << ", " << c.setting;
+    }
+}
+
+// --- anything, in any order
+
+TEST(EquipmentPresses, NoSequenceBreaksThePicture) {
+    const char* const lines[] = {
+        "incoming 1 4720",
+        "incoming 2 4730",
+        "incoming 3 4740",
+        "incoming 7 4750",
+        "incoming 9 4760",
+        "incoming 43 47",
+        "far-rings",
+        "far-answers",
+        "far-busy",
+        "recall 1",
+        "far-diverts 4799",
+        "recall 2",
+        "recall 9",
+        "move 9 2",
+        "move 43 3",
+        "swap",
+        "second-call",
+        "conference",
+        "transfer",
+        "tones on",
+        "tones off",
+        "dial 4720",
+        "dial 61",
+        "dial 6",
+        "dial 0",
+        "dial B",
+        "waits-at 4720 1",
+        "far-transfers 1 5",
+        "off-hook",
+        "release",
+        "caller-hangs-up 1",
+        "caller-hangs-up 2 prompt",
+        "caller-hangs-up 1 slot 0",
+        "set multi 0",
+        "set multi 1",
+        "caller-hangs-up 3 reserved",
+        "caller-hangs-up 7",
+        "set version 1",
+        "set version 3",
+        "caller-hangs-up 9",
+    };
+    std::uint32_t seed = 12345;
+    const auto pick = [&](std::size_t n) {
+        seed = seed * 1'664'525u + 1'013'904'223u;
+        return static_cast<int>(seed / 65'536u % n);
+    };
+    for (int walk = 0; walk < 20; ++walk) {
+        TheOtherEnd end;
+        end.machine.config.modules = {{2, false, 40}};
+        end.machine.config.keys = {{1, KindMulti, "4711"},       {2, KindMulti, "4711"}, {3, KindMulti, "4712"},
+                                   {7, KindSupervision, "4720"}, {9, KindBoss, "4730"},  {43, KindSecretary, "47"}};
+        for (const char* line : {"destination 4720 answers 300", "destination 4730 busy", "set recall 5000"})
+            end.Do(line);
+        end.Start();
+        std::string trail;
+        for (int step = 0; step < 500; ++step) {
+            std::string what = lines[pick(std::size(lines))];
+            switch (pick(6)) {
+            case 0: what = "press " + std::to_string(1 + pick(10)); break;
+            case 1: what = "soft " + std::to_string(1 + pick(5)); break;
+            case 2: what = ">26 20 " + Hex(Bytes{static_cast<std::uint8_t>(1 + pick(50))}); break;
+            case 3: what = ">26 03 " + Hex(Bytes{static_cast<std::uint8_t>(pick(14))}); break;
+            default: break;
+            }
+            trail += what + "; ";
+            if (what[0] == '>')
+                end.Send(what.substr(1));
+            else
+                Execute(end.machine, what, end.now);
+            end.Items(pick(4) == 0 ? 100u * static_cast<unsigned>(pick(20)) : 0u);
+            ASSERT_EQ(Inconsistency(end.machine), "") << trail;
+        }
+    }
+}
+
 // --- scripts
 
 TEST(EquipmentScript, AWrongLineIsRefusedAndChangesNothing) {
@@ -582,13 +1024,47 @@ TEST(EquipmentScript, AWrongLineIsRefusedAndChangesNothing) {
     end.Do("incoming 1 4712");
     const std::string before = Picture(end.machine);
     const Bytes association = AssociationPayload(end.machine.config);
-    for (const char* line :
-         {"dance",         "incoming",    "incoming 1 4713", "incoming 89 1",     "incoming 40 1", "answer 2",
-          "hold 1",        "dial 12",     "seize 20",        "icon 1 purple",     "icon 1 12345",  "display 2 x",
-          "display 0 \"x", "lamp 1",      "nack 86",         "lose many",         "set version",   "set colour 3",
-          "set card 3",    "key 4 round", "forward 0",       "module 9 offset 1", "send 1",        "send xx",
-          "silence maybe", "wait",        "seize 2 3",       "retrieve 1",        "swap",          "second 2",
-          "far-busy"}) {
+    for (const char* line : {"dance",
+                             "incoming",
+                             "incoming 1 4713",
+                             "incoming 89 1",
+                             "incoming 40 1",
+                             "answer 2",
+                             "hold 1",
+                             "dial 12",
+                             "seize 20",
+                             "icon 1 purple",
+                             "icon 1 12345",
+                             "display 2 x",
+                             "display 0 \"x",
+                             "lamp 1",
+                             "nack 86",
+                             "lose many",
+                             "set version",
+                             "set colour 3",
+                             "set card 3",
+                             "key 4 round",
+                             "forward 0",
+                             "module 9 offset 1",
+                             "send 1",
+                             "send xx",
+                             "silence maybe",
+                             "wait",
+                             "seize 2 3",
+                             "retrieve 1",
+                             "swap",
+                             "second 2",
+                             "far-busy",
+                             "conference",
+                             "transfer",
+                             "tones on",
+                             "release",
+                             "recall 1",
+                             "move 1 2",
+                             "far-diverts 5",
+                             "far-transfers 2 5",
+                             "destination 1 dances",
+                             "set recall never"}) {
         EXPECT_TRUE(IsError(Execute(end.machine, line, end.now))) << line;
         EXPECT_THAT(end.Items(), IsEmpty()) << line;
     }

@@ -1,8 +1,11 @@
 // What exactly goes to TAPI's callbacks, and in which order to the provider's own records.
 #include "provider/events.h"
 
+#include "config/settings.h"
 #include "control/requests.h"
 #include "support/fixture.h"
+
+#include <functional>
 
 namespace {
 
@@ -91,6 +94,53 @@ TEST_F(ToTapi, OnlyADropOfThatCallIsCompletedByItsEnd) {
     EXPECT_THAT(TraceLines(), ElementsAre("lineDrop Running cref 0002 => LINE_REPLY OK", "SendCompletion:7, res:0"));
     EXPECT_EQ(RunningRequest.Cref, -1);
     EXPECT_EQ(RunningRequest.ConsultCref, -1);
+}
+
+TEST_F(ToTapi, TransferWhoseCallEndsIsNotLeftWaiting) {
+    for (const RequestCode code : {REQUEST_BLIND_TRANSFER, REQUEST_SETUP_TRANSFER}) {
+        ProviderState.PendingRequestID = 7;
+        RunningRequest = {code, 2, 5};
+        DoLineEvent(LINE_CALLSTATE, LINECALLSTATE_IDLE, 0, 5);
+        DoLineEvent(LINE_CALLSTATE, LINECALLSTATE_DISCONNECTED, 0, 2);
+        EXPECT_EQ(ProviderState.PendingRequestID, 7u);
+        Events();
+        DoLineEvent(LINE_CALLSTATE, LINECALLSTATE_IDLE, 0, 2);
+        EXPECT_EQ(Events().back(), "REPLY 7 80000048");
+        EXPECT_EQ(RunningRequest.Code, REQUEST_NONE);
+    }
+}
+
+// The application drops its next call as soon as it hears that the request before is done.
+TEST_F(ToTapi, RequestStartedFromTheCompletionKeepsRunning) {
+    ProviderState.CompletionProc = [](DRV_REQUESTID, LONG) {
+        ProviderState.PendingRequestID = 8;
+        RunningRequest = {REQUEST_DROP, 3, -1};
+    };
+    CopyText(Settings.SoftKeyLabels[SK_TRANSFER], "Transf");
+    CopyText(Settings.SoftKeyLabels[SK_END_SECOND_CALL], "Fin2Ap");
+    Key(1, TOUCH_MULTI);
+    Key(2, TOUCH_MULTI);
+    Call(1, 0, LINECALLSTATE_CONNECTED);
+    Tracking.ActivCallTouch = 1;
+    struct Ending {
+        RequestCode code;
+        int enquiryMode;
+        std::function<void()> seen;
+    };
+    for (const Ending& ending :
+         {Ending{REQUEST_DROP, 0, [] { CompleteRunningDrop(0); }},
+          {REQUEST_BLIND_TRANSFER, 0, [&] { Display(1, "Transf"); }},
+          {REQUEST_SETUP_TRANSFER, 0, [&] { Icon(2, ACTIV_ICON); }},
+          {REQUEST_SETUP_TRANSFER, 1, [&] { Tracking.ActivCallTouch = 1, Display(1, "Fin2Ap"); }}}) {
+        Settings.EnquiryCallMode = ending.enquiryMode;
+        RunningRequest = {ending.code, 0, 5};
+        ProviderState.PendingRequestID = 7;
+        ending.seen();
+        EXPECT_EQ(ProviderState.PendingRequestID, 8u) << ending.code;
+        EXPECT_EQ(RunningRequest.Code, REQUEST_DROP) << ending.code;
+        EXPECT_EQ(RunningRequest.Cref, 3) << ending.code;
+    }
+    EXPECT_EQ(CallTable[5].touch, 1) << "the consultation call, all the same";
 }
 
 }  // namespace

@@ -3,7 +3,7 @@
 #include "control/keys.h"
 
 #include "config/settings.h"
-#include "link/fifo.h"
+#include "support/queue.h"
 #include "support/tracked.h"
 #include "support/wire.h"
 
@@ -21,25 +21,6 @@ protected:
                                                                  static_cast<std::uint8_t>(offset)};
         SortAomModules();
     }
-    // Takes what is queued: a frame a line.
-    static std::vector<std::string> Queued() {
-        std::vector<std::string> frames;
-        std::array<std::uint8_t, 300> frame{};
-        for (int n = 0; (n = FifoPeek(LINK_FIFO, frame)) > 0; FifoDrop(LINK_FIFO)) {
-            std::string text;
-            int sum = 0;
-            for (int i = 0; i < n; ++i) {
-                char hex[4];
-                std::snprintf(hex, sizeof hex, "%02X", frame.at(static_cast<std::size_t>(i)));
-                text += (i > 0 ? " " : "") + std::string(hex);
-                sum += frame.at(static_cast<std::size_t>(i));
-            }
-            EXPECT_EQ(sum & 0xFF, 0) << text;
-            EXPECT_EQ(frame[0] + 2, n) << text;
-            frames.push_back(text);
-        }
-        return frames;
-    }
 };
 
 TEST_F(Keys, PressesHaveTheirBytes) {
@@ -50,13 +31,13 @@ TEST_F(Keys, PressesHaveTheirBytes) {
     PressKeyCode(OFFHOOK_KEY);
     char letters[] = "*5#Ab";
     SendDialString(letters, nullptr);
-    EXPECT_THAT(Queued(),
+    EXPECT_THAT(QueuedFrames(),
                 ElementsAre("03 26 20 1C 9B", "05 26 04 1A 20 03 94", "03 26 20 29 8E", "03 26 20 30 87",
                             "03 26 03 0A CA", "03 26 03 05 CF", "03 26 03 0B C9", "03 26 20 41 76", "03 26 20 62 55"));
     EXPECT_THAT(TraceLines(), ElementsAre("SendZTNondigitKey AOM Key 35 i_aom 0 adr 2 "));
     Modules({});
     SendZTNondigitKey(29);
-    EXPECT_THAT(Queued(), IsEmpty());
+    EXPECT_THAT(QueuedFrames(), IsEmpty());
 }
 
 TEST_F(Keys, SuperMessageGathersAndSplitsWithoutLoss) {
@@ -73,7 +54,7 @@ TEST_F(Keys, SuperMessageGathersAndSplitsWithoutLoss) {
     presses.SoftKey(6);
     presses.SoftKey(2);
     presses.Send();
-    EXPECT_THAT(Queued(),
+    EXPECT_THAT(QueuedFrames(),
                 ElementsAre("0D 6E 03 26 20 05 03 26 03 01 03 26 03 02 DC", "0B 6E 05 26 04 1A 20 03 03 26 20 1E B4"));
     char eighty[NUMBER_SIZE] = {};
     std::memset(eighty, '7', NUMBER_SIZE - 1);
@@ -81,7 +62,7 @@ TEST_F(Keys, SuperMessageGathersAndSplitsWithoutLoss) {
     many.Key(5);
     many.DialString(eighty);
     many.Send();
-    const std::vector<std::string> frames = Queued();
+    const std::vector<std::string> frames = QueuedFrames();
     ASSERT_EQ(frames.size(), 2u);
     EXPECT_EQ(frames[0].substr(0, 17), "FD 6E 03 26 20 05");  // 63 items of 4 bytes
     EXPECT_EQ(frames[1].substr(0, 5), "45 6E");               // the other 17
@@ -91,7 +72,7 @@ TEST_F(Keys, DialStringPressesAtMostEightyAndLosesWhatCannotBeDialled) {
     char text[] = "12-34 56\xE9";
     SendDialString(text, nullptr);
     EXPECT_STREQ(text, "123456");
-    EXPECT_EQ(Queued().size(), 6u);
+    EXPECT_EQ(QueuedFrames().size(), 6u);
     static std::string removed;
     removed.clear();
     char other[] = "(1)";
@@ -106,7 +87,7 @@ TEST_F(Keys, DialStringPressesAtMostEightyAndLosesWhatCannotBeDialled) {
 
 TEST_F(Keys, ServiceCodeLeavesOutWhatIsNoDigit) {
     EXPECT_EQ(PressServiceCode("*A1", nullptr), 2);
-    EXPECT_THAT(Queued(), ElementsAre("03 26 03 0A CA", "03 26 03 01 D3"));
+    EXPECT_THAT(QueuedFrames(), ElementsAre("03 26 03 0A CA", "03 26 03 01 D3"));
     EXPECT_THAT(TraceLines(), ElementsAre("Service code '*A1': character 41 left out"));
 }
 

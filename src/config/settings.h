@@ -44,6 +44,15 @@ enum SoftKeyIndex {
     SK_CANCEL_FREQ_VOCALE,
     SK_TRANSFER
 };
+enum CodeIndex {
+    CODE_FORWARDING_IMM,
+    CODE_FORWARDING_BUSY,
+    CODE_FORWARDING_NO_REP,
+    CODE_FORWARDING_BUSY_NO_REP,
+    CODE_CANCEL_FORWARDING,
+    CODE_DTMF,
+    CODE_CALL_PICKUP
+};
 enum StringIndex { STRING_HANG_UP, STRING_CANCEL_SECOND_CALL, STRING_DIAL };
 
 constexpr std::size_t MCDU_SIZE = 25;  // the set's directory number, terminator included: what the store gives back

@@ -83,14 +83,6 @@ bool IsFree(int key) {
     return TouchOf(key).calls[0] == -1 && TouchOf(key).calls[1] == -1;
 }
 
-// The first free key of the list with this label (with any, when it is null); -1 when there is none.
-int FirstFree(const KeyList& keys, const char* label) {
-    for (const int key : keys)
-        if (IsFree(key) && (label == nullptr || std::strcmp(TouchOf(key).label, label) == 0))
-            return key;
-    return -1;
-}
-
 }  // namespace
 
 void SortAomModules() {
@@ -214,6 +206,13 @@ int PressServiceCode(const char* code, SuperMsgBuffer* message) {
     return pressed;
 }
 
+int FirstFree(const KeyList& keys, const char* label) {
+    for (const int key : keys)
+        if (IsFree(key) && (label == nullptr || std::strcmp(TouchOf(key).label, label) == 0))
+            return key;
+    return -1;
+}
+
 int FindFreeMultiLine() {
     const int connected = FindCallByState(LINECALLSTATE_CONNECTED);
     if (connected != -1 && IsKey(CallOf(connected).touch)) {
@@ -228,7 +227,7 @@ int FindFreeMultiLine() {
         Trace(TRACE_CALL, "FindFreeMultiLine tou %d (mcdu principal)", own);
         return own;
     }
-    const int any = FirstFree(KeyLists.Multi, nullptr);
+    const int any = FirstFree(KeyLists.Multi);
     if (any == -1) {
         Trace(TRACE_CALL, " pas de tou mcdu principal libre, ni tou mcdu secondaire libre");
         return -1;

@@ -8,6 +8,8 @@
 // each with the checksum of a frame when it travels alone, without it inside a Super Message.
 #pragma once
 
+#include "tracking/model.h"
+
 #include <array>
 #include <cstddef>
 #include <cstdint>
@@ -82,6 +84,8 @@ void SendDialString(char* text, SuperMsgBuffer* message, void (*removed)(int cod
 // level 0. Gives the number of presses.
 int PressServiceCode(const char* code, SuperMsgBuffer* message);
 
+// The first key of the list without a call, with this label if one is given; -1 when there is none.
+int FirstFree(const KeyList& keys, const char* label = nullptr);
 // The multi-line key that a new call seizes: a free one of the directory number of the call in conversation, else of the
 // set's own number, else any free one; -1 when none is free.
 int FindFreeMultiLine();

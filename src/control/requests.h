@@ -1,7 +1,9 @@
-// Requests under way, and the marks by which they leave work for the tick.
+// Requests of applications: the dispatcher that runs a request's handler and decides how the request ends, the request
+// that is still running, and the marks by which requests leave work for the tick. Under the line mutex.
 #pragma once
 
 #include "platform/platform.h"
+#include "provider/state.h"
 
 // What the entry points ask for. The numbers appear in traces.
 enum RequestCode : int {
@@ -52,5 +54,6 @@ struct RequestMarks {
 };
 extern RequestMarks Marks;
 
-// Makes the presses of a call. Gives 0 or LINEERR_OPERATIONUNAVAIL, LINEERR_OPERATIONFAILED.
-LONG DoMakeCall(int cref, int requestCode);
+// Carries out a request whose arguments, identifier included, stand in `provider`. Gives what the entry point answers: the
+// identifier of an asynchronous request, whose completion may have been sent already; 0; or a LINEERR_ value.
+LONG DispatchRequest(int code, ProviderStateRecord& provider);

@@ -29,13 +29,6 @@ const WCHAR* const PROVIDER_INFO =
 const WCHAR* const SWITCH_INFO = "Corvane 6200"_wide;
 const WCHAR* const DEVICE_CLASS = "tapi/line"_wide;
 
-DWORD WideSize(const WCHAR* text) {
-    DWORD length = 0;
-    while (text[length] != 0)
-        ++length;
-    return length * 2 + 2;
-}
-
 bool SameWide(const WCHAR* a, const WCHAR* b) {
     while (*a != 0 && *a == *b) {
         ++a;
@@ -140,6 +133,29 @@ bool IsLineHandle(HDRVLINE line) {
     return static_cast<const void*>(line) == &ProviderState;
 }
 
+DWORD WideSize(const WCHAR* text) {
+    DWORD length = 0;
+    while (text[length] != 0)
+        ++length;
+    return length * 2 + 2;
+}
+
+LONG BeginOpen() {
+    if (++Process.OpenCount > 1)
+        ProviderInitAgain();
+    return Process.RestartRequired ? Error(LINEERR_REINIT) : 0;
+}
+
+LONG FinishOpen(const char* failureTrace) {
+    const bool holdsMutex = StartSerialThread() == 0;
+    LONG result = 0;
+    if (Serial.Port == INVALID_HANDLE_VALUE) {
+        Trace(TRACE_ALWAYS, failureTrace);
+        result = Error(LINEERR_ALLOCATED);
+    }
+    return holdsMutex ? ReleaseLineMutex(result) : result;
+}
+
 LONG WINAPI TSPI_lineNegotiateTSPIVersion(DWORD dwDeviceID, DWORD dwLowVersion, DWORD dwHighVersion,
                                           LPDWORD lpdwTSPIVersion) {
     Trace(TRACE_ENTRY, "TSPI_lineNegotiateTSPIVersion(%4lx,%4lx,%4lx,%4lx)", dwDeviceID, dwLowVersion, dwHighVersion,
@@ -169,20 +185,12 @@ LONG WINAPI TSPI_lineOpen(DWORD dwDeviceID, HTAPILINE htLine, LPHDRVLINE lphdLin
           reinterpret_cast<std::uintptr_t>(lpfnEventProc));
     if (!IsOurDevice(dwDeviceID))
         return Error(LINEERR_BADDEVICEID);
-    if (++Process.OpenCount > 1)
-        ProviderInitAgain();
-    if (Process.RestartRequired)
-        return Error(LINEERR_REINIT);
+    if (const LONG refused = BeginOpen(); refused != 0)
+        return refused;
     ProviderState.LineEventProc = lpfnEventProc;
     ProviderState.htLine = htLine;
     *lphdLine = reinterpret_cast<HDRVLINE>(&ProviderState);
-    const bool holdsMutex = StartSerialThread() == 0;
-    LONG result = 0;
-    if (Serial.Port == INVALID_HANDLE_VALUE) {
-        Trace(TRACE_ALWAYS, "End TSPI_lineOpen Pb");
-        result = Error(LINEERR_ALLOCATED);
-    }
-    return holdsMutex ? ReleaseLineMutex(result) : result;
+    return FinishOpen("End TSPI_lineOpen Pb");
 }
 
 LONG WINAPI TSPI_lineClose(HDRVLINE hdLine) {

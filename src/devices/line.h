@@ -14,3 +14,12 @@ int HdCallToCref(HDRVCALL call);
 
 // Whether this is the handle that TSPI_lineOpen gave.
 bool IsLineHandle(HDRVLINE line);
+
+// What the opens of line and phone share. BeginOpen counts the open, starts the records anew from the second one on, and
+// gives 0, or LINEERR_REINIT while the provider must be restarted first. FinishOpen starts the serial thread and gives 0,
+// or LINEERR_ALLOCATED, after the trace, when the port is not open.
+LONG BeginOpen();
+LONG FinishOpen(const char* failureTrace);
+
+// Bytes that a wide text takes in a structure, terminator included.
+DWORD WideSize(const WCHAR* text);

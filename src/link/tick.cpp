@@ -4,6 +4,7 @@
 #include "config/settings.h"
 #include "config/stored_config.h"
 #include "control/keys.h"
+#include "control/make_call.h"
 #include "control/requests.h"
 #include "link/fifo.h"
 #include "link/link_layer.h"

@@ -8,6 +8,7 @@
 #include "tracking/model.h"
 
 #include <cstring>
+#include <utility>
 
 DynamicConfigRecord DynamicConfig;
 int LastHeldCref = -1;
@@ -31,14 +32,18 @@ void SendNewCall(int cref, HTAPICALL& handle) {
 }  // namespace
 
 DRV_REQUESTID SendCompletion(ProviderStateRecord& provider, LONG result) {
-    const DRV_REQUESTID request = provider.PendingRequestID;
+    // Cleared first: a request that comes in from the callback finds none pending.
+    const DRV_REQUESTID request = std::exchange(provider.PendingRequestID, 0);
+    CompleteRequest(provider, request, result);
+    return request;
+}
+
+void CompleteRequest(ProviderStateRecord& provider, DRV_REQUESTID request, LONG result) {
     if (request == 0)
-        return 0;
+        return;
     Trace(TRACE_ENTRY, "SendCompletion:%lx, res:%lx", request, result);
-    provider.PendingRequestID = 0;  // first: a request that comes in from the callback finds none pending
     if (provider.CompletionProc != nullptr)
         provider.CompletionProc(request, result);
-    return request;
 }
 
 void DoLineEvent(DWORD message, DWORD_PTR param1, DWORD_PTR param2, int cref) {
@@ -56,8 +61,10 @@ void DoLineEvent(DWORD message, DWORD_PTR param1, DWORD_PTR param2, int cref) {
         LastHeldCref = cref;
     ProviderState.LineEventProc(ProviderState.htLine, HandleOf(cref), message, param1, param2,
                                 LINEMEDIAMODE_INTERACTIVEVOICE);
-    if (message == LINE_CALLSTATE && param1 == LINECALLSTATE_IDLE)
+    if (message == LINE_CALLSTATE && param1 == LINECALLSTATE_IDLE) {
         CompleteRunningDrop(cref);
+        FailRunningTransfer(cref);
+    }
 }
 
 void DoLineEventNewCall(int cref) {
@@ -74,12 +81,22 @@ void DoLineEventNewConf() {
     SendNewCall(CONF_CREF, ProviderState.htConference);
 }
 
+void FailRunningTransfer(int cref) {
+    const bool transfer =
+        RunningRequest.Code == REQUEST_BLIND_TRANSFER || RunningRequest.Code == REQUEST_SETUP_TRANSFER;
+    if (RunningRequest.Cref != cref || !transfer)
+        return;
+    Trace(TRACE_ENTRY, "Transfer Running cref %04x IDLE => LINE_REPLY failed", cref);
+    RunningRequest = RunningRequestRecord{};
+    SendCompletion(ProviderState, static_cast<LONG>(LINEERR_OPERATIONFAILED));
+}
+
 void CompleteRunningDrop(int cref) {
     if (RunningRequest.Cref != cref || RunningRequest.Code != REQUEST_DROP)
         return;
     Trace(TRACE_ENTRY, "lineDrop Running cref %04x => LINE_REPLY OK", cref);
+    RunningRequest = RunningRequestRecord{};  // first: the callback may start the next one
     SendCompletion(ProviderState, 0);
-    RunningRequest = RunningRequestRecord{};
 }
 
 void PhoneStateEvent(DWORD param1, DWORD param2) {

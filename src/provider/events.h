@@ -20,6 +20,9 @@ extern int LastHeldCref;
 // Completes the pending asynchronous request with a result (0 or LINEERR_). Gives its identifier, 0 if none.
 DRV_REQUESTID SendCompletion(ProviderStateRecord& provider, LONG result);
 
+// Completes a request that never became the pending one; that one stays as it is. Nothing for identifier 0.
+void CompleteRequest(ProviderStateRecord& provider, DRV_REQUESTID request, LONG result);
+
 // Sends any LINE_ message. cref: 0 to 19 or CONF_CREF for a call, -1 for the line itself. Nothing when the line is
 // closed.
 void DoLineEvent(DWORD message, DWORD_PTR param1, DWORD_PTR param2, int cref);
@@ -32,6 +35,10 @@ void DoLineEventNewConf();
 
 // Completes a running lineDrop with 0 when its call is this one, and clears RunningRequest.
 void CompleteRunningDrop(int cref);
+
+// Completes a running blind or set-up transfer with LINEERR_OPERATIONFAILED when its call is this one, which has ended
+// before the set could show the transfer: TAPI must not wait for ever, and no request could follow.
+void FailRunningTransfer(int cref);
 
 // PHONE_STATE with a PHONESTATE_ value, when the phone is open.
 void PhoneStateEvent(DWORD param1, DWORD param2);

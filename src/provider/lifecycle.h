@@ -32,8 +32,7 @@ void ProviderInitCommon(DWORD permanentProviderID, HPROVIDER provider, DWORD lin
 // The same with the values that ProviderState holds: what every open after the first does.
 void ProviderInitAgain();
 
-// Whether a serial thread runs; one that has ended by itself (its port did not open) does not, and its handle is closed
-// here.
+// Whether a serial thread runs. One that has ended by itself (its port did not open) does not; its handle is closed.
 bool SerialThreadRuns();
 
 // Starts the serial thread and waits up to 20 s until its attempt to open the port is over. Gives 0 with the line mutex

@@ -38,6 +38,9 @@ struct ProviderStateRecord {
     std::int32_t ConsultCref;
     char ForwardDestination[NUMBER_SIZE];
     char PickupAddress[NUMBER_SIZE];
+    LPVARSTRING DisplayBuffer;          // null but while phoneGetDisplay runs
+    const PHONEBUTTONINFO* ButtonInfo;  // null but while a button press runs
+    DWORD ButtonId;                     // its low 8 bits are pressed
 
     // settings that TAPI made
     DWORD MediaMode;

@@ -34,6 +34,9 @@ enum class Trigger { Icon, SoftKey, Display };
 // The common sequence. `joining` is the party that was on hold, `connected` the other.
 void Build(Trigger trigger, int joining, int connected) {
     Tracking.ConfInProgress = 1;
+    // Left behind when a key goes out before line 0 says who remained: they would end this conference at its first text.
+    Tracking.ConfBroken = 0;
+    Tracking.ConfEndReq = 0;
     if (trigger == Trigger::SoftKey || (trigger == Trigger::Icon && Tracking.ConferenceReq == 0))
         DoLineEventNewConf();
     confstate = LINECALLSTATE_ONHOLDPENDCONF;

@@ -9,6 +9,7 @@
 #include "tracking/steps.h"
 
 #include <cstring>
+#include <utility>
 
 namespace {
 
@@ -362,8 +363,8 @@ void CompleteBlindTransfer() {
         return;
     Trace(TRACE_ENTRY, "BlindTransfer Running TRANSF softkey detected=> pushed");
     SendSoftKey(position);
+    RunningRequest = RunningRequestRecord{};  // first: the completion's callback may start the next one
     SendCompletion(ProviderState, 0);
-    RunningRequest = RunningRequestRecord{};
 }
 
 // The second call on the active key: the consultation call of a transfer under way from `held`, or a new one; -1 when no
@@ -372,9 +373,10 @@ int BeginSecondCall(int held, bool setMakeCall) {
     int cref = -1;
     const int active = Tracking.ActivCallTouch;
     if (RunningRequest.Code == REQUEST_SETUP_TRANSFER && RunningRequest.Cref == held) {
+        // Cleared first: the completion's callback may start the next one.
+        cref = std::exchange(RunningRequest, {}).ConsultCref;
         SendCompletion(ProviderState, 0);
         Trace(TRACE_CALL, "sendCompletion SetupTransfer ");
-        cref = RunningRequest.ConsultCref;
         if (IsCref(cref)) {
             CallRecord& call = CallOf(cref);
             call.state = LINECALLSTATE_DIALTONE;
@@ -382,7 +384,6 @@ int BeginSecondCall(int held, bool setMakeCall) {
             call.Inbound = 0;
             call.byMakeCall = 1;
         }
-        RunningRequest = RunningRequestRecord{};
         return IsCref(cref) ? cref : -1;
     }
     cref = AllocCallRecord(LINECALLSTATE_DIALTONE, active);

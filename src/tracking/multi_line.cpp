@@ -43,11 +43,10 @@ void EnsureInbound(int cref) {
 void TakeLine(int key) {
     int cref = -1;
     if (RunningRequest.Code == REQUEST_SETUP_TRANSFER && Settings.EnquiryCallMode == 0) {
+        // Cleared first: the completion's callback may start the next one.
+        cref = std::exchange(RunningRequest, {}).ConsultCref;
         SendCompletion(ProviderState, 0);
         Trace(TRACE_CALL, "sendCompletion SetupTransfer ");
-        RunningRequest.Code = REQUEST_NONE;
-        RunningRequest.Cref = -1;
-        cref = std::exchange(RunningRequest.ConsultCref, -1);
         if (IsCref(cref)) {
             CallRecord& call = CallOf(cref);
             call.state = LINECALLSTATE_DIALTONE;
@@ -85,7 +84,10 @@ void MoveIncomingTo(int key, int cref) {
 void TakeWaitingCalls(int key) {
     if (IsCref(Tracking.PickUpCref)) {
         const int cref = Tracking.PickUpCref;  // stays set until the call is reported connected
+        const bool unknown = CallOf(cref).touch == 0;
         MoveIncomingTo(key, cref);
+        if (unknown)
+            DoLineEventNewCall(cref);
         Trace(TRACE_CALL, "InPickUpFunction Icone:%d - Etat:PROCEEDING - Ref:%d", key, cref);
         CallOf(cref).state = LINECALLSTATE_PROCEEDING;
         SendCallState(cref, LINECALLSTATE_PROCEEDING);

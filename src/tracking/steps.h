@@ -20,6 +20,16 @@ inline Touch& TouchOf(int key) {
     return TouchTable[static_cast<std::size_t>(key)];
 }
 
+// The state of a call; 0 for a cref that names none.
+inline DWORD StateOf(int cref) {
+    return IsCref(cref) ? CallOf(cref).state : 0;
+}
+
+// The key that a call stands on; 0, which carries no calls, for a cref that names none.
+inline int KeyOf(int cref) {
+    return IsCref(cref) ? CallOf(cref).touch : 0;
+}
+
 inline void SendCallState(int cref, DWORD state, DWORD mode = 0) {
     DoLineEvent(LINE_CALLSTATE, state, mode, cref);
 }
@@ -47,8 +57,7 @@ inline DWORD StatesOn(int key) {
     DWORD states = 0;
     if (IsKey(key))
         for (const int cref : TouchOf(key).calls)
-            if (IsCref(cref))
-                states |= CallOf(cref).state;
+            states |= StateOf(cref);
     return states;
 }
 

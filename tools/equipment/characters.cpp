@@ -49,6 +49,16 @@ Bytes ToSet(const std::string& utf8) {
     return bytes;
 }
 
+Bytes ToWindows(const std::string& utf8) {
+    Bytes bytes;
+    for (std::size_t at = 0; at < utf8.size();) {
+        const char32_t wanted = Take(utf8, at);
+        const bool has = wanted < 0x80 || (wanted >= 0xA0 && wanted < 0x100);
+        bytes.push_back(has ? static_cast<std::uint8_t>(wanted) : std::uint8_t{'?'});
+    }
+    return bytes;
+}
+
 std::string FromSet(ByteSpan bytes) {
     std::string utf8;
     for (const std::uint8_t byte : bytes) {

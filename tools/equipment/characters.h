@@ -10,6 +10,8 @@ namespace Equipment {
 
 // Characters that the set does not have become '?'.
 Bytes ToSet(const std::string& utf8);
+// As the PBX writes names in its call events: the Windows code page. Characters beyond Latin 1 become '?'.
+Bytes ToWindows(const std::string& utf8);
 std::string FromSet(ByteSpan bytes);
 // Cut or filled with blanks to exactly `width` characters of the set.
 Bytes ToField(const std::string& utf8, std::size_t width);

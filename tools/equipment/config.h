@@ -4,6 +4,7 @@
 #pragma once
 
 #include <cstdint>
+#include <map>
 #include <string>
 #include <vector>
 
@@ -32,6 +33,20 @@ struct ModuleConfiguration {
 
 enum SoftKey { SecondCall, EndSecondCall, Swap, Conference, FreqVocale, CancelFreqVocale, Transfer, SoftKeys };
 enum DisplayString { HangUp, CancelSecondCall, Dial, DisplayStrings };
+// What a dialled number does by itself.
+enum class FarEnd : std::uint8_t {
+    Script,         // waits for far-rings, far-answers ...
+    Answers,        // rings, and answers after `ms`
+    Busy,           // after `ms`
+    NeverAnswers,   // rings
+    NotObtainable,  // as busy, but the PBX tells of no call
+};
+struct Destination {
+    FarEnd does = FarEnd::Script;
+    std::uint32_t ms = 0;
+    std::string name;
+};
+
 enum Language : std::uint8_t { French = 1, English = 2, German = 4, Spanish = 5, Italian = 6 };
 
 struct SetConfiguration {
@@ -55,6 +70,19 @@ struct SetConfiguration {
     std::uint8_t language = French;
     int entriesPerMessage = 8;                   // of an information message; fewer when they do not fit
     std::string idleText = "Lun 12 Mai  10:30";  // line 0 of a set at rest
+
+    std::map<std::string, Destination> destinations;  // by number
+    Destination otherwise;                            // every other number
+    std::uint32_t digitPauseMs = 400;                 // without another digit a number is complete, where that is open
+    std::uint32_t choicePauseMs = 1500;               // for the key of the other call of a transfer or conference
+    std::uint32_t recallMs = 0;                       // a held call rings back after this; 0 = never
+
+    // Numbers in call events. Party flags: 1 internal, 2 external.
+    int internalDigits = 4;            // longer numbers are outside
+    std::string externalPrefix = "0";  // dialled before an outside number
+    bool prefixInEvents = false;       // outside numbers carry it there; else flag 0x80 says that they do not
+    bool noOperatorPrefix = false;     // flag 0x40
+    bool eventsAfterDisplay = false;   // else call events come before line 0 shows the party
 };
 
 // Which outgoing frames a fault counts.

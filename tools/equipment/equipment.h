@@ -105,7 +105,7 @@ struct Machine {
     // Everything as after construction, configuration, faults, pacing and observers kept.
     void Restart();
 
-    // --- for set.cpp, pbx.cpp and script.cpp
+    // --- for the files of the set (set_parts.h), pbx.cpp and script.cpp
     std::recursive_mutex guard;
     std::uint64_t nowUs = 0;
     void SetNow(std::uint32_t nowMs);

@@ -97,6 +97,8 @@ struct Arguments {
         return true;
     }
 
+    bool NumberNext() const { return More() && Number(words[next]).has_value(); }
+
     void Fail(const std::string& why) {
         if (error.empty())
             error = why;
@@ -199,6 +201,36 @@ std::string CarrySet(Machine& machine, Arguments& in) {
         return SetEntry(in, config.codes);
     if (what == "entries")
         return SetNumber(machine, in, config.entriesPerMessage, "entries", 1, 255);
+    if (what == "prefix") {
+        const std::string text = in.Text("digits");
+        if (in.Done())
+            config.externalPrefix = text == "-" ? "" : text;
+        return "";
+    }
+    static constexpr struct {
+        const char* name;
+        bool SetConfiguration::*field;
+    } flags[] = {{"event-prefix", &SetConfiguration::prefixInEvents},
+                 {"no-operator", &SetConfiguration::noOperatorPrefix},
+                 {"events-after", &SetConfiguration::eventsAfterDisplay}};
+    for (const auto& flag : flags)
+        if (what == flag.name)
+            return SetFlag(in, config.*flag.field);
+    static constexpr struct {
+        const char* name;
+        std::uint32_t SetConfiguration::*field;
+    } pauses[] = {{"digit-pause", &SetConfiguration::digitPauseMs},
+                  {"choice-pause", &SetConfiguration::choicePauseMs},
+                  {"recall", &SetConfiguration::recallMs}};
+    for (const auto& pause : pauses)
+        if (what == pause.name) {
+            const long ms = in.Integer("milliseconds", 0, 3'600'000);
+            if (in.Done())
+                config.*pause.field = static_cast<std::uint32_t>(ms);
+            return "";
+        }
+    if (what == "internal")
+        return SetNumber(machine, in, config.internalDigits, "digits", 0, 40);
     if (what == "bps") {
         const long value = in.Integer("bits per second", 0, 10'000'000);
         if (in.Done())
@@ -293,6 +325,7 @@ std::string CarryIncoming(Machine& machine, Arguments& in) {
     const int key = Key(in);
     const std::string number = in.Text("number");
     CallerShown shown = CallerShown::AtOnce;
+    IncomingDetails details;
     std::string name;
     long late = 1500;
     bool named = false;
@@ -301,8 +334,13 @@ std::string CarryIncoming(Machine& machine, Arguments& in) {
             shown = CallerShown::Never;
         } else if (in.Flag("late")) {
             shown = CallerShown::Late;
-            if (in.More())
+            if (in.NumberNext())
                 late = in.Integer("milliseconds", 0, 600'000);
+        } else if (in.Flag("reason")) {
+            details.reason = in.Small("reason", 0, 255);
+        } else if (in.Flag("for")) {
+            details.called = in.Text("number");
+            details.calledName = in.More() ? in.Text("name") : "";
         } else if (!named) {
             name = in.Text("name");
             named = true;
@@ -311,7 +349,7 @@ std::string CarryIncoming(Machine& machine, Arguments& in) {
         }
     }
     return in.Done() ? Do(in, Incoming(machine, key, number == "-" ? "" : number, name, shown,
-                                       static_cast<std::uint32_t>(late)))
+                                       static_cast<std::uint32_t>(late), details))
                      : "";
 }
 
@@ -336,13 +374,88 @@ template <std::string (*Action)(Machine&, int)> std::string CarryByte(Machine& m
 
 std::string CarryFarHangsUp(Machine& machine, Arguments& in) {
     const int key = Key(in);
-    const bool prompt = in.Flag("prompt");
-    return in.Done() ? Do(in, FarHangsUp(machine, key, prompt)) : "";
+    HangUpShown shown = HangUpShown::Dark;
+    if (in.Flag("prompt"))
+        shown = HangUpShown::Prompt;
+    else if (in.Flag("reserved"))
+        shown = HangUpShown::Reserved;
+    const int slot = in.Flag("slot") ? in.Small("slot", 0, 1) : -1;
+    return in.Done() ? Do(in, FarHangsUp(machine, key, shown, slot)) : "";
 }
 
 std::string CarryDial(Machine& machine, Arguments& in) {
     const std::string digits = in.Text("digits");
     return in.Done() ? Do(in, DialDigits(machine, digits)) : "";
+}
+
+template <SoftKey Meaning> std::string CarryLabel(Machine& machine, Arguments& in) {
+    return in.Done() ? Do(in, PressLabel(machine, Meaning)) : "";
+}
+
+std::string CarryTones(Machine& machine, Arguments& in) {
+    if (!in.More())
+        return machine.set.tones + "\n";
+    const bool on = in.OnOff();
+    return in.Done() ? Do(in, PressLabel(machine, on ? FreqVocale : CancelFreqVocale)) : "";
+}
+
+std::string CarryFarDiverts(Machine& machine, Arguments& in) {
+    const std::string number = in.Text("number");
+    const std::string name = in.More() ? in.Text("name") : "";
+    return in.Done() ? Do(in, FarDiverts(machine, number, name)) : "";
+}
+
+std::string CarryFarTransfers(Machine& machine, Arguments& in) {
+    const int key = Key(in);
+    const std::string number = in.Text("number");
+    const std::string name = in.More() ? in.Text("name") : "";
+    return in.Done() ? Do(in, FarTransfers(machine, key, number, name)) : "";
+}
+
+std::string CarryMove(Machine& machine, Arguments& in) {
+    const int from = Key(in);
+    const int to = Key(in);
+    return in.Done() ? Do(in, MoveCall(machine, from, to)) : "";
+}
+
+std::string CarryWaitsAt(Machine& machine, Arguments& in) {
+    const std::string address = in.Text("address");
+    const std::string number = in.Text("number");
+    const std::string name = in.More() ? in.Text("name") : "";
+    return in.Done() ? Do(in, CallWaitsAt(machine, address, number, name)) : "";
+}
+
+std::string CarryDestination(Machine& machine, Arguments& in) {
+    static const std::map<std::string, FarEnd> kinds = {{"script", FarEnd::Script},
+                                                        {"answers", FarEnd::Answers},
+                                                        {"busy", FarEnd::Busy},
+                                                        {"never-answers", FarEnd::NeverAnswers},
+                                                        {"not-obtainable", FarEnd::NotObtainable}};
+    const std::string number = in.Text("number");
+    const std::string does = in.Text("what it does");
+    const auto kind = kinds.find(does);
+    if (kind == kinds.end())
+        in.Fail("'" + does + "' is neither answers, busy, never-answers, not-obtainable nor script");
+    Destination destination;
+    if (in.NumberNext())
+        destination.ms = static_cast<std::uint32_t>(in.Integer("milliseconds", 0, 600'000));
+    destination.name = in.More() ? in.Text("name") : "";
+    if (!in.Done())
+        return "";
+    destination.does = kind->second;
+    (number == "any" ? machine.config.otherwise : machine.config.destinations[number]) = destination;
+    return "";
+}
+
+std::string CarryCalls(Machine& machine, Arguments& in) {
+    if (!in.Done())
+        return "";
+    std::ostringstream out;
+    for (const SetCall& call : machine.set.calls)
+        out << "call " << call.id << " key " << call.key << " slot " << call.slot << " "
+            << (call.incoming ? "in" : "out") << " " << CallStateName(call.state) << " '" << call.number << "' '"
+            << call.name << "'\n";
+    return out.str();
 }
 
 std::string CarrySoft(Machine& machine, Arguments& in) {
@@ -557,23 +670,48 @@ constexpr CommandEntry Commands[] = {
     {"", nullptr, "set idle TEXT", "line 0 of the set at rest"},
     {"", nullptr, "set bps N", "speed of the line; 0 = at once"},
     {"", nullptr, "set resend MS", "until an unacknowledged frame goes again"},
+    {"", nullptr, "set digit-pause MS", "after which a dialled number is complete"},
+    {"", nullptr, "set choice-pause MS", "for the other call's key of a transfer or conference"},
+    {"", nullptr, "set recall MS", "a held call rings back; 0 = never"},
+    {"", nullptr, "set internal N", "longer numbers are outside, in call events"},
+    {"", nullptr, "set prefix DIGITS", "of outside numbers; - = none"},
+    {"", nullptr, "set event-prefix on|off", "outside numbers carry it in call events"},
+    {"", nullptr, "set no-operator on|off", "call events forbid the operator's prefix"},
+    {"", nullptr, "set events-after on|off", "call events come after the display"},
     {"key", CarryKey, "key N KIND [LABEL]", "multi, supervision, boss, secretary, overflow, none"},
     {"keys", CarryKeys, "keys none", "no programmable key"},
     {"module", CarryModule, "module ADR offset N [aom20]", "an add-on module; module ADR none removes it"},
     {"forward", CarryForward, "forward STATUS [DEST]", "0 always, 1 busy, 2 no answer, 3 both, 4 off; reported"},
-    {"incoming", CarryIncoming, "incoming KEY NUMBER [\"NAME\"] [nocaller|late [MS]]", "a call rings; - = no number"},
+    {"destination", CarryDestination, "destination NUMBER|any DOES [MS] [\"NAME\"]",
+     "answers, busy, never-answers, not-obtainable, script"},
+    {"incoming", CarryIncoming,
+     "incoming KEY NUMBER [\"NAME\"] [nocaller|late [MS]] [reason N] [for NUMBER [\"NAME\"]]",
+     "a call rings; - = no number"},
     {"caller", CarryOnKey<ShowCaller>, "caller KEY", "the caller shows now"},
-    {"caller-hangs-up", CarryFarHangsUp, "caller-hangs-up KEY [prompt]", "prompt: the set asks to hang up"},
+    {"caller-hangs-up", CarryFarHangsUp, "caller-hangs-up KEY [prompt|reserved] [slot N]",
+     "prompt: the set asks to hang up; reserved: the icon stays"},
     {"answer", CarryOnKey<Answer>, "answer KEY", ""},
     {"seize", CarryOnKey<Seize>, "seize KEY", ""},
-    {"dial", CarryDial, "dial DIGITS", ""},
+    {"dial", CarryDial, "dial DIGITS", "or letters; in a call: a second one, or tones"},
     {"far-rings", CarryNamed<FarRings>, "far-rings [\"NAME\"]", "line 0 shows the called party"},
+    {"far-diverts", CarryFarDiverts, "far-diverts NUMBER [\"NAME\"]", "the call being made goes on to another party"},
     {"far-answers", CarryNamed<FarAnswers>, "far-answers [\"NAME\"]", ""},
     {"far-busy", CarryPlain<FarBusy>, "far-busy", ""},
+    {"far-transfers", CarryFarTransfers, "far-transfers KEY NUMBER [\"NAME\"]", "the other end is somebody else now"},
+    {"recall", CarryOnKey<Recall>, "recall KEY", "a held call rings back"},
+    {"move", CarryMove, "move KEY TO", "a boss or secretary key's call goes over to key TO"},
+    {"waits-at", CarryWaitsAt, "waits-at ADDRESS NUMBER [\"NAME\"]", "a call rings there, to be picked up"},
     {"hold", CarryOnKey<Hold>, "hold KEY", ""},
     {"retrieve", CarryOnKey<Retrieve>, "retrieve KEY", ""},
     {"second", CarryOnKey<SecondCallOn>, "second KEY", "the active call is held, KEY seized"},
     {"swap", CarryPlain<SwapCalls>, "swap", ""},
+    {"second-call", CarryLabel<SecondCall>, "second-call", "soft keys, wherever they stand"},
+    {"end-second", CarryLabel<EndSecondCall>, "end-second", ""},
+    {"conference", CarryLabel<Conference>, "conference", "begins one, or ends it"},
+    {"transfer", CarryLabel<Transfer>, "transfer", ""},
+    {"tones", CarryTones, "tones [on|off]", "voice-frequency mode; alone: the tones sent so far"},
+    {"release", CarryPlain<PressRelease>, "release", "the release key"},
+    {"off-hook", CarryPlain<PressOffHook>, "off-hook", "the off-hook key"},
     {"hangup", CarryOnKey<HangUpKey>, "hangup KEY", ""},
     {"press", CarryOnKey<PressKey>, "press KEY", "what the key does now"},
     {"soft", CarrySoft, "soft N", "soft key 1 to 5"},
@@ -606,6 +744,7 @@ constexpr CommandEntry Commands[] = {
     {"no-poll", CarrySwitch<&Faults::noPollAnswer>, "no-poll on|off", "polls are not answered"},
     {"wrong-sequence", CarrySwitch<&Faults::wrongSequence>, "wrong-sequence on|off", "segments in the wrong order"},
     {"show", CarryShow, "show", "display, keys, lamps"},
+    {"calls", CarryCalls, "calls", "the set's calls, a line each"},
     {"link", CarryLink, "link", "counters of the link"},
     {"presses", CarryPresses, "presses", "what the provider has pressed"},
     {"restart", CarryRestart, "restart", "the set and the link from the start; settings stay"},

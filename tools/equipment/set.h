@@ -5,11 +5,13 @@
 // Actions give "" when they were done, else why not; then nothing has changed.
 #pragma once
 
+#include "equipment/calls.h"
 #include "equipment/config.h"
 #include "equipment/frames.h"
 
 #include <array>
 #include <cstdint>
+#include <list>
 #include <string>
 #include <vector>
 
@@ -34,20 +36,10 @@ enum IconValue : std::uint16_t {
     ReservedIcon = 0x1010,  // the call is over, the key not yet free
 };
 
-enum class CallState : std::uint8_t { Ringing, DialTone, Dialling, FarRinging, Connected, Held, Over };
-
-struct SetCall {
-    int id = 0;
-    int key = 0;
-    CallState state = CallState::Ringing;
-    bool incoming = false;
-    std::string number, name;  // of the other party; for an outgoing call what was dialled
-};
-
 // A key press that came from the provider.
 struct KeyPress {
-    enum class Kind : std::uint8_t { Key, Digit, ModuleKey, Other } kind = Kind::Other;
-    int code = 0;     // key code or digit code (10 = '*', 11 = '#')
+    enum class Kind : std::uint8_t { Key, Digit, Letter, ModuleKey, Other } kind = Kind::Other;
+    int code = 0;     // key code, digit code (10 = '*', 11 = '#') or letter
     int address = 0;  // of the module
     Bytes item;       // as received
 };
@@ -67,43 +59,76 @@ struct SetState {
     bool ringing = false;
     bool handsetOff = false;
     std::array<std::string, 5> softKeys;  // the labels on line 1
-    std::vector<SetCall> calls;           // two on one key: one of them is held
+    std::list<SetCall> calls;             // two on one key: one of them is held, or both are in conference
     int lastCall = 0;
-    std::vector<KeyPress> presses;  // everything the provider pressed, oldest first
+    int lastHeld = 0;
+    int conferenceFirst = 0, conferenceSecond = 0;  // calls: the one that was held, the one that was connected
+    // Transfer or Conference was pressed, and which of several held calls is meant is still open: the next key says.
+    enum class Choice : std::uint8_t { None, Transfer, Conference } choice = Choice::None;
+    int choices = 0;                   // counts them, so that a late end of one does not end the next
+    std::string tones;                 // digits sent to other parties as tones
+    std::vector<WaitingCall> waiting;  // ringing elsewhere, to be picked up
+    std::vector<KeyPress> presses;     // everything the provider pressed, oldest first
     // Whether a press by the provider is reported like a person's (0x62, 0x64). The provider follows what it presses
     // by itself: a soft key reported back would count twice.
     bool reportRemotePresses = false;
 };
 
 enum class CallerShown : std::uint8_t { AtOnce, Late, Never };
+// What the other end's hanging up looks like on a call in conversation.
+enum class HangUpShown : std::uint8_t { Dark, Prompt, Reserved };
+// Why a call comes in, and for whom, as the PBX tells it.
+struct IncomingDetails {
+    int reason = 0;
+    std::string called, calledName;
+};
 
 // --- the far end
 std::string Incoming(Machine& machine, int key, const std::string& number, const std::string& name,
-                     CallerShown shown = CallerShown::AtOnce, std::uint32_t lateMs = 1500);
+                     CallerShown shown = CallerShown::AtOnce, std::uint32_t lateMs = 1500,
+                     const IncomingDetails& details = {});
 // The caller of a call that rang without one shows now.
 std::string ShowCaller(Machine& machine, int key);
-// The other party hangs up. A ringing or connected call's key goes dark; with `prompt` a connected call stays lit and
-// the set asks its user to hang up.
-std::string FarHangsUp(Machine& machine, int key, bool prompt = false);
-// Of the call being made: the called set rings (line 0 shows the party), is busy, or answers.
+// The other party hangs up: a ringing call's caller, a conference's party, the second call's, a held one. On a key with
+// two calls `slot` says which; else it is the connected one, or the last that joined the conference.
+std::string FarHangsUp(Machine& machine, int key, HangUpShown shown = HangUpShown::Dark, int slot = -1);
+// Of the call being made: the called set rings (line 0 shows the party), is busy, or answers, or the call goes on to
+// another party.
 std::string FarRings(Machine& machine, const std::string& name = "");
+std::string FarDiverts(Machine& machine, const std::string& number, const std::string& name = "");
 std::string FarBusy(Machine& machine);
 std::string FarAnswers(Machine& machine, const std::string& name = "");
+// The other party of a ringing or connected call has handed it on to somebody else.
+std::string FarTransfers(Machine& machine, int key, const std::string& number, const std::string& name = "");
+// --- the PBX
+// A held call rings back.
+std::string Recall(Machine& machine, int key);
+// A call of a boss or secretary key goes over to another key of this set.
+std::string MoveCall(Machine& machine, int from, int to);
+// A call rings at `address`: the pick-up code and the address bring it here.
+std::string CallWaitsAt(Machine& machine, const std::string& address, const std::string& number,
+                        const std::string& name = "");
 
 // --- the person at the set
 std::string Answer(Machine& machine, int key);
 std::string Seize(Machine& machine, int key);
+// Digits, * and #, and letters. On a set with nothing to do the first one seizes a line; in a conversation they make a
+// second call, unless the voice-frequency mode is on.
 std::string DialDigits(Machine& machine, const std::string& digits);
 std::string Hold(Machine& machine, int key);
 std::string Retrieve(Machine& machine, int key);
 // A second call on another key: the active key is held, `key` seized.
 std::string SecondCallOn(Machine& machine, int key);
-// The active and the (only) held key change roles.
+// The active and the (only) held call change roles, by the soft key or the held call's key.
 std::string SwapCalls(Machine& machine);
 std::string HangUpKey(Machine& machine, int key);
 // A key goes down, and the set does with it what it does in its state.
 std::string PressKey(Machine& machine, int key);
 std::string PressSoftKey(Machine& machine, int position);
+// The soft key that stands there with this meaning.
+std::string PressLabel(Machine& machine, SoftKey key);
+std::string PressRelease(Machine& machine);
+std::string PressOffHook(Machine& machine);
 
 // --- the PBX's single commands
 std::string SetIcon(Machine& machine, int key, std::uint16_t value);
@@ -123,7 +148,6 @@ std::string ShowSoftKeys(Machine& machine, const std::vector<std::string>& label
 // --- the picture, as text
 std::string DisplayText(const Machine& machine, int line);
 std::string IconName(std::uint16_t value);
-std::string CallStateName(CallState state);
 // Display, keys that are lit or have a kind, lamps that are lit.
 std::string Picture(const Machine& machine);
 

@@ -1,0 +1,97 @@
+#include "control/make_call.h"
+
+#include "config/settings.h"
+#include "control/keys.h"
+#include "control/requests.h"
+#include "link/link_layer.h"
+#include "link/serial.h"
+#include "link/tick.h"
+#include "platform/text.h"
+#include "trace/trace.h"
+#include "tracking/steps.h"
+
+namespace {
+
+constexpr LONG FAILED = static_cast<LONG>(LINEERR_OPERATIONFAILED);
+constexpr LONG UNAVAILABLE = static_cast<LONG>(LINEERR_OPERATIONUNAVAIL);
+constexpr int TRACE_MODE_TICKS = 70;  // a call pressed blindly waits this long for the card's first trace header
+
+// The call never came to be.
+LONG GiveUp(int cref) {
+    CallOf(cref).state = LINECALLSTATE_IDLE;
+    SendCallState(cref, LINECALLSTATE_IDLE);
+    return FAILED;
+}
+
+// Only what the card shows tells whether the call gets through.
+void WaitForTraceMode() {
+    if (Link.TraceModeSeen)
+        return;
+    DynamicConfig.WaitTraceMode = 1;
+    Tick.WaitTraceLimit = Tick.WaitTrace + TRACE_MODE_TICKS;
+    Trace(TRACE_ALWAYS, "LineMakeCall Attente mode Trace time %ld limit %ld", Tick.WaitTrace, Tick.WaitTraceLimit);
+}
+
+// Gives the key, or -1: none is pressed on the same line, none is free on another.
+int ChooseKey(int cref, bool sameLine) {
+    if (sameLine)
+        return -1;
+    return CallOf(cref).state == LINECALLSTATE_DIALTONE ? CallOf(cref).touch : FindFreeMultiLine();
+}
+
+void PressKeyAndNumber(CallRecord& call, int key, bool sameLine) {
+    PressSequence presses;
+    if (!sameLine)
+        presses.Key(key);
+    presses.DialString(call.DestAddress);
+    presses.Send();
+}
+
+void EnterCall(int cref, int key) {
+    CallRecord& call = CallOf(cref);
+    call.byMakeCall = 1;
+    call.state = LINECALLSTATE_PROCEEDING;
+    if (IsKey(key)) {
+        call.touch = key;
+        TouchOf(key).calls = {cref, -1};
+        Marks.MakeCallWatch = {true, 0};
+    }
+    Trace(TRACE_CALL, "Icone:%d - Etat PROCEEDING - Ref:%d", call.touch, cref);
+    DialedNumber[0] = 0;
+    TmpAddress[0] = 0;
+}
+
+}  // namespace
+
+LONG DoMakeCall(int cref, int requestCode) {
+    if (Serial.PortFailed)
+        return UNAVAILABLE;
+    if (!IsCref(cref))
+        return FAILED;
+    if (FindCallByState(LINECALLSTATE_PROCEEDING) != -1 || FindCallByState(LINECALLSTATE_DISCONNECTED) != -1) {
+        Trace(TRACE_ENTRY, "un appel sortant est en cours d'init on ne peut pas générer un nouvel appel"_cp1252);
+        return GiveUp(cref);
+    }
+    const bool sameLine = Tracking.DbCall != 0 || requestCode == REQUEST_DIAL;
+    if (sameLine && FindCallByState(LINECALLSTATE_DIALTONE) == -1) {
+        Trace(TRACE_ALWAYS, "DoMakeCall - On ne peut pas assurer le Make Call - Double appel en cours");
+        return FAILED;
+    }
+    int key = requestCode == REQUEST_MAKE_CALL ? FindFreeBossSecretaryKey(cref) : -1;
+    if (key != -1) {
+        SendZTNondigitKey(key);  // calls its party without a digit
+    } else {
+        key = ChooseKey(cref, sameLine);
+        const char* destination = CallOf(cref).DestAddress;
+        Trace(TRACE_ENTRY, "DoMakeCall tou Multi NBtou %d  PushKey %d DialSameLine %d Dest '%s' ", KeyLists.Multi.Count,
+              key, sameLine, destination);
+        if (key == -1 && !sameLine) {
+            Trace(TRACE_ALWAYS, "LineMakeCall Impossible, aucune ressource disponible");
+            return GiveUp(cref);
+        }
+        WaitForTraceMode();
+        PressKeyAndNumber(CallOf(cref), key, sameLine);
+    }
+    EnterCall(cref, key);
+    return 0;
+}
