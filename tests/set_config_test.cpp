@@ -11,7 +11,6 @@
 #include "trace/trace.h"
 
 #include <cstring>
-#include <fstream>
 
 namespace {
 
@@ -191,8 +190,7 @@ TEST_F(Dialogue, EverythingIsSavedTheFirstTimeAndOnlyWhatChangedLater) {
     EXPECT_EQ(Setting("String_Des", "HangUp"), "Hang up");
     EXPECT_EQ(Setting("Service_Code", "CancelForwarding"), "60");
     EXPECT_EQ(Setting("Dynamic_Set_Conf", "LastAction"), "success");
-    std::ifstream ini(PlatformControl::PosixPath("C:\\WINDOWS\\zt62cfg.ini"), std::ios::binary);
-    const std::string text((std::istreambuf_iterator<char>(ini)), {});
+    const std::string text = FileText("C:\\WINDOWS\\zt62cfg.ini");
     EXPECT_THAT(text, testing::HasSubstr("[Set_Des]\r\nT01=M4711\r\nT02=M4712\r\nT07=SU4720\r\nT09=EX4730\r\n"));
     EXPECT_THAT(text, testing::HasSubstr("SetMCDU=4711"));
 
@@ -515,8 +513,7 @@ TEST_F(Dialogue, SpecialKeysAreTracedByKindAndSavedBesideTheOthers) {
                             "Nbre touch Sec Debord :1", "Secretaire Debord TouchId:05 - :d",
                             "Secretaire TouchId:06 - :c", "Patron     TouchId:07 - :b", "Superv     TouchId:08 - :a",
                             " nb_of_info_rcvd:4 - nb_touch_include:4 "));
-    std::ifstream ini(PlatformControl::PosixPath("C:\\WINDOWS\\zt62cfg.ini"), std::ios::binary);
-    const std::string text((std::istreambuf_iterator<char>(ini)), {});
+    const std::string text = FileText("C:\\WINDOWS\\zt62cfg.ini");
     EXPECT_THAT(text, testing::HasSubstr("[Set_Des]\r\nT01=M4711\r\nT08=SUa\r\nT07=EXb\r\nT06=SEc\r\nT05=RSd\r\n"));
     EXPECT_EQ(Setting("Set_Des", "T01"), "M4711") << "the section is not deleted first";
     EXPECT_EQ(TouchTable[5].kind, TOUCH_SECR_DEBORD);
