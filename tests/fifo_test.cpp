@@ -9,16 +9,6 @@ namespace {
 
 class Fifo : public OnTheLine {
 protected:
-    static std::vector<ByteList> Drain() {
-        std::vector<ByteList> frames;
-        while (FifoCount(LINK_FIFO) > 0) {
-            ByteList frame(300);
-            frame.resize(static_cast<std::size_t>(FifoPeek(LINK_FIFO, frame)));
-            frames.push_back(frame);
-            FifoDrop(LINK_FIFO);
-        }
-        return frames;
-    }
     static std::vector<std::string> BoxTexts() {
         std::vector<std::string> texts;
         for (const PlatformControl::Box& box : PlatformControl::Boxes())

@@ -23,16 +23,6 @@ protected:
         message[1] = static_cast<std::uint8_t>(length);
         return message;
     }
-    static std::vector<ByteList> Drain() {
-        std::vector<ByteList> frames;
-        while (FifoCount(LINK_FIFO) > 0) {
-            ByteList frame(300);
-            frame.resize(static_cast<std::size_t>(FifoPeek(LINK_FIFO, frame)));
-            frames.push_back(frame);
-            FifoDrop(LINK_FIFO);
-        }
-        return frames;
-    }
     // A segment frame as the receiver hands it on: from the type byte to before the checksum.
     static ByteList Segment(int number, const ByteList& data) { return Join({ToBytes({FRAME_SEGMENT, number}), data}); }
     static ByteList FirstSegment(int count, std::size_t total, const ByteList& data) {

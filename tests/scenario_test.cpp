@@ -199,17 +199,6 @@ TEST_F(Calls, DialledOnTheSetAndAnswered) {
     EXPECT_THAT(LineEvents(), ElementsAre("STATE 0 DISCONNECTED 1", "STATE 0 IDLE"));
 }
 
-TEST_F(Calls, BusyIsDisconnectedUntilTheKeyGoesOut) {
-    Start();
-    Do([](auto& m) { return Eq::Seize(m, 1); });
-    Do([](auto& m) { return Eq::DialDigits(m, "4712"); });
-    LineEvents();
-    Do([](auto& m) { return Eq::FarBusy(m); });
-    EXPECT_THAT(LineEvents(), ElementsAre("STATE 0 DISCONNECTED 1"));
-    Do([](auto& m) { return Eq::HangUpKey(m, 1); });
-    EXPECT_THAT(LineEvents(), ElementsAre("STATE 0 IDLE"));
-}
-
 TEST_F(Calls, HoldAndRetrieveThenASecondCallAndASwap) {
     Start();
     Do([](auto& m) { return Eq::Incoming(m, 1, "4720", ""); });

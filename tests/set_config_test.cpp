@@ -11,7 +11,6 @@
 #include "trace/trace.h"
 
 #include <cstring>
-#include <fstream>
 
 namespace {
 
@@ -84,8 +83,7 @@ protected:
         return info;
     }
     static std::string IniFile() {
-        std::ifstream ini(PlatformControl::PosixPath("C:\\WINDOWS\\zt62cfg.ini"), std::ios::binary);
-        return {std::istreambuf_iterator<char>(ini), {}};
+        return FileText("C:\\WINDOWS\\zt62cfg.ini");
     }
     static void WholeDialogue(int version, const char* swap = "Swap") {
         Associate(version);
@@ -293,8 +291,9 @@ TEST_F(Dialogue, EverythingIsSavedTheFirstTimeAndOnlyWhatChangedLater) {
     EXPECT_EQ(Setting("String_Des", "HangUp"), "Hang up");
     EXPECT_EQ(Setting("Service_Code", "CancelForwarding"), "60");
     EXPECT_EQ(Setting("Dynamic_Set_Conf", "LastAction"), "success");
-    EXPECT_THAT(IniFile(), testing::HasSubstr("[Set_Des]\r\nT01=M4711\r\nT02=M4712\r\nT07=SU4720\r\nT09=EX4730\r\n"));
-    EXPECT_THAT(IniFile(), testing::HasSubstr("SetMCDU=4711"));
+    const std::string text = IniFile();
+    EXPECT_THAT(text, testing::HasSubstr("[Set_Des]\r\nT01=M4711\r\nT02=M4712\r\nT07=SU4720\r\nT09=EX4730\r\n"));
+    EXPECT_THAT(text, testing::HasSubstr("SetMCDU=4711"));
 
     // the same again: what is missing in the store now was not written anew
     for (const char* section : {"SoftKey_Des", "String_Des", "Service_Code"})
@@ -607,8 +606,8 @@ TEST_F(Dialogue, SpecialKeysAreTracedByKindAndSavedBesideTheOthers) {
                             "Nbre touch Sec Debord :1", "Secretaire Debord TouchId:05 - :d",
                             "Secretaire TouchId:06 - :c", "Patron     TouchId:07 - :b", "Superv     TouchId:08 - :a",
                             " nb_of_info_rcvd:4 - nb_touch_include:4 "));
-    EXPECT_THAT(IniFile(),
-                testing::HasSubstr("[Set_Des]\r\nT01=M4711\r\nT08=SUa\r\nT07=EXb\r\nT06=SEc\r\nT05=RSd\r\n"));
+    const std::string text = IniFile();
+    EXPECT_THAT(text, testing::HasSubstr("[Set_Des]\r\nT01=M4711\r\nT08=SUa\r\nT07=EXb\r\nT06=SEc\r\nT05=RSd\r\n"));
     EXPECT_EQ(Setting("Set_Des", "T01"), "M4711") << "the section is not deleted first";
     EXPECT_EQ(TouchTable[5].kind, TOUCH_SECR_DEBORD);
     EXPECT_EQ(TouchTable[6].kind, TOUCH_SECRETAIRE);

@@ -8,7 +8,6 @@
 #include "trace/trace.h"
 
 #include <cstring>
-#include <fstream>
 
 namespace {
 
@@ -136,9 +135,7 @@ TEST_F(Stored, DirectoryNumberGoesToTheIniFileOrIsForgotten) {
     SetSetting("SetConfig", "SetMCDU", "123456789012345678901234");
     InitDatas();
     EXPECT_STREQ(Settings.SetMCDU, "123456789012345678901234");
-    std::ifstream ini(PlatformControl::PosixPath("C:\\WINDOWS\\zt62cfg.ini"), std::ios::binary);
-    const std::string text((std::istreambuf_iterator<char>(ini)), {});
-    EXPECT_EQ(text, "[SetConfig]\r\nSetMCDU=123456789012345678901234\r\n");
+    EXPECT_EQ(FileText("C:\\WINDOWS\\zt62cfg.ini"), "[SetConfig]\r\nSetMCDU=123456789012345678901234\r\n");
     SetSetting("SetConfig", "SetMCDU", "1234567890123456789012345");
     InitDatas();
     EXPECT_STREQ(Settings.SetMCDU, "") << "longer than its reader: counts as missing";
@@ -147,6 +144,8 @@ TEST_F(Stored, DirectoryNumberGoesToTheIniFileOrIsForgotten) {
 
 TEST_F(Stored, MissingTextIsAnErrorAndLeavesItsEntryMissingCodeIsNot) {
     StoreTexts();
+    RegDeleteSection("Service_Code");
+    CopyText(Settings.ServiceCodes[0], "61");
     InitDatas();
     SetSetting("Service_Code", "DTMF", "");
     InitDatas();

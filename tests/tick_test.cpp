@@ -382,23 +382,18 @@ TEST_F(Ticking, TouchesNothingMoreWhenABoxHasCostItTheMutex) {
     EXPECT_FALSE(ReleaseMutex(Process.LineMutex));
 }
 
-TEST_F(Ticking, WhatAReadGotBeforeItWasCalledOffCounts) {
+TEST_F(Ticking, ReadErrorEndsTheReadingOfThisTickACalledOffReadCounts) {
     Tick.ConfigReceived = true;
-    Port.Feed({0x02, 0x60, 0x80, 0x1E});
-    PlatformControl::Port("COM1").ReadPends = true;
-    Ticks(1);
-    EXPECT_EQ(Port.Taken(), "02 60 00 9E");
-}
-
-TEST_F(Ticking, ReadErrorEndsTheReadingOfThisTickOnly) {
-    Tick.ConfigReceived = true;
-    Port.Feed({0x02, 0x60, 0x80, 0x1E});
-    PlatformControl::Port("COM1").ReadFails = true;
-    Ticks(1);
-    EXPECT_EQ(Port.Taken(), "");
-    PlatformControl::Port("COM1").ReadFails = false;
-    Ticks(1);
-    EXPECT_EQ(Port.Taken(), "02 60 00 9E");
+    for (bool PlatformControl::PortRecord::*const fault :
+         {&PlatformControl::PortRecord::ReadFails, &PlatformControl::PortRecord::ReadPends}) {
+        Port.Feed({0x02, 0x60, 0x80, 0x1E});
+        PlatformControl::Port("COM1").*fault = true;
+        Ticks(1);
+        EXPECT_EQ(Port.Taken(), fault == &PlatformControl::PortRecord::ReadPends ? "02 60 00 9E" : "");
+        PlatformControl::Port("COM1").*fault = false;
+        Ticks(1);
+        EXPECT_EQ(Port.Taken(), fault == &PlatformControl::PortRecord::ReadPends ? "" : "02 60 00 9E");
+    }
 }
 
 TEST_F(Ticking, TicksInsideAHandlersBoxNeitherSeeItsBytesAgainNorWriteOverThem) {
@@ -469,13 +464,14 @@ TEST_F(Ticking, KeptBytesAreOfferedAgainAndGivenUpAfter200Milliseconds) {
     Port.Taken();
     TraceLines();
     Port.Feed({0x02, 0x60, 0x84, 0x1A, 0x02, 0x60, 0x84, 0x1A, 0x02, 0x60});
-    for (int i = 0; i < 3; ++i) {
-        PlatformControl::Advance(i == 0 ? 10 : 100);
+    for (const std::uint32_t wait : {10, 100, 100}) {
+        PlatformControl::Advance(wait);
         Ticks(1);
-        EXPECT_EQ(Tick.Kept, 10) << i;
+        EXPECT_EQ(Tick.Kept, 10);
+        EXPECT_TRUE(Traced("Deux msgs type 60.8x détectés - Dernier msg incomplet - Attente "));
     }
-    TraceLines();
-    PlatformControl::Advance(100);
+    EXPECT_EQ(Port.Taken(), "");
+    PlatformControl::Advance(1);
     Ticks(1);
     EXPECT_EQ(Tick.Kept, 0);
     EXPECT_TRUE(Traced("Deux msgs type 60.8x détectés - dernier msg incomplet - Tempo atteinte !!!"));

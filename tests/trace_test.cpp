@@ -9,20 +9,14 @@
 
 #include <ctime>
 #include <filesystem>
-#include <fstream>
 #include <regex>
 
 namespace {
 
 using TraceLife = OnTheLine;
 
-std::string FilePath(const char* name) {
-    return PlatformControl::PosixPath(std::string("C:\\WINDOWS\\spitrace\\") + name);
-}
-
-std::string FileText(const char* name) {
-    std::ifstream in(FilePath(name), std::ios::binary);
-    return std::string((std::istreambuf_iterator<char>(in)), {});
+std::string TraceFile(const std::string& name) {
+    return FileText("C:\\WINDOWS\\spitrace\\" + name);
 }
 
 std::size_t OpenDescriptors() {
@@ -66,7 +60,7 @@ TEST_F(TraceLife, HeaderComesOnceAndEachLineHasItsTime) {
     Trace(TRACE_LINK, "two");
     PlatformControl::Advance(234);
     Trace(TRACE_ALWAYS, "always %s", "100%d");
-    const std::string text = FileText("tsptrac0.tr");
+    const std::string text = TraceFile("tsptrac0.tr");
     if (text.find(today) == std::string::npos)
         today = Today();  // midnight
     const std::regex whole("1000000 TSP CORVANE 6200 DebugFile - date: " + today +
@@ -133,17 +127,17 @@ TEST_F(TraceLife, FilesChangeWhenTheCounterWrapsAndTheNextProcessKeepsThem) {
     Trace(TRACE_ALWAYS, "first");  // counter 1 for the header, 2 for this
     for (int i = 3; i <= 2000; ++i)
         Trace(TRACE_ALWAYS, "%d", i);
-    EXPECT_EQ(FileText("tsptrac1.tr"), "");
+    EXPECT_EQ(TraceFile("tsptrac1.tr"), "");
     Trace(TRACE_ALWAYS, "wrapped");
-    EXPECT_EQ(FileText("tsptrac1.tr"), "1000000 wrapped\n") << "no header there";
+    EXPECT_EQ(TraceFile("tsptrac1.tr"), "1000000 wrapped\n") << "no header there";
     for (int i = 1; i <= 2001; ++i)
         Trace(TRACE_ALWAYS, "%d", i);
-    EXPECT_EQ(FileText("tsptrac0.tr"), "1000000 2001\n") << "2001 calls later the first file starts anew";
+    EXPECT_EQ(TraceFile("tsptrac0.tr"), "1000000 2001\n") << "2001 calls later the first file starts anew";
     std::fclose(TraceLog.File);
     TraceLog = TraceRecord{};
     Trace(TRACE_ALWAYS, "next process");
-    EXPECT_EQ(FileText("tsptrac0.old"), "1000000 2001\n");
-    EXPECT_THAT(FileText("tsptrac1.old"), testing::StartsWith("1000000 wrapped\n"));
+    EXPECT_EQ(TraceFile("tsptrac0.old"), "1000000 2001\n");
+    EXPECT_THAT(TraceFile("tsptrac1.old"), testing::StartsWith("1000000 wrapped\n"));
     EXPECT_FALSE(std::filesystem::exists(PlatformControl::PosixPath("C:\\WINDOWS\\spitrace\\tsptrac1.tr")));
 }
 
@@ -166,8 +160,7 @@ TEST_F(TraceLife, DirectoryThatIsMissingOrLongIsUsedWhenItIsThere) {
     Trace(TRACE_ALWAYS, "lost");
     std::filesystem::create_directory(posix);
     Trace(TRACE_ALWAYS, "written");
-    std::ifstream in(posix + "/spitrace/tsptrac0.tr");
-    const std::string text((std::istreambuf_iterator<char>(in)), {});
+    const std::string text = FileText(directory + "\\spitrace\\tsptrac0.tr");
     EXPECT_THAT(text, testing::EndsWith("written\n"));
     EXPECT_THAT(text, testing::Not(testing::HasSubstr("lost")));
 }
@@ -184,32 +177,32 @@ TEST_F(TraceLife, UnloadedAndLoadedAgainItKeepsTheFormerFileAndHoldsNoneOpen) {
         DllMain(nullptr, DLL_PROCESS_DETACH, nullptr);
     }
     EXPECT_EQ(OpenDescriptors(), before);
-    EXPECT_THAT(FileText("tsptrac0.old"), testing::EndsWith(" *\n1000000 load 18\n"));
-    EXPECT_THAT(FileText("tsptrac0.tr"), testing::MatchesRegex(".* DebugFile - date: .*\n.*\n1000000 load 19\n"));
+    EXPECT_THAT(TraceFile("tsptrac0.old"), testing::EndsWith(" *\n1000000 load 18\n"));
+    EXPECT_THAT(TraceFile("tsptrac0.tr"), testing::MatchesRegex(".* DebugFile - date: .*\n.*\n1000000 load 19\n"));
     DllMain(nullptr, DLL_PROCESS_ATTACH, nullptr);
 }
 
 TEST_F(TraceLife, FileThatDoesNotOpenAtTheChangeLosesLinesUntilTheNextChange) {
     Trace(TRACE_ALWAYS, "first");  // counter 2
-    std::filesystem::create_directory(FilePath("tsptrac1.tr"));
+    std::filesystem::create_directory(PlatformControl::PosixPath("C:\\WINDOWS\\spitrace\\tsptrac1.tr"));
     for (int i = 3; i <= 2000; ++i)
         Trace(TRACE_ALWAYS, "%d", i);
-    const std::string full = FileText("tsptrac0.tr");
+    const std::string full = TraceFile("tsptrac0.tr");
     EXPECT_THAT(full, testing::EndsWith("1000000 2000\n"));
     for (int i = 0; i <= 2000; ++i)
         Trace(TRACE_ALWAYS, "lost");
-    EXPECT_EQ(FileText("tsptrac0.tr"), full);
+    EXPECT_EQ(TraceFile("tsptrac0.tr"), full);
     Trace(TRACE_ALWAYS, "again");
-    EXPECT_EQ(FileText("tsptrac0.tr"), "1000000 again\n");
+    EXPECT_EQ(TraceFile("tsptrac0.tr"), "1000000 again\n");
 }
 
 TEST_F(TraceLife, LineIsCutAtItsLimit) {
     Trace(TRACE_ALWAYS, "short");
-    const std::size_t before = FileText("tsptrac0.tr").size();
+    const std::size_t before = TraceFile("tsptrac0.tr").size();
     Trace(TRACE_ALWAYS, "%s", std::string(1015, 'x').c_str());  // clock, blank and line feed fill the 1,024
-    EXPECT_EQ(FileText("tsptrac0.tr").size() - before, 1024u);
+    EXPECT_EQ(TraceFile("tsptrac0.tr").size() - before, 1024u);
     Trace(TRACE_ALWAYS, "%s%s", std::string(1000, 'x').c_str(), std::string(1000, 'y').c_str());
-    const std::string text = FileText("tsptrac0.tr");
+    const std::string text = TraceFile("tsptrac0.tr");
     EXPECT_EQ(text.size() - before, 2048u);
     EXPECT_THAT(text, testing::EndsWith("xyyyyyyyyyyyyyyy\n"));
 }

@@ -189,9 +189,8 @@ void OpenForCapture() {
 }
 
 std::vector<std::string> TraceLines() {
-    std::ifstream file(PlatformControl::PosixPath("C:\\WINDOWS\\spitrace\\tsptrac0.tr"), std::ios::binary);
-    file.seekg(static_cast<std::streamoff>(TraceOffset));
-    const std::string text((std::istreambuf_iterator<char>(file)), {});
+    const std::string whole = FileText("C:\\WINDOWS\\spitrace\\tsptrac0.tr");
+    const std::string text = whole.substr(std::min(TraceOffset, whole.size()));
     std::vector<std::string> lines;
     std::size_t at = 0;
     for (std::size_t end; (end = text.find('\n', at)) != std::string::npos; at = end + 1) {
@@ -214,6 +213,11 @@ std::vector<std::string> TraceLines() {
     }
     TraceOffset += at;
     return lines;
+}
+
+std::string FileText(const std::string& windowsPath) {
+    std::ifstream in(PlatformControl::PosixPath(windowsPath), std::ios::binary);
+    return std::string((std::istreambuf_iterator<char>(in)), {});
 }
 
 std::string Setting(const char* section, const char* name) {

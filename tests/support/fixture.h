@@ -46,6 +46,9 @@ void OpenForCapture();
 // Trace lines written since the last call, without clock, as UTF-8; header lines left out.
 std::vector<std::string> TraceLines();
 
+// What stands in a file, named as Windows does.
+std::string FileText(const std::string& windowsPath);
+
 // The registry's text of a setting of ours, "(none)" when it is missing.
 std::string Setting(const char* section, const char* name);
 void SetSetting(const char* section, const char* name, const char* text);
