@@ -461,8 +461,8 @@ TEST_F(WithoutThread, RequestStartsItIsLostAndTapiIsToldOnce) {
     EXPECT_THAT(lines, testing::IsSupersetOf({"appCall cref 0 msg 8 reqId 7",
                                               "appCall - Companion app has not yet been registered - Start it",
                                               "Wait Thread serial Ready OK"}));
-    EXPECT_THAT(LineEvents(), ElementsAre("REPLY 7 80000048"));
-    EXPECT_EQ(ProviderState.PendingRequestID, 99u);
+    EXPECT_THAT(LineEvents(), ElementsAre("REPLY 99 80000048", "REPLY 7 80000048"));
+    EXPECT_EQ(ProviderState.PendingRequestID, 0u);
     EXPECT_TRUE(SerialThreadRuns());
     EXPECT_FALSE(ReleaseMutex(Process.LineMutex)) << "the start's hold and the entry point's are both given back";
 }

@@ -85,18 +85,6 @@ TEST_F(OmnaLink, AMessageWithoutLengthOrBeyondItsBufferIsShownAndNotSent) {
         EXPECT_EQ(box.Text, "ZT message length problem");
 }
 
-TEST_F(OmnaLink, TheTransmitterIsKickedOnlyWhenALinkControlFrameLeavesItFree) {
-    SendL2Msg(Serial.Port, ACK_FRAME);
-    Port.Taken();
-    SendOmnaRequest(OMNA_KEY, {});
-    EXPECT_EQ(Port.Taken(), "");
-    EXPECT_EQ(FifoCount(LINK_FIFO), 1);
-    FifoClear(LINK_FIFO);
-    PlatformControl::Advance(static_cast<std::uint32_t>(Link.After_L2_timeout));
-    SendOmnaRequest(OMNA_KEY, {});
-    EXPECT_EQ(Port.Taken(), "07 12 00 06 02 00 06 02 D7");
-}
-
 TEST_F(OmnaLink, SequenceNumbersCountPerCodeAndAnewWithEveryLink) {
     SetConfig.MultiAnnounced = 4;
     Tick.DeviceAssocAck = true;
@@ -219,20 +207,22 @@ TEST_F(OmnaLink, EveryCodeIsTracedByItsName) {
     const struct {
         int Code;
         const char* Name;
-    } Cases[] = {{7, "KEY_ACK"},
-                 {9, "KEY_INFO_ACK"},
-                 {11, "STRING_ACK"},
-                 {13, "STRING_INFO_ACK"},
-                 {15, "SK_ACK"},
-                 {17, "SK_INFO_ACK"},
-                 {19, "CODE_ACK"},
-                 {21, "CODE_INFO_ACK"},
-                 {23, "EVENT_INCOMING_CHANGE"},
-                 {24, "EVENT_OUTGOING_CALL"},
-                 {25, "EVENT_CONNECTED_CALL"},
-                 {28, "TA_M_EVENT_TRANSFERED_CALL"},
-                 {31, "KEY_SPE_ACK"},
-                 {33, "KEY_SPE_INFO_ACK"}};
+    } Cases[] = {
+        {7, "KEY_ACK"},
+        {9, "KEY_INFO_ACK"},
+        {11, "STRING_ACK"},
+        {13, "STRING_INFO_ACK"},
+        {15, "SK_ACK"},
+        {17, "SK_INFO_ACK"},
+        {19, "CODE_ACK"},
+        {21, "CODE_INFO_ACK"},
+        {23, "EVENT_INCOMING_CHANGE"},
+        {24, "EVENT_OUTGOING_CALL"},
+        {25, "EVENT_CONNECTED_CALL"},
+        {28, "TA_M_EVENT_TRANSFERED_CALL"},
+        {31, "KEY_SPE_ACK"},
+        {33, "KEY_SPE_INFO_ACK"},
+    };
     for (const auto& c : Cases) {
         TraceMask = TRACE_OMNA;
         TraceLines();

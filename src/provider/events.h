@@ -40,6 +40,10 @@ void CompleteRunningDrop(int cref);
 // before the set could show the transfer: TAPI must not wait for ever, and no request could follow.
 void FailRunningTransfer(int cref);
 
+// Completes whatever request is pending with LINEERR_OPERATIONFAILED: the serial thread that could have ended it is gone, or
+// its records are about to start anew.
+void FailPendingRequest();
+
 // PHONE_STATE with a PHONESTATE_ value, when the phone is open.
 void PhoneStateEvent(DWORD param1, DWORD param2);
 

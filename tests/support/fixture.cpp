@@ -176,6 +176,10 @@ std::vector<std::string> LineEvents() {
     return events;
 }
 
+std::string StateName(DWORD state) {
+    return Flags(state, States);
+}
+
 void OpenForCapture() {
     ProviderState.htLine = reinterpret_cast<HTAPILINE>(std::uintptr_t{0x11});
     ProviderState.LineEventProc = CaptureLine;

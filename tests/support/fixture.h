@@ -37,6 +37,9 @@ std::vector<std::string> Events();
 // The same without PHONE_STATE.
 std::vector<std::string> LineEvents();
 
+// A call state as Events() names it.
+std::string StateName(DWORD state);
+
 // Handles that the capture gives: TAPI's line 0x11, phone 0x22, call 0x100 + cref.
 void OpenForCapture();
 
