@@ -88,7 +88,7 @@ void Editor::Propose(const std::string& proposal) {
 }
 
 std::string Editor::Take() {
-    const std::string line = ToUtf8(text);
+    std::string line = ToUtf8(text);
     if (!text.empty() && (history.empty() || history.back() != text))
         history.push_back(text);
     at = history.size();
