@@ -337,7 +337,7 @@ TEST(EquipmentLine, AReopenedLinkGetsNothingOfTheOldDialogue) {
     end.Send("60 85");
     end.Send("12 00 06 02 00 02 01");
     const Texts items = end.Items(5000);
-    ASSERT_EQ(items.size(), 2u);
+    ASSERT_EQ(items.size(), 3u);                // the display of the idle set last
     EXPECT_EQ(items[0].substr(0, 5), "0C 81");  // was on its way
     EXPECT_EQ(items[1].substr(0, 17), "12 00 0E 02 00 03");
 }
@@ -476,7 +476,7 @@ TEST(EquipmentPbx, AnswersARepeatedRequestOnceButEveryAssociation) {
     EXPECT_EQ(end.Items().size(), 1u);
     for (int i = 0; i < 2; ++i) {
         end.Send("12 00 06 02 00 02 01");
-        EXPECT_EQ(end.Items().size(), 1u);
+        EXPECT_EQ(end.Items().size(), 2u);  // and the display of the idle set
     }
     end.Send("12 00 06 02 00 06 02");
     EXPECT_EQ(end.Items().size(), 1u);

@@ -96,6 +96,20 @@ TEST_F(ToTapi, OnlyADropOfThatCallIsCompletedByItsEnd) {
     EXPECT_EQ(RunningRequest.ConsultCref, -1);
 }
 
+TEST_F(ToTapi, TransferWhoseCallEndsIsNotLeftWaiting) {
+    for (const RequestCode code : {REQUEST_BLIND_TRANSFER, REQUEST_SETUP_TRANSFER}) {
+        ProviderState.PendingRequestID = 7;
+        RunningRequest = {code, 2, 5};
+        DoLineEvent(LINE_CALLSTATE, LINECALLSTATE_IDLE, 0, 5);
+        DoLineEvent(LINE_CALLSTATE, LINECALLSTATE_DISCONNECTED, 0, 2);
+        EXPECT_EQ(ProviderState.PendingRequestID, 7u);
+        Events();
+        DoLineEvent(LINE_CALLSTATE, LINECALLSTATE_IDLE, 0, 2);
+        EXPECT_EQ(Events().back(), "REPLY 7 80000048");
+        EXPECT_EQ(RunningRequest.Code, REQUEST_NONE);
+    }
+}
+
 // The application drops its next call as soon as it hears that the request before is done.
 TEST_F(ToTapi, RequestStartedFromTheCompletionKeepsRunning) {
     ProviderState.CompletionProc = [](DRV_REQUESTID, LONG) {

@@ -61,8 +61,10 @@ void DoLineEvent(DWORD message, DWORD_PTR param1, DWORD_PTR param2, int cref) {
         LastHeldCref = cref;
     ProviderState.LineEventProc(ProviderState.htLine, HandleOf(cref), message, param1, param2,
                                 LINEMEDIAMODE_INTERACTIVEVOICE);
-    if (message == LINE_CALLSTATE && param1 == LINECALLSTATE_IDLE)
+    if (message == LINE_CALLSTATE && param1 == LINECALLSTATE_IDLE) {
         CompleteRunningDrop(cref);
+        FailRunningTransfer(cref);
+    }
 }
 
 void DoLineEventNewCall(int cref) {
@@ -77,6 +79,16 @@ void DoLineEventNewConf() {
         return;
     Trace(TRACE_CALL, "DoLineEventNewConf send");
     SendNewCall(CONF_CREF, ProviderState.htConference);
+}
+
+void FailRunningTransfer(int cref) {
+    const bool transfer =
+        RunningRequest.Code == REQUEST_BLIND_TRANSFER || RunningRequest.Code == REQUEST_SETUP_TRANSFER;
+    if (RunningRequest.Cref != cref || !transfer)
+        return;
+    Trace(TRACE_ENTRY, "Transfer Running cref %04x IDLE => LINE_REPLY failed", cref);
+    RunningRequest = RunningRequestRecord{};
+    SendCompletion(ProviderState, static_cast<LONG>(LINEERR_OPERATIONFAILED));
 }
 
 void CompleteRunningDrop(int cref) {

@@ -36,6 +36,10 @@ void DoLineEventNewConf();
 // Completes a running lineDrop with 0 when its call is this one, and clears RunningRequest.
 void CompleteRunningDrop(int cref);
 
+// Completes a running blind or set-up transfer with LINEERR_OPERATIONFAILED when its call is this one, which has ended
+// before the set could show the transfer: TAPI must not wait for ever, and no request could follow.
+void FailRunningTransfer(int cref);
+
 // PHONE_STATE with a PHONESTATE_ value, when the phone is open.
 void PhoneStateEvent(DWORD param1, DWORD param2);
 

@@ -2,6 +2,7 @@
 // answer at a time.
 #include "equipment/characters.h"
 #include "equipment/equipment.h"
+#include "equipment/set_parts.h"
 
 #include <algorithm>
 
@@ -190,6 +191,8 @@ void AnswerOmna(Machine& machine, const OmnaMessage& request) {
     const OmnaMessage answer = Message(machine, AnswerTo(request.code), request.sequence, *payload);
     if (machine.faults.answerDelayMs == 0) {
         machine.QueueOmna(answer);
+        if (request.code == AssociationRequest && machine.set.calls.empty())
+            Line0(machine, machine.config.idleText);  // so an idle set too says something to its new listener
         return;
     }
     machine.Later(machine.faults.answerDelayMs, [&machine, answer, dialogue = pbx.dialogue] {
