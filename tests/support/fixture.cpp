@@ -186,6 +186,9 @@ void OpenForCapture() {
 
 std::vector<std::string> TraceLines() {
     std::ifstream file(PlatformControl::PosixPath("C:\\WINDOWS\\spitrace\\tsptrac0.tr"), std::ios::binary);
+    file.seekg(0, std::ios::end);
+    if (file.tellg() < static_cast<std::streamoff>(TraceOffset))
+        TraceOffset = 0;  // another test's file
     file.seekg(static_cast<std::streamoff>(TraceOffset));
     const std::string text((std::istreambuf_iterator<char>(file)), {});
     std::vector<std::string> lines;
@@ -210,6 +213,22 @@ std::vector<std::string> TraceLines() {
     }
     TraceOffset += at;
     return lines;
+}
+
+std::string Interleaved(const std::vector<std::string>& events, const std::vector<std::string>& lines,
+                        std::span<const char* const> skipped) {
+    std::string steps;
+    std::size_t next = 0;
+    for (const std::string& line : lines) {
+        if (std::any_of(skipped.begin(), skipped.end(), [&](const char* start) { return line.starts_with(start); }))
+            continue;
+        const bool sent =
+            line == "LineEvent send" || line.starts_with("DoLineEventNewC") || line.starts_with("SendCompletion:");
+        steps += steps.empty() ? "" : " | ";
+        steps += !sent ? line : next < events.size() ? events[next++] : "(event missing)";
+    }
+    EXPECT_EQ(next, events.size());
+    return steps;
 }
 
 std::string Setting(const char* section, const char* name) {

@@ -43,6 +43,11 @@ void OpenForCapture();
 // Trace lines written since the last call, without clock, as UTF-8; header lines left out.
 std::vector<std::string> TraceLines();
 
+// Events at the places in the trace where it says that they were sent; lines that begin with one of `skipped` left out;
+// " | " between them.
+std::string Interleaved(const std::vector<std::string>& events, const std::vector<std::string>& lines,
+                        std::span<const char* const> skipped);
+
 // The registry's text of a setting of ours, "(none)" when it is missing.
 std::string Setting(const char* section, const char* name);
 void SetSetting(const char* section, const char* name, const char* text);
