@@ -125,6 +125,16 @@ TEST_P(Asked, Dial) {
         {"app unhold 0", "K1", "REPLY, 0 CONNECTED"},
         {"app drop 0", "REL", Ended(0) + ", REPLY"},
     });
+    Play({  // a call made at the dial tone of a second one
+        {"incoming 1 4722", "", Offered(0)},
+        {"incoming 2 4723", "", Offered(1)},
+        {"app answer 1", "K2", "REPLY, " + Taken(1)},
+        {"k?second-call", "", "1 ONHOLD, NEWCALL 2, 2 DIALTONE"},
+        {"caller-hangs-up 1", "", Ended(0)},
+        {"k?app make 4750", "[4 7 5 0]", "REPLY, " + Dialled(2) + ", " + Taken(2)},
+        {"k?app drop 2", "S1", "2 DISCONNECTED 1, 1 CONNECTED, 2 IDLE, REPLY"},
+        {"app drop 1", "REL", Ended(1) + ", REPLY"},
+    });
 }
 
 TEST_P(Asked, AnswerAndDrop) {
@@ -262,6 +272,20 @@ TEST_P(Asked, AttendedTransfer) {
     });
 }
 
+TEST_P(Asked, CallerBetweenARequestAndItsCall) {
+    Play({
+        {"incoming 1 4722", "", Offered(0)},
+        {"app answer 0", "K1", "REPLY, " + Taken(0)},
+        {"ignore 1"},
+        {"app setup 0", "S1"},
+        {"incoming 2 4723", "S1", Offered(2) + ", 0 ONHOLD, REPLY, 1 DIALTONE"},
+        {"release", "", Ended(1) + ", k?0 OFFERING"},
+        {"app answer 2", "K2", "REPLY, " + Taken(2)},
+        {"app drop 2", "REL", Ended(2) + ", REPLY"},
+        {"caller-hangs-up 1", "", Ended(0)},
+    });
+}
+
 TEST_P(Asked, ConferenceAndItsEnds) {
     const std::string bothGo = "k?0 DISCONNECTED 1, k?1 DISCONNECTED 1, k?0 IDLE, k?1 IDLE, 30 IDLE";
     const std::string oneByOne = Ended(1, "o?") + ", o?0 CONNECTED, " + Ended(0, "o?");
@@ -341,6 +365,8 @@ TEST_P(Asked, PickUp) {
         {"app drop 0", "REL", Ended(0) + ", REPLY"},
         {"app pickup 4720", "[6 6 4 7 2 0]", "REPLY, NEWCALL 0, 0 PROCEEDING, 0 DISCONNECTED 1"},  // nobody there
         {"release", "", "0 IDLE"},
+        {"seize 1", "", "NEWCALL 0, 0 DIALTONE"},  // which is not the call that was waited for
+        {"release", "", Ended(0)},
         {"app pickup", "", "= 80000011"},
     });
 }

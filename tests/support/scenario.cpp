@@ -24,13 +24,8 @@ HDRVCALL Call(int cref) {
     return reinterpret_cast<HDRVCALL>(static_cast<std::uintptr_t>(cref));
 }
 
-// The call that a request for a new one will be given; CALL_COUNT when there is none.
-int NextCall() {
-    const auto next = std::find_if(CallTable.begin(), CallTable.end(), [](const CallRecord& call) {
-        return call.state == 0 || call.state == LINECALLSTATE_IDLE || call.state == LINECALLSTATE_DIALTONE;
-    });
-    return static_cast<int>(next - CallTable.begin());
-}
+// The application's handle of a call that it asks for, until it knows which one it is given.
+constexpr int ASKED_FOR = 900;
 
 LONG Forward(DRV_REQUESTID request, HDRVLINE line, const std::string& mode, const std::u16string& number) {
     static const std::map<std::string, DWORD> modes = {{"uncond", LINEFORWARDMODE_UNCOND},
@@ -67,6 +62,45 @@ std::string Hex(LONG value) {
     std::snprintf(text, sizeof text, "%x", static_cast<unsigned>(value));
     return text;
 }
+
+// A request and its words.
+struct Asked {
+    DRV_REQUESTID Request;
+    HDRVLINE Line;
+    std::string First, Second;
+    HDRVCALL& Given;
+
+    static std::u16string Wide(const std::string& text) { return {text.begin(), text.end()}; }
+    HDRVCALL FirstCall() const { return Call(std::stoi(First)); }
+    LONG Complete(DWORD mode) const {
+        return TSPI_lineCompleteTransfer(Request, FirstCall(), Call(std::stoi(Second)), HandleOf(CONF_CREF), &Given,
+                                         mode);
+    }
+};
+
+// clang-format off
+const std::map<std::string, LONG (*)(const Asked&)> Requests = {
+    {"make", [](const Asked& a) { return TSPI_lineMakeCall(a.Request, a.Line, HandleOf(ASKED_FOR), &a.Given, a.Wide(a.First).c_str(), 0, nullptr); }},
+    {"dial", [](const Asked& a) { return TSPI_lineDial(a.Request, a.FirstCall(), a.Wide(a.Second).c_str(), 0); }},
+    {"blind", [](const Asked& a) { return TSPI_lineBlindTransfer(a.Request, a.FirstCall(), a.Wide(a.Second).c_str(), 0); }},
+    {"digits", [](const Asked& a) { return TSPI_lineGenerateDigits(a.FirstCall(), 0, LINEDIGITMODE_DTMF, a.Wide(a.Second).c_str(), 0); }},
+    {"answer", [](const Asked& a) { return TSPI_lineAnswer(a.Request, a.FirstCall(), nullptr, 0); }},
+    {"drop", [](const Asked& a) { return TSPI_lineDrop(a.Request, a.FirstCall(), nullptr, 0); }},
+    {"hold", [](const Asked& a) { return TSPI_lineHold(a.Request, a.FirstCall()); }},
+    {"unhold", [](const Asked& a) { return TSPI_lineUnhold(a.Request, a.FirstCall()); }},
+    {"remove", [](const Asked& a) { return TSPI_lineRemoveFromConference(a.Request, a.FirstCall()); }},
+    {"setup", [](const Asked& a) { return TSPI_lineSetupTransfer(a.Request, a.FirstCall(), HandleOf(ASKED_FOR), &a.Given, nullptr); }},
+    {"transfer", [](const Asked& a) { return a.Complete(LINETRANSFERMODE_TRANSFER); }},
+    {"conference", [](const Asked& a) { return a.Complete(LINETRANSFERMODE_CONFERENCE); }},
+    {"forward", [](const Asked& a) { return Forward(a.Request, a.Line, a.First, a.Wide(a.Second)); }},
+    {"pickup", [](const Asked& a) { return TSPI_linePickup(a.Request, a.Line, 0, nullptr, nullptr, a.Wide(a.First).c_str(), nullptr); }},
+    {"button", [](const Asked& a) { return Button(a.Request, a.First, static_cast<DWORD>(std::stoul(a.Second))); }},
+    {"hook", [](const Asked& a) {
+        return TSPI_phoneSetHookSwitch(a.Request, reinterpret_cast<HDRVPHONE>(&ProviderState), PHONEHOOKSWITCHDEV_HANDSET,
+                                       a.First == "on" ? PHONEHOOKSWITCHMODE_ONHOOK : PHONEHOOKSWITCHMODE_MICSPEAKER);
+    }},
+};
+// clang-format on
 
 void Add(std::string& text, const std::string& more, const char* between) {
     text += (text.empty() ? "" : between) + more;
@@ -180,97 +214,57 @@ std::string Scenario::Chosen(const std::string& text, const std::string& between
 
 // --- what happens
 
-LONG Scenario::Ask(const std::string& what, std::istringstream& words, std::optional<int>& given) {
-    if (what == "forward" || what == "pickup" || what == "make" || what == "button" || what == "hook") {
-        std::string first, number;
-        words >> first >> number;
-        const std::u16string text((what == "forward" ? number : first).begin(),
-                                  (what == "forward" ? number : first).end());
-        if (what == "forward")
-            return Forward(Request, Line, first, text);
-        if (what == "pickup")
-            return TSPI_linePickup(Request, Line, 0, nullptr, nullptr, text.c_str(), nullptr);
-        if (what == "button")
-            return Button(Request, first, static_cast<DWORD>(std::stoul(number)));
-        if (what == "hook")
-            return TSPI_phoneSetHookSwitch(Request, reinterpret_cast<HDRVPHONE>(&ProviderState),
-                                           PHONEHOOKSWITCHDEV_HANDSET,
-                                           first == "on" ? PHONEHOOKSWITCHMODE_ONHOOK : PHONEHOOKSWITCHMODE_MICSPEAKER);
-        given = NextCall();
-        HDRVCALL made = Call(-1);
-        const LONG result = TSPI_lineMakeCall(Request, Line, HandleOf(*given), &made, text.c_str(), 0, nullptr);
-        EXPECT_TRUE(result < 0 || made == Call(*given));
-        return result;
-    }
-    int cref = -1;
-    std::string second;
-    words >> cref >> second;
-    const std::u16string digits(second.begin(), second.end());
-    if (what == "dial")
-        return TSPI_lineDial(Request, Call(cref), digits.c_str(), 0);
-    if (what == "blind")
-        return TSPI_lineBlindTransfer(Request, Call(cref), digits.c_str(), 0);
-    if (what == "digits")
-        return TSPI_lineGenerateDigits(Call(cref), 0, LINEDIGITMODE_DTMF, digits.c_str(), 0);
-    if (what == "answer")
-        return TSPI_lineAnswer(Request, Call(cref), nullptr, 0);
-    if (what == "drop")
-        return TSPI_lineDrop(Request, Call(cref), nullptr, 0);
-    if (what == "hold")
-        return TSPI_lineHold(Request, Call(cref));
-    if (what == "unhold")
-        return TSPI_lineUnhold(Request, Call(cref));
-    if (what == "remove")
-        return TSPI_lineRemoveFromConference(Request, Call(cref));
-    HDRVCALL other = Call(-1);
-    if (what == "setup") {
-        given = NextCall();
-        const LONG result = TSPI_lineSetupTransfer(Request, Call(cref), HandleOf(*given), &other, nullptr);
-        EXPECT_TRUE(result < 0 || other == Call(*given));
-        return result;
-    }
-    if (what == "conference")
-        given = CONF_CREF;
-    EXPECT_TRUE(what == "conference" || what == "transfer") << what;
-    return TSPI_lineCompleteTransfer(Request, Call(cref), Call(std::stoi(second)), HandleOf(CONF_CREF), &other,
-                                     given ? LINETRANSFERMODE_CONFERENCE : LINETRANSFERMODE_TRANSFER);
-}
-
-// Gives "" or the refusal.
-std::string Scenario::AskFor(std::istringstream words) {
-    std::string what;
-    words >> what >> what;
+// Gives what happened before the entry point returned, its refusal last.
+std::vector<std::string> Scenario::AskFor(std::istringstream words) {
     ++Request;
     TheBooks.Asked(Request);
-    std::optional<int> given;
-    const LONG result = Ask(what, words, given);
+    HDRVCALL given = Call(ASKED_FOR);
+    Asked asked{Request, Line, "", "", given};
+    std::string what;
+    words >> what >> what >> asked.First >> asked.Second;
+    const LONG result = Requests.at(what)(asked);
     TheBooks.Answered(Request, result);
-    if (given && result > 0)
-        TheBooks.Given(*given, Request);
-    return result < 0 ? "= " + Hex(result) : "";
+    const int cref = static_cast<int>(reinterpret_cast<std::uintptr_t>(given));
+    std::vector<std::string> events = Captured();
+    if (IsCref(cref)) {
+        HTAPICALL& handle = CallTable.at(static_cast<std::size_t>(cref)).htCall;
+        EXPECT_EQ(handle, HandleOf(ASKED_FOR));
+        handle = HandleOf(cref);
+        for (std::string& event : events)
+            if (const std::size_t at = event.find(std::to_string(ASKED_FOR)); at != std::string::npos)
+                event.replace(at, 3, std::to_string(cref));
+    }
+    if (result > 0 && cref != ASKED_FOR)
+        TheBooks.Given(cref, Request);
+    TheBooks.Take(events);
+    if (result < 0)
+        events.push_back("= " + Hex(result));
+    return events;
+}
+
+std::vector<std::string> Scenario::Captured() const {
+    return Phone ? Events() : LineEvents();
 }
 
 std::string Scenario::Happen(const std::string& action) {
     std::uint32_t wait = STEP_MS;
-    std::string refused;
+    std::vector<std::string> events;
     if (action.starts_with("app "))
-        refused = AskFor(std::istringstream(action));
+        events = AskFor(std::istringstream(action));
     else if (action.starts_with("wait "))
         wait = static_cast<std::uint32_t>(std::stoul(action.substr(5)));
     else
         EXPECT_EQ(Equipment::Execute(Machine, action, PlatformControl::Now()), "");
     Advance(wait);
-    std::vector<std::string> events = Phone ? Events() : LineEvents();
-    TheBooks.Take(events);
+    const std::vector<std::string> later = Captured();
+    TheBooks.Take(later);
+    events.insert(events.end(), later.begin(), later.end());
     for (std::string& event : events)
         event = Short(event, Request);
-    if (Tracked) {
-        static constexpr const char* Skipped[] = {"LinEv "};
-        return Interleaved(events, TraceLines(), Skipped);
-    }
-    if (!refused.empty())
-        events.insert(events.begin(), refused);
-    return Joined(events, ", ");
+    if (!Tracked)
+        return Joined(events, ", ");
+    static constexpr const char* Skipped[] = {"LinEv "};
+    return Interleaved(events, TraceLines(), Skipped);
 }
 
 void Scenario::Play(const std::vector<Step>& steps) {

@@ -5,7 +5,6 @@
 #include "support/books.h"
 #include "support/service.h"
 
-#include <optional>
 #include <sstream>
 
 // Do: a command to the equipment (its console's), "wait MS", or "app" and a request:
@@ -44,7 +43,7 @@ private:
     void Note(Equipment::ByteSpan item);
     bool Belongs(std::string& text) const;
     std::string Chosen(const std::string& text, const std::string& between) const;
-    LONG Ask(const std::string& what, std::istringstream& words, std::optional<int>& given);
-    std::string AskFor(std::istringstream words);
+    std::vector<std::string> AskFor(std::istringstream words);
+    std::vector<std::string> Captured() const;
     std::string Happen(const std::string& action);
 };
