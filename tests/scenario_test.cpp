@@ -4,6 +4,7 @@
 #include "link/link_layer.h"
 #include "link/serial.h"
 #include "link/tick.h"
+#include "platform/text.h"
 #include "provider/events.h"
 #include "support/scenario.h"
 #include "trace/trace.h"
@@ -15,6 +16,8 @@ namespace {
 
 namespace Eq = Equipment;
 using testing::HasSubstr;
+
+const HTAPICALL FirstTapiCall = reinterpret_cast<HTAPICALL>(std::uintptr_t{0x100});  // prints as call 0
 
 // --- start-up -------------------------------------------------------------------------------------------------------
 
@@ -291,6 +294,33 @@ TEST_F(Calls, SupervisedAndBoss) {
     });
 }
 // clang-format on
+
+// --- requests -------------------------------------------------------------------------------------------------------
+
+TEST_F(Calls, MadeBeforeTheSetIsKnownWaitsForIt) {
+    GoInService();
+    CloseLine();
+    Machine.Restart();
+    ASSERT_EQ(TSPI_lineOpen(3, reinterpret_cast<HTAPILINE>(std::uintptr_t{0x11}), &Line, 0x20000,
+                            ProviderState.LineEventProc),
+              0);
+    Advance(200);
+    LineEvents();
+    HDRVCALL call = nullptr;
+    EXPECT_EQ(TSPI_lineMakeCall(7, Line, FirstTapiCall, &call, "4712"_wide, 0, nullptr), 7);
+    EXPECT_THAT(LineEvents(), ElementsAre("REPLY 7 0"));
+    for (int i = 0; i < 100 && !Tick.ConfigUsable; ++i) {
+        EXPECT_EQ(CallTable[0].state, 0u);
+        Advance(100);
+    }
+    Advance(2'500);
+    EXPECT_THAT(LineEvents(), ElementsAre("LINEDEV CONNECTED|INSERVICE", "STATE 0 DIALTONE", "STATE 0 DIALING",
+                                          "STATE 0 PROCEEDING", "STATE 0 RINGBACK"));
+    EXPECT_EQ(TouchTable[1].icon, ACTIV_ICON);
+    Do([](auto& m) { return Eq::FarAnswers(m); });
+    Do([](auto& m) { return Eq::HangUpKey(m, 1); });
+    EXPECT_THAT(LineEvents(), ElementsAre("STATE 0 CONNECTED", "STATE 0 DISCONNECTED 1", "STATE 0 IDLE"));
+}
 
 // --- a bad line -----------------------------------------------------------------------------------------------------
 

@@ -88,14 +88,18 @@ void ForgetPickUp(int cref) {
         Tracking.PickUpCref = -1;
 }
 
+void FailPendingRequest() {
+    RunningRequest = RunningRequestRecord{};
+    SendCompletion(ProviderState, static_cast<LONG>(LINEERR_OPERATIONFAILED));
+}
+
 void FailRunningTransfer(int cref) {
     const bool transfer =
         RunningRequest.Code == REQUEST_BLIND_TRANSFER || RunningRequest.Code == REQUEST_SETUP_TRANSFER;
     if (RunningRequest.Cref != cref || !transfer)
         return;
     Trace(TRACE_ENTRY, "Transfer Running cref %04x IDLE => LINE_REPLY failed", cref);
-    RunningRequest = RunningRequestRecord{};
-    SendCompletion(ProviderState, static_cast<LONG>(LINEERR_OPERATIONFAILED));
+    FailPendingRequest();
 }
 
 void CompleteRunningDrop(int cref) {

@@ -44,6 +44,10 @@ void FailRunningTransfer(int cref);
 // seized is not its call.
 void ForgetPickUp(int cref);
 
+// Completes whatever request is pending with LINEERR_OPERATIONFAILED: the serial thread that could have ended it is gone, or
+// its records are about to start anew.
+void FailPendingRequest();
+
 // PHONE_STATE with a PHONESTATE_ value, when the phone is open.
 void PhoneStateEvent(DWORD param1, DWORD param2);
 

@@ -275,6 +275,7 @@ void AllCallReset() {
     Tracking.ConfBroken = 0;
     Tracking.SecondCallDropReq = 0;
     confstate = LINECALLSTATE_IDLE;
+    CompleteRunningDrop(CONF_CREF);  // its IDLE is not reported
 }
 
 const char* CommandName(int code) {

@@ -176,6 +176,10 @@ std::vector<std::string> LineEvents() {
     return events;
 }
 
+std::string StateName(DWORD state) {
+    return Flags(state, States);
+}
+
 void OpenForCapture() {
     ProviderState.htLine = reinterpret_cast<HTAPILINE>(std::uintptr_t{0x11});
     ProviderState.LineEventProc = CaptureLine;
@@ -185,12 +189,10 @@ void OpenForCapture() {
 }
 
 std::vector<std::string> TraceLines() {
-    std::ifstream file(PlatformControl::PosixPath("C:\\WINDOWS\\spitrace\\tsptrac0.tr"), std::ios::binary);
-    file.seekg(0, std::ios::end);
-    if (file.tellg() < static_cast<std::streamoff>(TraceOffset))
+    const std::string whole = FileText("C:\\WINDOWS\\spitrace\\tsptrac0.tr");
+    if (whole.size() < TraceOffset)
         TraceOffset = 0;  // another test's file
-    file.seekg(static_cast<std::streamoff>(TraceOffset));
-    const std::string text((std::istreambuf_iterator<char>(file)), {});
+    const std::string text = whole.substr(TraceOffset);
     std::vector<std::string> lines;
     std::size_t at = 0;
     for (std::size_t end; (end = text.find('\n', at)) != std::string::npos; at = end + 1) {
@@ -229,6 +231,11 @@ std::string Interleaved(const std::vector<std::string>& events, const std::vecto
     }
     EXPECT_EQ(next, events.size());
     return steps;
+}
+
+std::string FileText(const std::string& windowsPath) {
+    std::ifstream in(PlatformControl::PosixPath(windowsPath), std::ios::binary);
+    return std::string((std::istreambuf_iterator<char>(in)), {});
 }
 
 std::string Setting(const char* section, const char* name) {
