@@ -64,6 +64,7 @@ void DoLineEvent(DWORD message, DWORD_PTR param1, DWORD_PTR param2, int cref) {
     if (message == LINE_CALLSTATE && param1 == LINECALLSTATE_IDLE) {
         CompleteRunningDrop(cref);
         FailRunningTransfer(cref);
+        ForgetPickUp(cref);
     }
 }
 
@@ -79,6 +80,12 @@ void DoLineEventNewConf() {
         return;
     Trace(TRACE_CALL, "DoLineEventNewConf send");
     SendNewCall(CONF_CREF, ProviderState.htConference);
+}
+
+void ForgetPickUp(int cref) {
+    // A record without a key only waits for its call.
+    if (cref == Tracking.PickUpCref && IsCref(cref) && CallTable[static_cast<std::size_t>(cref)].touch != 0)
+        Tracking.PickUpCref = -1;
 }
 
 void FailPendingRequest() {

@@ -46,6 +46,11 @@ void OpenForCapture();
 // Trace lines written since the last call, without clock, as UTF-8; header lines left out.
 std::vector<std::string> TraceLines();
 
+// Events at the places in the trace where it says that they were sent; lines that begin with one of `skipped` left out;
+// " | " between them.
+std::string Interleaved(const std::vector<std::string>& events, const std::vector<std::string>& lines,
+                        std::span<const char* const> skipped);
+
 // What stands in a file, named as Windows does.
 std::string FileText(const std::string& windowsPath);
 

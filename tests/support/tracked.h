@@ -70,23 +70,11 @@ protected:
     // stands where its trace says that it was sent; the first line of every icon and every display update, and the one
     // that ends most soft-key lines, are left out.
     static std::string Steps() {
-        std::string steps;
+        static constexpr const char* Skipped[] = {"LinEv ", "Multi Icone", "Superv Icone", "ActivTou",
+                                                  "Avant test VaVien "};
         const std::vector<std::string> events = LineEvents();
-        std::size_t next = 0;
-        for (const std::string& line : TraceLines()) {
-            const bool sent =
-                line == "LineEvent send" || line.starts_with("DoLineEventNewC") || line.starts_with("SendCompletion:");
-            bool skipped = false;
-            for (const char* start : {"LinEv ", "Multi Icone", "Superv Icone", "ActivTou", "Avant test VaVien "})
-                skipped = skipped || line.starts_with(start);
-            if (skipped)
-                continue;
-            steps += steps.empty() ? "" : " | ";
-            steps += !sent ? line : next < events.size() ? events[next++] : "(event missing)";
-        }
-        EXPECT_EQ(next, events.size());
         ExpectKept(events);
-        return steps;
+        return Interleaved(events, TraceLines(), Skipped);
     }
 
 private:
