@@ -80,13 +80,10 @@ private:
 };
 
 // The record that a new call takes: the first one without a live call, one at dial tone included; -1 when there is none.
-// At the dial tone of a second call on a key it is that call's: no other one will get the digits.
 int ChooseRecord() {
-    const bool secondCall = Tracking.DbCall != 0 && FindCallByState(LINECALLSTATE_DIALTONE) != -1;
     for (int cref = 0; cref < CALL_COUNT; ++cref) {
         const DWORD state = CallOf(cref).state;
-        const bool free = state == 0 || state == LINECALLSTATE_IDLE;
-        if (state == LINECALLSTATE_DIALTONE || (free && !secondCall))
+        if (state == 0 || state == LINECALLSTATE_IDLE || state == LINECALLSTATE_DIALTONE)
             return cref;
         Trace(TRACE_ENTRY, "lineCallState[%d]:%lx", cref, state);
     }
