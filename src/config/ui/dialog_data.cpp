@@ -22,7 +22,7 @@ struct Object {
 // The serial thread reads what is read and written here; a box is never shown under it.
 struct HeldLineMutex {
     const LONG wait = WaitLineMutex();
-    const bool held = wait == 0 || wait == static_cast<LONG>(WAIT_ABANDONED);
+    const bool held = GotLineMutex(wait);
     HeldLineMutex() = default;
     HeldLineMutex(const HeldLineMutex&) = delete;
     HeldLineMutex& operator=(const HeldLineMutex&) = delete;
@@ -39,11 +39,11 @@ void TakeTrace(std::span<const std::uint8_t> text, std::size_t size) {
 }
 
 void GetConfig(const Object& object, ConfigData& data) {
-    const HeldLineMutex mutex;
-    if (!mutex.held)
-        return;
-    if (object.Type == TUISPIDLL_OBJECT_PROVIDERID)
-        LoadIniStrings(static_cast<DWORD>(object.ID));
+    if (object.Type == TUISPIDLL_OBJECT_PROVIDERID) {
+        const HeldLineMutex mutex;
+        if (mutex.held)
+            LoadIniStrings(static_cast<DWORD>(object.ID));
+    }
     data = ConfigData{};
     data.LineDeviceID = ProviderState.LineDeviceID;
     data.PhoneDeviceID = ProviderState.PhoneDeviceID;
@@ -59,8 +59,8 @@ void GetConfig(const Object& object, ConfigData& data) {
 // Whether the serial thread runs with the old port. TAPI is then told to start the provider anew, and nothing opens
 // before it has.
 bool AskForRestart() {
-    const HeldLineMutex mutex;
-    if (!mutex.held || !SerialThreadRuns())
+    const HeldLineMutex mutex;  // where it cannot be had, the restart is asked for all the same
+    if (!SerialThreadRuns())
         return false;
     DoLineEvent(LINE_LINEDEVSTATE, LINEDEVSTATE_REINIT, 0, -1);
     Process.RestartRequired = true;
