@@ -118,11 +118,20 @@ void WrittenTraceLine(benchmark::State& state) {
 }
 BENCHMARK(WrittenTraceLine);
 
+// A soft-key line under a call in conversation: every label is looked for, and nothing changes.
 void InterpretDisplayLine(benchmark::State& state) {
     Prepare(0);
+    static constexpr const char* Labels[] = {"2App", "Fin2Ap", "VaVien", "Conf", "FreqV", "StopV", "Transf"};
+    for (std::size_t i = 0; i < std::size(Labels); ++i)
+        CopyText(Settings.SoftKeyLabels[i], Labels[i]);
+    TouchTable[1].kind = TOUCH_MULTI;
+    TouchTable[1].icon = ACTIV_ICON;
+    TouchTable[1].calls[0] = AllocCallRecord(LINECALLSTATE_CONNECTED, 1);
+    Tracking.ActivCallTouch = 1;
     std::memcpy(Display.Lines[1], "Menu    Repert  Conf            Suite   ", 40);
     for (auto _ : state)
         InterpretDisplay(1, 1);
+    AllCallReset();
 }
 BENCHMARK(InterpretDisplayLine);
 

@@ -61,6 +61,7 @@ void CheckRecords() {
                         Terminated(call.RedirectionName) && Terminated(call.RedirectingAddress) &&
                         Terminated(call.RedirectingName) && Terminated(call.DestAddress) && Terminated(call.DestName),
                     "a party text's end");
+    FuzzCheckKeys();
     FuzzRequire(AomCount >= 0 && AomCount <= AOM_COUNT, "the number of modules");
     FuzzRequire(FifoCount(LINK_FIFO) <= FIFO_SLOTS - 1, "the queue's limit");
 }

@@ -70,6 +70,7 @@ void CheckRecords() {
     for (const auto& line : Display.Lines)
         FuzzRequire(line[DISPLAY_COLUMNS] == 0, "a display line's end");
     FuzzRequire(std::memchr(DialedNumber, 0, sizeof DialedNumber) != nullptr, "the dialled number's end");
+    FuzzCheckKeys();
     for (const Touch& touch : TouchTable)
         for (const int cref : touch.calls)
             FuzzRequire(cref == -1 || IsCref(cref), "the crefs on a key");

@@ -98,6 +98,8 @@ void FuzzStart() {
     CharPatternTable = {};
     CharCodeArray.fill(' ');
     ProviderState = ProviderStateRecord{};
+    ProviderState.ProtocolLevel = 2;
+    ProviderState.FwdStatus = FWD_NOT_FORWARDED;
     ProviderState.htLine = reinterpret_cast<HTAPILINE>(std::uintptr_t{0x11});
     ProviderState.LineEventProc = TakeLineEvent;
     ProviderState.htPhone = reinterpret_cast<HTAPIPHONE>(std::uintptr_t{0x22});
@@ -127,6 +129,18 @@ void FuzzConfigureSet() {
     AomTable[1] = {true, 5, true, 52};
     AomCount = 2;
     SortAomModules();
+}
+
+void FuzzCheckKeys() {
+    for (const KeyListSet* lists : {&KeyLists, &SetConfig.RcvKeyLists})
+        for (const KeyList* list :
+             {&lists->Multi, &lists->Superv, &lists->Patron, &lists->Secretaire, &lists->SecrDebord}) {
+            FuzzRequire(list->Count >= 0 && list->Count <= list->Room, "the room of a list");
+            for (const int key : *list)
+                FuzzRequire(key >= 1 && key < KEY_COUNT, "the keys of a list");
+        }
+    for (const int cref : WaitInfo)
+        FuzzRequire(cref == -1 || IsCref(cref), "the calls that wait for their caller");
 }
 
 void FuzzRequire(bool condition, const char* what) {

@@ -35,6 +35,9 @@ private:
     std::span<const std::uint8_t> left;
 };
 
+// What holds of the key lists, as used and as received, and of the calls that wait for their caller.
+void FuzzCheckKeys();
+
 // Ends the process with a message when a condition that must hold does not.
 void FuzzRequire(bool condition, const char* what);
 

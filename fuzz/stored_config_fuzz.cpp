@@ -1,6 +1,8 @@
 // What the registry holds when the provider starts. An input is lines of section, value name and data, set apart by a
 // backslash and an equals sign; the data goes in as it is, whatever it holds, and without a terminator when the line
-// ends in a zero byte (which is taken off).
+// ends in a zero byte (which is taken off). A value name that ends in a colon and a digit is of that type instead of a
+// text, its data exactly what stands there. Beside the provider's sections there are "Locations", the system's telephony
+// locations, and "0", "1" and "2", three of them.
 #include "start.h"
 
 #include "config/settings.h"
@@ -23,28 +25,50 @@ constexpr const char* Sections[] = {SECTION_PROVIDER,       SECTION_SETCONFIG,  
                                     SECTION_SOFTKEY_DES,    SECTION_STRING_DES, SECTION_SERVICE_CODE, SECTION_DYNAMIC,
                                     SECTION_SUBDEVICE_TEST, SECTION_DEBUG_MODE, SECTION_ZT_INFO};
 
+const std::string OurRoot = "SOFTWARE\\Corvane\\TSpi_6200\\";
+const std::string Locations = "SOFTWARE\\Microsoft\\Windows\\CurrentVersion\\Telephony\\Locations";
+constexpr const char* LocationNames[] = {"0", "1", "2"};
+
+// The path of a section's key; empty when there is no such section.
+std::string PathOf(const std::string& section) {
+    if (section == "Locations")
+        return Locations;
+    if (std::find(std::begin(LocationNames), std::end(LocationNames), section) != std::end(LocationNames))
+        return Locations + "\\" + section;
+    const bool known = std::find(std::begin(Sections), std::end(Sections), section) != std::end(Sections);
+    return known ? OurRoot + section : std::string();
+}
+
+void EmptyRegistry() {
+    for (const char* section : Sections)
+        RegDeleteSection(section);
+    for (const char* name : LocationNames)
+        RegDeleteKeyA(HKEY_LOCAL_MACHINE, (Locations + "\\" + name).c_str());
+    RegDeleteKeyA(HKEY_LOCAL_MACHINE, Locations.c_str());
+}
+
 void Store(std::string_view line) {
     const std::size_t slash = line.find('\\'), equals = line.find('=');
     if (slash == std::string_view::npos || equals == std::string_view::npos || equals < slash)
         return;
-    const std::string section(line.substr(0, slash)), name(line.substr(slash + 1, equals - slash - 1));
-    std::string data(line.substr(equals + 1));
-    if (data.empty() || data.back() != 0)
+    std::string name(line.substr(slash + 1, equals - slash - 1)), data(line.substr(equals + 1));
+    DWORD type = REG_SZ;
+    if (name.size() >= 2 && name[name.size() - 2] == ':' && name.back() >= '0' && name.back() <= '9') {
+        type = static_cast<DWORD>(name.back() - '0');
+        name.resize(name.size() - 2);
+    } else if (data.empty() || data.back() != 0) {
         data.push_back(0);
-    else
+    } else {
         data.pop_back();
-    for (const char* known : Sections) {
-        if (section != known)
-            continue;
-        const std::string path = "SOFTWARE\\Corvane\\TSpi_6200\\" + section;
-        HKEY key = nullptr;
-        if (RegCreateKeyExA(HKEY_LOCAL_MACHINE, path.c_str(), 0, nullptr, 0, KEY_ALL_ACCESS, nullptr, &key, nullptr) !=
-            0)
-            return;
-        RegSetValueExA(key, name.c_str(), 0, REG_SZ, reinterpret_cast<const BYTE*>(data.data()),
-                       static_cast<DWORD>(data.size()));
-        RegCloseKey(key);
     }
+    const std::string path = PathOf(std::string(line.substr(0, slash)));
+    HKEY key = nullptr;
+    if (path.empty() ||
+        RegCreateKeyExA(HKEY_LOCAL_MACHINE, path.c_str(), 0, nullptr, 0, KEY_ALL_ACCESS, nullptr, &key, nullptr) != 0)
+        return;
+    RegSetValueExA(key, name.c_str(), 0, type, reinterpret_cast<const BYTE*>(data.data()),
+                   static_cast<DWORD>(data.size()));
+    RegCloseKey(key);
 }
 
 template <std::size_t N> bool Terminated(const char (&field)[N]) {
@@ -63,10 +87,7 @@ void CheckRecords() {
         FuzzRequire(Terminated(text), "a display string's end");
     for (const auto& code : Settings.ServiceCodes)
         FuzzRequire(Terminated(code), "a service code's end");
-    for (const KeyList* list :
-         {&KeyLists.Multi, &KeyLists.Superv, &KeyLists.Patron, &KeyLists.Secretaire, &KeyLists.SecrDebord})
-        for (const int key : *list)
-            FuzzRequire(key >= 1 && key < KEY_COUNT, "the keys of a list");
+    FuzzCheckKeys();
     for (const Touch& touch : TouchTable)
         FuzzRequire(Terminated(touch.label), "a key label's end");
     const int timeout = ReadAfterL2Timeout();
@@ -77,8 +98,7 @@ void CheckRecords() {
 
 int LLVMFuzzerTestOneInput(const std::uint8_t* data, std::size_t size) {
     FuzzStart();
-    for (const char* section : Sections)
-        RegDeleteSection(section);
+    EmptyRegistry();
     std::string_view text(reinterpret_cast<const char*>(data), size);
     while (!text.empty()) {
         const std::string_view line = text.substr(0, text.find('\n'));

@@ -165,8 +165,25 @@ TEST_F(Conference, EndAskedForOnTheSet) {
 TEST_F(Conference, RandomWalkKeepsKeysAndRecordsTogether) {
     std::mt19937 random(62);
     const auto any = [&](std::size_t count) { return static_cast<int>(random() % static_cast<unsigned>(count)); };
-    const char* texts[] = {"Raccrochez", "Annulez", "Numero: 12", "4720",   "MARTIN 4720", "=>X 12", "1:4720",
-                           "2:DUPONT",   "2eApp",   "Fin2Ap",     "VaVien", "Conf",        "Transf", "8:x  "};
+    const char* texts[] = {"Raccrochez",
+                           "Annulez",
+                           "Numero: 12",
+                           "4720",
+                           "MARTIN 4720",
+                           "=>X 12",
+                           "1:4720",
+                           "2:DUPONT",
+                           "2eApp",
+                           "Fin2Ap",
+                           "VaVien",
+                           "Conf",
+                           "Transf",
+                           "8:x  ",
+                           "",
+                           "3://1  /",
+                           "//",
+                           "=>",
+                           "A             B   Conf"};
     TraceMask = 0;
     std::map<std::string, bool> given;
     for (int step = 0; step < 20'000; ++step) {
@@ -178,6 +195,7 @@ TEST_F(Conference, RandomWalkKeepsKeysAndRecordsTogether) {
         case 2: SupervKeyPressed(any(12)); break;
         default: Icon(any(11), ACTIV_ICON + any(5)); break;
         }
+        ASSERT_TRUE(Tracking.ActivCallTouch >= 0 && Tracking.ActivCallTouch < KEY_COUNT) << step;
         int standing[CALL_COUNT] = {};
         for (const int key : {1, 2, 3})
             for (const int cref : At(key).calls)

@@ -72,6 +72,7 @@ TEST_F(DisplayText, SoftKeyLine) {
          "Icone:1  - Etat:CONNECTED - Ref:0 cas 8 | STATE 1 IDLE | Icone:1  - Etat:IDLE - Ref:1"},
         {Two(ONHOLD, DISCONNECTED), 1, "2eApp",
          "STATE 0 CONNECTED | Icone:1  - Etat:CONNECTED - Ref:0 cas 9 | Icone:1  - Etat:IDLE - Ref:1 | STATE 1 IDLE"},
+        {One(CONNECTED), 1, "Fin2Ap", "Detection de Fin2App | Fin2App 1 appel en cours EnqCallMode 0"},
         {transfer, 1, "Fin2Ap",
          "Detection de Fin2App | Fin2App 1 appel en cours EnqCallMode 1 | STATE 0 ONHOLD | "
          "DoLineEvent\t(LINE_CALLSTATE, \tLINECALLSTATE_HOLD, 0, cref:0000) | REPLY 7 0 | "
@@ -163,6 +164,28 @@ TEST_F(DisplayText, NameAndNumberOfACallBeingSetUp) {
         EXPECT_STREQ(Record(0).DestAddress, c.number) << c.line;
         TraceLines();
     }
+    const struct {
+        const char *line, *name, *address;
+        std::vector<std::string> events;
+    } connected[] = {
+        {"=>DUPONT 4720  ", "DUPONT", "4720", {"INFO 0 CALLERID", "INFO 0 CONNECTEDID"}},
+        {"DUPONT J/4720", "DUPONT J", "4720", {"INFO 0 CALLERID", "INFO 0 CONNECTEDID"}},
+        {"DUPONT  ", "DUPONT", "", {"INFO 0 CONNECTEDID"}},
+        {"4720 DUPONT", "", "9", {}},
+        {"  DUPONT", "", "9", {}},
+    };
+    for (const auto& c : connected) {
+        Fresh();
+        Call(1, 0, CONNECTED);
+        Active(1);
+        Record(0).DispNamePending = 1;
+        CopyText(Record(0).ConnectedAddress, "9");
+        Display(0, c.line);
+        EXPECT_EQ(LineEvents(), c.events) << c.line;
+        EXPECT_STREQ(Record(0).ConnectedName, c.name);
+        EXPECT_STREQ(Record(0).ConnectedAddress, c.address);
+        EXPECT_STREQ(Record(0).DestAddress, c.events.size() == 2 ? c.address : "");
+    }
     Fresh();
     One(CONNECTED)();
     Record(0).DispNamePending = 1;
@@ -213,6 +236,73 @@ TEST_F(DisplayText, NameOfTheAnsweredParty) {
     }
 }
 
+TEST_F(DisplayText, CallersAreReadFromLine0OnceForTheirKey) {
+    struct Case {
+        int version, prefixShown;
+        const char *line, *address, *name;
+        DWORD origin;
+        std::string judged;
+    };
+    const Case cases[] = {
+        {2, 0, "3:0145678901  12:00", "0145678901", "", LINECALLORIGIN_UNKNOWN, ""},
+        {2, 0, "3:DUPONT Jean  x", "", "DUPONT Jean", LINECALLORIGIN_UNKNOWN, ""},
+        {1, 1, "3:0145678901", "145678901", "", LINECALLORIGIN_EXTERNAL,
+         "GetCallInfo prefix trouve len 1 origin EXTERNAL | "},
+        {1, 1, "3:4720", "4720", "", LINECALLORIGIN_INTERNAL, "no prefix =>origin INTERNAL | "},
+        {1, 0, "3:123456789", "123456789", "", LINECALLORIGIN_EXTERNAL, "origin EXTERNAL | "},
+        {1, 0, "3:12345678", "12345678", "", LINECALLORIGIN_INTERNAL, "origin INTERNAL | "},
+    };
+    CopyText(Settings.ExtPrefix, "0");
+    for (const Case& c : cases) {
+        Fresh();
+        ProviderState.TAPI_OMNA_Ver = static_cast<std::uint8_t>(c.version);
+        Settings.ExtPrefixDisp = c.prefixShown;
+        Active(2);
+        Icon(3, INCOM_ICON);
+        EXPECT_EQ(Shown(0, "1:4720"), "NEWCALL 0") << "another key";
+        const std::string party = *c.name != 0 ? std::string("nom du correspondant:") + c.name
+                                               : std::string("numéro du correspondant:") + c.address;
+        EXPECT_THAT(Shown(0, c.line),
+                    testing::EndsWith("- | " + c.judged + "GetCallInformation - Récupération du " + party +
+                                      " | - Etat:OFFERING - Ref:0 | STATE 0 OFFERING | "
+                                      "INFO 0 CALLERID|CALLEDID"));
+        EXPECT_STREQ(Record(0).DestAddress, c.address);
+        EXPECT_STREQ(Record(0).DestName, c.name);
+        EXPECT_EQ(Record(0).Origin, c.origin) << c.line;
+        EXPECT_EQ(Shown(0, c.line), "");
+    }
+    Fresh();
+    Icon(1, INCOM_ICON);
+    Icon(1, ACTIV_ICON);
+    EXPECT_EQ(Tracking.OfferInfoCref, -1);
+    EXPECT_EQ(Record(0).DispNamePending, 1);
+    Steps();
+    EXPECT_THAT(Shown(0, "DUPONT  "),
+                testing::EndsWith("DoLineEventLINE_CALLINFO,LINECALLINFOSTATE_CALLERID,UnknownConnectedCall:0) | "
+                                  "INFO 0 CALLERID|CALLEDID"))
+        << "answered before its caller showed";
+    EXPECT_STREQ(Record(0).DestName, "DUPONT");
+    EXPECT_EQ(Tracking.UnknownConnectedCall, -1);
+}
+
+TEST_F(DisplayText, DialledNumberIsHandedOnWhenItLeavesTheDisplay) {
+    ProviderState.TAPI_OMNA_Ver = 1;
+    Icon(1, ACTIV_ICON);
+    Display(0, "Numero: 4");
+    Display(0, "Numero: 4720");
+    EXPECT_STREQ(TmpAddress, "4720 ");
+    Display(0, "MARTIN  ");
+    EXPECT_THAT(LineEvents(), ElementsAre("NEWCALL 0", "STATE 0 DIALTONE", "STATE 0 DIALING", "STATE 0 PROCEEDING",
+                                          "STATE 0 RINGBACK", "INFO 0 CALLEDID", "INFO 0 CALLEDID"));
+    EXPECT_STREQ(Record(0).DestAddress, "4720");
+    EXPECT_STREQ(Record(0).DestName, "MARTIN");
+    Call(1, 1, CONNECTED);
+    Display(0, "Raccrochez");
+    Events();
+    Display(0, "Raccrochez");
+    EXPECT_THAT(Events(), ElementsAre("STATE 1 DISCONNECTED 1", "PHONE DISCONNECTED", "PHONE DISPLAY"));
+}
+
 TEST_F(DisplayText, CallersWhoseNumberThePbxHasSent) {
     for (const int version : {0, 1, 2})
         for (const bool known : {false, true}) {
@@ -235,6 +325,11 @@ TEST_F(DisplayText, CallersWhoseNumberThePbxHasSent) {
             EXPECT_EQ(Record(0).Origin, LINECALLORIGIN_UNAVAIL) << "not told for a waiting call";
             EXPECT_EQ(WaitInfo[2], -1);
         }
+    DynamicConfig.StaticConfig = 1;
+    Fresh();
+    Icon(3, INCOM_ICON);
+    EXPECT_TRUE(Shown(0, "3:DUPONT").ends_with(" | INFO 0 CALLERID")) << "the stored configuration is in use";
+    DynamicConfig.StaticConfig = 0;
     Fresh();
     Icon(3, INCOM_ICON);
     Display(0, "3:" + std::string(36, '4') + " x");

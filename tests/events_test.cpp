@@ -3,7 +3,10 @@
 
 #include "config/settings.h"
 #include "control/requests.h"
+#include "link/fifo.h"
+#include "link/link_layer.h"
 #include "support/fixture.h"
+#include "support/port.h"
 
 #include <functional>
 
@@ -81,6 +84,8 @@ TEST_F(ToTapi, RequestMadeFromTheCompletionStaysPending) {
     EXPECT_THAT(TraceLines(), ElementsAre("SendCompletion:7, res:80000048"));
 }
 
+using EventsTest = OnTheLine;
+
 TEST_F(ToTapi, OnlyADropOfThatCallIsCompletedByItsEnd) {
     ProviderState.PendingRequestID = 7;
     RunningRequest = {REQUEST_SETUP_TRANSFER, 2, 5};
@@ -141,6 +146,89 @@ TEST_F(ToTapi, RequestStartedFromTheCompletionKeepsRunning) {
         EXPECT_EQ(RunningRequest.Cref, 3) << ending.code;
     }
     EXPECT_EQ(CallTable[5].touch, 1) << "the consultation call, all the same";
+}
+
+TEST_F(EventsTest, OnlyTheEndOfItsCallCompletesADrop) {
+    ProviderState.PendingRequestID = 8;
+    RunningRequest = {REQUEST_DROP, 2, -1};
+    DoLineEvent(LINE_CALLSTATE, LINECALLSTATE_IDLE, 0, 1);
+    DoLineEvent(LINE_CALLINFO, LINECALLSTATE_IDLE, 0, 2);
+    DoLineEvent(LINE_CALLINFO, LINECALLSTATE_ONHOLD, 0, 2);
+    EXPECT_EQ(LastHeldCref, -1);
+    EXPECT_EQ(Events().size(), 3u) << "no completion";
+    DoLineEvent(LINE_CALLSTATE, LINECALLSTATE_IDLE, 0, 2);
+    EXPECT_THAT(Events(), ElementsAre("STATE - IDLE", "REPLY 8 0"));
+    EXPECT_EQ(RunningRequest.Code, REQUEST_NONE);
+    EXPECT_EQ(SendCompletion(ProviderState, 0), 0u);
+}
+
+TEST_F(EventsTest, PhoneEventsNameTapisPhone) {
+    static std::vector<Given> phone;
+    phone.clear();
+    ProviderState.PhoneEventProc = [](HTAPIPHONE handle, DWORD message, DWORD_PTR p1, DWORD_PTR p2, DWORD_PTR p3) {
+        phone.push_back({reinterpret_cast<HTAPILINE>(handle), nullptr, message, p1, p2, p3});
+    };
+    PhoneStateEvent(PHONESTATE_LAMP, 21);
+    PhoneDisplayChanged();
+    const HTAPILINE handle = reinterpret_cast<HTAPILINE>(std::uintptr_t{0x22});
+    EXPECT_THAT(phone, ElementsAre(Given{handle, nullptr, PHONE_STATE, PHONESTATE_LAMP, 21, 0},
+                                   Given{handle, nullptr, PHONE_STATE, PHONESTATE_DISPLAY, 0, 0}));
+}
+
+TEST_F(EventsTest, TheFirstCallInAStateIsFoundAndOnlyAnOpenPortHasErrors) {
+    EXPECT_EQ(FindCallByState(LINECALLSTATE_ONHOLD), -1);
+    CallTable[19].state = CallTable[4].state = LINECALLSTATE_ONHOLD;
+    EXPECT_EQ(FindCallByState(LINECALLSTATE_ONHOLD), 4);
+    RecordingPort port;
+    port.Open();
+    EXPECT_EQ(CheckSerialError(Serial.Port), 0);
+    EXPECT_EQ(CheckSerialError(INVALID_HANDLE_VALUE), -1);
+    SerialCloseComms();
+}
+
+TEST_F(EventsTest, ReinitHasNoLineHandleAndAClosedLineGetsNothing) {
+    DoLineEvent(LINE_LINEDEVSTATE, LINEDEVSTATE_REINIT, 0, -1);
+    DoLineEvent(LINE_LINEDEVSTATE, LINEDEVSTATE_INSERVICE, 0, -1);
+    EXPECT_THAT(Events(), ElementsAre("LINEDEV REINIT (no line)", "LINEDEV INSERVICE"));
+    DoLineEvent(LINE_CALLSTATE, LINECALLSTATE_ONHOLD, 0, 3);
+    EXPECT_EQ(LastHeldCref, 3);
+    DoLineEventNewConf();
+    DoLineEvent(LINE_CALLSTATE, LINECALLSTATE_CONNECTED, 0, CONF_CREF);
+    EXPECT_THAT(Events(), ElementsAre("STATE - ONHOLD", "NEWCALL 30", "STATE 30 CONNECTED"));
+    ProviderState.LineEventProc = nullptr;
+    ProviderState.PhoneEventProc = nullptr;
+    DoLineEvent(LINE_CLOSE, 0, 0, -1);
+    DoLineEventNewCall(1);
+    PhoneDisplayChanged();
+    EXPECT_THAT(Events(), IsEmpty());
+}
+
+TEST_F(EventsTest, SoftKeysOneToFiveArePressed) {
+    EXPECT_EQ(SendSoftKey(0) + SendSoftKey(6), 0);
+    EXPECT_EQ(FifoCount(LINK_FIFO), 0);
+    EXPECT_EQ(SendSoftKey(3), 3);
+    std::uint8_t frame[16];
+    ASSERT_EQ(FifoPeek(LINK_FIFO, frame), 5);
+    EXPECT_THAT(std::vector<int>(frame, frame + 5), ElementsAre(0x03, 0x26, 0x20, 0x1F, 0x98));
+    EXPECT_EQ(DigitsToNumber("19200"), 19200u);
+}
+
+TEST_F(EventsTest, LastActionDecidesHowTheProviderStarts) {
+    const auto read = [](const char* text) {
+        DynamicConfig = DynamicConfigRecord{};
+        SetSetting("Dynamic_Set_Conf", "LastAction", text);
+        ReadLastAction();
+        return std::vector<int>{DynamicConfig.LastActionState, DynamicConfig.WaitDynamicConfig,
+                                DynamicConfig.StaticConfig, DynamicConfig.WaitTraceMode};
+    };
+    EXPECT_THAT(read(""), ElementsAre(0, 1, 0, 1));
+    Link.TraceModeSeen = true;
+    EXPECT_THAT(read("never"), ElementsAre(0, 1, 0, 0)) << "the card has shown what was waited for";
+    Link.TraceModeSeen = false;
+    EXPECT_THAT(read("success"), ElementsAre(1, 0, 1, 0));
+    EXPECT_THAT(read("failed :V24 Trouble"), ElementsAre(2, 0, 1, 0));
+    EXPECT_THAT(read("failed :Config dynamic :Device association ack not received"), ElementsAre(0, 1, 0, 1))
+        << "longer than its buffer: counts as missing";
 }
 
 }  // namespace

@@ -9,16 +9,6 @@ namespace {
 
 class Fifo : public OnTheLine {
 protected:
-    static std::vector<ByteList> Drain() {
-        std::vector<ByteList> frames;
-        while (FifoCount(LINK_FIFO) > 0) {
-            ByteList frame(300);
-            frame.resize(static_cast<std::size_t>(FifoPeek(LINK_FIFO, frame)));
-            frames.push_back(frame);
-            FifoDrop(LINK_FIFO);
-        }
-        return frames;
-    }
     static std::vector<std::string> BoxTexts() {
         std::vector<std::string> texts;
         for (const PlatformControl::Box& box : PlatformControl::Boxes())
@@ -77,23 +67,6 @@ TEST_F(Fifo, PeekCutsToItsBufferAndTellsTheWholeLength) {
     EXPECT_EQ(room, ToBytes({0x03, 0x26, 0xEE}));
 }
 
-struct PackCase {
-    const char* Name;
-    std::vector<ByteList> In, Out;
-};
-void PrintTo(const PackCase& c, std::ostream* out) {
-    *out << c.Name;
-}
-class Packing : public Fifo, public testing::WithParamInterface<PackCase> {};
-
-TEST_P(Packing, MakesOfTheQueue) {
-    for (const ByteList& frame : GetParam().In)
-        ASSERT_EQ(FifoPut(LINK_FIFO, frame), 1);
-    ZTsuperfifo(LINK_FIFO);
-    EXPECT_EQ(Drain(), GetParam().Out);
-    EXPECT_THAT(BoxTexts(), IsEmpty());
-}
-
 const ByteList Poll = Frame({0x60, 0x01});
 const ByteList Five = KeyPress(5), Six = KeyPress(6);
 const ByteList FiveAndSix = Frame({0x6E, 0x03, 0x26, 0x20, 5, 0x03, 0x26, 0x20, 6});
@@ -105,24 +78,33 @@ ByteList Super(std::initializer_list<ByteList> presses) {
     return Frame(counted);
 }
 
-INSTANTIATE_TEST_SUITE_P(
-    Queues, Packing,
-    testing::Values(PackCase{"one frame alone stays", {Five}, {Five}},
-                    PackCase{"other frames stay", {Poll, Poll, Poll}, {Poll, Poll, Poll}},
-                    PackCase{"a run", {Five, Six}, {FiveAndSix}},
-                    PackCase{"runs around another frame",
-                             {Five, Poll, Five, Six},
-                             {Frame({0x6E, 0x03, 0x26, 0x20, 5}), Poll, FiveAndSix}},
-                    PackCase{"a super frame is not packed again", {FiveAndSix, Five, Six}, {FiveAndSix, FiveAndSix}},
-                    PackCase{"250 bytes fit",  // 2 + 99 + 148 and the checksum
-                             {LongPress(100), LongPress(149)},
-                             {Super({LongPress(100), LongPress(149)})}},
-                    PackCase{"251 do not",
-                             {LongPress(100), LongPress(150), Five},
-                             {Super({LongPress(100)}), Super({LongPress(150), Five})}},
-                    PackCase{"a press too long for any super frame",
-                             {Five, LongPress(257), Six},
-                             {Super({Five}), LongPress(257), Super({Six})}}));
+TEST_F(Fifo, PackingMakesSuperFramesOfRunsOfPresses) {
+    const struct {
+        const char* name;
+        std::vector<ByteList> in, out;
+    } cases[] = {
+        {"one frame alone stays", {Five}, {Five}},
+        {"other frames stay", {Poll, Poll, Poll}, {Poll, Poll, Poll}},
+        {"a run", {Five, Six}, {FiveAndSix}},
+        {"runs around another frame", {Five, Poll, Five, Six}, {Frame({0x6E, 0x03, 0x26, 0x20, 5}), Poll, FiveAndSix}},
+        {"a super frame is not packed again", {FiveAndSix, Five, Six}, {FiveAndSix, FiveAndSix}},
+        {"250 bytes fit",  // 2 + 99 + 148 and the checksum
+         {LongPress(100), LongPress(149)},
+         {Super({LongPress(100), LongPress(149)})}},
+        {"251 do not",
+         {LongPress(100), LongPress(150), Five},
+         {Super({LongPress(100)}), Super({LongPress(150), Five})}},
+        {"a press too long for any super frame",
+         {Five, LongPress(257), Six},
+         {Super({Five}), LongPress(257), Super({Six})}}};
+    for (const auto& c : cases) {
+        for (const ByteList& frame : c.in)
+            ASSERT_EQ(FifoPut(LINK_FIFO, frame), 1);
+        ZTsuperfifo(LINK_FIFO);
+        EXPECT_EQ(Drain(), c.out) << c.name;
+    }
+    EXPECT_THAT(BoxTexts(), IsEmpty());
+}
 
 TEST_F(Fifo, PackingAFullQueueLosesNothing) {
     std::vector<ByteList> in;

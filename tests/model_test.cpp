@@ -20,8 +20,30 @@ TEST_F(Model, SearchTakesSlot0FirstAndOnlySlot0OfABossKey) {
     }
     EXPECT_EQ(Steps(), "");
     TraceMask = 0;
-    EXPECT_EQ(SearchState(12, ONHOLD), -1);
-    EXPECT_EQ(Steps(), "SearchState - La Touche 12 n'est pas multiligne ni pat/sec!");
+    for (const int key : {12, -1, 500}) {
+        EXPECT_EQ(SearchState(key, ONHOLD), -1);
+        EXPECT_EQ(Steps(), "SearchState - La Touche " + std::to_string(key) + " n'est pas multiligne ni pat/sec!");
+    }
+}
+
+TEST_F(Model, RecordsAreTakenInOrderAndClearedButForTheirDigits) {
+    CopyText(DialedNumber, "0123");
+    EXPECT_EQ(AllocCallRecord(DIALTONE, 1), 0);
+    EXPECT_STREQ(DialedNumber, "3");
+    At(1).calls = {0, -1};
+    CopyText(Record(0).CallerName, "X");
+    Record(0).Origin = LINECALLORIGIN_EXTERNAL;
+    CopyText(Record(0).DigitsToGenerate, "12");
+    Active(1);
+    ClearCall(0);
+    EXPECT_STREQ(Record(0).CallerName, "");
+    EXPECT_EQ(Record(0).Origin, LINECALLORIGIN_UNAVAIL);
+    EXPECT_STREQ(Record(0).DigitsToGenerate, "12");
+    EXPECT_EQ(Tracking.ActivCallTouch, 0);
+    char label[] = "  \x82\x82  ", blanks[] = "   ";
+    EXPECT_STREQ(CleanLabel(label), "\x82\xE9") << "the first character stays as received";
+    TrimRight(blanks);
+    EXPECT_STREQ(blanks, "");
 }
 
 TEST_F(Model, ClearedCallOfADoubleCallLeavesItsKeyActiveButDark) {
@@ -46,8 +68,13 @@ TEST_F(Model, NewCallReportsAllItsStatesAndThenTracesThem) {
               "LINECALLSTATE_PROCEEDING, 0, cref:0) | DoLineEvent(LINE_CALLSTATE,  LINECALLSTATE_RINGBACK, 0, cref:0)");
     EXPECT_THAT(At(2).calls, ElementsAre(0, -1));
     EXPECT_EQ(Tracking.DbCall, 0);
+    EXPECT_EQ(NewCall(2, LINECALLSTATE_RINGBACK), 1);
+    EXPECT_THAT(At(2).calls, ElementsAre(0, 1));
+    EXPECT_EQ(Tracking.DbCall, 1);
+    Fresh();
+    EXPECT_EQ(NewCall(2, PROCEEDING), 0);
     EXPECT_EQ(NewCall(3, CONNECTED), 1);
-    EXPECT_EQ(Steps(), "NEWCALL 1");
+    EXPECT_TRUE(Steps().ends_with(" | NEWCALL 1"));
     EXPECT_EQ(Record(1).state, CONNECTED);
     EXPECT_THAT(At(3).calls, ElementsAre(-1, -1)) << "its creator places any other call";
     for (CallRecord& call : CallTable)
@@ -70,6 +97,12 @@ TEST_F(Model, NewStateByReportedState) {
          "STATE 0 PROCEEDING | STATE 0 RINGBACK | NewState tou:2 - Etat:PROCEEDING - Ref:0000 | "
          "Inbound:1 Outbound:0 byMakeCall:0",
          true},
+        {DIALTONE, LINECALLSTATE_RINGBACK, PROCEEDING,
+         "STATE 0 DIALING | STATE 0 PROCEEDING | STATE 0 RINGBACK | NewState tou:2 - Etat:PROCEEDING - Ref:0000 | "
+         "Inbound:1 Outbound:0 byMakeCall:0",
+         true},
+        {PROCEEDING, LINECALLSTATE_RINGBACK, PROCEEDING,
+         "STATE 0 RINGBACK | NewState tou:2 - Etat:PROCEEDING - Ref:0000 | Inbound:1 Outbound:0 byMakeCall:0", true},
         {CONNECTED, PROCEEDING, CONNECTED,
          "NewState tou:2 - Etat:PROCEEDING - Ref:0000 | Inbound:1 Outbound:0 byMakeCall:0", true},
         {CONNECTED, BUSY, CONNECTED, "", false},

@@ -93,6 +93,10 @@ TEST_F(MultiLine, FromAnIdleKey) {
         PickUpSupervCref = Call(7, 0, OFFERING);
         SwapKeyTransferingCref = Call(8, 0, ONHOLD);
     };
+    const Given allTaken = [&] {
+        for (CallRecord& call : CallTable)
+            call.touch = 5;
+    };
     const Given crossed = [&] { Call(1, 0, PROCEEDING), Call(1, 1, DIALTONE); };
     Check({
         {Consultation(0), 1, ACTIV_ICON,
@@ -116,7 +120,19 @@ TEST_F(MultiLine, FromAnIdleKey) {
          "NEWCALL 0 | Icone:1 - Etat:RESERVED DISCONNECTED - Ref:0 | STATE 0 DISCONNECTED", ACTIV_ICON, 1},
         {Lit(IDLE_ICON, PROCEEDING), 1, RESERVED_ICON, "", ACTIV_ICON, 1},
         {Empty(IDLE_ICON), 8, RESERVED_ICON, "", IDLE_ICON, 0},
+        {[] { Tracking.ForwardAckTicks = 3; }, 1, ACTIV_ICON, "", IDLE_ICON, 0},
+        {allTaken, 1, INCOM_ICON, "", INCOM_ICON, 0},
+        {allTaken, 1, ACTIV_ICON, "", ACTIV_ICON, 1},
     });
+    EXPECT_THAT(At(1).calls, ElementsAre(-1, -1));
+    Fresh();
+    waiting();
+    Icon(2, ACTIV_ICON);
+    EXPECT_EQ(Tracking.PickUpCref, 0) << "until it is reported connected";
+    for (const int cref : {0, 1, 2})
+        EXPECT_EQ(Record(cref).touch, 2);
+    EXPECT_EQ(PickUpSupervCref, -1);
+    EXPECT_EQ(SwapKeyTransferingCref, -1);
     Fresh();
     Consultation(0)();
     Icon(1, ACTIV_ICON);
@@ -168,6 +184,7 @@ TEST_F(MultiLine, KeyThatRingsAgain) {
         {Two(ONHOLD, DISCONNECTED), 1, INCOM_ICON,
          "STATE 1 IDLE | Icone:1 - Etat:IDLE - Ref:1 | STATE 0 OFFERING | Icone:1 - Etat:REOFFERING - Ref:0",
          INCOM_ICON, 1},
+        {Lit(ACTIV_ICON, CONNECTED), 1, INCOM_ICON, "", ACTIV_ICON, 1},
         {Lit(ACTIV_ICON, DISCONNECTED), 1, INCOM_ICON, "Icone:1 - Etat:OFFERING - Ref:0 | STATE 0 OFFERING", INCOM_ICON,
          1},
     });
@@ -181,9 +198,10 @@ TEST_F(MultiLine, KeyThatRingsAgain) {
 }
 
 TEST_F(MultiLine, KeyThatGoesOut) {
-    const auto ended = [](int key) {
-        const std::string out = "Icone:" + std::to_string(key) + " éteint - Etat:";
-        return "STATE 0 DISCONNECTED 1 | " + out + "DISCONNECTED - Ref:0 | STATE 0 IDLE | " + out + "IDLE - Ref:0";
+    const auto ended = [](int key, const std::string& cref = "0") {
+        const std::string out = " | Icone:" + std::to_string(key) + " éteint - Etat:", state = "STATE " + cref;
+        return state + " DISCONNECTED 1" + out + "DISCONNECTED - Ref:" + cref + " | " + state + " IDLE" + out +
+               "IDLE - Ref:" + cref;
     };
     const std::string dropped = "lineDrop Running cref 0000 => LINE_REPLY OK | REPLY 9 0";
     Check({
@@ -192,6 +210,8 @@ TEST_F(MultiLine, KeyThatGoesOut) {
         {Lit(ACTIV_ICON, PROCEEDING), 1, IDLE_ICON, ended(1), IDLE_ICON, 0},
         {Lit(HOLD_ICON, ONHOLD), 1, IDLE_ICON, ended(1), IDLE_ICON, 0},
         {Lit(INCOM_ICON, STATE_REOFFERING), 1, IDLE_ICON, ended(1), IDLE_ICON, 0},
+        {Lit(INCOM_ICON, OFFERING), 1, RESERVED_ICON, ended(1), IDLE_ICON, 0},
+        {Two(CONNECTED, ONHOLD), 1, IDLE_ICON, ended(1) + " | " + ended(1, "1"), IDLE_ICON, 0},
         {Lit(ACTIV_ICON, OFFERING), 1, RESERVED_ICON, ended(1), IDLE_ICON, 1},
         {Lit(ACTIV_ICON, CONNECTED, true, 8), 8, RESERVED_ICON, ended(8), IDLE_ICON, 0},
         {Dropping(CONNECTED), 1, RESERVED_ICON,
@@ -256,6 +276,16 @@ TEST_F(MultiLine, SupervisionKeyThatStopsRinging) {
     Icon(7, INCOM_ICON);
     Icon(7, INCOM_ICON);
     EXPECT_EQ(Steps(), "NEWCALL 0") << "the same call still";
+    Record(0).touch = 2;  // intercepted, and the next call rings before the key has gone out
+    Icon(7, INCOM_ICON);
+    EXPECT_EQ(Steps(), "NEWCALL 1");
+    Fresh();
+    Settings.SupervService = 0;
+    Icon(7, INCOM_ICON);
+    EXPECT_EQ(Steps(), "");
+    Settings.SupervService = 1;
+    Icon(7, INCOM_ICON);
+    Steps();
     TraceMask = TRACE_ENTRY;
     SupervKeyPressed(7);
     EXPECT_EQ(Steps(), "Appui sur tou superv 7 en sonnerie => interception manuelle cref 0000");

@@ -23,16 +23,6 @@ protected:
         message[1] = static_cast<std::uint8_t>(length);
         return message;
     }
-    static std::vector<ByteList> Drain() {
-        std::vector<ByteList> frames;
-        while (FifoCount(LINK_FIFO) > 0) {
-            ByteList frame(300);
-            frame.resize(static_cast<std::size_t>(FifoPeek(LINK_FIFO, frame)));
-            frames.push_back(frame);
-            FifoDrop(LINK_FIFO);
-        }
-        return frames;
-    }
     // A segment frame as the receiver hands it on: from the type byte to before the checksum.
     static ByteList Segment(int number, const ByteList& data) { return Join({ToBytes({FRAME_SEGMENT, number}), data}); }
     static ByteList FirstSegment(int count, std::size_t total, const ByteList& data) {
@@ -83,18 +73,6 @@ TEST_F(OmnaLink, AMessageWithoutLengthOrBeyondItsBufferIsShownAndNotSent) {
     ASSERT_EQ(PlatformControl::Boxes().size(), 4u);
     for (const PlatformControl::Box& box : PlatformControl::Boxes())
         EXPECT_EQ(box.Text, "ZT message length problem");
-}
-
-TEST_F(OmnaLink, TheTransmitterIsKickedOnlyWhenALinkControlFrameLeavesItFree) {
-    SendL2Msg(Serial.Port, ACK_FRAME);
-    Port.Taken();
-    SendOmnaRequest(OMNA_KEY, {});
-    EXPECT_EQ(Port.Taken(), "");
-    EXPECT_EQ(FifoCount(LINK_FIFO), 1);
-    FifoClear(LINK_FIFO);
-    PlatformControl::Advance(static_cast<std::uint32_t>(Link.After_L2_timeout));
-    SendOmnaRequest(OMNA_KEY, {});
-    EXPECT_EQ(Port.Taken(), "07 12 00 06 02 00 06 02 D7");
 }
 
 TEST_F(OmnaLink, SequenceNumbersCountPerCodeAndAnewWithEveryLink) {
@@ -219,20 +197,22 @@ TEST_F(OmnaLink, EveryCodeIsTracedByItsName) {
     const struct {
         int Code;
         const char* Name;
-    } Cases[] = {{7, "KEY_ACK"},
-                 {9, "KEY_INFO_ACK"},
-                 {11, "STRING_ACK"},
-                 {13, "STRING_INFO_ACK"},
-                 {15, "SK_ACK"},
-                 {17, "SK_INFO_ACK"},
-                 {19, "CODE_ACK"},
-                 {21, "CODE_INFO_ACK"},
-                 {23, "EVENT_INCOMING_CHANGE"},
-                 {24, "EVENT_OUTGOING_CALL"},
-                 {25, "EVENT_CONNECTED_CALL"},
-                 {28, "TA_M_EVENT_TRANSFERED_CALL"},
-                 {31, "KEY_SPE_ACK"},
-                 {33, "KEY_SPE_INFO_ACK"}};
+    } Cases[] = {
+        {7, "KEY_ACK"},
+        {9, "KEY_INFO_ACK"},
+        {11, "STRING_ACK"},
+        {13, "STRING_INFO_ACK"},
+        {15, "SK_ACK"},
+        {17, "SK_INFO_ACK"},
+        {19, "CODE_ACK"},
+        {21, "CODE_INFO_ACK"},
+        {23, "EVENT_INCOMING_CHANGE"},
+        {24, "EVENT_OUTGOING_CALL"},
+        {25, "EVENT_CONNECTED_CALL"},
+        {28, "TA_M_EVENT_TRANSFERED_CALL"},
+        {31, "KEY_SPE_ACK"},
+        {33, "KEY_SPE_INFO_ACK"},
+    };
     for (const auto& c : Cases) {
         TraceMask = TRACE_OMNA;
         TraceLines();

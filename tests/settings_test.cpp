@@ -156,12 +156,16 @@ TEST_F(Store, LineStringsHaveDefaultsThatAreWrittenBack) {
                 testing::IsSupersetOf({"LoadIniStrings port 'NONE' speed '9600'",
                                        "LoadIniStrings linename 'CORVANE_ZT_6200_2.0_3' lineaddr ''",
                                        "LoadIniStrings ExtPrefix  '0'", "LoadIniStrings PublicOperator defaut '0'"}));
-    CopyText(Settings.ExtPrefix, "5");
-    ProviderState.TAPI_OMNA_Ver = 1;
     SetSetting("Prefix", "PublicOperator", "00");
     SetSetting("SetConfig", "SetMCDU", "4711");
-    LoadIniStrings(42);
-    EXPECT_STREQ(Settings.ExtPrefix, "5") << "version 1 has its own prefix";
+    for (const int version : {0, 1, 2, 3})
+        for (const int level : {1, 2}) {
+            CopyText(Settings.ExtPrefix, "5");
+            ProviderState.TAPI_OMNA_Ver = static_cast<std::uint8_t>(version);
+            ProviderState.ProtocolLevel = static_cast<std::uint8_t>(level);
+            LoadIniStrings(42);
+            EXPECT_STREQ(Settings.ExtPrefix, version != 1 && level == 2 ? "0" : "5") << version << level;
+        }
     EXPECT_STREQ(Settings.PublicOperator, "00");
     EXPECT_STREQ(ProviderState.LineAddress, "4711");
 }

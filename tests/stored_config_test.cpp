@@ -5,14 +5,18 @@
 #include "link/link_layer.h"
 #include "link/tick.h"
 #include "support/fixture.h"
+#include "trace/trace.h"
 
 #include <cstring>
-#include <fstream>
 
 namespace {
 
 using Stored = OnTheLine;
 using testing::Contains;
+
+std::vector<int> Keys(const KeyList& list) {
+    return {list.begin(), list.end()};
+}
 
 void StoreTexts() {
     for (const char* name : SoftKeyNames)
@@ -25,71 +29,22 @@ void StoreTexts() {
 
 TEST_F(Stored, StoredConfigurationFillsKeysTextsAndCodes) {
     StoreTexts();
-    SetSetting("Set_Des", "T07", "EX4730");
     SetSetting("Set_Des", "T03", "M4711");
-    SetSetting("Set_Des", "T90", "M4790");
-    SetSetting("Set_Des", "T12", "SU4720");
-    SetSetting("Set_Des", "T13", "RS47");
-    SetSetting("Set_Des", "T14", "SE48");
-    SetSetting("Set_Des", "T15", "XX48");
     SetSetting("Set_Des", "T16", "M4711 and much more than its field");
     SetSetting("Set_Des", "Other", "M1");
     SetSetting("Set_Des", "T01", "M4712");
-    SetSetting("SetConfig", "SetMCDU", "4711");
-    SetSetting("SetConfig", "SupervService", "maybe");
     TouchTable[3].calls = {5, 6};
     WaitInfo[2] = 7;
     EXPECT_EQ(InitDatas(), 0);
-    EXPECT_THAT(std::vector<int>(KeyLists.Multi.begin(), KeyLists.Multi.end()), ElementsAre(3, 1));
-    EXPECT_EQ(TouchTable[7].kind, TOUCH_PATRON);
-    EXPECT_STREQ(TouchTable[7].label, "4730");
-    EXPECT_EQ(TouchTable[12].kind, TOUCH_SUPERV);
-    EXPECT_EQ(TouchTable[13].kind, TOUCH_SECR_DEBORD);
-    EXPECT_EQ(TouchTable[14].kind, TOUCH_SECRETAIRE);
+    EXPECT_THAT(Keys(KeyLists.Multi), ElementsAre(3, 1));
     EXPECT_EQ(TouchTable[16].kind, TOUCH_NONE) << "data that does not fit its field";
     EXPECT_THAT(TouchTable[3].calls, ElementsAre(-1, -1));
     EXPECT_EQ(TouchTable[88].icon, IDLE_ICON);
     EXPECT_EQ(WaitInfo[2], -1);
-    EXPECT_EQ(Setting("SetConfig", "SupervService"), "1");
     EXPECT_STREQ(Settings.SoftKeyLabels[SK_SECOND_CALL], "Second") << "cut to its entry";
     EXPECT_STREQ(Settings.ServiceCodes[0], "1234");
     EXPECT_FALSE(Tick.StringInitError);
-    EXPECT_THAT(TraceLines(), testing::IsSupersetOf({"Initialisation des datas", "lecture mcdu -4711-",
-                                                     "line.Touche 07 Patron '4730'", "Service Supervision 1",
-                                                     "nbre de tou multi: 2 superv 1 pat 1 secret 1 secret debord 1"}));
-}
-
-TEST_F(Stored, MissingTextIsAnErrorAndLeavesItsEntryMissingCodeIsNot) {
-    StoreTexts();
-    RegDeleteSection("SoftKey_Des");
-    RegDeleteSection("Service_Code");
-    CopyText(Settings.SoftKeyLabels[SK_TRANSFER], "Transf");
-    CopyText(Settings.ServiceCodes[0], "61");
-    InitDatas();
-    EXPECT_TRUE(Tick.StringInitError);
-    EXPECT_STREQ(Settings.SoftKeyLabels[SK_TRANSFER], "Transf");
-    EXPECT_STREQ(Settings.ServiceCodes[0], "");
-    EXPECT_THAT(TraceLines(),
-                testing::IsSupersetOf({"no mcdu stored ", "Soft Key Reading:StringInitError TRUE Transfer:-Transf-",
-                                       "Service Codes Empty Reading: DTMF:--"}));
-}
-
-TEST_F(Stored, SubdeviceTestIsOnOnlyWithANumber) {
-    InitDatas();
-    EXPECT_FALSE(Link.SubdeviceTest);
-    EXPECT_EQ(Link.NbInputBeforeSuspend, -1);
-    SetSetting("Subdevice_Test", "NbInputBeforeSuspend", "3");
-    SetSetting("Subdevice_Test", "NbWaitAckBeforeResponse", "2");
-    SetSetting("Subdevice_Test", "WaitAckResponse", "NACK");
-    InitDatas();
-    EXPECT_TRUE(Link.SubdeviceTest);
-    EXPECT_EQ(Link.NbInputBeforeSuspend, 3);
-    EXPECT_EQ(Link.NbWaitAckBeforeResponse, 2);
-    EXPECT_TRUE(Link.WaitAckResponseNack);
-}
-
-std::vector<int> Keys(const KeyList& list) {
-    return {list.begin(), list.end()};
+    EXPECT_EQ(TraceLines().at(0), "Initialisation des datas");
 }
 
 TEST_F(Stored, KeysBeyondTheirListAndNumbersThatAreNoneAreSkipped) {
@@ -126,12 +81,31 @@ TEST_F(Stored, OnlyNinetyValuesAreLookedAt) {
     EXPECT_THAT(Keys(KeyLists.Multi), ElementsAre(5));
 }
 
-TEST_F(Stored, LoadReplacesTheListsOfTheOneBefore) {
-    SetSetting("Set_Des", "T05", "M4705");
+TEST_F(Stored, LoadReplacesTheListsOfTheOneBeforeAndTellsItsKeys) {
+    for (const auto& [name, data] : {std::pair{"T05", "M4705"},
+                                     {"T06", "SU6"},
+                                     {"T07", "EX7"},
+                                     {"T08", "SE8"},
+                                     {"T09", "RS9"},
+                                     {"T10", "XX9"},
+                                     {"T90", "M4790"}})
+        SetSetting("Set_Des", name, data);
+    TraceMask = ~TRACE_OMNA;
     EXPECT_EQ(LoadSetDes(), 1);
+    EXPECT_THAT(TraceLines(), IsEmpty());
+    TraceMask = TRACE_OMNA;
     EXPECT_EQ(LoadSetDes(), 1);
+    EXPECT_THAT(TraceLines(),
+                ElementsAre("Touche 05 Multiligne '4705'", "line.Touche 06 Superv '6'", "line.Touche 07 Patron '7'",
+                            "line.Touche 08 Secretaire '8'", "line.Touche 09 Secr Debord'9'",
+                            "nbre de tou multi: 1 superv 1 pat 1 secret 1 secret debord 1"));
+    const TouchKind kinds[] = {TOUCH_MULTI,      TOUCH_SUPERV,      TOUCH_PATRON,
+                               TOUCH_SECRETAIRE, TOUCH_SECR_DEBORD, TOUCH_NONE};
+    for (std::size_t i = 0; i < std::size(kinds); ++i)
+        EXPECT_EQ(TouchTable[5 + i].kind, kinds[i]) << 5 + i;
+    EXPECT_STREQ(TouchTable[6].label, "6");
     RegDeleteSection("Set_Des");
-    TraceLines();
+    TraceMask |= TRACE_CONFIG;
     EXPECT_EQ(LoadSetDes(), 0);
     EXPECT_THAT(TraceLines(), ElementsAre("ERROR HKEY_LOCAL_MACHINE SOFTWARE Corvane Spi62 'Set_Des' 2",
                                           "nbre de tou multi: 0 superv 0 pat 0 secret 0 secret debord 0"));
@@ -161,50 +135,57 @@ TEST_F(Stored, DirectoryNumberGoesToTheIniFileOrIsForgotten) {
     SetSetting("SetConfig", "SetMCDU", "123456789012345678901234");
     InitDatas();
     EXPECT_STREQ(Settings.SetMCDU, "123456789012345678901234");
-    std::ifstream ini(PlatformControl::PosixPath("C:\\WINDOWS\\zt62cfg.ini"), std::ios::binary);
-    const std::string text((std::istreambuf_iterator<char>(ini)), {});
-    EXPECT_EQ(text, "[SetConfig]\r\nSetMCDU=123456789012345678901234\r\n");
+    EXPECT_EQ(FileText("C:\\WINDOWS\\zt62cfg.ini"), "[SetConfig]\r\nSetMCDU=123456789012345678901234\r\n");
     SetSetting("SetConfig", "SetMCDU", "1234567890123456789012345");
     InitDatas();
     EXPECT_STREQ(Settings.SetMCDU, "") << "longer than its reader: counts as missing";
     EXPECT_THAT(TraceLines(), Contains("no mcdu stored "));
 }
 
-TEST_F(Stored, MissingDisplayStringIsAnErrorToo) {
+TEST_F(Stored, MissingTextIsAnErrorAndLeavesItsEntryMissingCodeIsNot) {
     StoreTexts();
+    RegDeleteSection("Service_Code");
+    CopyText(Settings.ServiceCodes[0], "61");
     InitDatas();
     EXPECT_FALSE(Tick.StringInitError);
+    EXPECT_STREQ(Settings.ServiceCodes[0], "");
+    EXPECT_THAT(TraceLines(), testing::IsSupersetOf({"no mcdu stored ", "Service Codes Empty Reading: DTMF:--"}));
     SetSetting("String_Des", "Dial", "");
-    TraceLines();
     InitDatas();
     EXPECT_TRUE(Tick.StringInitError);
     EXPECT_STREQ(Settings.DisplayStrings[STRING_DIAL], "Dial") << "as it was";
-    const std::vector<std::string> lines = TraceLines();
-    EXPECT_THAT(lines, Contains("LCD String Reading:StringInitError TRUE Dial:-Dial-"));
-    EXPECT_THAT(lines, Contains("HangUp:-HangUp-"));
-    EXPECT_THAT(lines, Contains("ForwadingBusyNoRep:-1234-"));
+    EXPECT_THAT(TraceLines(),
+                testing::IsSupersetOf({"LCD String Reading:StringInitError TRUE Dial:-Dial-", "HangUp:-HangUp-"}));
     SetSetting("String_Des", "Dial", "Compose");
     InitDatas();
     EXPECT_FALSE(Tick.StringInitError) << "judged anew at each load";
     EXPECT_STREQ(Settings.DisplayStrings[STRING_DIAL], "Compose");
+    RegDeleteSection("SoftKey_Des");
+    CopyText(Settings.SoftKeyLabels[SK_TRANSFER], "Transf");
+    InitDatas();
+    EXPECT_TRUE(Tick.StringInitError);
+    EXPECT_STREQ(Settings.SoftKeyLabels[SK_TRANSFER], "Transf");
+    EXPECT_THAT(TraceLines(), Contains("Soft Key Reading:StringInitError TRUE Transfer:-Transf-"));
 }
 
-TEST_F(Stored, SubdeviceTestAnswersNackOnlyWhenToldSo) {
-    SetSetting("Subdevice_Test", "NbInputBeforeSuspend", "4");
-    for (const char* answer : {"ACK", "nack", "NACK ", ""}) {
-        SetSetting("Subdevice_Test", "WaitAckResponse", answer);
+TEST_F(Stored, SubdeviceTestIsOnOnlyWithANumberAndAnswersNackOnlyWhenToldSo) {
+    struct Case {
+        const char *inputs, *acks, *answer;
+        bool on, nack;
+    };
+    for (const Case& c : {Case{"", "", "", false, false}, Case{"3", "2", "NACK", true, true},
+                          Case{"3", "2", "ACK", true, false}, Case{"3", "2", "nack", true, false},
+                          Case{"3", "2", "NACK ", true, false}, Case{"no number", "2", "NACK", false, false},
+                          Case{"3", "2", "", true, false}, Case{"0", "2", "NACK", false, false}}) {
+        SetSetting("Subdevice_Test", "NbInputBeforeSuspend", c.inputs);
+        SetSetting("Subdevice_Test", "NbWaitAckBeforeResponse", c.acks);
+        SetSetting("Subdevice_Test", "WaitAckResponse", c.answer);
         InitDatas();
-        EXPECT_FALSE(Link.WaitAckResponseNack) << answer;
+        EXPECT_EQ(Link.SubdeviceTest, c.on) << c.inputs;
+        EXPECT_EQ(Link.NbInputBeforeSuspend, c.on ? 3 : -1) << c.inputs;
+        EXPECT_EQ(Link.NbWaitAckBeforeResponse, c.on ? 2 : 0) << c.inputs;
+        EXPECT_EQ(Link.WaitAckResponseNack, c.nack) << c.answer;
     }
-    EXPECT_EQ(Link.NbWaitAckBeforeResponse, 0);
-    SetSetting("Subdevice_Test", "WaitAckResponse", "NACK");
-    InitDatas();
-    EXPECT_TRUE(Link.WaitAckResponseNack);
-    SetSetting("Subdevice_Test", "NbInputBeforeSuspend", "no number");
-    InitDatas();
-    EXPECT_FALSE(Link.SubdeviceTest);
-    EXPECT_EQ(Link.NbInputBeforeSuspend, -1);
-    EXPECT_FALSE(Link.WaitAckResponseNack);
 }
 
 }  // namespace

@@ -286,18 +286,6 @@ TEST_F(Terminal, KeysOfAModuleReachTheirRoom) {
     EXPECT_THAT(Traced("VTA"), ElementsAre("VTA: AOM key pushed: 100", "VTA: AOM key pushed: 45"));
 }
 
-TEST_F(Terminal, ShortAndEmptyCommandsDoNothing) {
-    for (int code = 0; code < 0x80; ++code)
-        for (std::size_t length = 0; length < 4; ++length) {
-            const ByteList bytes(length, static_cast<std::uint8_t>(code));
-            DecodeSuperMessage(bytes, 0, 255);
-            DecodeSuperMessage(bytes, 1, 3);
-            DecodeTerminalEvent(bytes, 0, 255);
-            DecodeTerminalEvent(bytes, 1, 3);
-        }
-    EXPECT_LE(FifoCount(LINK_FIFO), 29);
-}
-
 // --- add-on modules ------------------------------------------------------------------------------------------------
 
 TEST_F(Terminal, ModulesAreOrderedByOffset) {

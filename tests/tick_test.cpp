@@ -11,6 +11,7 @@
 #include "provider/lifecycle.h"
 #include "support/fixture.h"
 #include "support/port.h"
+#include "trace/trace.h"
 
 #include <cstring>
 
@@ -47,60 +48,47 @@ protected:
     }
 };
 
-TEST_F(Ticking, StopsAtThe90thCountedTickWithoutAssociation) {
-    Ticks(90);
-    EXPECT_EQ(PlatformControl::Boxes().size(), 0u);
-    const int cref = Call(1, 0, LINECALLSTATE_CONNECTED);
-    Ticks(1);
-    EXPECT_THAT(LineEvents(), ElementsAre("STATE " + std::to_string(cref) + " IDLE", "CLOSE"));
-    EXPECT_TRUE(Traced("Config dynamic not received: WaitConfigCount 90 LIMIT 90 Cas 1"));
-    ASSERT_EQ(PlatformControl::Boxes().size(), 1u);
-    EXPECT_EQ(PlatformControl::Boxes()[0].Text,
-              "No response from PBX !\nThe Corvane Service Provider cannot run...\n\n- Check your PBX version.\n"
-              " - Check your VXC setup.");
-    EXPECT_FALSE(PlatformControl::Boxes()[0].LineMutexHeld);
-    EXPECT_EQ(Setting("Dynamic_Set_Conf", "LastAction"), "failed :Config dynamic :Device association ack not received");
-    EXPECT_EQ(ProviderState.DeviceState, DEVICE_OUT_OF_SERVICE);
-    Ticks(100);
-    EXPECT_THAT(LineEvents(), IsEmpty());
-    EXPECT_EQ(PlatformControl::Boxes().size(), 1u);
+TEST_F(Ticking, StopsAtItsLimitWithoutTheConfiguration) {
+    const char* const noAnswer = "No response from PBX !\nThe Corvane Service Provider cannot run...\n\n"
+                                 "- Check your PBX version.\n - Check your VXC setup.";
+    const char* const notKb2 = "     Set Configuration Error\n\nYour set is not a 7120/7121 Corvane set";
+    const char* const mono = "     Set Configuration Error\n\nYour set has not a multiline config";
+    const char* const stopped = "Dynamic Config not received - SP stopped";
+    const struct {
+        int limit, version, type, multi;
+        const char *lastAction, *box, *trace;
+    } cases[] = {
+        {90, 0, 0, -1, "failed :Config dynamic :Device association ack not received", noAnswer, stopped},
+        {140, 2, 1, 3, "failed :Not a KB2(7120) set", notKb2, "MessageBox Poste non KB2"},
+        {140, 2, 3, 0, "failed :Not a multiline set", mono, "MessageBox Poste MONO"},
+        {140, 1, 0, 0, "failed :Not a multiline set", mono, "MessageBox Poste MONO"},
+        {140, 1, 0, -1, "failed :Config dynamic not received", noAnswer, stopped},
+    };
+    for (const auto& c : cases) {
+        Tick = TickState{};
+        Tick.DeviceAssocAck = c.limit != 90;
+        ProviderState.DeviceState = DEVICE_STARTING;
+        ProviderState.TAPI_OMNA_Ver = static_cast<std::uint8_t>(c.version);
+        ProviderState.Dev_type = static_cast<std::uint8_t>(c.type);
+        SetConfig.MultiAnnounced = c.multi;
+        const std::size_t boxes = PlatformControl::Boxes().size();
+        Ticks(c.limit);
+        EXPECT_EQ(PlatformControl::Boxes().size(), boxes);
+        const std::string call = std::to_string(Call(1, 0, LINECALLSTATE_CONNECTED));
+        TraceLines();
+        Ticks(100);
+        ASSERT_EQ(PlatformControl::Boxes().size(), boxes + 1) << "once";
+        EXPECT_EQ(PlatformControl::Boxes().back().Text, c.box);
+        EXPECT_EQ(PlatformControl::Boxes().back().LineMutexHeld, c.box != noAnswer);
+        EXPECT_EQ(Setting("Dynamic_Set_Conf", "LastAction"), c.lastAction);
+        EXPECT_THAT(LineEvents(), ElementsAre("STATE " + call + " IDLE", "CLOSE"));
+        const std::string limit = std::to_string(c.limit), cause = c.limit == 90 ? "Cas 1" : "Cas 2";
+        EXPECT_THAT(TraceLines(), testing::IsSupersetOf({"Config dynamic not received: WaitConfigCount " + limit +
+                                                             " LIMIT " + limit + " " + cause,
+                                                         std::string(c.trace)}));
+        EXPECT_EQ(ProviderState.DeviceState, DEVICE_OUT_OF_SERVICE);
+    }
 }
-
-struct LimitCase {
-    const char* Name;
-    int Version, DevType, MultiAnnounced;
-    const char* LastAction;
-    const char* BoxStart;
-    bool LineMutexHeld;
-};
-class ConfigurationLimit : public Ticking, public testing::WithParamInterface<LimitCase> {};
-
-TEST_P(ConfigurationLimit, EndsAtThe140thTickWithItsCause) {
-    Tick.DeviceAssocAck = true;
-    ProviderState.TAPI_OMNA_Ver = static_cast<std::uint8_t>(GetParam().Version);
-    ProviderState.Dev_type = static_cast<std::uint8_t>(GetParam().DevType);
-    SetConfig.MultiAnnounced = GetParam().MultiAnnounced;
-    Ticks(140);
-    EXPECT_EQ(PlatformControl::Boxes().size(), 0u);
-    Ticks(1);
-    ASSERT_EQ(PlatformControl::Boxes().size(), 1u);
-    EXPECT_EQ(PlatformControl::Boxes()[0].Text.rfind(GetParam().BoxStart, 0), 0u) << PlatformControl::Boxes()[0].Text;
-    EXPECT_EQ(PlatformControl::Boxes()[0].LineMutexHeld, GetParam().LineMutexHeld);
-    EXPECT_EQ(Setting("Dynamic_Set_Conf", "LastAction"), GetParam().LastAction);
-    EXPECT_THAT(LineEvents(), ElementsAre("CLOSE"));
-    EXPECT_TRUE(Tick.SpStopped);
-}
-INSTANTIATE_TEST_SUITE_P(
-    , ConfigurationLimit,
-    testing::Values(LimitCase{"NotKb2", 2, 1, 3, "failed :Not a KB2(7120) set",
-                              "     Set Configuration Error\n\nYour set is not a 7120/7121 Corvane set", true},
-                    LimitCase{"Mono", 2, 3, 0, "failed :Not a multiline set",
-                              "     Set Configuration Error\n\nYour set has not a multiline config", true},
-                    LimitCase{"MonoVersion1", 1, 0, 0, "failed :Not a multiline set",
-                              "     Set Configuration Error\n\nYour set has not a multiline config", true},
-                    LimitCase{"Other", 1, 0, -1, "failed :Config dynamic not received", "No response from PBX !",
-                              false}),
-    [](const auto& param) { return param.param.Name; });
 
 TEST_F(Ticking, TraceModeWatchdogStopsTheLinkAtItsLimitOrEndsWithTheFirstHeader) {
     Tick.ConfigReceived = true;
@@ -118,13 +106,17 @@ TEST_F(Ticking, TraceModeWatchdogStopsTheLinkAtItsLimitOrEndsWithTheFirstHeader)
     Ticks(249);
     EXPECT_FALSE(Link.LinkStopped);
     TraceLines();
+    Call(1, 0, LINECALLSTATE_CONNECTED);
     Ticks(1);
     EXPECT_TRUE(Link.LinkStopped);
     EXPECT_TRUE(Traced("TIMEOUT Bad MAC/PC No Trace mode: WaitTrace 250 limit 250"));
     EXPECT_EQ(PlatformControl::Boxes().at(0).Text, "     Set Configuration Error\n\nVXC setup error - Bad MAC/PC mode");
     EXPECT_EQ(Setting("Dynamic_Set_Conf", "LastAction"), "failed :Bad MAC/PC trace mode");
-    EXPECT_THAT(LineEvents(), ElementsAre("CLOSE"));
+    EXPECT_THAT(LineEvents(), ElementsAre("STATE 0 IDLE", "CLOSE"));
     EXPECT_EQ(QueueZTMsg(Serial.Port, POLL_FRAME), -3);
+    Tracking.ForwardAckTicks = 5;
+    Ticks(1);
+    EXPECT_EQ(Tracking.ForwardAckTicks, 5) << "nothing is done any more";
 }
 
 TEST_F(Ticking, BadStoredStringStopsUnderTheMutexAndOnlyOnce) {
@@ -151,7 +143,11 @@ TEST_F(Ticking, ReportsAMadeCallOnceInItsFourStates) {
     Ticks(2);
     EXPECT_THAT(LineEvents(),
                 ElementsAre("STATE 0 DIALTONE", "STATE 0 DIALING", "STATE 0 PROCEEDING", "STATE 0 RINGBACK"));
-    EXPECT_TRUE(Traced("DoLineEvent\t(LINE_CALLSTATE, \tLINECALLSTATE_DIALTONE, 0, cref:0"));
+    EXPECT_THAT(TraceLines(),
+                testing::IsSupersetOf({"DoLineEvent\t(LINE_CALLSTATE, \tLINECALLSTATE_DIALTONE, 0, cref:0)",
+                                       "DoLineEvent(LINE_CALLSTATE,  LINECALLSTATE_DIALING, 0, cref:0)",
+                                       "DoLineEvent(LINE_CALLSTATE,  LINECALLSTATE_PROCEEDING, 0, cref:0)",
+                                       "DoLineEvent(LINE_CALLSTATE,  LINECALLSTATE_RINGBACK, 0, cref:0)"}));
 }
 
 TEST_F(Ticking, MadeCallThatLightsNoKeyEndsAtThe20thTick) {
@@ -173,6 +169,17 @@ TEST_F(Ticking, MadeCallThatLightsNoKeyEndsAtThe20thTick) {
     Marks.MakeCallWatch = {true, 0};
     Ticks(25);
     EXPECT_THAT(LineEvents(), IsEmpty());
+
+    // Nothing is watched before the set's configuration, without the port, the card or its trace headers.
+    Marks.MakeCallWatch = {true, 0};
+    for (bool* const flag : {&Tick.ConfigReceived, &Serial.PortFailed, &Serial.V24Trouble, &Link.TraceModeSeen}) {
+        *flag = !*flag;
+        Ticks(1);
+        EXPECT_EQ(Marks.MakeCallWatch.Ticks, 0);
+        *flag = !*flag;
+    }
+    Ticks(1);
+    EXPECT_EQ(Marks.MakeCallWatch.Ticks, 1);
 }
 
 TEST_F(Ticking, PressesTheVoiceFrequencyKeyFourSecondsAfterDigits) {
@@ -198,7 +205,7 @@ TEST_F(Ticking, OffersACallWithoutCallerAtTheTenthTickAndKeepsItWaiting) {
     TraceLines();
     Ticks(1);
     EXPECT_THAT(LineEvents(), ElementsAre("STATE 0 OFFERING"));
-    EXPECT_TRUE(Traced("2 sec - pas d'info sur l'appelant"));
+    EXPECT_THAT(TraceLines(), testing::IsSupersetOf({"- Etat:OFFERING - Ref:0", "2 sec - pas d'info sur l'appelant"}));
     EXPECT_EQ(WaitInfo[0], 0);
     EXPECT_EQ(Tracking.OfferInfoCref, -1);
 
@@ -206,6 +213,11 @@ TEST_F(Ticking, OffersACallWithoutCallerAtTheTenthTickAndKeepsItWaiting) {
     Tracking.OfferTicks = 9;
     Ticks(1);
     EXPECT_EQ(WaitInfo[1], -1) << "a supervised call waits for nothing";
+    WaitInfo.fill(7);
+    Tracking.OfferInfoCref = Call(1, 0, LINECALLSTATE_OFFERING);
+    Tracking.OfferTicks = 9;
+    Ticks(1);
+    EXPECT_THAT(WaitInfo, testing::Each(7)) << "no room to wait";
 }
 
 TEST_F(Ticking, FlushesAHalfFrameOnTheFifthTick) {
@@ -222,13 +234,24 @@ TEST_F(Ticking, FlushesAHalfFrameOnTheFifthTick) {
     EXPECT_EQ(Port.Taken(), "02 60 84 1A");
 }
 
+TEST_F(Ticking, AByteATickIsNoHalfFrame) {
+    Tick.ConfigReceived = true;
+    for (const int byte : {0x08, 0x22, 1, 2, 3, 4, 5, 6, 7, 0xBA}) {
+        Port.Feed({byte});
+        Ticks(1);
+    }
+    EXPECT_EQ(Port.Taken(), "02 60 00 9E");
+}
+
 TEST_F(Ticking, RetriesAFailedLinkControlFrameOnceAndEndsTheTick) {
     Tick.ConfigReceived = true;
     PlatformControl::Port("COM1").WriteFails = true;
     SendL2Msg(Serial.Port, ACK_FRAME);
     PlatformControl::Port("COM1").WriteFails = false;
     Port.Feed({0x02, 0x60, 0x80, 0x1E});
+    TraceLines();
     Ticks(1);
+    EXPECT_TRUE(Traced("Try to resend last l2"));
     EXPECT_EQ(Port.Taken(), "02 60 00 9E");
     EXPECT_EQ(Port.Incoming.size(), 4u) << "the tick ended before it read";
     Ticks(1);
@@ -264,13 +287,25 @@ TEST_F(Ticking, PollsASilentLinkAndReconnectsWhenNothingComes) {
     const std::vector<std::string> lines = TraceLines();
     EXPECT_EQ(lines.at(0), "Perte de connexion - Tentative de redemarrage");
     EXPECT_THAT(lines, testing::Contains("After_L2_timeout = 10"));
-    EXPECT_THAT(lines, testing::Contains("MessageBox returns 1 IDOK 1 IDHELP 9"));
+    EXPECT_THAT(lines, testing::IsSupersetOf({"V24 trouble hinst 0", "MessageBox returns 1 IDOK 1 IDHELP 9"}));
 
     for (int i = 0; i < 62; ++i)  // a second loss: no box, no LINE_CLOSE
         SerialTick(nullptr, 0, 0, 0);
     EXPECT_EQ(PlatformControl::Boxes().size(), 1u);
     EXPECT_EQ(PlatformControl::Port("COM1").Opens, opens + 2);
     EXPECT_THAT(LineEvents(), IsEmpty());
+
+    Serial.V24Trouble = false;
+    ProviderState.DeviceState = DEVICE_STARTING;
+    Link.LinkIdleTicks = 60;
+    SerialTick(nullptr, 0, 0, 0);
+    EXPECT_THAT(LineEvents(), ElementsAre("CLOSE")) << "a line that never was in service does not leave it";
+
+    Tick.ConfigReceived = true;
+    Tick.WaitConfigCount = 50;
+    Link.LinkIdleTicks = 29;
+    SerialTick(nullptr, 0, 0, 0);
+    EXPECT_EQ(Tick.WaitConfigCount, 50) << "no more to wait for";
 }
 
 TEST_F(Ticking, SubdeviceTestNeitherPollsNorLosesContact) {
@@ -323,15 +358,103 @@ TEST_F(Ticking, TouchesNothingWithoutTheMutexAndGoesOnWithAnAbandonedOne) {
     EXPECT_EQ(Tracking.ForwardAckTicks, 3);
 }
 
-TEST_F(Ticking, ReadErrorEndsTheReadingOfThisTickOnly) {
+TEST_F(Ticking, TouchesNothingMoreWhenABoxHasCostItTheMutex) {
+    const auto loses = [](const PlatformControl::Box&) {
+        PlatformControl::NextWait("SP62LineMutex", WAIT_TIMEOUT);
+        return IDOK;
+    };
+    PlatformControl::AnswerBoxes(loses);
+    ProviderState.DeviceState = DEVICE_IN_SERVICE;
+    Link.LinkIdleTicks = 60;
+    SerialTick(nullptr, 0, 0, 0);
+    EXPECT_THAT(LineEvents(), ElementsAre("LINEDEV DISCONNECTED|OUTOFSERVICE")) << "no LINE_CLOSE";
+    EXPECT_EQ(TraceLines().back(), "MessageBox returns 1 IDOK 1 IDHELP 9") << "nothing is released";
+    EXPECT_EQ(Setting("Dynamic_Set_Conf", "LastAction"), "(none)");
+    for (const int limit : {90, 140}) {
+        Tick = TickState{};
+        Tick.WaitConfigCount = limit;
+        SetConfig.MultiAnnounced = -1;
+        SerialTick(nullptr, 0, 0, 0);
+        EXPECT_THAT(LineEvents(), IsEmpty()) << limit;
+        EXPECT_EQ(TraceLines().back(), "Dynamic Config not received DialogBox return 0") << limit;
+    }
+    EXPECT_EQ(PlatformControl::Boxes().size(), 3u);
+    EXPECT_FALSE(ReleaseMutex(Process.LineMutex));
+}
+
+TEST_F(Ticking, ReadErrorEndsTheReadingOfThisTickACalledOffReadCounts) {
     Tick.ConfigReceived = true;
-    Port.Feed({0x02, 0x60, 0x80, 0x1E});
-    PlatformControl::Port("COM1").ReadFails = true;
+    for (bool PlatformControl::PortRecord::*const fault :
+         {&PlatformControl::PortRecord::ReadFails, &PlatformControl::PortRecord::ReadPends}) {
+        Port.Feed({0x02, 0x60, 0x80, 0x1E});
+        PlatformControl::Port("COM1").*fault = true;
+        Ticks(1);
+        EXPECT_EQ(Port.Taken(), fault == &PlatformControl::PortRecord::ReadPends ? "02 60 00 9E" : "");
+        PlatformControl::Port("COM1").*fault = false;
+        Ticks(1);
+        EXPECT_EQ(Port.Taken(), fault == &PlatformControl::PortRecord::ReadPends ? "" : "02 60 00 9E");
+    }
+}
+
+TEST_F(Ticking, TicksInsideAHandlersBoxNeitherSeeItsBytesAgainNorWriteOverThem) {
+    Tick.ConfigReceived = true;
+    PlatformControl::FailGlobalAlloc(true);  // the tempo frame finds no memory: a box
+    PlatformControl::AnswerBoxes([&](const PlatformControl::Box&) {
+        Port.Feed({0x01, 0x22, 0xDD, 0x01, 0x22, 0xDD, 0x01, 0x1F, 0xE0, 0x01, 0x1F, 0xE0});
+        for (int i = 0; i < 3 && PlatformControl::Boxes().size() < 5; ++i)
+            SerialTick(nullptr, 0, 0, 0);
+        return IDOK;
+    });
+    Port.Feed({0x06, 0x60, 0x11, 0x03, 0x06, 0x00, 0x00, 0x80, 0x01, 0x20, 0xDF});
+    TraceMask = TRACE_INPUT;
     Ticks(1);
+    EXPECT_EQ(PlatformControl::Boxes().size(), 1u);
+    std::vector<std::string> frames = TraceLines();
+    std::erase_if(frames, [](const std::string& line) { return !line.starts_with("ProcessInput("); });
+    EXPECT_THAT(frames,
+                ElementsAre("ProcessInput(60.11.03.06.00.00.80.)", "ProcessInput(22.DD.)", "ProcessInput(22.DD.)",
+                            "ProcessInput(1F.E0.)", "ProcessInput(1F.E0.)", "ProcessInput(20.DF.)"));
+    EXPECT_EQ(Port.Taken(), "02 60 00 9E 02 60 00 9E 02 60 00 9E 02 60 00 9E 02 60 00 9E 01 20 DF");
+}
+
+TEST_F(Ticking, AFrameThatIsBeingHandledIsNoHalfFrame) {
+    Tick.ConfigReceived = true;
+    PlatformControl::FailGlobalAlloc(true);
+    PlatformControl::AnswerBoxes([&](const PlatformControl::Box&) {
+        Ticks(7);
+        return IDOK;
+    });
+    Port.Feed({0x06, 0x60, 0x11, 0x03, 0x06, 0x00, 0x00, 0x80});
+    Ticks(1);
+    EXPECT_EQ(PlatformControl::Boxes().size(), 1u);
     EXPECT_EQ(Port.Taken(), "");
-    PlatformControl::Port("COM1").ReadFails = false;
+}
+
+TEST_F(Ticking, ReadsStandBehindKeptBytesAndGoOnUntilNothingIsLeft) {
+    const auto feed = [&](int frames) {
+        for (int i = 0; i < frames; ++i)
+            Port.Feed({0x01, 0x22, 0xDD});
+    };
+    const auto cutBurst = [&] {
+        Port.Feed({0x02, 0x60, 0x84, 0x1A, 0x02, 0x60, 0x84, 0x1A, 0x02, 0x60});
+        Ticks(1);
+        EXPECT_EQ(Tick.Kept, 10);
+        Port.Feed({0x84, 0x1A});
+    };
+    Tick.ConfigReceived = true;
+    feed(366);
     Ticks(1);
-    EXPECT_EQ(Port.Taken(), "02 60 00 9E");
+    EXPECT_EQ(Port.Written.size(), 366u * 4) << "more than the buffer holds, in one tick";
+    Port.Taken();
+    cutBurst();
+    Ticks(1);
+    EXPECT_TRUE(Traced("Deux msgs type 60.8x détectés dans la trame !!!"));
+    EXPECT_EQ(Port.Taken(), "02 60 00 9E") << "the last frame written, once more";
+    cutBurst();
+    feed(340);
+    Ticks(1);
+    EXPECT_EQ(Tick.Kept, 1024);
+    EXPECT_EQ(Port.Incoming.size(), 8u) << "what finds no room waits in the port";
 }
 
 TEST_F(Ticking, KeptBytesAreOfferedAgainAndGivenUpAfter200Milliseconds) {
@@ -341,13 +464,14 @@ TEST_F(Ticking, KeptBytesAreOfferedAgainAndGivenUpAfter200Milliseconds) {
     Port.Taken();
     TraceLines();
     Port.Feed({0x02, 0x60, 0x84, 0x1A, 0x02, 0x60, 0x84, 0x1A, 0x02, 0x60});
-    for (int i = 0; i < 3; ++i) {
-        PlatformControl::Advance(i == 0 ? 10 : 100);
+    for (const std::uint32_t wait : {10, 100, 100}) {
+        PlatformControl::Advance(wait);
         Ticks(1);
-        EXPECT_EQ(Tick.Kept, 10) << i;
+        EXPECT_EQ(Tick.Kept, 10);
+        EXPECT_TRUE(Traced("Deux msgs type 60.8x détectés - Dernier msg incomplet - Attente "));
     }
-    TraceLines();
-    PlatformControl::Advance(100);
+    EXPECT_EQ(Port.Taken(), "");
+    PlatformControl::Advance(1);
     Ticks(1);
     EXPECT_EQ(Tick.Kept, 0);
     EXPECT_TRUE(Traced("Deux msgs type 60.8x détectés - dernier msg incomplet - Tempo atteinte !!!"));

@@ -1,23 +1,22 @@
-// The trace log over the life of a process: what is lost, what is cut, what an unloaded library leaves behind.
+// The trace log: formats, mask, files, and what a process loses, cuts or leaves behind.
 #include "trace/trace.h"
 
+#include "config/settings.h"
+#include "platform/text.h"
+#include "provider/events.h"
 #include "provider/lifecycle.h"
 #include "support/fixture.h"
 
+#include <ctime>
 #include <filesystem>
-#include <fstream>
+#include <regex>
 
 namespace {
 
 using TraceLife = OnTheLine;
 
-std::string FilePath(const char* name) {
-    return PlatformControl::PosixPath(std::string("C:\\WINDOWS\\spitrace\\") + name);
-}
-
-std::string FileText(const char* name) {
-    std::ifstream in(FilePath(name), std::ios::binary);
-    return std::string((std::istreambuf_iterator<char>(in)), {});
+std::string TraceFile(const std::string& name) {
+    return FileText("C:\\WINDOWS\\spitrace\\" + name);
 }
 
 std::size_t OpenDescriptors() {
@@ -25,9 +24,152 @@ std::size_t OpenDescriptors() {
     return static_cast<std::size_t>(std::distance(begin(all), end(all)));
 }
 
+template <class... A> std::string Formatted(const char* format, const A&... a) {
+    char text[64];
+    const TraceArgument list[] = {TraceArgument(a)..., TraceArgument(0)};
+    FormatText(text, sizeof text, format, list, sizeof...(A));
+    return text;
+}
+
+TEST_F(TraceLife, FormatsAsWsprintfDoes) {
+    const char* text = "abc";
+    const WCHAR* wide = "é€"_wide;
+    EXPECT_EQ(Formatted("%d|%ld|%u|%lu", -1, -2, -1, 3u), "-1|-2|4294967295|3");
+    EXPECT_EQ(Formatted("%x|%lx|%X|%04x|%4lx|%0lx|%02d", 0xAB, 0xAB, 0xAB, 0xAB, 0xAB, 0xAB, 5),
+              "ab|ab|AB|00ab|  ab|ab|05");
+    EXPECT_EQ(Formatted("%d.%.02d", 3, 6), "3.06");
+    EXPECT_EQ(Formatted("%s|%5s|%-5s|%.2s", text, text, text, text), "abc|  abc|abc  |ab");
+    EXPECT_EQ(Formatted("%S", wide), "\xE9\x80");
+    EXPECT_EQ(Formatted("%c%%", 'x'), "x%");
+    EXPECT_EQ(Formatted("%s and %d", text), "abc and ") << "a missing argument prints nothing";
+    EXPECT_EQ(Formatted("%d|%s", text, 7), "|") << "nor does one of another kind";
+    EXPECT_EQ(Formatted("%lx", reinterpret_cast<void*>(std::uintptr_t{0x12345678})), "12345678");
+    EXPECT_EQ(Formatted("%60d%60d", 1, 2).size(), 63u) << "cut to its room";
+}
+
+std::string Today() {
+    const std::time_t now = std::time(nullptr);
+    char text[16];
+    std::strftime(text, sizeof text, "%d/%m/%y", std::localtime(&now));
+    return text;
+}
+
+TEST_F(TraceLife, HeaderComesOnceAndEachLineHasItsTime) {
+    TraceMask = 0x12;
+    std::string today = Today();
+    Trace(TRACE_LINK, "two");
+    PlatformControl::Advance(234);
+    Trace(TRACE_ALWAYS, "always %s", "100%d");
+    const std::string text = TraceFile("tsptrac0.tr");
+    if (text.find(today) == std::string::npos)
+        today = Today();  // midnight
+    const std::regex whole("1000000 TSP CORVANE 6200 DebugFile - date: " + today +
+                           " - \\d\\d:\\d\\d:\\d\\d\n1000000 \\* OutputTraceMode:18 \\*\n1000000 two\n"
+                           "1000234 always 100%d\n");
+    EXPECT_TRUE(std::regex_match(text, whole)) << text;
+}
+
+// A line of each level goes out under its own bits and no others; one of level 0 always.
+TEST_F(TraceLife, EachLineHasItsLevel) {
+    const struct {
+        std::uint32_t level;
+        const char* line;
+        void (*call)();
+    } lines[] = {
+        {TRACE_ENTRY, "Entering TSPI_providerInstall(0,4)", [] { TSPI_providerInstall(nullptr, 4); }},
+        {TRACE_CALL, "TSPI_providerFreeDialogInstance 0", [] { TSPI_providerFreeDialogInstance(nullptr); }},
+        {TRACE_ENTRY, "SendCompletion:7, res:0",
+         [] {
+             ProviderState.PendingRequestID = 7;
+             SendCompletion(ProviderState, 0);
+         }},
+        {TRACE_CALL, "LinEv cref=-1, ev:3,val0,mod=0", [] { DoLineEvent(LINE_CLOSE, 0, 0, -1); }},
+        {TRACE_CALL, "DoLineEventNewCall send cref:3", [] { DoLineEventNewCall(3); }},
+        {TRACE_ENTRY, "LoadIniStrings port 'NONE' speed '9600'", [] { LoadIniStrings(4); }},
+        {TRACE_OMNA, "LoadIniStrings PublicOperator defaut '0'", [] { LoadIniStrings(4); }},
+        {TRACE_CUT, "Tronquage chaine",
+         [] {
+             char room[5];
+             HexDump(room, std::array<std::uint8_t, 9>{});
+         }},
+        {TRACE_CONFIG, "ERROR HKEY_LOCAL_MACHINE SOFTWARE Corvane Spi62 'None' 2",
+         [] {
+             char room[5];
+             RegReadSetting("None", "x", "", room);
+         }},
+        {TRACE_ALWAYS, "REL_LINE_MUTEX PRB 6", [] { ReleaseLineMutex(0); }},
+    };
+    SetSetting("Provider", "Port", "NONE");
+    for (const auto& line : lines)
+        for (int bit = 0; bit < 8; ++bit) {
+            TraceMask = bit == 7 ? 0 : 1 << bit;
+            TraceLines();
+            line.call();
+            const bool wanted = line.level == 0 || (static_cast<std::uint32_t>(TraceMask) & line.level) != 0;
+            const std::vector<std::string> written = TraceLines();
+            EXPECT_EQ(std::count(written.begin(), written.end(), line.line), wanted ? 1 : 0) << line.line << TraceMask;
+        }
+}
+
+TEST_F(TraceLife, MaskComesFromTheStoreOrIsWrittenThere) {
+    SetSetting("Debug_Mode", "DebugOutput", "127 and more");
+    EXPECT_EQ(TraceInit(nullptr), 127);
+    DllMain(nullptr, DLL_PROCESS_ATTACH, nullptr);
+    EXPECT_EQ(TraceMask, 127);
+    for (const char* text : {"-1", ""}) {
+        SetSetting("Debug_Mode", "DebugOutput", text);
+        EXPECT_EQ(TraceInit(nullptr), 0);
+        EXPECT_EQ(Setting("Debug_Mode", "DebugOutput"), "0");
+    }
+}
+
+TEST_F(TraceLife, FilesChangeWhenTheCounterWrapsAndTheNextProcessKeepsThem) {
+    Trace(TRACE_ALWAYS, "first");  // counter 1 for the header, 2 for this
+    for (int i = 3; i <= 2000; ++i)
+        Trace(TRACE_ALWAYS, "%d", i);
+    EXPECT_EQ(TraceFile("tsptrac1.tr"), "");
+    Trace(TRACE_ALWAYS, "wrapped");
+    EXPECT_EQ(TraceFile("tsptrac1.tr"), "1000000 wrapped\n") << "no header there";
+    for (int i = 1; i <= 2001; ++i)
+        Trace(TRACE_ALWAYS, "%d", i);
+    EXPECT_EQ(TraceFile("tsptrac0.tr"), "1000000 2001\n") << "2001 calls later the first file starts anew";
+    std::fclose(TraceLog.File);
+    TraceLog = TraceRecord{};
+    Trace(TRACE_ALWAYS, "next process");
+    EXPECT_EQ(TraceFile("tsptrac0.old"), "1000000 2001\n");
+    EXPECT_THAT(TraceFile("tsptrac1.old"), testing::StartsWith("1000000 wrapped\n"));
+    EXPECT_FALSE(std::filesystem::exists(PlatformControl::PosixPath("C:\\WINDOWS\\spitrace\\tsptrac1.tr")));
+}
+
+TEST_F(TraceLife, AbandonedMutexIsReleasedAgainAMissingOneDropsTheLine) {
+    PlatformControl::NextWait("SP62DebugMutex", WAIT_ABANDONED);
+    Trace(TRACE_ALWAYS, "after an abandoned one");
+    PlatformControl::NextWait("SP62DebugMutex", WAIT_TIMEOUT);
+    Trace(TRACE_ALWAYS, "dropped");
+    SetLastError(77);
+    Trace(TRACE_ALWAYS, "free again");
+    EXPECT_EQ(GetLastError(), 77u) << "tracing leaves the caller's error alone";
+    EXPECT_THAT(TraceLines(), ElementsAre("after an abandoned one", "free again"));
+}
+
+TEST_F(TraceLife, DirectoryThatIsMissingOrLongIsUsedWhenItIsThere) {
+    const std::string directory = "C:\\A LONG NAME FOR WINDOWS THAT PASSES 35 CHARACTERS";
+    PlatformControl::SetWindowsDirectory(directory);
+    const std::string posix = PlatformControl::PosixPath(directory);
+    std::filesystem::remove_all(posix);
+    Trace(TRACE_ALWAYS, "lost");
+    std::filesystem::create_directory(posix);
+    Trace(TRACE_ALWAYS, "written");
+    const std::string text = FileText(directory + "\\spitrace\\tsptrac0.tr");
+    EXPECT_THAT(text, testing::EndsWith("written\n"));
+    EXPECT_THAT(text, testing::Not(testing::HasSubstr("lost")));
+}
+
 TEST_F(TraceLife, UnloadedAndLoadedAgainItKeepsTheFormerFileAndHoldsNoneOpen) {
     Trace(TRACE_ALWAYS, "first load");
+    const int handles = PlatformControl::OpenHandles();
     DllMain(nullptr, DLL_PROCESS_DETACH, nullptr);
+    EXPECT_EQ(PlatformControl::OpenHandles(), handles - 1) << "the debug mutex";
     const std::size_t before = OpenDescriptors();
     for (int i = 0; i < 20; ++i) {
         DllMain(nullptr, DLL_PROCESS_ATTACH, nullptr);
@@ -35,32 +177,32 @@ TEST_F(TraceLife, UnloadedAndLoadedAgainItKeepsTheFormerFileAndHoldsNoneOpen) {
         DllMain(nullptr, DLL_PROCESS_DETACH, nullptr);
     }
     EXPECT_EQ(OpenDescriptors(), before);
-    EXPECT_THAT(FileText("tsptrac0.old"), testing::EndsWith(" *\n1000000 load 18\n"));
-    EXPECT_THAT(FileText("tsptrac0.tr"), testing::MatchesRegex(".* DebugFile - date: .*\n.*\n1000000 load 19\n"));
+    EXPECT_THAT(TraceFile("tsptrac0.old"), testing::EndsWith(" *\n1000000 load 18\n"));
+    EXPECT_THAT(TraceFile("tsptrac0.tr"), testing::MatchesRegex(".* DebugFile - date: .*\n.*\n1000000 load 19\n"));
     DllMain(nullptr, DLL_PROCESS_ATTACH, nullptr);
 }
 
 TEST_F(TraceLife, FileThatDoesNotOpenAtTheChangeLosesLinesUntilTheNextChange) {
     Trace(TRACE_ALWAYS, "first");  // counter 2
-    std::filesystem::create_directory(FilePath("tsptrac1.tr"));
+    std::filesystem::create_directory(PlatformControl::PosixPath("C:\\WINDOWS\\spitrace\\tsptrac1.tr"));
     for (int i = 3; i <= 2000; ++i)
         Trace(TRACE_ALWAYS, "%d", i);
-    const std::string full = FileText("tsptrac0.tr");
+    const std::string full = TraceFile("tsptrac0.tr");
     EXPECT_THAT(full, testing::EndsWith("1000000 2000\n"));
     for (int i = 0; i <= 2000; ++i)
         Trace(TRACE_ALWAYS, "lost");
-    EXPECT_EQ(FileText("tsptrac0.tr"), full);
+    EXPECT_EQ(TraceFile("tsptrac0.tr"), full);
     Trace(TRACE_ALWAYS, "again");
-    EXPECT_EQ(FileText("tsptrac0.tr"), "1000000 again\n");
+    EXPECT_EQ(TraceFile("tsptrac0.tr"), "1000000 again\n");
 }
 
 TEST_F(TraceLife, LineIsCutAtItsLimit) {
     Trace(TRACE_ALWAYS, "short");
-    const std::size_t before = FileText("tsptrac0.tr").size();
+    const std::size_t before = TraceFile("tsptrac0.tr").size();
     Trace(TRACE_ALWAYS, "%s", std::string(1015, 'x').c_str());  // clock, blank and line feed fill the 1,024
-    EXPECT_EQ(FileText("tsptrac0.tr").size() - before, 1024u);
+    EXPECT_EQ(TraceFile("tsptrac0.tr").size() - before, 1024u);
     Trace(TRACE_ALWAYS, "%s%s", std::string(1000, 'x').c_str(), std::string(1000, 'y').c_str());
-    const std::string text = FileText("tsptrac0.tr");
+    const std::string text = TraceFile("tsptrac0.tr");
     EXPECT_EQ(text.size() - before, 2048u);
     EXPECT_THAT(text, testing::EndsWith("xyyyyyyyyyyyyyyy\n"));
 }

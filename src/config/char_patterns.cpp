@@ -2,10 +2,10 @@
 
 #include "platform/platform.h"
 #include "trace/trace.h"
+#include "tracking/model.h"  // CopyText
 
 #include <algorithm>
 #include <cstring>
-#include <string>
 
 std::array<CharPattern, CHAR_PATTERNS> CharPatternTable{};
 std::array<char, CHAR_PATTERNS> CharCodeArray = [] {
@@ -21,15 +21,20 @@ constexpr const char* TABLE_FILE = "\\zt_opt.fdb";
 constexpr const char* ARRAY_FILE = "\\zt_array.fdb";
 
 // A name below the system directory; empty when that does not fit its buffer.
-std::string BelowSystem(const char* name) {
-    char directory[DIRECTORY_SIZE];
-    const UINT length = GetSystemDirectoryA(directory, sizeof directory);
-    return length == 0 || length >= sizeof directory ? std::string() : std::string(directory, length) + name;
-}
+struct BelowSystem {
+    char path[DIRECTORY_SIZE + 16];
+    explicit BelowSystem(const char* name) {
+        const UINT length = GetSystemDirectoryA(path, DIRECTORY_SIZE);
+        if (length == 0 || length >= DIRECTORY_SIZE)
+            path[0] = 0;
+        else
+            CopyText(path + length, sizeof path - length, name);
+    }
+};
 
 // Writes the whole record over an existing file; nothing when it cannot be opened.
-void Rewrite(const std::string& path, const void* bytes, UINT size) {
-    const HFILE file = _lopen(path.c_str(), OF_READWRITE);
+void Rewrite(const char* path, const void* bytes, UINT size) {
+    const HFILE file = _lopen(path, OF_READWRITE);
     if (file == HFILE_ERROR)
         return;
     _lwrite(file, static_cast<const char*>(bytes), size);
@@ -37,18 +42,18 @@ void Rewrite(const std::string& path, const void* bytes, UINT size) {
 }
 
 void DumpTable() {
-    const std::string path = BelowSystem(TABLE_FILE);
-    if (path.empty())
+    const BelowSystem table(TABLE_FILE);
+    if (table.path[0] == 0)
         return;
-    HFILE file = _lopen(path.c_str(), OF_READ);
+    HFILE file = _lopen(table.path, OF_READ);
     if (file == HFILE_ERROR) {
-        file = _lcreat(path.c_str(), 0);
+        file = _lcreat(table.path, 0);
         if (file != HFILE_ERROR)
             _lwrite(file, reinterpret_cast<const char*>(CharPatternTable.data()), sizeof CharPatternTable);
     }
     if (file != HFILE_ERROR)
         _lclose(file);
-    Rewrite(path, CharPatternTable.data(), sizeof CharPatternTable);
+    Rewrite(table.path, CharPatternTable.data(), sizeof CharPatternTable);
 }
 
 }  // namespace
@@ -70,6 +75,6 @@ void RecordCharPattern(std::span<const std::uint8_t, 8> pattern, std::uint8_t co
     CharCodeArray[code] = static_cast<char>(record->character);
     record->code = code;
     DumpTable();
-    if (const std::string path = BelowSystem(ARRAY_FILE); !path.empty())
-        Rewrite(path, CharCodeArray.data(), sizeof CharCodeArray);
+    if (const BelowSystem array(ARRAY_FILE); array.path[0] != 0)
+        Rewrite(array.path, CharCodeArray.data(), sizeof CharCodeArray);
 }

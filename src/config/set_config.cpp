@@ -12,7 +12,6 @@
 
 #include <algorithm>
 #include <cstdio>
-#include <cstdlib>
 #include <cstring>
 #include <utility>
 
@@ -45,8 +44,9 @@ bool StoredBefore() {
     return DynamicConfig.LastActionState != 0;
 }
 
+// Whether an entry's key is one of the set's. Key 0 is none, though the tables have a place for it.
 bool IsKeyNumber(int key) {
-    return key >= 0 && key < KEY_COUNT;
+    return key >= 1 && key < KEY_COUNT;
 }
 
 void TraceCutEntry(const char* what, int index) {
@@ -162,43 +162,16 @@ void TakeSetState(Cursor& cursor) {
         TakeModules(cursor);
 }
 
-// A flag of the store: "1" is written over any value other than "0".
-int ReadFlag(const char* section, const char* name) {
-    char text[5];
-    if (RegReadSetting(section, name, "", text) == 0) {
-        RegWriteSetting(section, name, "0");
-        return 0;
-    }
-    if (std::strcmp(text, "0") == 0)
-        return 0;
-    if (std::strcmp(text, "1") != 0)
-        RegWriteSetting(section, name, "1");
-    return 1;
-}
-
 // Version 1 tells none of this: the store does.
 void ReadLocalSettings() {
-    char text[5];
-    if (RegReadSetting(SECTION_PREFIX, "ExtPrefix", "", text) > 0) {
-        CopyText(Settings.ExtPrefix, text);
-        Trace(TRACE_OMNA, "ExtPrefix lu:-%s-", static_cast<const char*>(Settings.ExtPrefix));
-    } else {
-        CopyText(Settings.ExtPrefix, "0");
-        RegWriteSetting(SECTION_PREFIX, "ExtPrefix", "0");
-        Trace(TRACE_OMNA, "ExtPrefix non trouve default:-%s-", static_cast<const char*>(Settings.ExtPrefix));
-    }
-    Settings.ExtPrefixDisp = ReadFlag(SECTION_PREFIX, "ExtPrefixDisp");
+    const bool found = ReadExtPrefix();
+    Trace(TRACE_OMNA, found ? "ExtPrefix lu:-%s-" : "ExtPrefix non trouve default:-%s-",
+          static_cast<const char*>(Settings.ExtPrefix));
+    ReadExtPrefixDisp();
     Trace(TRACE_OMNA, "ExtPrefixDisp %d", Settings.ExtPrefixDisp);
-    Settings.EnquiryCallMode = ReadFlag(SECTION_SETCONFIG, "EnquiryCallMode");
+    ReadEnquiryCallMode();
     Trace(TRACE_OMNA, "EnqCallMode %d", Settings.EnquiryCallMode);
-    RegReadSetting(SECTION_SETCONFIG, "MaxDigitLocal", "", text);
-    const long digits = std::strtol(text, nullptr, 10);
-    if (digits >= 2 && digits <= 19) {
-        Settings.MaxDigitLocal = static_cast<int>(digits);
-    } else {
-        Settings.MaxDigitLocal = 8;
-        RegWriteSetting(SECTION_SETCONFIG, "MaxDigitLocal", "8");
-    }
+    ReadMaxDigitLocal();
     Trace(TRACE_OMNA, "MaxDigitLocalCall %d", Settings.MaxDigitLocal);
 }
 
@@ -255,8 +228,12 @@ void UseSpecialKeys() {
 }
 
 void TakeMultiKey(int key, const char* label) {
-    if (!IsKeyNumber(key)) {
+    if (key >= KEY_COUNT) {
         Trace(TRACE_CONFIG, "TouchId:%d hors borne - non prise en compte", key);
+        return;
+    }
+    if (!IsKeyNumber(key)) {
+        Trace(TRACE_ALWAYS, "TouchId:%d - no key of the set, skipped", key);
         return;
     }
     if (!SetConfig.RcvKeyLists.Multi.Append(key)) {
@@ -271,12 +248,11 @@ void TakeMultiKey(int key, const char* label) {
 
 void TakeSpecialKey(int key, int number, const char* label) {
     if (!IsKeyNumber(key)) {
-        Trace(TRACE_ALWAYS, "tou spe %d beyond the set's keys - skipped", key);
+        Trace(TRACE_ALWAYS, "tou spe %d - no key of the set, skipped", key);
         return;
     }
     const KeyKind* kind = SpecialKind(number);
     if (kind == nullptr) {
-        SetConfig.RcvKind[static_cast<std::size_t>(key)] = number;
         Trace(TRACE_CONFIG, "tou spe %d genr_tou %d inconnu", key, number);
         return;
     }
@@ -292,8 +268,10 @@ void TakeSpecialKey(int key, int number, const char* label) {
 // One key into the registry and the INI file; false when a write fails.
 bool SaveKey(int key, const char* code) {
     char name[8], data[LABEL_SIZE + 4];
-    std::snprintf(name, sizeof name, "T%02d", key);
-    std::snprintf(data, sizeof data, "%s%s", code, TouchTable[static_cast<std::size_t>(key)].label);
+    const TraceArgument number(key);
+    FormatText(name, sizeof name, "T%02d", &number, 1);
+    const TraceArgument parts[] = {code, static_cast<const char*>(TouchTable[static_cast<std::size_t>(key)].label)};
+    FormatText(data, sizeof data, "%s%s", parts, 2);
     const bool stored = RegWriteSetting(SECTION_SET_DES, name, data) != 0;
     return WritePrivateProfileStringA(SECTION_SET_DES, name, data, INI_FILE) != 0 && stored;
 }

@@ -4,6 +4,7 @@
 #include "trace/trace.h"
 
 #include <algorithm>
+#include <cstdlib>
 #include <cstring>
 #include <utility>
 
@@ -148,6 +149,20 @@ template <std::size_t N> void LoadWithDefault(const char* name, const char* defa
     RegWriteSetting(SECTION_PROVIDER, name, defaultText);
 }
 
+// A flag of the store: "1" is written over any value other than "0".
+int ReadFlag(const char* section, const char* name) {
+    char text[5];
+    if (RegReadSetting(section, name, "", text) == 0) {
+        RegWriteSetting(section, name, "0");
+        return 0;
+    }
+    if (std::strcmp(text, "0") == 0)
+        return 0;
+    if (std::strcmp(text, "1") != 0)
+        RegWriteSetting(section, name, "1");
+    return 1;
+}
+
 }  // namespace
 
 int RegReadSetting(const char* section, const char* name, const char* defaultText, std::span<char> buffer) {
@@ -198,6 +213,35 @@ HKEY RegOpenSection(const char* section) {
     HKEY handle = key.handle;
     key.handle = nullptr;
     return handle;
+}
+
+bool ReadExtPrefix() {
+    char text[5];
+    const bool found = RegReadSetting(SECTION_PREFIX, "ExtPrefix", "", text) > 0;
+    CopyText(Settings.ExtPrefix, found ? text : "0");
+    if (!found)
+        RegWriteSetting(SECTION_PREFIX, "ExtPrefix", "0");
+    return found;
+}
+
+void ReadExtPrefixDisp() {
+    Settings.ExtPrefixDisp = ReadFlag(SECTION_PREFIX, "ExtPrefixDisp");
+}
+
+void ReadEnquiryCallMode() {
+    Settings.EnquiryCallMode = ReadFlag(SECTION_SETCONFIG, "EnquiryCallMode");
+}
+
+void ReadMaxDigitLocal() {
+    char text[5];
+    RegReadSetting(SECTION_SETCONFIG, "MaxDigitLocal", "", text);
+    const long digits = std::strtol(text, nullptr, 10);
+    if (digits >= 2 && digits <= 19) {
+        Settings.MaxDigitLocal = static_cast<int>(digits);
+        return;
+    }
+    Settings.MaxDigitLocal = 8;
+    RegWriteSetting(SECTION_SETCONFIG, "MaxDigitLocal", "8");
 }
 
 void GetOutsideAccess(std::span<char, 20> buffer) {

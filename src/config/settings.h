@@ -84,6 +84,12 @@ HKEY RegOpenSection(const char* section);
 
 // Loads the strings of the line into ProviderState and Settings.
 void LoadIniStrings(DWORD permanentProviderID);
+// What a PBX of version 1 does not tell, read into Settings with the defaults, which are written back where a value is
+// missing or unusable. The first tells whether the store had a prefix.
+bool ReadExtPrefix();
+void ReadExtPrefixDisp();
+void ReadEnquiryCallMode();
+void ReadMaxDigitLocal();
 // The current telephony location's "OutsideAccess" (the digits for an outside line), "0" when there is none.
 void GetOutsideAccess(std::span<char, 20> buffer);
 

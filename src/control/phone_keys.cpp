@@ -11,6 +11,7 @@ namespace {
 
 constexpr DWORD VARSTRING_FIXED = 24;
 constexpr DWORD DISPLAY_SIZE = 2 * DISPLAY_COLUMNS;
+constexpr DWORD BUTTONINFO_READ = 16;  // up to and including dwButtonMode
 constexpr DWORD NEEDED = VARSTRING_FIXED + DISPLAY_SIZE;
 constexpr char Keypad[] = "0123456789*#";  // by digit code
 
@@ -41,7 +42,7 @@ LONG ReadPhoneDisplay() {
 }
 
 LONG PressPhoneButton() {
-    if (ProviderState.ButtonInfo == nullptr)
+    if (ProviderState.ButtonInfo == nullptr || ProviderState.ButtonInfo->dwTotalSize < BUTTONINFO_READ)
         return 0;
     const DWORD id = ProviderState.ButtonId & 0xFF;
     switch (ProviderState.ButtonInfo->dwButtonMode) {

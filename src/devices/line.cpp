@@ -7,7 +7,7 @@
 #include "trace/trace.h"
 #include "tracking/model.h"
 
-#include <algorithm>
+#include <atomic>
 #include <cstddef>
 #include <cstring>
 
@@ -49,7 +49,7 @@ bool IsOurDeviceOrAll(DWORD deviceID) {
     return deviceID == INITIALIZE_NEGOTIATION || IsOurDevice(deviceID);
 }
 
-// Appends a text to the variable part when it fits; the offset field is set then, the size field too.
+// Appends a text to the variable part and says in its fields where. The caller has seen that it fits.
 void PlaceText(LINEDEVCAPS& caps, const WCHAR* text, DWORD size, DWORD& sizeField, DWORD& offsetField) {
     CopyBytes(&caps, caps.dwUsedSize, text, size);
     sizeField = size;
@@ -187,8 +187,9 @@ LONG WINAPI TSPI_lineOpen(DWORD dwDeviceID, HTAPILINE htLine, LPHDRVLINE lphdLin
         return Error(LINEERR_BADDEVICEID);
     if (const LONG refused = BeginOpen(); refused != 0)
         return refused;
-    ProviderState.LineEventProc = lpfnEventProc;
+    // The callback says that the line is open, to the ticks of a running thread too: the handle is there first.
     ProviderState.htLine = htLine;
+    std::atomic_ref(ProviderState.LineEventProc).store(lpfnEventProc);
     *lphdLine = reinterpret_cast<HDRVLINE>(&ProviderState);
     return FinishOpen("End TSPI_lineOpen Pb");
 }

@@ -16,7 +16,8 @@
 
 namespace {
 
-constexpr int WIDE_LIMIT = 81;  // wide characters looked at: one more than any text may have
+constexpr int WIDE_LIMIT = 81;         // wide characters looked at: one more than any text may have
+constexpr DWORD CALLPARAMS_READ = 48;  // up to and including DialParams
 constexpr DWORD FORWARDLIST_FIXED = 8;
 constexpr DWORD FORWARD_FIXED = 24;
 constexpr DWORD CONNECTED_AND_HELD = LINECALLSTATE_CONNECTED | LINECALLSTATE_ONHOLD;
@@ -61,8 +62,9 @@ struct NarrowText {
             ++Wide;
         if (Wide == 0)
             return;
-        const int length = WideCharToMultiByte(CP_ACP, WC_COMPOSITECHECK | WC_DISCARDNS, wide, Wide, Buffer,
-                                               sizeof Buffer - 1, nullptr, nullptr);
+        int length = Convert(wide, WC_COMPOSITECHECK | WC_DISCARDNS);
+        if (length <= 0)
+            length = Convert(wide, 0);  // a code page that knows no composite check (UTF-8)
         Buffer[std::max(length, 0)] = 0;
     }
     const char* Text() const { return Buffer; }
@@ -71,6 +73,9 @@ struct NarrowText {
     int Wide = 0;  // characters of the wide text, WIDE_LIMIT at most
 
 private:
+    int Convert(LPCWSTR wide, DWORD flags) {
+        return WideCharToMultiByte(CP_ACP, flags, wide, Wide, Buffer, sizeof Buffer - 1, nullptr, nullptr);
+    }
     char Buffer[WIDE_LIMIT * 3 + 1] = {};
 };
 
@@ -96,6 +101,7 @@ struct EntryTexts {
 // never answered twice.
 LONG StartInstead(int code, const ProviderStateRecord& provider, DRV_REQUESTID request, const char* text) {
     Trace(TRACE_ENTRY, text);
+    FailPendingRequest();  // of a thread that ended by itself
     if (StartSerialThread() == 0)
         ReleaseLineMutex(0);  // the start's hold; the entry point keeps its own
     if (code != REQUEST_MAKE_CALL || provider.DeviceState != DEVICE_OUT_OF_SERVICE)
@@ -165,7 +171,8 @@ bool IsBossOrSecretary(int key) {
 // Whether both calls are in states in which they can be joined.
 bool CanJoin(const CallRecord& call, const CallRecord& consult) {
     const DWORD pair = call.state | consult.state;
-    return pair == CONNECTED_AND_HELD || pair == CONNECTED_AND_REOFFERED || pair == LINECALLSTATE_CONFERENCED;
+    return pair == CONNECTED_AND_HELD || pair == CONNECTED_AND_REOFFERED ||
+           (call.state == LINECALLSTATE_CONFERENCED && consult.state == LINECALLSTATE_CONFERENCED);
 }
 
 // A transfer is possible while the consultation call still rings, where the set leaves the line keys free for it.
@@ -286,6 +293,8 @@ LONG WINAPI TSPI_lineMakeCall(DRV_REQUESTID dwRequestID, HDRVLINE hdLine, HTAPIC
         return Refuse(LINEERR_RESOURCEUNAVAIL);
     }
     if (lpCallParams != nullptr) {
+        if (lpCallParams->dwTotalSize < CALLPARAMS_READ)
+            return Refuse(LINEERR_STRUCTURETOOSMALL);
         if (const DWORD fault = CheckCallParams(*lpCallParams); fault != 0)
             return Refuse(fault);
         ClampDialParams(lpCallParams->DialParams, ProviderState.DialParams);
@@ -543,6 +552,8 @@ LONG WINAPI TSPI_lineForward(DRV_REQUESTID dwRequestID, HDRVLINE hdLine, DWORD, 
     if (AnyCallLives())
         return Refuse(LINEERR_OPERATIONUNAVAIL);
     int code = REQUEST_FORWARD_CANCEL;
+    if (lpForwardList != nullptr && lpForwardList->dwTotalSize < FORWARDLIST_FIXED)
+        return Refuse(LINEERR_STRUCTURETOOSMALL);
     if (lpForwardList != nullptr && lpForwardList->dwNumEntries != 0) {
         if (lpForwardList->dwTotalSize < FORWARDLIST_FIXED + FORWARD_FIXED)
             return Refuse(LINEERR_STRUCTURETOOSMALL);

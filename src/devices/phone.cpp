@@ -10,6 +10,7 @@
 #include "trace/trace.h"
 #include "tracking/model.h"
 
+#include <atomic>
 #include <cstddef>
 #include <cstring>
 
@@ -78,8 +79,8 @@ LONG WINAPI TSPI_phoneOpen(DWORD dwDeviceID, HTAPIPHONE htPhone, LPHDRVPHONE lph
         return Error(PHONEERR_INVALPOINTER);
     if (const LONG refused = BeginOpen(); refused != 0)
         return refused;
-    ProviderState.PhoneEventProc = lpfnEventProc;
-    ProviderState.htPhone = htPhone;
+    ProviderState.htPhone = htPhone;  // before the callback, as for the line
+    std::atomic_ref(ProviderState.PhoneEventProc).store(lpfnEventProc);
     *lphdPhone = reinterpret_cast<HDRVPHONE>(&ProviderState);
     return FinishOpen("End TSPI_phoneOpen Pb");
 }
@@ -161,6 +162,7 @@ LONG WINAPI TSPI_phoneSetHookSwitch(DRV_REQUESTID dwRequestID, HDRVPHONE hdPhone
     if (!IsPhoneHandle(hdPhone))
         return Refuse(PHONEERR_INVALPHONEHANDLE);
     PHONEBUTTONINFO info{};
+    info.dwTotalSize = sizeof info;
     info.dwButtonMode = PHONEBUTTONMODE_FEATURE;
     Press(&info, dwHookSwitchMode == PHONEHOOKSWITCHMODE_ONHOOK ? RELEASE_KEY : OFFHOOK_KEY);
     return ReleaseLineMutex(0);

@@ -37,9 +37,9 @@ void ResetThreadState() {
 }
 
 // The fields that the link needs; all others stay as the system reports them.
-void FillDcb(DCB& dcb) {
+void FillDcb(DCB& dcb, const char* speed) {
     dcb.DCBlength = sizeof dcb;
-    dcb.BaudRate = DigitsToNumber(ProviderState.SpeedText);
+    dcb.BaudRate = DigitsToNumber(speed);
     dcb.fBinary = 1;
     dcb.fParity = 0;
     dcb.fOutxCtsFlow = 1;
@@ -65,7 +65,7 @@ void FillDcb(DCB& dcb) {
 }
 
 // Opens the port and writes its state. On failure the handle stays as far as it got, and the system error tells why.
-bool OpenPort(const char* name, bool abortOnError) {
+bool OpenPort(const char* name, const char* speed, bool abortOnError) {
     Serial.Port =
         CreateFileA(name, GENERIC_READ | GENERIC_WRITE, 0, nullptr, OPEN_EXISTING, FILE_FLAG_OVERLAPPED, nullptr);
     if (Serial.Port == INVALID_HANDLE_VALUE)
@@ -74,7 +74,7 @@ bool OpenPort(const char* name, bool abortOnError) {
     dcb.DCBlength = sizeof dcb;
     if (!GetCommState(Serial.Port, &dcb))
         return false;
-    FillDcb(dcb);
+    FillDcb(dcb, speed);
     if (abortOnError)
         dcb.fAbortOnError = 1;
     return SetCommState(Serial.Port, &dcb) != 0;
@@ -169,7 +169,7 @@ HANDLE SerialOpenComms(const char* name, const char* speed) {
         SetLastError(ERROR_INVALID_NAME);
         return INVALID_HANDLE_VALUE;
     }
-    if (!OpenPort(name, false)) {
+    if (!OpenPort(name, speed, false)) {
         const DWORD error = GetLastError();
         if (Serial.Port != INVALID_HANDLE_VALUE)
             CloseHandle(std::exchange(Serial.Port, INVALID_HANDLE_VALUE));
@@ -226,7 +226,7 @@ void Reconnect() {
     Tick.WaitTrace = 0;
     if (Serial.Port != INVALID_HANDLE_VALUE)
         CloseHandle(std::exchange(Serial.Port, INVALID_HANDLE_VALUE));
-    if (!IsComPort(ProviderState.PortName) || !OpenPort(ProviderState.PortName, true))
+    if (!IsComPort(ProviderState.PortName) || !OpenPort(ProviderState.PortName, ProviderState.SpeedText, true))
         return;
     RaiseRts();
     ResetComPort(3);
@@ -242,24 +242,24 @@ void SerialStartTimer() {
         Serial.Timer = SetTimer(nullptr, 0, TICK_MS, SerialTick);
 }
 
-int HardwareProblemBox() {
+int HardwareProblemBox(bool& held) {
     Trace(TRACE_ALWAYS, "V24 trouble hinst %lx", Process.ModuleInstance);
     MessageBeep(MB_ICONHAND);
     ReleaseLineMutex(0);
     const int result = ErrorBox("Hardware Problem - Please check:\n\n - the cable,\n - the PC serial port,\n"
                                 " - the VXC card.\n\nTrying to restart ... Click Ok to abort");
-    WaitLineMutex();
+    held = GotLineMutex(WaitLineMutex());
     Trace(TRACE_ALWAYS, "MessageBox returns %lx IDOK %lx IDHELP %lx", result, IDOK, IDHELP);
     return 0;
 }
 
-int NoConfigurationBox() {
+int NoConfigurationBox(bool& held) {
     Trace(TRACE_ALWAYS, "Dynamic Config not received - SP stopped");
     MessageBeep(MB_ICONHAND);
     ReleaseLineMutex(0);
     ErrorBox("No response from PBX !\nThe Corvane Service Provider cannot run...\n\n- Check your PBX version.\n"
              " - Check your VXC setup.");
-    WaitLineMutex();
+    held = GotLineMutex(WaitLineMutex());
     Trace(TRACE_ALWAYS, "Dynamic Config not received DialogBox return %ld", 0);
     return 0;
 }

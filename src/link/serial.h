@@ -29,6 +29,7 @@ void ResetComPort(int reason);
 // After a loss of contact: reports all calls idle, opens the port anew and starts the link again.
 void Reconnect();
 void SerialStartTimer();
-// The two boxes of the tick; both give 0 and release the line mutex while they are shown.
-int HardwareProblemBox();
-int NoConfigurationBox();
+// The two boxes of the tick; both give 0. They release the line mutex while they are shown, and say whether the tick
+// holds it again afterwards: without it, it must touch nothing more.
+int HardwareProblemBox(bool& held);
+int NoConfigurationBox(bool& held);

@@ -17,6 +17,7 @@
 #include "tracking/model.h"
 
 #include <algorithm>
+#include <utility>
 
 TickState Tick;
 
@@ -37,8 +38,9 @@ void CloseLine() {
     DoLineEvent(LINE_CLOSE, 0, 0, -1);
 }
 
-// The set's configuration has not come in time. True when the provider has stopped itself.
-bool WatchConfiguration() {
+// The set's configuration has not come in time. True when the provider has stopped itself; `held` says whether the line
+// mutex is still this tick's.
+bool WatchConfiguration(bool& held) {
     if (Tick.WaitConfigCount == CONFIG_LIMIT_ASSOC && !Tick.DeviceAssocAck) {
         Tick.SpStopped = true;
         ProviderState.DeviceState = DEVICE_OUT_OF_SERVICE;
@@ -46,8 +48,9 @@ bool WatchConfiguration() {
         Trace(TRACE_ALWAYS, "Config dynamic not received: WaitConfigCount %ld LIMIT %d Cas 1", Tick.WaitConfigCount,
               CONFIG_LIMIT_ASSOC);
         RecordLastAction("failed :Config dynamic :Device association ack not received");
-        NoConfigurationBox();
-        CloseLine();
+        NoConfigurationBox(held);
+        if (held)
+            CloseLine();
         return true;
     }
     if (Tick.WaitConfigCount != CONFIG_LIMIT_DONE)
@@ -67,9 +70,10 @@ bool WatchConfiguration() {
         ErrorBox("     Set Configuration Error\n\nYour set has not a multiline config");
     } else {
         RecordLastAction("failed :Config dynamic not received");
-        NoConfigurationBox();
+        NoConfigurationBox(held);
     }
-    CloseLine();
+    if (held)
+        CloseLine();
     return true;
 }
 
@@ -174,7 +178,8 @@ void OfferWithoutCaller() {
 }
 
 void FlushHalfFrame() {
-    if (!Link.Receiving || ++Link.RxIdleTicks <= RX_IDLE_LIMIT)
+    // A frame whose handler shows a box still counts as received, but nothing of it is missing.
+    if (!Link.Receiving || Link.Expected == 0 || ++Link.RxIdleTicks <= RX_IDLE_LIMIT)
         return;
     Link.Receiving = false;
     Link.RxIdleTicks = 0;
@@ -205,7 +210,7 @@ void PortBlockedBox() {
     open = false;
 }
 
-void LoseContact() {
+void LoseContact(bool& held) {
     Reconnect();
     if (Serial.V24Trouble)
         return;
@@ -214,13 +219,15 @@ void LoseContact() {
         DoLineEvent(LINE_LINEDEVSTATE, LINEDEVSTATE_DISCONNECTED | LINEDEVSTATE_OUTOFSERVICE, 0, -1);
         ProviderState.DeviceState = DEVICE_OUT_OF_SERVICE;
     }
-    HardwareProblemBox();
+    HardwareProblemBox(held);
+    if (!held)
+        return;
     CloseLine();
     RecordLastAction("failed :V24 Trouble");
 }
 
 // Polls a silent link and gives it up when the poll brings nothing. True when the tick ends here.
-bool SuperviseLink() {
+bool SuperviseLink(bool& held) {
     if (Link.SubdeviceTest)
         return false;
     if (Link.LinkIdleTicks == Link.LinkPollPeriod) {
@@ -235,7 +242,7 @@ bool SuperviseLink() {
     }
     if (Link.LinkIdleTicks <= Link.LinkPollPeriod + CONTACT_LOST_MARGIN)
         return false;
-    LoseContact();
+    LoseContact(held);
     return true;
 }
 
@@ -260,7 +267,20 @@ int ReadPort() {
     // buffer: waited for briefly, then called off.
     if (WaitForSingleObject(Serial.ReadEvent, READ_PENDING_MS) != WAIT_OBJECT_0)
         CancelIoEx(Serial.Port, &overlapped);
-    return GetOverlappedResult(Serial.Port, &overlapped, &got, TRUE) ? static_cast<int>(got) : 0;
+    GetOverlappedResult(Serial.Port, &overlapped, &got, TRUE);
+    return static_cast<int>(got);  // what a read got before it was called off counts too
+}
+
+// Hands on all that is there. The bytes are taken out of the buffer first: a box that a handler shows dispatches ticks,
+// which must neither offer the same bytes again nor write over those that are still being walked.
+void OfferBytes() {
+    const auto bytes = Tick.ReadBuffer;
+    const int count = std::exchange(Tick.Kept, 0);
+    const int kept = ProcessInput(count, bytes.data());
+    if (kept == 0)
+        return;
+    std::copy_n(bytes.begin(), std::min(kept, count), Tick.ReadBuffer.begin());
+    Tick.Kept = std::min(kept, count);
 }
 
 void ReceiveAll() {
@@ -275,7 +295,7 @@ void ReceiveAll() {
         Tick.Kept += got;
         if (Tick.Kept == 0)
             return;
-        Tick.Kept = ProcessInput(Tick.Kept, Tick.ReadBuffer.data());
+        OfferBytes();
         if (got > 0)  // bytes that are only offered again do not prolong their own wait
             Link.LastReceiveTime = timeGetTime();
     } while (got > 0 && Serial.Port != INVALID_HANDLE_VALUE);
@@ -293,12 +313,12 @@ void KickTransmitter() {
 }
 
 // One tick; a step that gives true ends it.
-void RunTick() {
+void RunTick(bool& held) {
     if (Link.LinkStopped || Tick.SpStopped)
         return;
     if (Tracking.ForwardAckTicks > 0)
         --Tracking.ForwardAckTicks;
-    if (WatchConfiguration() || WatchTraceMode())
+    if (WatchConfiguration(held) || WatchTraceMode())
         return;
     ++Link.LinkIdleTicks;
     if (!Tick.ConfigReceived)
@@ -313,7 +333,7 @@ void RunTick() {
     RunFvTimer();
     OfferWithoutCaller();
     FlushHalfFrame();
-    if (RetryFailedWrite() || SuperviseLink())
+    if (RetryFailedWrite() || SuperviseLink(held))
         return;
     if (Serial.Port == INVALID_HANDLE_VALUE) {
         PortBlockedBox();
@@ -326,9 +346,10 @@ void RunTick() {
 }  // namespace
 
 void CALLBACK SerialTick(HWND, UINT, UINT_PTR, DWORD) {
-    const LONG wait = WaitLineMutex();
-    if (wait != 0 && wait != static_cast<LONG>(WAIT_ABANDONED))
+    bool held = GotLineMutex(WaitLineMutex());
+    if (!held)
         return;  // without the mutex nothing may be touched
-    RunTick();
-    ReleaseLineMutex(0);
+    RunTick(held);
+    if (held)
+        ReleaseLineMutex(0);
 }

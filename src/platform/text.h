@@ -23,6 +23,10 @@ template <std::size_t N> struct Utf8 {
     }
 };
 
+// Not constant: a literal that calls one of them does not compile, also where exceptions are switched off.
+void CharacterOutsideTheBasicPlane();
+void CharacterNotInWindows1252();
+
 // One code point and the number of UTF-8 bytes it takes; malformed input gives length 0.
 struct CodePoint {
     std::uint32_t value;
@@ -39,7 +43,8 @@ template <std::size_t N> constexpr CodePoint Decode(const Utf8<N>& text, std::si
         return {(byte(at) & 0x1F) << 6 | (byte(at + 1) & 0x3F), 2};
     if (byte(at) < 0xF0)
         return {(byte(at) & 0x0F) << 12 | (byte(at + 1) & 0x3F) << 6 | (byte(at + 2) & 0x3F), 3};
-    throw "character outside the basic plane";
+    CharacterOutsideTheBasicPlane();
+    return {};
 }
 
 template <class Unit, std::size_t N, class Convert> constexpr auto Transcode(const Utf8<N>& text, Convert convert) {
@@ -58,7 +63,8 @@ constexpr char ToCp1252(std::uint32_t point) {
         return static_cast<char>(point);
     if (point == 0x20AC)
         return static_cast<char>(0x80);
-    throw "character not in Windows-1252";
+    CharacterNotInWindows1252();
+    return 0;
 }
 
 template <Utf8 Source> inline constexpr auto Cp1252 = Transcode<char>(Source, ToCp1252);

@@ -64,6 +64,7 @@ void DoLineEvent(DWORD message, DWORD_PTR param1, DWORD_PTR param2, int cref) {
     if (message == LINE_CALLSTATE && param1 == LINECALLSTATE_IDLE) {
         CompleteRunningDrop(cref);
         FailRunningTransfer(cref);
+        ForgetPickUp(cref);
     }
 }
 
@@ -81,14 +82,24 @@ void DoLineEventNewConf() {
     SendNewCall(CONF_CREF, ProviderState.htConference);
 }
 
+void ForgetPickUp(int cref) {
+    // A record without a key only waits for its call.
+    if (cref == Tracking.PickUpCref && IsCref(cref) && CallTable[static_cast<std::size_t>(cref)].touch != 0)
+        Tracking.PickUpCref = -1;
+}
+
+void FailPendingRequest() {
+    RunningRequest = RunningRequestRecord{};
+    SendCompletion(ProviderState, static_cast<LONG>(LINEERR_OPERATIONFAILED));
+}
+
 void FailRunningTransfer(int cref) {
     const bool transfer =
         RunningRequest.Code == REQUEST_BLIND_TRANSFER || RunningRequest.Code == REQUEST_SETUP_TRANSFER;
     if (RunningRequest.Cref != cref || !transfer)
         return;
     Trace(TRACE_ENTRY, "Transfer Running cref %04x IDLE => LINE_REPLY failed", cref);
-    RunningRequest = RunningRequestRecord{};
-    SendCompletion(ProviderState, static_cast<LONG>(LINEERR_OPERATIONFAILED));
+    FailPendingRequest();
 }
 
 void CompleteRunningDrop(int cref) {

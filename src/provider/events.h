@@ -40,6 +40,14 @@ void CompleteRunningDrop(int cref);
 // before the set could show the transfer: TAPI must not wait for ever, and no request could follow.
 void FailRunningTransfer(int cref);
 
+// Ends the wait of a linePickup whose call is this one, which has shown on a key and gone without an answer: the next line
+// seized is not its call.
+void ForgetPickUp(int cref);
+
+// Completes whatever request is pending with LINEERR_OPERATIONFAILED: the serial thread that could have ended it is gone, or
+// its records are about to start anew.
+void FailPendingRequest();
+
 // PHONE_STATE with a PHONESTATE_ value, when the phone is open.
 void PhoneStateEvent(DWORD param1, DWORD param2);
 

@@ -1,11 +1,13 @@
 #include "provider/lifecycle.h"
 
 #include "config/settings.h"
-#include "link/serial.h"  // the thread that is started and stopped here
+#include "control/requests.h"  // the marks of requests, which name calls
+#include "link/serial.h"       // the thread that is started and stopped here
 #include "platform/text.h"
+#include "provider/events.h"
 #include "provider/state.h"
 #include "trace/trace.h"
-#include "tracking/model.h"  // the tables that a re-initialisation empties
+#include "tracking/model.h"  // the tables and markers that a re-initialisation empties
 
 #include <algorithm>
 #include <cstring>
@@ -31,11 +33,18 @@ bool PortConfigured() {
     return std::strcmp(ProviderState.PortName, "NONE") != 0 && std::strlen(ProviderState.PortName) == 4;
 }
 
-// The model starts anew with ProviderState.
+// The model starts anew with ProviderState, and with it all that names one of its calls or keys: a tick of a thread that
+// runs for the other device must not report a call whose record is empty now.
 void ResetModel() {
     CallTable.fill(CallRecord{});
     TouchTable.fill(Touch{});
     KeyLists = KeyListSet{};
+    Tracking = TrackingState{};
+    WaitInfo.fill(-1);
+    PickUpSupervCref = SwapKeyTransferingCref = -1;
+    confstate = 0;
+    RunningRequest = RunningRequestRecord{};
+    Marks = RequestMarks{};
 }
 
 void CloseAndForget(HANDLE& handle) {
@@ -92,10 +101,11 @@ void ProviderInitAgain() {
     // While a serial thread runs for the other device, its ticks read the same records.
     const bool shared = SerialThreadRuns();
     const LONG wait = shared ? WaitLineMutex() : -1;
+    FailPendingRequest();
     ProviderInitCommon(ProviderState.PermanentProviderID, ProviderState.ProviderHandle, ProviderState.LineDeviceID,
                        ProviderState.PhoneDeviceID, ProviderState.CompletionProc);
     // A port that is no longer configured has shut the provider down, mutex included.
-    if ((wait == 0 || wait == static_cast<LONG>(WAIT_ABANDONED)) && Process.LineMutex != nullptr)
+    if (GotLineMutex(wait) && Process.LineMutex != nullptr)
         ReleaseLineMutex(0);
 }
 
@@ -154,6 +164,7 @@ LONG StopSerialThread() {
     CloseAndForget(Process.SerialThread);
     CloseAndForget(Process.SerialReadyEvent);
     WaitLineMutex();
+    FailPendingRequest();
     return 0;
 }
 
@@ -179,6 +190,10 @@ LONG WaitLineMutex() {
         CloseHandle(made);  // another thread's handle to the same mutex was first
     // Where it existed already, here or in another process, making it has not given it to this thread.
     return error == ERROR_ALREADY_EXISTS ? WaitLineMutex() : 0;
+}
+
+bool GotLineMutex(LONG wait) {
+    return wait == 0 || wait == static_cast<LONG>(WAIT_ABANDONED);
 }
 
 LONG ReleaseLineMutex(LONG result) {

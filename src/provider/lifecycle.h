@@ -47,6 +47,9 @@ LONG StopSerialThread();
 // owns it all the same), WAIT_TIMEOUT, another wait result, or LINEERR_NODRIVER when it cannot be created.
 LONG WaitLineMutex();
 
+// Whether a wait that gave this has left the line mutex with its caller.
+bool GotLineMutex(LONG wait);
+
 // Releases the line mutex and gives its argument back, so that an entry point can end in one statement.
 LONG ReleaseLineMutex(LONG result);
 

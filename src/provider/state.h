@@ -25,7 +25,7 @@ struct ProviderStateRecord {
     DWORD PhoneDeviceID;
     HPROVIDER ProviderHandle;
     DWORD PermanentProviderID;
-    ASYNC_COMPLETION CompletionProc;  // TAPI's completion callback; only SendCompletion calls it
+    ASYNC_COMPLETION CompletionProc;  // TAPI's completion callback: SendCompletion and CompleteRequest
     HTAPILINE htLine;
     LINEEVENT LineEventProc;  // null: line not open
     HTAPIPHONE htPhone;

@@ -7,7 +7,6 @@
 #include <cstdlib>
 #include <cstring>
 #include <ctime>
-#include <string>
 
 std::int32_t TraceMask = 0;
 HANDLE DebugMutex = nullptr;
@@ -172,32 +171,32 @@ void PutArgument(Output& out, const Directive& directive, const TraceArgument* a
 // --- the files -----------------------------------------------------------------------------------------------------
 
 // The Windows directory followed by a name below it.
-std::string BelowWindows(const char* name) {
-    return TraceLog.WindowsDirectory + name;
-}
+struct BelowWindows {
+    char path[sizeof TraceLog.WindowsDirectory + 32];
+    explicit BelowWindows(const char* name) {
+        const TraceArgument parts[] = {static_cast<const char*>(TraceLog.WindowsDirectory), name};
+        FormatText(path, sizeof path, "%s%s", parts, 2);
+    }
+};
 
 void FindWindowsDirectory() {
-    std::string directory(SHORT_DIRECTORY, 0);
-    UINT length = GetWindowsDirectoryA(directory.data(), SHORT_DIRECTORY);
-    if (length >= SHORT_DIRECTORY) {  // what it needs, when it does not fit
-        directory.assign(length + 1, 0);
-        length = GetWindowsDirectoryA(directory.data(), static_cast<UINT>(directory.size()));
-        if (length >= directory.size())
-            length = 0;
-    }
-    directory.resize(length);
-    TraceLog.WindowsDirectory = directory;
+    char(&directory)[sizeof TraceLog.WindowsDirectory] = TraceLog.WindowsDirectory;
+    UINT length = GetWindowsDirectoryA(directory, SHORT_DIRECTORY);
+    if (length >= SHORT_DIRECTORY)  // what it needs, when it does not fit
+        length = GetWindowsDirectoryA(directory, sizeof directory);
+    directory[length < sizeof directory ? length : 0] = 0;
 }
 
 void OpenFirstFile() {
     FindWindowsDirectory();
-    _mkdir(BelowWindows("\\spitrace").c_str());
+    _mkdir(BelowWindows("\\spitrace").path);
     TraceLog.FileIndex = 0;
     for (std::size_t i = 0; i < 2; ++i) {
-        FileRemove(BelowWindows(OLD_NAMES[i]).c_str());
-        FileRename(BelowWindows(FILE_NAMES[i]).c_str(), BelowWindows(OLD_NAMES[i]).c_str());
+        const BelowWindows current(FILE_NAMES[i]), old(OLD_NAMES[i]);
+        FileRemove(old.path);
+        FileRename(current.path, old.path);
     }
-    TraceLog.File = FileOpen(BelowWindows(FILE_NAMES[0]).c_str(), "w");
+    TraceLog.File = FileOpen(BelowWindows(FILE_NAMES[0]).path, "w");
     if (TraceLog.File != nullptr)
         TraceLog.FirstOpen = false;
 }
@@ -209,7 +208,7 @@ void OpenOtherFile() {
     char name[64];
     const TraceArgument index(TraceLog.FileIndex);
     FormatText(name, sizeof name, "\\spitrace\\tsptrac%d.tr", &index, 1);
-    TraceLog.File = FileOpen(BelowWindows(name).c_str(), "w+");
+    TraceLog.File = FileOpen(BelowWindows(name).path, "w+");
 }
 
 void TraceWrite(std::int32_t counter, const char* text) {

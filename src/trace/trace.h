@@ -8,7 +8,6 @@
 #include <cstddef>
 #include <cstdint>
 #include <cstdio>
-#include <string>
 #include <type_traits>
 
 // Level bits. A line of level TRACE_ALWAYS is written whatever the mask says.
@@ -78,7 +77,7 @@ struct TraceRecord {
     bool FirstOpen = true;         // the first file has not been opened yet
     int FileIndex = 0;             // which of the two files is current
     std::FILE* File = nullptr;     // null when the last open failed
-    std::string WindowsDirectory;  // without a backslash behind it
+    char WindowsDirectory[512]{};  // without a backslash behind it
 };
 extern TraceRecord TraceLog;
 

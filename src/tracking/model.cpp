@@ -1,6 +1,7 @@
 #include "tracking/model.h"
 
-#include "link/terminal.h"  // the display buffer, which DisplayLine converts
+#include "control/requests.h"  // calls that requests wait for
+#include "link/terminal.h"     // the display buffer, which DisplayLine converts
 #include "provider/events.h"
 #include "trace/trace.h"
 
@@ -72,6 +73,12 @@ void ClearDirection(CallRecord& call) {
     call.Inbound = call.Outbound = call.byMakeCall = 0;
 }
 
+// A request waits for the call of this record to show on a key.
+bool IsPromised(int cref) {
+    return cref == Tracking.PickUpCref ||
+           (RunningRequest.Code == REQUEST_SETUP_TRANSFER && cref == RunningRequest.ConsultCref);
+}
+
 }  // namespace
 
 bool IsCref(int cref) {
@@ -85,7 +92,7 @@ int AllocCallRecord(DWORD state, int key) {
         DialedNumber[1] = 0;
     }
     for (int cref = 0; cref < CALL_COUNT; ++cref)
-        if (Record(cref).touch == 0) {
+        if (Record(cref).touch == 0 && !IsPromised(cref)) {
             Record(cref).state = state;
             Record(cref).touch = key;
             return cref;
@@ -268,6 +275,7 @@ void AllCallReset() {
     Tracking.ConfBroken = 0;
     Tracking.SecondCallDropReq = 0;
     confstate = LINECALLSTATE_IDLE;
+    CompleteRunningDrop(CONF_CREF);  // its IDLE is not reported
 }
 
 const char* CommandName(int code) {

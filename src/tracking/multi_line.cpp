@@ -148,11 +148,11 @@ void Ringing(int key, int) {
         DoLineEventNewCall(cref);
         CallOf(cref).byMakeCall = 0;
         CallOf(cref).Inbound = 1;
+        Tracking.OfferInfoCref = cref;
+        Tracking.OfferTicks = 0;
     }
     StandOnKey(key, cref);
     touch.icon = INCOM_ICON;
-    Tracking.OfferInfoCref = cref;
-    Tracking.OfferTicks = 0;
 }
 
 void Reserve(int key, int) {

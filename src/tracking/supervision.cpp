@@ -14,11 +14,11 @@ void CreateSupervisedCall(int key) {
         DoLineEventNewCall(cref);
         CallOf(cref).byMakeCall = 0;
         CallOf(cref).Inbound = 1;
+        TouchOf(key).calls = {cref, -1};
+        Tracking.OfferInfoCref = cref;
+        Tracking.OfferTicks = 0;
     }
-    TouchOf(key).calls = {cref, -1};
     TouchOf(key).icon = INCOM_ICON;
-    Tracking.OfferInfoCref = cref;
-    Tracking.OfferTicks = 0;
 }
 
 bool IsRinging(int cref) {

@@ -37,11 +37,22 @@ std::vector<std::string> Events();
 // The same without PHONE_STATE.
 std::vector<std::string> LineEvents();
 
+// A call state as Events() names it.
+std::string StateName(DWORD state);
+
 // Handles that the capture gives: TAPI's line 0x11, phone 0x22, call 0x100 + cref.
 void OpenForCapture();
 
 // Trace lines written since the last call, without clock, as UTF-8; header lines left out.
 std::vector<std::string> TraceLines();
+
+// Events at the places in the trace where it says that they were sent; lines that begin with one of `skipped` left out;
+// " | " between them.
+std::string Interleaved(const std::vector<std::string>& events, const std::vector<std::string>& lines,
+                        std::span<const char* const> skipped);
+
+// What stands in a file, named as Windows does.
+std::string FileText(const std::string& windowsPath);
 
 // The registry's text of a setting of ours, "(none)" when it is missing.
 std::string Setting(const char* section, const char* name);

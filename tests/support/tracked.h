@@ -9,6 +9,9 @@
 #include "trace/trace.h"
 #include "tracking/display.h"
 
+#include <map>
+#include <sstream>
+
 constexpr DWORD IDLE = LINECALLSTATE_IDLE, OFFERING = LINECALLSTATE_OFFERING, DIALTONE = LINECALLSTATE_DIALTONE,
                 PROCEEDING = LINECALLSTATE_PROCEEDING, CONNECTED = LINECALLSTATE_CONNECTED,
                 ONHOLD = LINECALLSTATE_ONHOLD, CONFERENCED = LINECALLSTATE_CONFERENCED,
@@ -45,7 +48,8 @@ protected:
         Key(9, TOUCH_SECRETAIRE);
         Key(10, TOUCH_SECR_DEBORD);
         Key(12, TOUCH_NONE);
-        Steps();
+        TraceLines();
+        LineEvents();
     }
     static CallRecord& Record(int cref) { return CallTable.at(static_cast<std::size_t>(cref)); }
     static Touch& At(int key) { return TouchTable.at(static_cast<std::size_t>(key)); }
@@ -66,21 +70,34 @@ protected:
     // stands where its trace says that it was sent; the first line of every icon and every display update, and the one
     // that ends most soft-key lines, are left out.
     static std::string Steps() {
-        std::string steps;
+        static constexpr const char* Skipped[] = {"LinEv ", "Multi Icone", "Superv Icone", "ActivTou",
+                                                  "Avant test VaVien "};
         const std::vector<std::string> events = LineEvents();
-        std::size_t next = 0;
-        for (const std::string& line : TraceLines()) {
-            const bool sent =
-                line == "LineEvent send" || line.starts_with("DoLineEventNewC") || line.starts_with("SendCompletion:");
-            bool skipped = false;
-            for (const char* start : {"LinEv ", "Multi Icone", "Superv Icone", "ActivTou", "Avant test VaVien "})
-                skipped = skipped || line.starts_with(start);
-            if (skipped)
-                continue;
-            steps += steps.empty() ? "" : " | ";
-            steps += !sent ? line : next < events.size() ? events[next++] : "(event missing)";
+        ExpectKept(events);
+        return Interleaved(events, TraceLines(), Skipped);
+    }
+
+private:
+    // A call that is told of holds what TAPI was told last, and one that has ended stands on no multi-line key.
+    static void ExpectKept(const std::vector<std::string>& events) {
+        std::map<int, std::string> told;
+        for (const std::string& event : events) {
+            std::istringstream words(event);
+            std::string kind, state;
+            int cref = -1;
+            words >> kind >> cref >> state;
+            if (kind == "NEWCALL")
+                told.erase(cref);
+            if (kind == "STATE" && cref >= 0 && cref < CALL_COUNT)
+                told[cref] = state == "RINGBACK" ? "PROCEEDING" : state;
         }
-        EXPECT_EQ(next, events.size());
-        return steps;
+        for (const auto& [cref, state] : told) {
+            const CallRecord& call = Record(cref);
+            const std::string kept = StateName(call.state == STATE_REOFFERING ? OFFERING : call.state);
+            EXPECT_TRUE(kept == state || (!call.HasDirection() && state != "IDLE")) << cref << kept << state;
+            EXPECT_EQ(call.touch == 0, state == "IDLE") << cref;
+            for (const int key : {1, 2, 3})
+                EXPECT_FALSE(state == "IDLE" && (At(key).calls[0] == cref || At(key).calls[1] == cref)) << cref;
+        }
     }
 };

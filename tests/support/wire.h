@@ -1,6 +1,7 @@
 // For the tests of the link: an open port that keeps what is written, and frames made by code of the tests' own.
 #pragma once
 
+#include "link/fifo.h"
 #include "link/link_layer.h"
 #include "link/serial.h"
 #include "support/fixture.h"
@@ -43,6 +44,18 @@ inline ByteList Item(std::initializer_list<int> counted) {
     ByteList out = Frame(counted);
     out.pop_back();
     return out;
+}
+
+// Takes all frames off the queue.
+inline std::vector<ByteList> Drain() {
+    std::vector<ByteList> frames;
+    while (FifoCount(LINK_FIFO) > 0) {
+        ByteList frame(300);
+        frame.resize(static_cast<std::size_t>(FifoPeek(LINK_FIFO, frame)));
+        frames.push_back(frame);
+        FifoDrop(LINK_FIFO);
+    }
+    return frames;
 }
 
 class OnTheWire : public OnTheLine {

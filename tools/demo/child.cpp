@@ -25,6 +25,7 @@ std::string Child::Start(const std::string& program, const std::vector<std::stri
     if (process < 0)
         return std::strerror(errno);
     if (process == 0) {
+        setpgid(0, 0);  // Ctrl-C at the terminal is for the demo, which then ends it in order
         dup2(in[0], STDIN_FILENO);
         dup2(out[1], STDOUT_FILENO);
         dup2(out[1], STDERR_FILENO);

@@ -75,7 +75,8 @@ struct SetConfiguration {
     Destination otherwise;                            // every other number
     std::uint32_t digitPauseMs = 400;                 // without another digit a number is complete, where that is open
     std::uint32_t choicePauseMs = 1500;               // for the key of the other call of a transfer or conference
-    std::uint32_t recallMs = 0;                       // a held call rings back after this; 0 = never
+    std::uint32_t servedMs = 2000;  // a line on which a service code has been carried out is let go after this
+    std::uint32_t recallMs = 0;     // a held call rings back after this; 0 = never
 
     // Numbers in call events. Party flags: 1 internal, 2 external.
     int internalDigits = 4;            // longer numbers are outside

@@ -85,9 +85,9 @@ void Refuse(Machine& machine, SetCall& call) {
 }
 
 void Dialled(Machine& machine, SetCall& call) {
-    const auto& plan = machine.config.destinations;
-    if (plan.find(call.dialled) == plan.end() && TakeService(machine, call))
+    if (TakeService(machine, call))
         return;
+    const auto& plan = machine.config.destinations;
     // The first number at or behind this one: itself, or a longer one that begins with it.
     const auto at = plan.lower_bound(call.dialled);
     const bool known = at != plan.end() && at->first == call.dialled;

@@ -279,7 +279,8 @@ std::string DoCharacter(Machine& machine, char character, bool person) {
     call->state = CallState::Dialling;
     call->dialled += character;
     call->number = call->dialled;
-    Write(machine, 0, Bytes{static_cast<std::uint8_t>(character)}, 0, 2, false);
+    if (!CompletesService(machine, *call))  // that is answered at once
+        Write(machine, 0, Bytes{static_cast<std::uint8_t>(character)}, 0, 2, false);
     Dialled(machine, *call);
     return "";
 }

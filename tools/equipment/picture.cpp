@@ -404,8 +404,6 @@ std::string IconName(std::uint16_t value) {
     }
 }
 
-namespace {
-
 std::string KindName(std::uint8_t kind) {
     switch (kind) {
     case KindMulti: return "multi";
@@ -416,8 +414,6 @@ std::string KindName(std::uint8_t kind) {
     default: return "kind " + std::to_string(kind);
     }
 }
-
-}  // namespace
 
 std::string Picture(const Machine& machine) {
     const std::string rule = "+" + std::string(DisplayWidth, '-') + "+\n";

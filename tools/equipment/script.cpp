@@ -637,7 +637,8 @@ std::string CarryNothing(Machine&, Arguments& in) {
 }
 
 std::string CarryWait(Machine&, Arguments& in) {
-    in.Integer("milliseconds", 0, 3'600'000);
+    if (!in.Flag("provider"))
+        in.Integer("milliseconds", 0, 3'600'000);
     in.Done();
     return "";
 }
@@ -748,7 +749,7 @@ constexpr CommandEntry Commands[] = {
     {"link", CarryLink, "link", "counters of the link"},
     {"presses", CarryPresses, "presses", "what the provider has pressed"},
     {"restart", CarryRestart, "restart", "the set and the link from the start; settings stay"},
-    {"wait", CarryWait, "wait MS", "in a script: the next line later"},
+    {"wait", CarryWait, "wait MS|provider", "in a script: the next line later; when it sends its next frame"},
     {"help", CarryHelp, "help", ""},
     {"quit", CarryNothing, "quit", ""},
 };
@@ -800,7 +801,7 @@ bool Script::Load(const std::string& path) {
 std::string Script::Step(Machine& machine, std::uint32_t nowMs) {
     std::string answers;
     while (!lines.empty() && !quit) {
-        if (waiting && nowMs - resumeMs >= 0x80000000u)
+        if (waiting && (heard >= 0 ? machine.card.framesIn == heard : nowMs - resumeMs >= 0x80000000u))
             break;
         waiting = false;
         const std::string line = lines.front();
@@ -819,14 +820,15 @@ std::string Script::Step(Machine& machine, std::uint32_t nowMs) {
             quit = true;
         if ((*words)[0] == "wait") {
             waiting = true;
-            resumeMs = nowMs + static_cast<std::uint32_t>(*Number((*words)[1]));
+            heard = (*words)[1] == "provider" ? machine.card.framesIn : -1;
+            resumeMs = heard < 0 ? nowMs + static_cast<std::uint32_t>(*Number((*words)[1])) : nowMs;
         }
     }
     return answers;
 }
 
 std::uint32_t Script::NextDue(std::uint32_t nowMs) const {
-    if (lines.empty() || quit)
+    if (lines.empty() || quit || (waiting && heard >= 0))
         return UINT32_MAX;
     if (!waiting || nowMs - resumeMs < 0x80000000u)
         return 0;

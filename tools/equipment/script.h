@@ -17,7 +17,8 @@ std::string Execute(Machine& machine, const std::string& line, std::uint32_t now
 bool IsError(const std::string& answer);
 std::string HelpText();
 
-// Lines that wait to be carried out, `wait MS` between them.
+// Lines that wait to be carried out, `wait MS` between them. Behind `wait provider`, Step is to be called again when
+// bytes have come from it.
 struct Script {
     std::deque<std::string> lines;
     bool quit = false;
@@ -32,6 +33,7 @@ struct Script {
 private:
     bool waiting = false;
     std::uint32_t resumeMs = 0;
+    int heard = -1;  // frames of the provider when `wait provider` began; -1 = it waits for the clock
 };
 
 }  // namespace Equipment

@@ -2,6 +2,7 @@
 #include "equipment/set_parts.h"
 
 #include <algorithm>
+#include <list>
 
 namespace Equipment {
 
@@ -40,8 +41,18 @@ bool IsWhole(const SetConfiguration& config, const std::string& number) {
     return !outside && number.size() == static_cast<std::size_t>(config.internalDigits);
 }
 
-void Report(Machine& machine, SetCall& call, std::uint8_t status, const std::string& destination) {
+// Nobody need put the line down.
+void Serve(Machine& machine, SetCall& call) {
     call.state = CallState::Served;
+    machine.Later(machine.config.servedMs, [&machine, id = call.id] {
+        const Action later(machine);
+        if (const SetCall* still = CallById(machine, id); still != nullptr && still->state == CallState::Served)
+            EndKey(machine, still->key);
+    });
+}
+
+void Report(Machine& machine, SetCall& call, std::uint8_t status, const std::string& destination) {
+    Serve(machine, call);
     machine.config.forwardStatus = status;
     machine.config.forwardDestination = destination;
     ReportAssociation(machine);
@@ -77,17 +88,30 @@ void Carry(Machine& machine, SetCall& call, const Keyed& keyed) {
         PickUp(machine, call, keyed.rest);
 }
 
+// A code with all its digits.
+bool IsComplete(const Machine& machine, const Keyed& keyed) {
+    return keyed.code == CancelCode || (keyed.code >= 0 && IsWhole(machine.config, keyed.rest)) ||
+           (IsForward(keyed.code) && machine.config.destinations.count(keyed.rest) != 0);
+}
+
+bool MayServe(const Machine& machine, const SetCall& call) {
+    const std::list<SetCall>& calls = machine.set.calls;
+    return IsKind(machine, call.key, KindMulti) && machine.config.destinations.count(call.dialled) == 0 &&
+           std::none_of(calls.begin(), calls.end(),
+                        [&](const SetCall& other) { return other.key == call.key && other.id != call.id; });
+}
+
 }  // namespace
 
+bool CompletesService(const Machine& machine, const SetCall& call) {
+    return MayServe(machine, call) && IsComplete(machine, Parse(machine, call.dialled));
+}
+
 bool TakeService(Machine& machine, SetCall& call) {
-    if (Beside(machine, call) != nullptr || !IsKind(machine, call.key, KindMulti))
-        return false;
-    const Keyed keyed = Parse(machine, call.dialled);
+    const Keyed keyed = MayServe(machine, call) ? Parse(machine, call.dialled) : Keyed{};
     if (keyed.code < 0)
         return false;
-    const bool whole = keyed.code == CancelCode || IsWhole(machine.config, keyed.rest) ||
-                       (IsForward(keyed.code) && machine.config.destinations.count(keyed.rest) != 0);
-    if (whole) {
+    if (IsComplete(machine, keyed)) {
         Carry(machine, call, keyed);
         return true;
     }

@@ -148,6 +148,7 @@ std::string ShowSoftKeys(Machine& machine, const std::vector<std::string>& label
 // --- the picture, as text
 std::string DisplayText(const Machine& machine, int line);
 std::string IconName(std::uint16_t value);
+std::string KindName(std::uint8_t kind);  // of a programmable key
 // Display, keys that are lit or have a kind, lamps that are lit.
 std::string Picture(const Machine& machine);
 

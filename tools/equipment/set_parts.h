@@ -106,6 +106,8 @@ void Refuse(Machine& machine, SetCall& call);  // busy, or not obtainable: the s
 // --- services.cpp
 // What has been dialled is a service code, or the beginning of its destination: then nobody else looks at it.
 bool TakeService(Machine& machine, SetCall& call);
+// What has been dialled is a service code with all its digits.
+bool CompletesService(const Machine& machine, const SetCall& call);
 // The line is released: a code that waits for more digits has them all.
 void FinishService(Machine& machine, SetCall& call);
 

@@ -12,9 +12,10 @@ bool Fails(const Words& words);
 bool Help(const Words& words);
 bool Quit(const Words&);
 
-// Enumerates, negotiates, initialises and opens the line, as the service does at its start.
+// What the service does at its start. The version is agreed on twice: before the provider knows its devices, and for the
+// line.
 bool Start(const Words&) {
-    return Enumerate({}) && Negotiate({}) && Initialise({}) && OpenLine({});
+    return Enumerate({}) && Negotiate({}) && Initialise({}) && Negotiate({}) && OpenLine({});
 }
 
 constexpr const char* CALL_HELP = "CALL is a call's number, or last: the last one announced or made (also without it).";
@@ -24,7 +25,7 @@ constexpr const char* SIZE_HELP =
 constexpr const char* TEXT_HELP = "null instead of the text is a null pointer; \"\" is an empty text.";
 
 constexpr Command Table[] = {
-    {"console", "start", "", "enum, negotiate, init and open, as the service does", "", Start},
+    {"console", "start", "", "enum, negotiate, init, negotiate, open: as the service does", "", Start},
     {"console", "wait", "TEXT... [TIME]", "until an event contains TEXT",
      "TIME is like 500ms or 5s; 10s without it. Looks on from where the last wait or expect ended.", Wait},
     {"console", "expect", "TEXT... [TIME]", "fails unless the next event contains TEXT",
@@ -238,6 +239,10 @@ bool ReportRequest(const char* name, DRV_REQUESTID request, LONG result) {
     Say(std::string(name) + ": request " + std::to_string(result) +
         (ours ? "" : ", not the one that was made, " + std::to_string(request)));
     return ours;
+}
+
+DWORD NegotiatedDevice(DWORD device) {
+    return TheHost.Initialised ? device : INITIALIZE_NEGOTIATION;
 }
 
 HDRVCALL CallAt(const Words& words, std::size_t at) {

@@ -54,6 +54,8 @@ template <class Function, class... Arguments> bool Request(const char* name, Arg
 }
 #define ZT_REQUEST(name, ...) Request<decltype(&name)>(#name, __VA_ARGS__)
 
+// The device that a version is agreed on for: none in particular before the provider has been told its identifiers.
+DWORD NegotiatedDevice(DWORD device);
 // A call by the provider's handle, or the word last for the last one announced or made; that one when there is no word.
 HDRVCALL CallAt(const Words& words, std::size_t at);
 // Prints a structure's fields. False when the provider wrote behind its end.

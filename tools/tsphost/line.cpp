@@ -7,8 +7,8 @@ namespace Tsphost {
 
 bool Negotiate(const Words& words) {
     DWORD version = 0;
-    const bool agreed = ZT_CALL(TSPI_lineNegotiateTSPIVersion, TheHost.LineBase, NumberAt(words, 1, 0x00010004),
-                                NumberAt(words, 2, 0x00030000), &version);
+    const bool agreed = ZT_CALL(TSPI_lineNegotiateTSPIVersion, NegotiatedDevice(TheHost.LineBase),
+                                NumberAt(words, 1, 0x00010004), NumberAt(words, 2, 0x00030000), &version);
     Print("version", Hex(version));
     return agreed;
 }

@@ -108,8 +108,8 @@ std::string Lower(std::string text) {
 
 bool PhoneNegotiate(const Words& words) {
     DWORD version = 0;
-    const bool agreed = ZT_CALL(TSPI_phoneNegotiateTSPIVersion, TheHost.PhoneBase, NumberAt(words, 1, 0x00010004),
-                                NumberAt(words, 2, 0x00030000), &version);
+    const bool agreed = ZT_CALL(TSPI_phoneNegotiateTSPIVersion, NegotiatedDevice(TheHost.PhoneBase),
+                                NumberAt(words, 1, 0x00010004), NumberAt(words, 2, 0x00030000), &version);
     Print("version", Hex(version));
     return agreed;
 }

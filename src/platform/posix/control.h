@@ -7,7 +7,8 @@
 //   ZT_ROOT              directory that holds the "C:" drive (Windows and system directories); made when missing
 //   ZT_REGISTRY          file that keeps the registry; without it the registry is in memory and starts empty
 //   ZT_BOX_MS            how long a message box stays open before it answers IDOK (default 0)
-// A message box is also written to standard error, one line "[box] caption: text", line feeds as " / ".
+// A message box is also written to standard error, one line "[box] caption: text", line feeds as " / ". A dialog is
+// cancelled at once.
 #pragma once
 
 #include "platform/platform.h"
@@ -60,6 +61,7 @@ struct PortRecord {
     bool GetStateFails = false, SetStateFails = false;
     bool WriteFails = false, ReadFails = false;  // with ERROR_IO_DEVICE
     bool WritePends = false;                     // writes are reported as pending (ERROR_IO_PENDING), and carried out
+    bool ReadPends = false;  // reads stay pending (ERROR_IO_PENDING) and, called off, fail with what they have got
     int Opens = 0, Closes = 0;
     DCB Dcb{};
     COMMTIMEOUTS Timeouts{};
@@ -79,6 +81,43 @@ std::vector<Box> Boxes();  // all shown since Reset
 void KeepBoxesOpen(std::uint32_t milliseconds);
 // Decides the answer; runs on the showing thread when the box closes. Default: IDOK.
 void AnswerBoxes(std::function<int(const Box&)> answer);
+
+// --- dialogs -----------------------------------------------------------------------------------------------------
+// A dialog shows nowhere. It is made of its resource's rows and told WM_INITDIALOG; then a user, who is a function of
+// the test, presses and reads until the dialog has ended. One that is left open is cancelled, as is every dialog
+// without a user. Dialogs in dialogs come to the same function.
+enum class ControlKind { Group, Label, List, Edit, Check, Radio, Button };
+struct Control {
+    ControlKind Kind;
+    std::string Text;  // of a list: the selected entry
+    int Id;
+    int X, Y, Width, Height;  // dialog units
+    bool Enabled = true, Checked = false;
+    std::size_t Limit = 32767;  // characters that an edit takes from the keyboard
+    std::vector<std::string> Entries{};
+};
+struct Dialog {
+    int Id;
+    std::string Caption;
+    int Width, Height;
+    std::vector<Control> Controls;  // in the order of the tab key
+    bool Ended = false;
+    INT_PTR Result = -1;
+
+    Control& Item(int id);                         // throws where there is none
+    bool Press(int id);                            // a button, check box or radio button; false when it is disabled
+    void Type(int id, const std::string& text);    // into an edit, in place of what it holds
+    bool Select(int id, const std::string& text);  // an entry of a list; false when it is disabled or has no such one
+
+    DLGPROC Procedure = nullptr;
+};
+void UseDialogs(std::function<void(Dialog&)> user);
+struct HelpCall {
+    std::string File;
+    UINT Command;
+    ULONG_PTR Data;
+};
+std::vector<HelpCall> HelpCalls();  // all since Reset
 
 // --- registry, directories ---------------------------------------------------------------------------------------
 void RegistryInFile(const std::string& path);

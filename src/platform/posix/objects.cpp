@@ -310,6 +310,7 @@ void PlatformControl::Reset() {
     ThreadError = 0;
     ResetClock();
     ResetMessages();
+    ResetDialogs();
     ResetPorts();
     ResetRegistry();
     ResetFiles();

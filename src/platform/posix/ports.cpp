@@ -7,6 +7,7 @@
 #include <cstring>
 #include <map>
 #include <mutex>
+#include <utility>
 #include <vector>
 
 #include <fcntl.h>
@@ -103,7 +104,12 @@ bool SetTerminal(int fd, const DCB& dcb) {
     settings.c_cc[VTIME] = 0;
     cfsetispeed(&settings, speed);
     cfsetospeed(&settings, speed);
-    return tcsetattr(fd, TCSANOW, &settings) == 0;
+    if (tcsetattr(fd, TCSANOW, &settings) != 0)
+        return false;
+    const int line = TIOCM_DTR;
+    if (dcb.fDtrControl == DTR_CONTROL_DISABLE)
+        ioctl(fd, TIOCMBIC, &line);  // the open has raised it; a pseudo-terminal has none to lower
+    return true;
 }
 
 // The open port behind a handle, kept alive by the caller; null with the error set.
@@ -330,7 +336,8 @@ BOOL WINAPI ReadFile(HANDLE handle, LPVOID buffer, DWORD wanted, DWORD* got, OVE
     const auto port = PortOf(handle);
     if (port == nullptr)
         return FALSE;
-    if (RecordOf(*port).ReadFails)
+    const PortRecord record = RecordOf(*port);
+    if (record.ReadFails)
         return Fail(ERROR_IO_DEVICE);
     const std::lock_guard use(port->use);
     auto* bytes = static_cast<std::uint8_t*>(buffer);
@@ -341,6 +348,10 @@ BOOL WINAPI ReadFile(HANDLE handle, LPVOID buffer, DWORD wanted, DWORD* got, OVE
         if ((count < 0 && errno != EAGAIN && errno != EINTR) || (count <= 0 && HungUp(port->fd)))
             return Fail(ERROR_IO_DEVICE);
         *got = static_cast<DWORD>(std::max<ssize_t>(count, 0));
+    }
+    if (record.ReadPends && overlapped != nullptr) {
+        overlapped->InternalHigh = std::exchange(*got, 0);
+        return Fail(ERROR_IO_PENDING);
     }
     Complete(overlapped, *got);
     return TRUE;
@@ -381,10 +392,11 @@ BOOL WINAPI WriteFile(HANDLE handle, LPCVOID data, DWORD count, DWORD* written, 
 // Reads and writes have no more use for their buffers when they return, those reported as pending included.
 BOOL WINAPI GetOverlappedResult(HANDLE handle, OVERLAPPED* overlapped, DWORD* count, BOOL) {
     *count = 0;
-    if (PortOf(handle) == nullptr)
+    const auto port = PortOf(handle);
+    if (port == nullptr)
         return FALSE;
     *count = static_cast<DWORD>(overlapped->InternalHigh);
-    return TRUE;
+    return RecordOf(*port).ReadPends ? Fail(ERROR_OPERATION_ABORTED) : TRUE;
 }
 
 BOOL WINAPI CancelIoEx(HANDLE handle, OVERLAPPED*) {

@@ -55,6 +55,7 @@ int OpenFiles();                           // files opened with _lopen and _lcre
 // --- start values, for PlatformControl::Reset
 void ResetClock();
 void ResetMessages();
+void ResetDialogs();
 void ResetPorts();
 void ResetRegistry();
 void ResetFiles();

@@ -36,6 +36,7 @@ using HFILE = int;
 using WPARAM = UINT_PTR;
 using LPARAM = LONG_PTR;
 using LRESULT = LONG_PTR;
+using INT_PTR = std::intptr_t;
 using HINSTANCE = struct HINSTANCE__*;
 using HMODULE = HINSTANCE;
 using HWND = struct HWND__*;
@@ -56,8 +57,9 @@ inline constexpr LONG ERROR_SUCCESS = 0;
 inline constexpr DWORD ERROR_FILE_NOT_FOUND = 2, ERROR_PATH_NOT_FOUND = 3, ERROR_ACCESS_DENIED = 5,
                        ERROR_INVALID_HANDLE = 6, ERROR_NOT_ENOUGH_MEMORY = 8, ERROR_INVALID_PARAMETER = 87,
                        ERROR_INVALID_NAME = 123, ERROR_ALREADY_EXISTS = 183, ERROR_MORE_DATA = 234,
-                       ERROR_NO_MORE_ITEMS = 259, ERROR_NOT_OWNER = 288, ERROR_IO_INCOMPLETE = 996,
-                       ERROR_IO_PENDING = 997, ERROR_KEY_DELETED = 1018, ERROR_IO_DEVICE = 1117, ERROR_IRQ_BUSY = 1119;
+                       ERROR_NO_MORE_ITEMS = 259, ERROR_NOT_OWNER = 288, ERROR_OPERATION_ABORTED = 995,
+                       ERROR_IO_INCOMPLETE = 996, ERROR_IO_PENDING = 997, ERROR_KEY_DELETED = 1018,
+                       ERROR_IO_DEVICE = 1117, ERROR_IRQ_BUSY = 1119;
 DWORD WINAPI GetLastError();
 void WINAPI SetLastError(DWORD error);
 
@@ -108,6 +110,26 @@ int WINAPI MessageBoxA(HWND owner, LPCSTR text, LPCSTR caption, UINT style);
 BOOL WINAPI MessageBeep(UINT sound);
 HWND WINAPI GetActiveWindow();
 HWND WINAPI GetForegroundWindow();
+
+// --- dialogs
+inline constexpr UINT WM_SETTEXT = 0x000C, EM_LIMITTEXT = 0x00C5, BM_GETCHECK = 0x00F0, BM_SETCHECK = 0x00F1,
+                      WM_INITDIALOG = 0x0110, WM_COMMAND = 0x0111, CB_ADDSTRING = 0x0143, CB_SETCURSEL = 0x014E;
+inline constexpr WPARAM BST_UNCHECKED = 0, BST_CHECKED = 1;
+inline constexpr UINT HELP_CONTEXT = 1, HELP_INDEX = 3;
+using DLGPROC = INT_PTR(CALLBACK*)(HWND, UINT, WPARAM, LPARAM);
+constexpr WORD LOWORD(DWORD_PTR value) {
+    return static_cast<WORD>(value & 0xFFFF);
+}
+inline LPCSTR MAKEINTRESOURCEA(int id) {
+    return reinterpret_cast<LPCSTR>(static_cast<std::uintptr_t>(static_cast<WORD>(id)));
+}
+INT_PTR WINAPI DialogBoxParamA(HINSTANCE instance, LPCSTR resource, HWND owner, DLGPROC procedure, LPARAM parameter);
+BOOL WINAPI EndDialog(HWND dialog, INT_PTR result);
+HWND WINAPI GetDlgItem(HWND dialog, int id);
+UINT WINAPI GetDlgItemTextA(HWND dialog, int id, LPSTR text, int size);
+LRESULT WINAPI SendDlgItemMessageA(HWND dialog, int id, UINT message, WPARAM wParam, LPARAM lParam);
+BOOL WINAPI EnableWindow(HWND window, BOOL enable);
+BOOL WINAPI WinHelpA(HWND window, LPCSTR file, UINT command, ULONG_PTR data);
 
 // --- serial ports
 inline constexpr DWORD GENERIC_READ = 0x80000000, GENERIC_WRITE = 0x40000000, OPEN_EXISTING = 3,
