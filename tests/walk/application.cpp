@@ -147,6 +147,7 @@ bool Walker::RequestOnLine() {
         static const char* const Bad[] = {"", "*", "12?", "1$", "+33 (1) 47", "x"};
         const std::u16string odd = Once(20) ? std::u16string(100, u'5') : Wide(Pick(Bad));
         LINECALLPARAMS params{};
+        params.dwTotalSize = Once(10) ? 40 : sizeof params;
         params.dwBearerMode = Once(10) ? 2 : LINEBEARERMODE_VOICE;
         params.dwMediaMode = LINEMEDIAMODE_INTERACTIVEVOICE;
         HDRVCALL made = CallHandle(-1);
@@ -280,6 +281,7 @@ bool Walker::PhoneRequest() {
         return true;
     }
     PHONEBUTTONINFO info{};
+    info.dwTotalSize = Once(20) ? 12 : sizeof info;
     static constexpr DWORD Modes[] = {4, 8, 8, 0x20, 0x20, 1};
     info.dwButtonMode = Pick(Modes);
     const DWORD id = info.dwButtonMode == 8      ? static_cast<DWORD>(Below(Digits()))

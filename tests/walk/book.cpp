@@ -28,8 +28,6 @@ std::string CallText(HTAPICALL handle) {
 void Announce(int cref, HTAPICALL* into) {
     if (const TapiCall* before = TheBook.Current(cref); before != nullptr && before->Is == Life::Alive)
         TheBook.WrongCall("call " + std::to_string(cref) + " is announced while it lives");
-    if (RunningRequest.Code == REQUEST_SETUP_TRANSFER && RunningRequest.ConsultCref == cref)
-        TheBook.Doubt = "another call has taken the record of a consultation call that is being set up";
     if (!Tick.ConfigReceived)
         TheBook.Doubt = "a call came before the set's configuration, which empties the keys";
     *into = TheBook.Handle();

@@ -119,11 +119,7 @@ void Walker::Watch() {
     if (Suspect == nullptr && Serial.V24Trouble)
         Suspect = "a loss of contact ends the calls and leaves them on the keys that carry one call";
     if (Suspect == nullptr && Tracking.PickUpCref != -1)
-        Suspect =
-            "a pickup that no call has answered yet: the next call is taken for it, and its record is not kept free";
-    const int consult = RunningRequest.Code == REQUEST_SETUP_TRANSFER ? RunningRequest.ConsultCref : -1;
-    if (Suspect == nullptr && IsCref(consult) && KeyOf(consult) != 0)
-        Suspect = "another call has taken the record of a consultation call that is being set up";
+        Suspect = "a pickup that no call has answered yet: the next call is taken for it";
     if (Suspect == nullptr && RunningRequest.Code == REQUEST_DROP && RunningRequest.Cref == CONF_CREF &&
         !ConferenceLives())
         Suspect = "a conference that is over stays CONNECTED here: a drop of it joins two other calls and never ends";
@@ -135,6 +131,11 @@ void Walker::Watch() {
         Suspect = "a second call that ended by the prompt to hang up leaves the double call marked";
     if (Suspect == nullptr && (SwapKeyTransferingCref != -1 || PickUpSupervCref != -1))
         Suspect = "a call that is to come to another key: the next key that lights is taken for its";
+    const auto proceeding = std::count_if(CallTable.begin(), CallTable.end(), [](const CallRecord& call) {
+        return call.state == LINECALLSTATE_PROCEEDING;
+    });
+    if (Suspect == nullptr && Marks.MakeCallWatch.Set && proceeding > 1)
+        Suspect = "the watch over a made call looks at the first call that proceeds, which is another one";
     for (int cref = 0; cref < CALL_COUNT; ++cref)
         if (Suspect == nullptr && !Tick.ConfigReceived && KeyOf(cref) != 0)
             Suspect = "a call came before the set's configuration, which empties the keys";
@@ -287,11 +288,6 @@ void Walker::Resynchronise() {
     Quieten();
     if (Open)
         CloseLine();
-    if (SwapKeyTransferingCref != -1 || PickUpSupervCref != -1) {  // kept as long as the library is loaded
-        Say("the library is loaded anew");
-        Unload();
-        Load();
-    }
     Spoilt = Suspect = nullptr;
     TheBook.Doubt = nullptr;
     SuspectFor = 0;

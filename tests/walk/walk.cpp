@@ -61,13 +61,17 @@ void Walker::CloseLine() {
     Say("lineClose");
     if (TSPI_lineClose(Line) != 0)
         Wrong("lineClose failed");
+    if (const TapiRequest* open = TheBook.Open())
+        Wrong(open->Name + " is open after lineClose");
     TheBook.Forget();
     Open = false;
 }
 
 void Walker::Advance(std::uint32_t milliseconds) {
+    const bool known = Tick.ConfigReceived;
     PlatformControl::Advance(milliseconds);
     Out.Milliseconds += milliseconds;
+    Clean = Clean && (known || Machine.set.calls.empty());
     CheckAll();
 }
 
