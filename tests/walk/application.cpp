@@ -171,7 +171,10 @@ bool Walker::RequestOnLine() {
             const int key = keys.at(cref);
             Asked(id, result);
             TakeOver(lost, *call, result);
-            if (key != 0 && KeyOf(static_cast<int>(cref)) != key)
+            if (call->Is == Life::Asked && !call->Deferred && KeyOf(static_cast<int>(cref)) == 0 &&
+                Tracking.DbCall != 0)
+                Spoil("a make call in a double call dials into the call at dial tone, and stands on no key");
+            else if (key != 0 && KeyOf(static_cast<int>(cref)) != key)
                 Spoil("a make call to a boss or secretary leaves the call at dial tone on its old key too");
             else if (lost != nullptr && lost->Is == Life::Lost && call->Is != Life::Asked && call->Is != Life::Alive)
                 Spoil("a make call that failed has ended the call at dial tone, whose key stays taken");
