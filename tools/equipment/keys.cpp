@@ -226,7 +226,10 @@ std::string DoKey(Machine& machine, int key, bool person) {
 
 std::string DoOffHook(Machine& machine, bool person) {
     machine.set.choice = Choice::None;
-    if (const SetCall* ringing = Find(machine, IsRinging); ringing != nullptr && ActiveCall(machine) == nullptr)
+    // A supervised call is taken over by its key alone: nothing else tells a provider which call the line then has.
+    const SetCall* ringing = Find(
+        machine, [&](const SetCall& call) { return IsRinging(call) && !IsKind(machine, call.key, KindSupervision); });
+    if (ringing != nullptr && ActiveCall(machine) == nullptr)
         return DoAnswer(machine, ringing->key, person);
     if (ActiveCall(machine) != nullptr)
         return "";

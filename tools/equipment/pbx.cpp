@@ -163,6 +163,21 @@ void ReportAssociation(Machine& machine) {
     machine.Pump();
 }
 
+namespace {
+
+// The set says what it shows to its new listener, who else might wait long for its first word.
+void ShowLine0Again(Machine& machine) {
+    const SetState& set = machine.set;
+    if (set.calls.empty()) {
+        Line0(machine, machine.config.idleText);
+        return;
+    }
+    const auto shown = std::clamp<std::ptrdiff_t>(set.cursor[0], 0, DisplayWidth);  // digits go on where it ends
+    Write(machine, 0, Bytes(set.display[0].begin(), set.display[0].begin() + shown), 0, 0, false);
+}
+
+}  // namespace
+
 void AnswerOmna(Machine& machine, const OmnaMessage& request) {
     PbxState& pbx = machine.pbx;
     pbx.requests.push_back(request);
@@ -191,8 +206,8 @@ void AnswerOmna(Machine& machine, const OmnaMessage& request) {
     const OmnaMessage answer = Message(machine, AnswerTo(request.code), request.sequence, *payload);
     if (machine.faults.answerDelayMs == 0) {
         machine.QueueOmna(answer);
-        if (request.code == AssociationRequest && machine.set.calls.empty())
-            Line0(machine, machine.config.idleText);  // so an idle set too says something to its new listener
+        if (request.code == AssociationRequest)
+            ShowLine0Again(machine);
         return;
     }
     machine.Later(machine.faults.answerDelayMs, [&machine, answer, dialogue = pbx.dialogue] {

@@ -1,0 +1,34 @@
+// A random walk over the whole provider: a seed decides what the person at the set, far ends, the PBX, applications and
+// a misbehaving line do, and after every step what must always hold is checked. The same options give the same walk.
+#pragma once
+
+#include <cstdint>
+#include <map>
+#include <string>
+#include <vector>
+
+namespace Walk {
+
+struct Options {
+    std::uint32_t Seed = 1;
+    int Actions = 300;
+    int Version = 2;  // of TAPI_OMNA
+    bool Super = false;
+    int MultiMode = 0;        // 1: second calls are made on the same key
+    bool Misbehaves = false;  // the line loses, flips, repeats and cuts frames, goes silent, answers late
+    bool PrintsAll = false;   // each action and event on standard output, and every trace line in the trace files
+};
+
+struct Outcome {
+    std::string Fault;                       // "" = all held
+    std::vector<std::string> Trail;          // the last actions and events, in words, oldest first
+    std::map<std::string, long> Exceptions;  // what was odd and is wanted so, by its reason
+    std::map<std::string, long> Asked;       // requests, by name, " ok" behind those completed with 0
+    long Actions = 0, Refused = 0, Requests = 0, Events = 0, Compared = 0, Rests = 0, Boxes = 0, Reopened = 0;
+    std::uint64_t Milliseconds = 0;  // of the set's life
+};
+
+// Leaves the process as it found it, but for the provider's records.
+Outcome Run(const Options& options);
+
+}  // namespace Walk
