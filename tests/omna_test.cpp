@@ -6,7 +6,7 @@
 #include "link/tick.h"
 #include "support/wire.h"
 
-#include <tuple>
+#include <utility>
 
 namespace {
 
@@ -74,11 +74,10 @@ TEST_F(OmnaLink, SequenceNumbersCountPerCodeAndAnewWithEveryLink) {
     for (const OmnaCode code : {OMNA_KEY_INFO, OMNA_STRING, OMNA_KEY_INFO})
         SendOmnaRequest(code, {});
     ResetOmnaLink();
-    std::vector<std::tuple<int, int>> sent;  // code, number
+    std::vector<std::pair<int, int>> sent;  // code, number
     for (const ByteList& frame : Drain())
         sent.emplace_back(frame[6], frame[7]);
-    using std::tuple;
-    EXPECT_THAT(sent, ElementsAre(tuple(2, 1), tuple(8, 1), tuple(10, 1), tuple(8, 2), tuple(2, 1)));
+    EXPECT_EQ(sent, (std::vector<std::pair<int, int>>{{2, 1}, {8, 1}, {10, 1}, {8, 2}, {2, 1}}));
     for (int i = 0; i < 256; ++i) {
         SendOmnaRequest(OMNA_DEVICE_ASSOC, {});
         EXPECT_EQ(Drain()[0][7], (i + 2) & 0xFF);
@@ -98,10 +97,8 @@ TEST_F(OmnaLink, SegmentsMakeTheMessageAgainAMissingOneIsWaitedFor) {
     EXPECT_EQ(Answer(second), ACK);
     RebuildSegment(last, false);
     EXPECT_EQ(Port.Taken(), "") << "within a frame that has been answered";
-    std::string bytes = "00.28.02.00.63.01.";
-    for (int i = 6; i < 40; ++i)
-        bytes += "11.";
-    EXPECT_THAT(TraceLines(), ElementsAre("Unknown TAPI-OMNA msg received: " + bytes));
+    const std::string whole = "Unknown TAPI-OMNA msg received: 00\\.28\\.02\\.00\\.63\\.01\\.(11\\.){34}";
+    EXPECT_THAT(TraceLines(), ElementsAre(testing::MatchesRegex(whole)));
     EXPECT_EQ(Answer(last), RESYNC) << "nothing is expected any more";
 }
 
@@ -113,7 +110,6 @@ TEST_F(OmnaLink, MalformedSegmentsLeaveTheReassemblyUsable) {
         {ToBytes({0x0C, 0x80, 0}), {UNEXPECTED}},
         {ToBytes({0x0C, 0x80, 0, 5}), {}},  // nothing rebuilt
         {FirstSegment(1, 18, whole), {wrongLength}},
-        {FirstSegment(1, 0, whole), {wrongLength}},
         {FirstSegment(1, 5, ToBytes({0x13, 1, 2, 3, 4})), {}},
         {FirstSegment(1, 1, ToBytes({0x12})), {"Unknown TAPI-OMNA msg received: "}},
         {FirstSegment(2, 17, Part(whole, 0, 9)), {}},  // its second never comes
@@ -141,9 +137,6 @@ TEST_F(OmnaLink, WhatHasNoWholeHeaderOrNoKnownCodeIsOnlyShown) {
         EXPECT_THAT(TraceLines(), ElementsAre(testing::StartsWith("TAPI_OMNA MSG: "), Unknown));
     }
     EXPECT_EQ(ProviderState.TAPI_OMNA_Ver, 0);
-    DispatchOmnaMsg(ToBytes({0, 6, 3, 0, 3, 1}));
-    EXPECT_THAT(TraceLines(), testing::Contains("TAPI_OMNA MSG: DEVICE_ASSOC_ACK (TAPI_OMNA_Ver 3)"));
-    EXPECT_EQ(ProviderState.TAPI_OMNA_Ver, 3);
 }
 
 }  // namespace

@@ -23,34 +23,32 @@ protected:
         EXPECT_EQ(text.size(), 40u);
         return text.substr(0, text.find_last_not_of(' ') + 1);
     }
-    // Trace lines that contain a text.
-    static std::vector<std::string> Traced(const std::string& part) {
-        std::vector<std::string> lines = TraceLines();
-        std::erase_if(lines, [&](const std::string& line) { return line.find(part) == std::string::npos; });
-        return lines;
+    // Trace lines that contain a text, " | " between them.
+    static std::string Traced(const std::string& part) {
+        std::string out;
+        for (const std::string& line : TraceLines())
+            if (line.find(part) != std::string::npos)
+                out += (out.empty() ? "" : " | ") + line;
+        return out;
     }
 };
 
 // --- icons and lamps -----------------------------------------------------------------------------------------------
 
 TEST_F(Terminal, AnIconValueIsReducedToItsCode) {
-    const std::pair<std::vector<int>, std::vector<std::string>> cases[] = {
-        {{0x2020, 0x7777}, {"ACTIV_ICON"}},
-        {{0x2828, 0x7D7F}, {"HOLD_ICON"}},
-        {{0x2800, 0xA000, 0xA020, 0xA0A0, 0xF377}, {"INCOM_ICON"}},
-        {{0x0000, 0x0303}, {"IDLE_ICON"}},
-        {{0x0004, 0x5000}, {"RESERVED_ICON"}},
-        {{0x0808, 0x8080, 0xA8A8}, {}}};
+    const std::pair<std::string, std::vector<int>> cases[] = {{"ACTIV_ICON", {0x2020, 0x7777}},
+                                                              {"HOLD_ICON", {0x2828, 0x7D7F}},
+                                                              {"INCOM_ICON", {0x2800, 0xA000, 0xA020, 0xA0A0, 0xF377}},
+                                                              {"IDLE_ICON", {0x0000, 0x0303}},
+                                                              {"RESERVED_ICON", {0x0004, 0x5000}},
+                                                              {"", {0x0808, 0x8080, 0xA8A8}}};
     Key(5, TOUCH_MULTI);
-    for (const auto& [values, names] : cases)
+    for (const auto& [name, values] : cases)
         for (const int value : values) {
             TouchTable[5].icon = 0;  // no step of the machine is defined from here: it only traces
             TraceLines();
             Command({0x47, 5, value & 0xFF, value >> 8});
-            std::vector<std::string> expected;
-            for (const std::string& name : names)
-                expected.push_back("Multi Icone 5 Action:  => " + name);
-            EXPECT_EQ(Traced("Multi Icone"), expected) << std::hex << value;
+            EXPECT_EQ(Traced("Multi Icone"), name.empty() ? "" : "Multi Icone 5 Action:  => " + name) << value;
             EXPECT_EQ(TouchTable[5].rawIcon, static_cast<unsigned>(value));
             EXPECT_THAT(Events(), testing::Contains("PHONE LAMP 25"));
         }
@@ -69,9 +67,9 @@ TEST_F(Terminal, AModuleIconGoesToTheModulesKey) {
     Command({0x02, 5, 0x47, 4, 0x20, 0x20});
     Command({0x47, 88, 0x01, 0});
     EXPECT_THAT(Events(), ElementsAre("PHONE LAMP 23", "PHONE LAMP 64", "PHONE LAMP 108"));
-    EXPECT_THAT(Traced("VTA: "), ElementsAre("VTA: AOM ICON: 100", "VTA: AOM ICON: 3",
-                                             "VTA: Subdevice adr (250) Command", "VTA: AOM ICON: 44",
-                                             "VTA: Subdevice adr (5) Command", " VTA: ICON: 58, Value: 1 IDLE_ICON"));
+    EXPECT_EQ(Traced("VTA: "),
+              "VTA: AOM ICON: 100 | VTA: AOM ICON: 3 | VTA: Subdevice adr (250) Command | VTA: AOM ICON: 44"
+              " | VTA: Subdevice adr (5) Command |  VTA: ICON: 58, Value: 1 IDLE_ICON");
     Command({0x46});  // off, for those that were lit
     EXPECT_THAT(Events(), ElementsAre("PHONE LAMP 23", "PHONE LAMP 64", "PHONE LAMP 108"));
     EXPECT_EQ(TouchTable[44].rawIcon, 2u);
@@ -212,20 +210,6 @@ TEST_F(Terminal, KeysOfTheSetAndOfItsModulesReachTheirRoom) {
     Event({0x20, 30});  // soft key 2: swap
     EXPECT_THAT(LineEvents(), ElementsAre("STATE " + std::to_string(active) + " ONHOLD",
                                           "STATE " + std::to_string(held) + " CONNECTED"));
-}
-
-TEST_F(Terminal, ModulesAreOrderedByOffset) {
-    const std::tuple<int, std::array<std::uint8_t, 3>, std::array<int, 3>> cases[] = {{1, {90, 10, 5}, {0, 1, 2}},
-                                                                                      {2, {28, 28, 5}, {1, 0, 2}},
-                                                                                      {3, {28, 76, 52}, {0, 2, 1}},
-                                                                                      {3, {52, 28, 52}, {1, 2, 0}}};
-    for (const auto& [count, offsets, order] : cases) {
-        AomCount = count;
-        for (std::size_t i = 0; i < 3; ++i)
-            AomTable[i].offset = offsets[i];
-        SortAomModules();
-        EXPECT_EQ(AomOrder, order);
-    }
 }
 
 }  // namespace
