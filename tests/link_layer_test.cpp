@@ -145,7 +145,7 @@ TEST_F(LinkLayer, DataWaitsForTheCardsGoAheadAndTraceHeadersProveTheirMode) {
                      {{0x62, 0x22, 5}, true, true},
                      {{0x63, 0x1A, 'F'}},
                      {{0x63, 0x1A, 'G', 3, 0x20, 0x20}},
-                     {{0x63, 0x1B, 'G', 3, 0x28, 0x28}},  // address 3: no such module
+                     {{0x63, 0x1B, 'F'}},  // address 3: no such module
                      {{0x63, 0x1A, 0x27, 3, 0x28, 0x28}},
                      {{0x64, 0x1A, ' ', 3}},
                      {{0x64, 0x1A, 0xA0, 3}}};
