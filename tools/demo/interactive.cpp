@@ -12,17 +12,21 @@ namespace Demo {
 
 namespace {
 
-// Whole lines typed since the last call, without waiting; "quit" at the end of the input.
-std::vector<std::string> TypedLines() {
+// Whole lines typed since the last call, without waiting; "quit" once, at the end of the input, which sets `ended`.
+std::vector<std::string> TypedLines(bool& ended) {
     static std::string partial;
     std::vector<std::string> lines;
+    if (ended)
+        return lines;
     pollfd input{STDIN_FILENO, POLLIN, 0};
     if (poll(&input, 1, 0) <= 0)
         return lines;
     char buffer[1024];
     const ssize_t count = read(STDIN_FILENO, buffer, sizeof buffer);
-    if (count <= 0)
+    if (count <= 0) {
+        ended = true;
         return {"quit"};
+    }
     partial.append(buffer, static_cast<std::size_t>(count));
     for (std::size_t end; (end = partial.find('\n')) != std::string::npos; partial.erase(0, end + 1))
         lines.push_back(partial.substr(0, end));
@@ -33,20 +37,26 @@ std::vector<std::string> TypedLines() {
 int LineByLine(Stage& stage) {
     std::puts(
         "Lines go to the host's console (help lists its commands; begin with start). A line that begins with \"set \"\n"
-        "goes to the set (set help lists them, set show draws it). quit ends.");
+        "goes to the set, at once (set help lists them, set show draws it). quit ends.");
+    bool typed = false;
     while (!StopAsked()) {
-        stage.Loop.Step(50, {stage.Host.Output(), STDIN_FILENO});
+        // A closed input is always ready: it must not be waited for any more.
+        if (typed)
+            stage.Loop.Step(50, {stage.Host.Output()});
+        else
+            stage.Loop.Step(50, {stage.Host.Output(), STDIN_FILENO});
         for (const std::string& line : stage.Host.Lines())
             std::printf("  %s\n", line.c_str());
         std::fflush(stdout);
         if (stage.Host.Ended())
             return stage.Host.Finish();
-        for (const std::string& line : TypedLines()) {
-            if (!line.starts_with("set ")) {
+        for (const std::string& line : TypedLines(typed)) {
+            if (line != "set" && !line.starts_with("set ")) {
                 stage.Host.Send(line);
                 continue;
             }
-            const std::string answer = Equipment::Execute(stage.Machine, line.substr(4), Equipment::PtyLoop::Now());
+            const std::string answer =
+                Equipment::Execute(stage.Machine, line == "set" ? "help" : line.substr(4), Equipment::PtyLoop::Now());
             if (!answer.empty())
                 std::printf("%s\n", answer.c_str());
         }

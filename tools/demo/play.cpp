@@ -210,7 +210,7 @@ int PlayAll(Stage& stage) {
     }
     const bool whole = !StopAsked() && !stage.Host.Ended();
     const int status = stage.End();
-    std::printf("\n%d steps played in %u seconds, %d without exactly their events; the host ended with status %d.\n",
+    std::printf("\n%d steps in %u seconds; %d of them not with exactly their events. The host ended with status %d.\n",
                 played, (Eq::PtyLoop::Now() - start) / 1000, failed, status);
     if (!whole)
         std::puts("Ended before all steps were played.");

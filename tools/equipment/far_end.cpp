@@ -110,6 +110,8 @@ std::string Incoming(Machine& machine, int key, const std::string& number, const
     const Action action(machine);
     if (std::string error = CheckKey(machine, key); !error.empty())
         return error;
+    if (Configured(machine, key) == nullptr)
+        return KeyText(key) + " carries no calls: it is not configured";
     if (AnyCallOn(machine, key) != nullptr)
         return KeyText(key) + " has a call";
     SetCall& call = NewCall(machine, key, CallState::Ringing);
