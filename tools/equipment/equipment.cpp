@@ -392,7 +392,11 @@ void Machine::TakeItem(ByteSpan item, bool acknowledge) {
             Log("no TAPI_OMNA message: " + Hex(item));
         break;
     case TypeSegment: TakeSegment(item, acknowledge); return;
-    case TypeKeyPress: TakeKeyPress(*this, item); break;
+    case TypeKeyPress:  // the card answers before the set does anything
+        if (acknowledge)
+            Acknowledge();
+        TakeKeyPress(*this, item);
+        return;
     case TypeSetReply: Log("reply " + Hex(item.subspan(1))); break;
     case TypeAreYouThere:
     case TypeRestart:
