@@ -210,8 +210,12 @@ int PlayAll(Stage& stage) {
     }
     const bool whole = !StopAsked() && !stage.Host.Ended();
     const int status = stage.End();
-    std::printf("\n%d steps in %u seconds; %d of them not with exactly their events. The host ended with status %d.\n",
-                played, (Eq::PtyLoop::Now() - start) / 1000, failed, status);
+    std::printf("\n%d steps in %u seconds, ", played, (Eq::PtyLoop::Now() - start) / 1000);
+    if (failed == 0)
+        std::printf("each with exactly its events; ");
+    else
+        std::printf("%d of them without exactly their events; ", failed);
+    std::printf("the host ended with status %d.\n", status);
     if (!whole)
         std::puts("Ended before all steps were played.");
     return whole && failed == 0 && status == 0 ? 0 : 1;
