@@ -5,15 +5,14 @@
 
 namespace {
 
-class Fifo : public OnTheLine {
-protected:
-    static std::string BoxTexts() {
-        std::string texts;
-        for (const PlatformControl::Box& box : PlatformControl::Boxes())
-            texts += box.Text + "; ";
-        return texts;
-    }
-};
+using Fifo = OnTheLine;
+
+std::string BoxTexts() {
+    std::string texts;
+    for (const PlatformControl::Box& box : PlatformControl::Boxes())
+        texts += box.Text + "; ";
+    return texts;
+}
 
 ByteList KeyPress(int code) {
     return Frame({0x26, 0x20, code});
