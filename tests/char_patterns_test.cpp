@@ -29,6 +29,7 @@ TEST_F(Patterns, AreKeptOnceUntilTheTableIsFull) {
     EXPECT_EQ(CharPatternTable[1].character, 0);
     for (int n = 2; n <= 100; ++n)
         RecordCharPattern(Pattern(n), 9);
+    EXPECT_EQ(CharPatternTable[99].rows[7], 100);
     EXPECT_FALSE(std::filesystem::exists(PlatformControl::PosixPath(CODES))) << "only written over, never made";
     std::filesystem::remove(PlatformControl::PosixPath(TABLE));
     RecordCharPattern(Pattern(101), 9);

@@ -445,6 +445,7 @@ TEST(EquipmentEvents, CarryKeyReasonFlagsNumbersAndNames) {
         {"set version 3; incoming 7 47", "17 07 00 02 01 34 37 00 00 00 00"},
         {"seize 1; dial 47; far-rings \"A\"", "18 01 00 02 01 34 37 01 41"},
         {"seize 1; dial 012345; far-rings", "18 01 00 05 82 31 32 33 34 35 00"},
+        {"set event-prefix on; seize 1; dial 012345; far-rings", "18 01 00 06 02 30 31 32 33 34 35 00"},
         {"seize 1; dial 47; far-answers", "18 01 00 02 01 34 37 00, 19 01 00 02 01 34 37 00"},
         {"seize 1; dial 47; far-rings; far-diverts 48", "18 01 00 02 01 34 38 00"},
         {"incoming 1 47; answer 1; far-transfers 1 48", "19 01 00 02 01 34 38 00"},
