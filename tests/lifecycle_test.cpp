@@ -147,18 +147,12 @@ TEST_F(StartAndStop, LineMutexOfAnotherProcessIsWaitedForAndLeftFree) {
 }
 
 TEST_F(StartAndStop, OpenWithoutAPortFailsAfterTwentySecondsWithoutTheMutex) {
-    for (const char* port : {"NONE", "COM5"}) {
-        Initialise(port);
-        Process.OpenCount = 0;
-        WaitLineMutex();
-        ReleaseLineMutex(0);
-        TraceLines();
-        const std::uint32_t asked = PlatformControl::Now();
-        EXPECT_EQ(static_cast<DWORD>(Open()), 0x80000001) << port;
-        EXPECT_EQ(PlatformControl::Now() - asked, 20'000u) << port;
-        EXPECT_THAT(TraceLines(), testing::IsSupersetOf({"Wait Thread serial Ready KO 258 ", "End TSPI_lineOpen Pb"}));
-        EXPECT_FALSE(HeldTheMutex()) << port;
-    }
+    Initialise("COM5");
+    Process.OpenCount = 0;
+    const std::uint32_t asked = PlatformControl::Now();
+    EXPECT_EQ(static_cast<DWORD>(Open()), 0x80000001);
+    EXPECT_EQ(PlatformControl::Now() - asked, 20'000u);
+    EXPECT_FALSE(HeldTheMutex());
 }
 
 TEST_F(StartAndStop, InitialisationNeedsAFourCharacterPortAndSucceedsAllTheSame) {

@@ -7,19 +7,6 @@ namespace {
 
 class Model : public TrackedSet {};
 
-TEST_F(Model, SearchTakesSlot0FirstAndOnlySlot0OfABossKey) {
-    Double(ONHOLD, ONHOLD);
-    EXPECT_EQ(SearchState(1, ONHOLD), 0);
-    At(1).calls[0] = -1;
-    EXPECT_EQ(SearchState(1, ONHOLD), 1);
-    for (const int key : {8, 9, 10}) {
-        At(key).calls = {-1, 1};
-        EXPECT_EQ(SearchState(key, ONHOLD), -1) << key;
-    }
-    EXPECT_EQ(SearchState(500, ONHOLD), -1);
-    EXPECT_EQ(Steps(), "SearchState - La Touche 500 n'est pas multiligne ni pat/sec!");
-}
-
 TEST_F(Model, ClearedCallOfADoubleCallLeavesItsKeyActiveButDark) {
     Double(CONNECTED, ONHOLD);
     Undirected(1);
@@ -75,8 +62,6 @@ TEST_F(Model, NewStateByReportedState) {
          "STATE 0 DIALING | STATE 0 PROCEEDING | STATE 0 RINGBACK | NewState tou:2 - Etat:PROCEEDING - Ref:0000 | "
          "Inbound:1 Outbound:0 byMakeCall:0",
          true},
-        {PROCEEDING, LINECALLSTATE_RINGBACK, PROCEEDING,
-         "STATE 0 RINGBACK | NewState tou:2 - Etat:PROCEEDING - Ref:0000 | Inbound:1 Outbound:0 byMakeCall:0", true},
         {CONNECTED, PROCEEDING, CONNECTED,
          "NewState tou:2 - Etat:PROCEEDING - Ref:0000 | Inbound:1 Outbound:0 byMakeCall:0", true},
         {CONNECTED, BUSY, CONNECTED, "", false},

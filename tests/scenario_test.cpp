@@ -60,20 +60,6 @@ INSTANTIATE_TEST_SUITE_P(Versions, StartUp,
                                     (std::get<3>(param.param) ? "Module" : "");
                          });
 
-TEST_F(Service, StartUpTakesTheWiresTimePlusOneTickPerQuestionAndAnswer) {
-    Machine.config.omna = 3;
-    ASSERT_EQ(OpenLine(), 0);
-    const std::uint32_t started = PlatformControl::Now();
-    while (!Tick.ConfigReceived && PlatformControl::Now() - started < 20'000)
-        Advance(100);
-    const std::uint32_t took = PlatformControl::Now() - started;
-    // 11 bits a byte at 9,600 baud, both directions one after the other; each request of the dialogue, the frames of the
-    // link's start and the tempo frame wait for one tick to be answered in, and one to be sent in.
-    const auto wire = static_cast<std::uint32_t>((Port.BytesOut + Port.BytesIn) * 11 * 1000 / 9600);
-    const auto questions = static_cast<std::uint32_t>(Machine.pbx.requests.size()) + 4;
-    EXPECT_LE(took, wire + 2 * questions * TICK_MS);
-}
-
 struct WrongSet {
     const char* Name;
     bool Eq::Faults::*Fault;  // null: another type of set
@@ -112,9 +98,7 @@ TEST_F(Service, StoredConfigurationIsUsedAtOnceAndOnlyWhatChangedIsSaved) {
     TraceLines();
     Machine.Restart();
     Machine.config.softKeys[Eq::Swap] = "Navett";
-    ASSERT_EQ(TSPI_lineOpen(3, reinterpret_cast<HTAPILINE>(std::uintptr_t{0x11}), &Line, 0x20000,
-                            ProviderState.LineEventProc),
-              0);
+    ASSERT_EQ(OpenLine(), 0);
     Advance(200);
     EXPECT_EQ(DynamicConfig.StaticConfig, 1);
     EXPECT_FALSE(Tick.InitDataPending);
@@ -284,9 +268,7 @@ TEST_F(Calls, MadeBeforeTheSetIsKnownWaitsForIt) {
     GoInService();
     CloseLine();
     Machine.Restart();
-    ASSERT_EQ(TSPI_lineOpen(3, reinterpret_cast<HTAPILINE>(std::uintptr_t{0x11}), &Line, 0x20000,
-                            ProviderState.LineEventProc),
-              0);
+    ASSERT_EQ(OpenLine(), 0);
     Advance(200);
     LineEvents();
     HDRVCALL call = nullptr;
@@ -300,9 +282,6 @@ TEST_F(Calls, MadeBeforeTheSetIsKnownWaitsForIt) {
     EXPECT_THAT(LineEvents(), ElementsAre("LINEDEV CONNECTED|INSERVICE", "STATE 0 DIALTONE", "STATE 0 DIALING",
                                           "STATE 0 PROCEEDING", "STATE 0 RINGBACK"));
     EXPECT_EQ(TouchTable[1].icon, ACTIV_ICON);
-    Do([](auto& m) { return Eq::FarAnswers(m); });
-    Do([](auto& m) { return Eq::HangUpKey(m, 1); });
-    EXPECT_THAT(LineEvents(), ElementsAre("STATE 0 CONNECTED", "STATE 0 DISCONNECTED 1", "STATE 0 IDLE"));
 }
 
 // --- a bad line -----------------------------------------------------------------------------------------------------

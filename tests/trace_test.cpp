@@ -1,9 +1,7 @@
 // The trace log: formats, mask, files, and what a process loses, cuts or leaves behind.
 #include "trace/trace.h"
 
-#include "config/settings.h"
 #include "platform/text.h"
-#include "provider/events.h"
 #include "provider/lifecycle.h"
 #include "support/fixture.h"
 
@@ -44,36 +42,12 @@ TEST_F(TraceLife, FormatsAsWsprintfDoes) {
 TEST_F(TraceLife, HeaderComesOnceAndEachLineHasItsTime) {
     TraceMask = 0x12;
     Trace(TRACE_LINK, "two");
+    Trace(TRACE_CONFIG, "not asked for");
     PlatformControl::Advance(234);
     Trace(TRACE_ALWAYS, "always %s", "100%d");
     const std::regex whole("1000000 TSP CORVANE 6200 DebugFile - date: \\d\\d/\\d\\d/\\d\\d - \\d\\d:\\d\\d:\\d\\d\n"
                            "1000000 \\* OutputTraceMode:18 \\*\n1000000 two\n1000234 always 100%d\n");
     EXPECT_TRUE(std::regex_match(TraceFile("tsptrac0.tr"), whole));
-}
-
-// A line of each level goes out under its own bits and no others; one of level 0 always.
-TEST_F(TraceLife, EachLineHasItsLevel) {
-    const struct {
-        std::int32_t level;
-        const char* line;
-        void (*call)();
-    } lines[] = {
-        {TRACE_ENTRY, "Entering TSPI_providerInstall(0,4)", [] { TSPI_providerInstall(nullptr, 4); }},
-        {TRACE_CALL, "LinEv cref=-1, ev:3,val0,mod=0", [] { DoLineEvent(LINE_CLOSE, 0, 0, -1); }},
-        {TRACE_OMNA, "LoadIniStrings PublicOperator defaut '0'", [] { LoadIniStrings(4); }},
-        {TRACE_CONFIG, "ERROR HKEY_LOCAL_MACHINE SOFTWARE Corvane Spi62 'None' 2", [] { RegOpenSection("None"); }},
-        {TRACE_ALWAYS, "REL_LINE_MUTEX PRB 6", [] { ReleaseLineMutex(0); }},
-    };
-    for (const auto& line : lines)
-        for (int bit = 0; bit < 8; ++bit) {
-            TraceMask = bit == 7 ? 0 : 1 << bit;
-            TraceLines();
-            line.call();
-            const std::vector<std::string> written = TraceLines();
-            EXPECT_EQ(std::count(written.begin(), written.end(), line.line),
-                      line.level == TRACE_ALWAYS || line.level == TraceMask ? 1 : 0)
-                << line.line << TraceMask;
-        }
 }
 
 TEST_F(TraceLife, MaskComesFromTheStoreOrIsWrittenThere) {
