@@ -9,23 +9,26 @@
 #include "support/fixture.h"
 #include "support/requests.h"
 
-#include <cstring>
+#include <iomanip>
+#include <sstream>
 
 namespace {
 
-// A payload of numbers and texts.
-struct Bytes : std::vector<std::uint8_t> {
-    Bytes& operator()(int byte) {
-        push_back(static_cast<std::uint8_t>(byte));
-        return *this;
+// A payload in words: numbers, texts in quotes behind their length, "=1234" a text alone.
+std::vector<std::uint8_t> Payload(const std::string& words) {
+    std::vector<std::uint8_t> bytes;
+    std::istringstream in(words);
+    while (in >> std::ws && in.peek() != EOF) {
+        const bool counted = in.peek() == '\'';
+        std::string word;
+        in >> std::quoted(word, '\'');
+        if (counted || word[0] != '=')
+            bytes.push_back(static_cast<std::uint8_t>(counted ? word.size() : std::stoul(word)));
+        if (counted || word[0] == '=')
+            bytes.insert(bytes.end(), word.begin() + (counted ? 0 : 1), word.end());
     }
-    Bytes& operator()(const std::string& text) {
-        insert(end(), text.begin(), text.end());
-        return *this;
-    }
-    // A text behind its length.
-    Bytes& Counted(const std::string& text) { return (*this)(static_cast<int>(text.size()))(text); }
-};
+    return bytes;
+}
 
 class Dialogue : public OnTheLine {
 protected:
@@ -43,47 +46,27 @@ protected:
             out.push_back(std::to_string(frame[6]) + (frame[3] == 7 ? " from " + std::to_string(frame[8]) : ""));
         return out;
     }
-    static void Associate(int version, const std::string& number = "4711", int type = 3) {
+    static void Associate(int version, const std::string& number = "4711") {
         ProviderState.TAPI_OMNA_Ver = static_cast<std::uint8_t>(version);
-        Bytes ack;
-        ack(0)(1).Counted(number);
-        if (version >= 2)
-            ack(type)(0)(4)(0);
-        HandleDeviceAssocAck(1, ack);
+        HandleDeviceAssocAck(1, Payload("0 1 '" + number + (version >= 2 ? "' 3 0 4 0" : "'")));
     }
-    static Bytes Texts(std::initializer_list<std::pair<int, const char*>> texts) {
-        Bytes info;
-        info(static_cast<int>(texts.size()));
-        for (const auto& [identifier, text] : texts)
-            info(identifier).Counted(text);
-        return info;
-    }
-    // Behind each key's label stands a byte that is not read.
-    static Bytes Keys(std::initializer_list<std::pair<int, const char*>> keys) {
-        Bytes info;
-        info(static_cast<int>(keys.size()));
-        for (const auto& [key, label] : keys)
-            info(key).Counted(label)(0);
-        return info;
-    }
-    static void WholeDialogue(int version, const char* swap = "Swap") {
+    static void WholeDialogue(int version, const std::string& swap = "Swap") {
         Associate(version);
-        HandleKeyAck(1, Bytes()(2));
-        HandleKeyInfoAck(1, Keys({{1, "4711"}, {2, "4712"}}));
+        HandleKeyAck(1, Payload("2"));
+        HandleKeyInfoAck(1, Payload("2  1 '4711' 0  2 '4712' 0"));
         if (version >= 3) {
-            HandleKeySpeAck(1, Bytes()(1)(1)(0)(1));
-            HandleKeySpeInfoAck(1, Bytes()(3)(10)(10).Counted("4740")(7)(7).Counted("4720")(9)(8).Counted("4730"));
+            HandleKeySpeAck(1, Payload("1 1 0 1"));
+            HandleKeySpeInfoAck(1, Payload("3  10 10 '4740'  7 7 '4720'  9 8 '4730'"));
         }
-        HandleStringAck(1, Bytes()(3));
-        HandleStringInfoAck(1, Texts({{0, "Hang up"}, {1, "Cancel"}, {2, " Dial: "}}));
-        HandleSkAck(1, Bytes()(7));
-        HandleSkInfoAck(
-            1, Texts({{0, "Second"}, {1, "End"}, {2, swap}, {3, "Conf"}, {4, "FV"}, {5, "!FV"}, {6, "Trans"}}));
-        HandleCodeAck(1, Bytes()(2));
-        HandleCodeInfoAck(1, Texts({{0, "61"}, {4, "60"}}));
+        HandleStringAck(1, Payload("3"));
+        HandleStringInfoAck(1, Payload("3  0 'Hang up'  1 'Cancel'  2 ' Dial: '"));
+        HandleSkAck(1, Payload("7"));
+        HandleSkInfoAck(1, Payload("7  0 'Second'  1 'End'  3 'Conf'  4 'FV'  5 '!FV'  6 'Trans'  2 '" + swap + "'"));
+        HandleCodeAck(1, Payload("2"));
+        HandleCodeInfoAck(1, Payload("2  0 '61'  4 '60'"));
     }
     // Once more, over what was stored.
-    static void Again(const char* swap = "Swap") {
+    static void Again(const std::string& swap = "Swap") {
         ResetOmnaLink();
         WholeDialogue(3, swap);
     }
@@ -93,15 +76,15 @@ TEST_F(Dialogue, GoesThroughItsStepsOneRequestAnAnswer) {
     WholeDialogue(2);
     EXPECT_THAT(Requests(), ElementsAre("6", "8 from 0", "10", "12 from 0", "14", "16 from 0", "18", "20 from 0"));
     ProviderState.TAPI_OMNA_Ver = 3;
-    HandleKeySpeAck(1, Bytes()(0)(0)(0)(0));
+    HandleKeySpeAck(1, Payload("0 0 0 0"));
     EXPECT_THAT(Requests(), ElementsAre("10")) << "no special keys to read";
     Again();
     EXPECT_THAT(Requests(), ElementsAre("2", "6", "8 from 0", "30", "32 from 0", "10", "12 from 0", "14", "16 from 0",
                                         "18", "20 from 0"));
-    HandleKeyAck(1, Bytes()(3));
-    HandleKeyInfoAck(1, Keys({{1, "4711"}, {2, "4712"}}));
-    HandleKeyInfoAck(1, Bytes()(0));
-    HandleKeyInfoAck(1, Keys({{3, "4713"}}));
+    HandleKeyAck(1, Payload("3"));
+    HandleKeyInfoAck(1, Payload("2  1 '4711' 0  2 '4712' 0"));
+    HandleKeyInfoAck(1, Payload("0"));
+    HandleKeyInfoAck(1, Payload("1  3 '4713' 0"));
     EXPECT_THAT(Requests(), ElementsAre("8 from 0", "8 from 2", "8 from 2", "30"));
     EXPECT_STREQ(Settings.DisplayStrings[STRING_DIAL], "Dial:");
     EXPECT_EQ(TouchTable[9].kind, TOUCH_PATRON);
@@ -110,11 +93,11 @@ TEST_F(Dialogue, GoesThroughItsStepsOneRequestAnAnswer) {
 
 TEST_F(Dialogue, KeysOutsideTheTablesAreSkippedAndStillCounted) {
     Associate(3);
-    HandleKeyAck(1, Bytes()(2));
-    HandleKeyInfoAck(1, Keys({{90, "4700"}, {11, "4705"}}));
-    HandleKeySpeAck(1, Bytes()(4)(0)(0)(0));
+    HandleKeyAck(1, Payload("2"));
+    HandleKeyInfoAck(1, Payload("2  90 '4700' 0  11 '4705' 0"));
+    HandleKeySpeAck(1, Payload("4 0 0 0"));
     Requests();
-    HandleKeySpeInfoAck(1, Bytes()(4)(99)(7)(0)(0)(7).Counted("x")(11)(5)(0)(32)(7)(0));
+    HandleKeySpeInfoAck(1, Payload("4 99 7 0 0 7 'x' 11 5 0 32 7 0"));
     EXPECT_THAT(Requests(), ElementsAre("10"));
     EXPECT_EQ(TouchTable[11].kind, TOUCH_MULTI) << "a kind that nobody knows takes no key away";
     EXPECT_THAT(std::vector<int>(KeyLists.Superv.begin(), KeyLists.Superv.end()), ElementsAre(32));
@@ -125,13 +108,14 @@ TEST_F(Dialogue, ReceivedKeysReplaceWhatWasThereAndACountStartsThemAnew) {
     TouchTable[50].kind = TOUCH_SUPERV;
     WaitInfo.fill(7);
     Associate(3);
-    for (const int last : {3, 88}) {
-        HandleKeyAck(1, Bytes()(2));
-        HandleKeyInfoAck(1, Keys({{1, "4711"}, {last, "4788"}}));
-        HandleKeySpeAck(1, Bytes()(1)(0)(0)(0));
-        HandleKeySpeInfoAck(1, Bytes()(1)(last + 1)(7)(0));
+    for (const std::string& last : {std::string("3"), std::string("88")}) {
+        HandleKeyAck(1, Payload("2"));
+        HandleKeyInfoAck(1, Payload("2  1 '4711' 0  " + last + " '4788' 0"));
+        HandleKeySpeAck(1, Payload("1 0 0 0"));
+        HandleKeySpeInfoAck(1, Payload("1  5" + last.substr(last.size() - 1) + " 7 ''"));
     }
     EXPECT_THAT(std::vector<int>(KeyLists.Multi.begin(), KeyLists.Multi.end()), ElementsAre(1, 88));
+    EXPECT_THAT(std::vector<int>(KeyLists.Superv.begin(), KeyLists.Superv.end()), ElementsAre(58));
     EXPECT_EQ(TouchTable[88].kind, TOUCH_MULTI);
     EXPECT_EQ(TouchTable[50].kind, TOUCH_NONE);
     EXPECT_THAT(WaitInfo, ElementsAre(-1, -1, 7, 7, 7, 7, 7, 7, 7, 7)) << "one for each key";
@@ -194,8 +178,8 @@ TEST_F(Dialogue, CallsSurviveAConfigurationThatComesAgain) {
     for (const int lineKeys : {2, 0}) {
         KeyLists.Multi.Count = lineKeys;
         TouchTable[7] = {TOUCH_SUPERV, "", INCOM_ICON, 0, {3, 4}};
-        HandleKeySpeAck(1, Bytes()(1)(0)(0)(0));
-        HandleKeySpeInfoAck(1, Bytes()(1)(7)(7)(0));
+        HandleKeySpeAck(1, Payload("1 0 0 0"));
+        HandleKeySpeInfoAck(1, Payload("1 7 7 0"));
         EXPECT_EQ(TouchTable[7].icon, lineKeys != 0 ? INCOM_ICON : IDLE_ICON) << "kept only if all was known before";
         EXPECT_EQ(TouchTable[7].calls, (lineKeys != 0 ? std::array{3, 4} : std::array{-1, -1}));
     }
@@ -208,12 +192,12 @@ TEST_F(Dialogue, ForwardingIsFollowedAndAcknowledgedByReleasing) {
     Associate(2);
     Requests();
     LineEvents();
-    const auto again = [](const Bytes& payload) {
+    const auto again = [](const std::string& words) {
         Tracking.ForwardAckTicks = 10;
-        HandleDeviceAssocAck(2, payload);
+        HandleDeviceAssocAck(2, Payload("0 1 '4711' 3 " + words));
         EXPECT_EQ(Tracking.ForwardAckTicks, 0);
     };
-    again(Bytes()(0)(1).Counted("4711")(3)(1)(0)(4)(0)("1234")(0x12)(60)(0x05)(40)(0));
+    again("1 0 4 0 =1234 18 60 5 40 0");
     EXPECT_EQ(Pressed(), RELEASE) << "and no key request: the dialogue runs";
     EXPECT_THAT(LineEvents(), ElementsAre("ADDRESS 0 40"));
     EXPECT_STREQ(ProviderState.ForwardDestination, "1234");
@@ -222,16 +206,16 @@ TEST_F(Dialogue, ForwardingIsFollowedAndAcknowledgedByReleasing) {
     EXPECT_EQ(AomTable[0].adr, 2);
     EXPECT_TRUE(AomTable[0].aom20);
     EXPECT_EQ(GetAomIndex(65), 0) << "put in the order of their keys";
-    again(Bytes()(0)(1).Counted("4711")(3)(1)(0)(2)(0)("12")(0));
+    again("1 0 2 0 =12 0");
     EXPECT_STREQ(ProviderState.ForwardDestination, "12");
     EXPECT_THAT(LineEvents(), IsEmpty()) << "another destination of the same forwarding is no change of status";
     Pressed();
-    again(Bytes()(0)(1).Counted("4711")(3)(1)(4)(0x12)(40)(0x13)(50)(0x14)(60)(0x15)(70));
+    again("1 4 18 40 19 50 20 60 21 70");
     EXPECT_EQ(Pressed(), "");
     EXPECT_STREQ(ProviderState.ForwardDestination, "");
     EXPECT_EQ(AomCount, 3) << "a fourth module finds no room";
     CopyText(ProviderState.ForwardDestination, "12");
-    again(Bytes()(0)(1).Counted("4711")(3)(0)(5)(0));
+    again("0 5 0");
     EXPECT_STREQ(ProviderState.ForwardDestination, "12") << "a status above 4 keeps it and releases";
     EXPECT_EQ(Pressed(), RELEASE);
 }
@@ -279,9 +263,9 @@ TEST_F(Dialogue, TextsLongerThanTheirEntryAreCutAndNotTakenForNews) {
     Associate(3);
     for (int round = 0; round < 2; ++round) {
         SetConfig.SoftKeysAnnounced = SetConfig.CodesAnnounced = SetConfig.StringsAnnounced = 1;
-        HandleStringInfoAck(1, Texts({{1, "A text of more than thirty-one characters"}}));
-        HandleSkInfoAck(1, Texts({{0, "Second call"}}));
-        HandleCodeInfoAck(1, Texts({{0, "123456"}}));
+        HandleStringInfoAck(1, Payload("1  1 'A text of more than thirty-one characters'"));
+        HandleSkInfoAck(1, Payload("1  0 'Second call'"));
+        HandleCodeInfoAck(1, Payload("1  0 '123456'"));
         EXPECT_EQ(SetConfig.SoftKeysChanged, round == 0) << round;
         EXPECT_EQ(SetConfig.StringsChanged, round == 0) << round;
         EXPECT_EQ(Setting("Service_Code", "ForwardingImm"), round == 0 ? "1234" : "(none)");
@@ -294,10 +278,10 @@ TEST_F(Dialogue, TextsLongerThanTheirEntryAreCutAndNotTakenForNews) {
     SetConfig.CodesAnnounced = 3;
     Tick.ConfigReceived = false;
     Requests();
-    HandleCodeInfoAck(1, Texts({{0, "61"}, {7, "9"}}));
+    HandleCodeInfoAck(1, Payload("2  0 '61'  7 '9'"));
     EXPECT_FALSE(Tick.ConfigReceived);
     EXPECT_THAT(Requests(), ElementsAre("20 from 2")) << "an unknown one counts";
-    HandleCodeInfoAck(1, Texts({{0, "6"}}));
+    HandleCodeInfoAck(1, Payload("1  0 '6'"));
     EXPECT_STREQ(Settings.ServiceCodes[0], "61") << "it begins so: no change";
     EXPECT_EQ(Setting("Service_Code", "ForwardingImm"), "(none)");
 }
