@@ -1,9 +1,6 @@
-// Conferences: each way in and out, traces and events in their order; and a long random walk over everything.
+// Conferences: each way in and out, traces and events in their order.
 #include "support/requests.h"
 #include "tracking/conference.h"
-#include "tracking/supervision.h"
-
-#include <random>
 
 namespace {
 
@@ -155,45 +152,6 @@ TEST_F(Conference, EndAskedForOnTheSet) {
                        "Icone:1  - Etat:CONNECTED - Ref:0 cas 15 | Icone:1  - Etat:DISCONNECTED - Ref:0 | "
                        "STATE 0 DISCONNECTED 1 | Icone:1  - Etat:CONNECTED - Ref:1 cas 14 | "
                        "Icone:1  - Etat:IDLE - Ref:0 | STATE 0 IDLE");
-}
-
-// Everything the set can do, in any order. After every step each call in a slot of a multi-line key is a record of that
-// key, no call stands in two slots, and TAPI has been given every call of which it is told a state.
-TEST_F(Conference, RandomWalkKeepsKeysAndRecordsTogether) {
-    std::mt19937 random(62);
-    const auto any = [&](std::size_t count) { return static_cast<int>(random() % static_cast<unsigned>(count)); };
-    std::vector<std::string> texts(1);
-    std::istringstream all("Raccrochez|Annulez|Numero: 12|4720|MARTIN 4720|=>X 12|1:4720|2:DUPONT|2eApp|Fin2Ap|VaVien|"
-                           "Conf|Transf|8:x  |3://1  /|//|=>|A             B   Conf");
-    for (std::string text; std::getline(all, text, '|');)
-        texts.push_back(text);
-    TraceMask = 0;
-    std::map<std::string, bool> given;
-    for (int step = 0; step < 20'000; ++step) {
-        ProviderState.TAPI_OMNA_Ver = static_cast<std::uint8_t>(any(4));
-        Settings.EnquiryCallMode = any(2);
-        switch (any(6)) {
-        case 0: Display(any(2), texts[static_cast<std::size_t>(any(texts.size()))]); break;
-        case 1: SoftKeyPressed(1 + any(3)); break;
-        case 2: SupervKeyPressed(any(12)); break;
-        default: Icon(any(11), ACTIV_ICON + any(5)); break;
-        }
-        ASSERT_TRUE(Tracking.ActivCallTouch >= 0 && Tracking.ActivCallTouch < KEY_COUNT) << step;
-        int standing[CALL_COUNT] = {};
-        for (const int key : {1, 2, 3})
-            for (const int cref : At(key).calls)
-                if (cref != -1) {
-                    ASSERT_EQ(Record(cref).touch, key) << "step " << step << " cref " << cref;
-                    ASSERT_EQ(++standing[cref], 1) << "step " << step << " cref " << cref;
-                }
-        for (const std::string& event : LineEvents()) {
-            std::istringstream words(event);
-            std::string kind, cref;
-            words >> kind >> cref;
-            given[cref] = given[cref] || kind == "NEWCALL";
-            ASSERT_TRUE(given[cref]) << "step " << step << " " << event;
-        }
-    }
 }
 
 }  // namespace

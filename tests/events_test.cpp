@@ -4,7 +4,7 @@
 #include "config/settings.h"
 #include "control/requests.h"
 #include "link/link_layer.h"
-#include "support/fixture.h"
+#include "support/tracked.h"
 
 #include <functional>
 #include <utility>
@@ -23,7 +23,7 @@ HTAPICALL Tapi(std::uintptr_t handle) {
     return reinterpret_cast<HTAPICALL>(handle);
 }
 
-using EventsTest = OnTheLine;
+using EventsTest = TrackedSet;
 
 TEST_F(EventsTest, CallEventsNameTheirCallAndTheMediaModeAndANewCallForgetsItsFormerHandle) {
     Calls.clear();
@@ -73,30 +73,21 @@ TEST_F(EventsTest, RequestStartedFromTheCompletionKeepsRunning) {
         ProviderState.PendingRequestID = 8;
         RunningRequest = {REQUEST_DROP, 3, -1};
     };
-    CopyText(Settings.SoftKeyLabels[SK_TRANSFER], "Transf");
-    CopyText(Settings.SoftKeyLabels[SK_END_SECOND_CALL], "Fin2Ap");
-    Key(1, TOUCH_MULTI);
-    Key(2, TOUCH_MULTI);
-    Call(1, 0, LINECALLSTATE_CONNECTED);
-    Tracking.ActivCallTouch = 1;
-    struct Ending {
-        RequestCode code;
-        int enquiryMode;
-        std::function<void()> seen;
-    };
-    for (const Ending& ending :
-         {Ending{REQUEST_DROP, 0, [] { CompleteRunningDrop(0); }},
-          {REQUEST_BLIND_TRANSFER, 0, [&] { Display(1, "Transf"); }},
-          {REQUEST_SETUP_TRANSFER, 0, [&] { Icon(2, ACTIV_ICON); }},
-          {REQUEST_SETUP_TRANSFER, 1, [&] { Tracking.ActivCallTouch = 1, Display(1, "Fin2Ap"); }}}) {
-        Settings.EnquiryCallMode = ending.enquiryMode;
-        RunningRequest = {ending.code, 0, 5};
+    Call(1, 0, CONNECTED);
+    Active(1);
+    const auto ends = [](RequestCode code, int enquiryMode, const std::function<void()>& seen) {
+        Settings.EnquiryCallMode = enquiryMode;
+        RunningRequest = {code, 0, 5};
         ProviderState.PendingRequestID = 7;
-        ending.seen();
-        EXPECT_EQ(ProviderState.PendingRequestID, 8u) << ending.code;
-        EXPECT_EQ(RunningRequest.Code, REQUEST_DROP) << ending.code;
-        EXPECT_EQ(RunningRequest.Cref, 3) << ending.code;
-    }
+        seen();
+        EXPECT_EQ(ProviderState.PendingRequestID, 8u) << code;
+        EXPECT_EQ(RunningRequest.Code, REQUEST_DROP) << code;
+        EXPECT_EQ(RunningRequest.Cref, 3) << code;
+    };
+    ends(REQUEST_DROP, 0, [] { CompleteRunningDrop(0); });
+    ends(REQUEST_BLIND_TRANSFER, 0, [&] { Display(1, "Transf"); });
+    ends(REQUEST_SETUP_TRANSFER, 0, [&] { Icon(2, ACTIV_ICON); });
+    ends(REQUEST_SETUP_TRANSFER, 1, [&] { Active(1), Display(1, "Fin2Ap"); });
     EXPECT_EQ(CallTable[5].touch, 1) << "the consultation call, all the same";
 }
 

@@ -25,14 +25,8 @@ void StoreTexts() {
 }
 
 TEST_F(Stored, KeysOfEachKindReplaceThoseOfTheLoadBefore) {
-    for (const auto& [name, data] : {std::pair{"T05", "M4705"},
-                                     {"T06", "SU6"},
-                                     {"T07", "EX7"},
-                                     {"T08", "SE8"},
-                                     {"T09", "RS9"},
-                                     {"T10", "XX9"},
-                                     {"T90", "M4790"}})
-        SetSetting("Set_Des", name, data);
+    for (const char* key : {"T05M4705", "T06SU6", "T07EX7", "T08SE8", "T09RS9", "T10XX9", "T90M4790"})
+        SetSetting("Set_Des", std::string(key, 3).c_str(), key + 3);
     LoadSetDes();
     TraceLines();
     TraceMask = TRACE_OMNA;
@@ -69,17 +63,13 @@ TEST_F(Stored, KeysBeyondTheirListAndNumbersThatAreNoneAreSkipped) {
 }
 
 TEST_F(Stored, SwitchesAreReadWithTheirDefaults) {
-    struct Case {
-        const char* stored;
-        int on;
-        const char* after;
-    };
-    for (const Case& entry : {Case{"0", 0, "0"}, Case{"1", 1, "1"}, Case{"00", 1, "1"}, Case{"", 1, "(none)"},
-                              Case{"a word longer than the reader", 1, "a word longer than the reader"}}) {
-        SetSetting("SetConfig", "SupervService", entry.stored);
+    const char* tooLong = "a word longer than the reader";
+    for (const auto& [stored, after] :
+         {std::pair{"0", "0"}, {"1", "1"}, {"00", "1"}, {"", "(none)"}, {tooLong, tooLong}}) {
+        SetSetting("SetConfig", "SupervService", stored);
         InitDatas();
-        EXPECT_EQ(Settings.SupervService, entry.on) << entry.stored;
-        EXPECT_EQ(Setting("SetConfig", "SupervService"), entry.after) << entry.stored;
+        EXPECT_EQ(Settings.SupervService, after == std::string("0") ? 0 : 1) << stored;
+        EXPECT_EQ(Setting("SetConfig", "SupervService"), after) << stored;
     }
     const std::string mcdu = "123456789012345678901234";
     for (const std::string& stored : {mcdu, mcdu + "5"}) {

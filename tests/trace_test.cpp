@@ -91,33 +91,6 @@ TEST_F(TraceLife, AbandonedMutexIsReleasedAgainAMissingOneDropsTheLine) {
     EXPECT_THAT(TraceLines(), ElementsAre("after an abandoned one", "free again"));
 }
 
-TEST_F(TraceLife, DirectoryThatIsMissingOrLongIsUsedWhenItIsThere) {
-    const std::string directory = "C:\\A LONG NAME FOR WINDOWS THAT PASSES 35 CHARACTERS";
-    PlatformControl::SetWindowsDirectory(directory);
-    std::filesystem::remove_all(PlatformControl::PosixPath(directory));
-    Trace(TRACE_ALWAYS, "lost");
-    std::filesystem::create_directory(PlatformControl::PosixPath(directory));
-    Trace(TRACE_ALWAYS, "written");
-    EXPECT_EQ(FileText(directory + "\\spitrace\\tsptrac0.tr"), "1000000 written\n");
-}
-
-TEST_F(TraceLife, UnloadedAndLoadedAgainItKeepsTheFormerFileAndHoldsNoneOpen) {
-    const auto open = [] { return std::distance(std::filesystem::directory_iterator("/proc/self/fd"), {}); };
-    const int handles = PlatformControl::OpenHandles();
-    DllMain(nullptr, DLL_PROCESS_DETACH, nullptr);
-    EXPECT_EQ(PlatformControl::OpenHandles(), handles - 1) << "the debug mutex";
-    const auto before = open();
-    for (const char* load : {"first", "second"}) {
-        DllMain(nullptr, DLL_PROCESS_ATTACH, nullptr);
-        Trace(TRACE_ALWAYS, "%s", load);
-        DllMain(nullptr, DLL_PROCESS_DETACH, nullptr);
-    }
-    EXPECT_EQ(open(), before);
-    EXPECT_THAT(TraceFile("tsptrac0.old"), testing::EndsWith(" *\n1000000 first\n"));
-    EXPECT_THAT(TraceFile("tsptrac0.tr"), testing::MatchesRegex(".* DebugFile - date: .*\n.*\n1000000 second\n"));
-    DllMain(nullptr, DLL_PROCESS_ATTACH, nullptr);
-}
-
 TEST_F(TraceLife, LineIsCutAtItsLimit) {
     Trace(TRACE_ALWAYS, "short");
     const std::size_t before = TraceFile("tsptrac0.tr").size();
