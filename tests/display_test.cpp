@@ -187,17 +187,11 @@ TEST_F(DisplayText, NameAndNumberOfACallBeingSetUp) {
 }
 
 TEST_F(DisplayText, NameOfTheAnsweredParty) {
-    struct Case {
-        const char* line;
-        int byMakeCall;
-        const char* name;
-        std::string steps;
-    };
     const std::string full = " | i:0 - PartialAddress:4720", shorter = " | i:1 - PartialAddress:472",
                       shortest = " | i:2 - PartialAddress:47", found = " | numpos | On récupère le nom",
                       reported = " | DoLineEvent\t(LINE_CALLINFO,LINECALLINFOSTATE_CALLEDID, 0, cref:0) | "
                                  "INFO 0 CALLEDID";
-    const Case cases[] = {
+    const std::tuple<const char*, int, const char*, std::string> cases[] = {
         {"MARTIN 4720", 1, "MARTIN", full + found + reported},
         {"MARTIN 47", 0, "MARTIN", full + shorter + shortest + found + reported},
         {"4720", 1, "", full + " | numpos | le display ne contient que le numéro de l'appelé"},
@@ -206,18 +200,18 @@ TEST_F(DisplayText, NameOfTheAnsweredParty) {
         {"  x", 0, "", ""},
     };
     Version(1);
-    for (const Case& c : cases) {
+    for (const auto& [line, byMakeCall, name, steps] : cases) {
         Fresh();
-        Display(0, c.line);
+        Display(0, line);
         Stand("1P", "");
         CopyText(Record(0).DestAddress, "4720");
-        Record(0).byMakeCall = c.byMakeCall;
+        Record(0).byMakeCall = byMakeCall;
         Steps();
-        const std::string steps = Shown(1, "Conf");
-        const std::size_t at = steps.find("Extract connected 1 TmpDestName ");
+        const std::string shown = Shown(1, "Conf");
+        const std::size_t at = shown.find("Extract connected 1 TmpDestName ");
         ASSERT_NE(at, std::string::npos);
-        EXPECT_EQ(steps.substr(std::min(steps.find(" | ", at), steps.size())), c.steps) << c.line;
-        EXPECT_STREQ(Record(0).DestName, c.name) << c.line;
+        EXPECT_EQ(shown.substr(std::min(shown.find(" | ", at), shown.size())), steps) << line;
+        EXPECT_STREQ(Record(0).DestName, name) << line;
         EXPECT_EQ(Record(0).DispNamePending, 1);
     }
 }

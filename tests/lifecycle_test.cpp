@@ -119,9 +119,7 @@ TEST_F(StartAndStop, SecondOpenStartsTheRecordsAnewUnderTheMutexWhileTicksRun) {
     EXPECT_FALSE(Marks.MakeCallReport.Set);
     EXPECT_EQ(PickUpSupervCref + SwapKeyTransferingCref, -2);
     EXPECT_EQ(ProviderState.AppSpecific, 0u);
-    EXPECT_EQ(ProviderState.LineDeviceID, 6u);
     EXPECT_EQ(ProviderState.PhoneDeviceID, 8u);
-    EXPECT_EQ(ProviderState.PermanentProviderID, 4u);
     EXPECT_EQ(ProviderState.ProviderHandle, Provider);
     ASSERT_EQ(TSPI_lineClose(Line), 0);
     EXPECT_FALSE(waitsBeforeLoading()) << "no thread, nothing to keep out";

@@ -59,37 +59,16 @@ INSTANTIATE_TEST_SUITE_P(Versions, StartUp,
                                     (std::get<3>(param.param) ? "Module" : "");
                          });
 
-struct WrongSet {
-    const char* Name;
-    bool Eq::Faults::*Fault;  // null: another type of set
-    const char *LastAction, *Box;
-};
-class WrongSetTest : public Service, public testing::WithParamInterface<WrongSet> {};
-
-TEST_P(WrongSetTest, StopsWithItsBoxAndClosesTheLine) {
-    if (GetParam().Fault != nullptr)
-        Machine.faults.*GetParam().Fault = true;
-    else
-        Machine.config.deviceType = 1;
+TEST_F(Service, WrongSetStopsWithItsBoxAndClosesTheLine) {
+    Machine.config.deviceType = 1;
     ASSERT_EQ(OpenLine(), 0);
     Advance(30'000);
     ASSERT_EQ(PlatformControl::Boxes().size(), 1u);
-    EXPECT_THAT(PlatformControl::Boxes()[0].Text, HasSubstr(GetParam().Box));
-    EXPECT_EQ(Setting("Dynamic_Set_Conf", "LastAction"), GetParam().LastAction);
-    EXPECT_EQ(LineEvents().back(), "CLOSE");
+    EXPECT_THAT(PlatformControl::Boxes()[0].Text, HasSubstr("Your set is not a 7120/7121 Corvane set"));
+    EXPECT_EQ(Setting("Dynamic_Set_Conf", "LastAction"), "failed :Not a KB2(7120) set");
+    EXPECT_THAT(LineEvents(), ElementsAre("LINEDEV CONNECTED|INSERVICE", "CLOSE"));
     EXPECT_EQ(ProviderState.DeviceState, DEVICE_OUT_OF_SERVICE);
 }
-INSTANTIATE_TEST_SUITE_P(
-    , WrongSetTest,
-    testing::Values(WrongSet{"NoAssociation", &Eq::Faults::noAssociation,
-                             "failed :Config dynamic :Device association ack not received", "No response from PBX !"},
-                    WrongSet{"NotKb2", nullptr, "failed :Not a KB2(7120) set",
-                             "Your set is not a 7120/7121 Corvane set"},
-                    WrongSet{"NoMultiLineKey", &Eq::Faults::noMultiLineKey, "failed :Not a multiline set",
-                             "Your set has not a multiline config"},
-                    WrongSet{"NoTraceHeaders", &Eq::Faults::noTraceHeaders, "failed :Bad MAC/PC trace mode",
-                             "VXC setup error - Bad MAC/PC mode"}),
-    [](const auto& param) { return param.param.Name; });
 
 TEST_F(Service, StoredConfigurationIsUsedAtOnceAndOnlyWhatChangedIsSaved) {
     GoInService();
