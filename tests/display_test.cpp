@@ -53,6 +53,9 @@ TEST_F(DisplayText, SoftKeyLine) {
                "PROCEEDING  | STATE 1 CONNECTED | Icone:1 - Etat: CONNECTED - Ref:1"},
               {"1H 1P", "2eApp", left + " | STATE 1 DISCONNECTED 1 | STATE 1 IDLE | " + gone + answered + "7"},
               {"1H- 1C", "2eApp", "Icone:1  - Etat:DISCONNECTED - Ref:0 | Icone:1  - Etat:IDLE - Ref:0"},
+              {"1H 1C", "2eApp",
+               "Icone:1  - Etat:DISCONNECTED - Ref:0 | STATE 0 DISCONNECTED 1 | STATE 0 IDLE | Icone:1  - Etat:IDLE - "
+               "Ref:0"},
               {"1H 1C", "2eApp", left + " | STATE 1 DISCONNECTED 1" + answered + "8 | STATE 1 IDLE | " + gone,
                [] { Tracking.SecondCallDropReq = 1; }},
               {"1H 1D", "2eApp", answered.substr(3) + "9 | " + gone + " | STATE 1 IDLE"},
