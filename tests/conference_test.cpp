@@ -1,39 +1,36 @@
-// Conferences: each way in and out, traces and events in their order; and a long random walk over everything.
-#include "support/tracked.h"
+// Conferences: each way in and out, traces and events in their order.
+#include "support/requests.h"
 #include "tracking/conference.h"
-#include "tracking/supervision.h"
-
-#include <functional>
-#include <map>
-#include <random>
-#include <sstream>
 
 namespace {
 
-class Conference : public TrackedSet {
+class Conference : public Requests {
 protected:
-    // Cref 0 (held, or called back) on key 1 and cref 1 (connected) on the active key 2.
-    void TwoKeys(DWORD held = ONHOLD) {
-        Call(1, 0, held);
-        At(1).icon = held == ONHOLD ? HOLD_ICON : INCOM_ICON;
-        Call(2, 0, CONNECTED);
-        Active(2);
+    // Call 0 (held, or called back) on key 1 and call 1 on the active key 2.
+    void TwoKeys(const std::string& situation) {
+        Stand(situation + " 2C @2", "");
+        At(1).icon = situation == "1H" ? HOLD_ICON : INCOM_ICON;
+        At(2).icon = ACTIV_ICON;
     }
     void JoinKeys() {
-        TwoKeys();
+        TwoKeys("1H");
         Icon(1, ACTIV_ICON);
         Steps();
     }
     void JoinOnOneKey() {
-        Double(ONHOLD, CONNECTED);
+        Stand("1H 1C", "");
         SoftKeyPressed(3);
         Steps();
+    }
+    static void ExpectNoConference() {
+        EXPECT_EQ(Tracking.ConfInProgress | Tracking.ConfBroken | Tracking.ConfEndReq | Tracking.ConferenceReq, 0);
+        EXPECT_EQ(Tracking.DbCall, 0);
     }
 };
 
 TEST_F(Conference, IsBuiltByThreeTriggers) {
     struct Case {
-        DWORD byIcon;  // the first party's state when a key's icon joins it; 0 = both are on one key
+        const char* byIcon;  // the first party when a key's icon joins it; null = both are on one key
         std::function<void()> trigger;
         int request;
         std::string before, within;
@@ -41,27 +38,27 @@ TEST_F(Conference, IsBuiltByThreeTriggers) {
     const auto icon = [&] { Icon(1, ACTIV_ICON); };
     const std::string by = "ActivCallTouch:2 - iconid:1 | Passage en conférence";
     const Case cases[] = {
-        {ONHOLD, icon, 0, by + " detecte par icone. ConferenceReq 0 | NEWCALL 30", ""},
-        {ONHOLD, icon, 1, by + " detecte par icone. ConferenceReq 1", ""},
-        {STATE_REOFFERING, icon, 0, by + " | NEWCALL 30", ""},
-        {0, [] { SoftKeyPressed(3); }, 1, "Passage en conférence par appui sur soft key | NEWCALL 30", ""},
-        {0, [&] { Display(1, "Transf"); }, 1, "Passage en conference - double appel sur une ligne",
+        {"1H", icon, 0, by + " detecte par icone. ConferenceReq 0 | NEWCALL 30", ""},
+        {"1H", icon, 1, by + " detecte par icone. ConferenceReq 1", ""},
+        {"1R", icon, 0, by + " | NEWCALL 30", ""},
+        {nullptr, [] { SoftKeyPressed(3); }, 1, "Passage en conférence par appui sur soft key | NEWCALL 30", ""},
+        {nullptr, [&] { Display(1, "Transf"); }, 1, "Passage en conference - double appel sur une ligne",
          "confstate 1000 - Ref:001e | "},
     };
     for (const Case& c : cases) {
-        Fresh();
-        ProviderState.htConference = reinterpret_cast<HTAPICALL>(std::uintptr_t{0x100 + CONF_CREF});
-        if (c.byIcon != 0)
+        if (c.byIcon != nullptr)
             TwoKeys(c.byIcon);
         else
-            Double(ONHOLD, CONNECTED);
+            Stand("1H 1C", "");
+        ProviderState.htConference = reinterpret_cast<HTAPICALL>(std::uintptr_t{0x100 + CONF_CREF});
         Tracking.ConferenceReq = c.request;
         c.trigger();
         EXPECT_EQ(Steps(), c.before +
                                " | STATE 30 ONHOLDPENDCONF | Etat:LINECALLSTATE_ONHOLDPENDCONF - Ref:30 | "
                                "Icone:1  - Etat:CONFERENCED - Ref:0 | STATE 0 CONFERENCED | Icone:" +
-                               (c.byIcon != 0 ? "2" : "1") + "  - Etat:CONFERENCED - Ref:1 | STATE 1 CONFERENCED | " +
-                               c.within + "STATE 30 CONNECTED | Etat:LINECALLSTATE_CONNECTED - Ref:30");
+                               (c.byIcon != nullptr ? "2" : "1") +
+                               "  - Etat:CONFERENCED - Ref:1 | STATE 1 CONFERENCED | " + c.within +
+                               "STATE 30 CONNECTED | Etat:LINECALLSTATE_CONNECTED - Ref:30");
         EXPECT_EQ(Tracking.ActivCallTouch, 1);
         EXPECT_EQ(At(1).icon, ACTIV_ICON);
         EXPECT_EQ(Tracking.ConfInProgress, 1);
@@ -70,8 +67,7 @@ TEST_F(Conference, IsBuiltByThreeTriggers) {
         EXPECT_EQ(Tracking.ConfParty2, 1);
         EXPECT_EQ(confstate, CONNECTED);
     }
-    Fresh();
-    Double(ONHOLD, CONNECTED);
+    Stand("1H 1C", "");
     Display(1, "Transf");
     EXPECT_EQ(Steps(), "") << "not requested";
 }
@@ -79,7 +75,6 @@ TEST_F(Conference, IsBuiltByThreeTriggers) {
 TEST_F(Conference, EndsWithItsKeys) {
     JoinKeys();
     Undirected(1);
-    CopyText(Record(0).DestName, "MARTIN");
     ProviderState.TAPI_OMNA_Ver = 1;
     Icon(2, IDLE_ICON);
     EXPECT_EQ(Steps(), "* Fin de la conférence icon 2 idle conferenced activtou 1* | STATE 30 IDLE | "
@@ -87,16 +82,16 @@ TEST_F(Conference, EndsWithItsKeys) {
                        "STATE 0 CONNECTED | Icone:1 - Etat:CONNECTED - Ref:0 cas 1")
         << "the party that left had no direction";
     EXPECT_EQ(confstate, IDLE);
-    EXPECT_STREQ(Record(0).DestName, "") << "read again from the display";
-    Fresh();
+    EXPECT_STREQ(Record(0).RedirectingName, "") << "read again from the display";
+    ExpectNoConference();
     JoinOnOneKey();
     Icon(1, RESERVED_ICON);
     EXPECT_EQ(Steps(), "* Fin de la conférence sur une touche. icon 1 * | STATE 0 DISCONNECTED 1 | "
                        "STATE 1 DISCONNECTED 1 | STATE 0 IDLE | STATE 1 IDLE | Icone:1 éteint - Etat:IDLE - Ref:30 | "
                        "STATE 30 IDLE");
     EXPECT_EQ(Tracking.ConfParty1, -1);
+    ExpectNoConference();
     for (const bool alone : {false, true}) {
-        Fresh();
         JoinKeys();
         if (alone)
             Record(1).state = IDLE;
@@ -112,7 +107,6 @@ TEST_F(Conference, EndsWithItsKeys) {
 
 TEST_F(Conference, ComesDownToThePartyThatStillShows) {
     for (const bool first : {true, false}) {
-        Fresh();
         JoinOnOneKey();
         Display(0, "MARTIN        DURAND        Conf");
         Display(1, "2eApp");
@@ -127,7 +121,7 @@ TEST_F(Conference, ComesDownToThePartyThatStillShows) {
                                " DISCONNECTED 1 | Icone:1  - Etat:DISCONNECTED - Ref:" + left + " | STATE " + left +
                                " IDLE | Icone:1  - Etat:IDLE - Ref:" + left);
         EXPECT_EQ(CallOnKey(1), first ? 0 : 1);
-        EXPECT_EQ(Tracking.ConfBroken | Tracking.DbCall | Tracking.ConfInProgress, 0);
+        ExpectNoConference();
         EXPECT_EQ(confstate, CONNECTED) << "IDLE is told, the state stays";
     }
 }
@@ -143,14 +137,14 @@ TEST_F(Conference, EndAskedForOnTheSet) {
                        "Icone:1  - Etat:DISCONNECTED - Ref:1 | STATE 0 CONNECTED | "
                        "Icone:1  - Etat:CONNECTED - Ref:0 cas 13 | STATE 1 IDLE | Icone:1  - Etat:IDLE - Ref:1 | "
                        "Pb de detection de string");
+    ExpectNoConference();
     Tracking.ConfEndReq = Tracking.ConfBroken = 1;
     Display(0, "y");
     EXPECT_EQ(Steps(), "Pb de detection de string | Pb de detection de string") << "no conference now";
     JoinOnOneKey();
     Display(0, "MARTIN");
     EXPECT_EQ(Steps(), "") << "the next conference is neither broken nor asked to end";
-    Fresh();
-    Double(ONHOLD, CONNECTED);
+    Stand("1H 1C", "");
     SoftKeyPressed(2);
     Undirected(1);
     SoftKeyPressed(1);
@@ -158,59 +152,6 @@ TEST_F(Conference, EndAskedForOnTheSet) {
                        "Icone:1  - Etat:CONNECTED - Ref:0 cas 15 | Icone:1  - Etat:DISCONNECTED - Ref:0 | "
                        "STATE 0 DISCONNECTED 1 | Icone:1  - Etat:CONNECTED - Ref:1 cas 14 | "
                        "Icone:1  - Etat:IDLE - Ref:0 | STATE 0 IDLE");
-}
-
-// Everything the set can do, in any order. After every step each call in a slot of a multi-line key is a record of that
-// key, no call stands in two slots, and TAPI has been given every call of which it is told a state.
-TEST_F(Conference, RandomWalkKeepsKeysAndRecordsTogether) {
-    std::mt19937 random(62);
-    const auto any = [&](std::size_t count) { return static_cast<int>(random() % static_cast<unsigned>(count)); };
-    const char* texts[] = {"Raccrochez",
-                           "Annulez",
-                           "Numero: 12",
-                           "4720",
-                           "MARTIN 4720",
-                           "=>X 12",
-                           "1:4720",
-                           "2:DUPONT",
-                           "2eApp",
-                           "Fin2Ap",
-                           "VaVien",
-                           "Conf",
-                           "Transf",
-                           "8:x  ",
-                           "",
-                           "3://1  /",
-                           "//",
-                           "=>",
-                           "A             B   Conf"};
-    TraceMask = 0;
-    std::map<std::string, bool> given;
-    for (int step = 0; step < 20'000; ++step) {
-        ProviderState.TAPI_OMNA_Ver = static_cast<std::uint8_t>(any(4));
-        Settings.EnquiryCallMode = any(2);
-        switch (any(6)) {
-        case 0: Display(any(2), texts[any(std::size(texts))]); break;
-        case 1: SoftKeyPressed(1 + any(3)); break;
-        case 2: SupervKeyPressed(any(12)); break;
-        default: Icon(any(11), ACTIV_ICON + any(5)); break;
-        }
-        ASSERT_TRUE(Tracking.ActivCallTouch >= 0 && Tracking.ActivCallTouch < KEY_COUNT) << step;
-        int standing[CALL_COUNT] = {};
-        for (const int key : {1, 2, 3})
-            for (const int cref : At(key).calls)
-                if (cref != -1) {
-                    ASSERT_EQ(Record(cref).touch, key) << "step " << step << " cref " << cref;
-                    ASSERT_EQ(++standing[cref], 1) << "step " << step << " cref " << cref;
-                }
-        for (const std::string& event : LineEvents()) {
-            std::istringstream words(event);
-            std::string kind, cref;
-            words >> kind >> cref;
-            given[cref] = given[cref] || kind == "NEWCALL";
-            ASSERT_TRUE(given[cref]) << "step " << step << " " << event;
-        }
-    }
 }
 
 }  // namespace

@@ -3,105 +3,57 @@
 
 #include "config/settings.h"
 #include "control/requests.h"
-#include "link/fifo.h"
 #include "link/link_layer.h"
-#include "support/fixture.h"
-#include "support/port.h"
+#include "support/tracked.h"
 
 #include <functional>
+#include <utility>
 
 namespace {
 
 struct Given {
-    HTAPILINE Line;
     HTAPICALL Call;
     DWORD Message;
     DWORD_PTR P1, P2, P3;
     bool operator==(const Given&) const = default;
 };
 std::vector<Given> Calls;
-HTAPICALL FoundInRecord;  // what stood in the record when LINE_NEWCALL came
-
-const HTAPILINE OpenLine = reinterpret_cast<HTAPILINE>(std::uintptr_t{0x11});
 
 HTAPICALL Tapi(std::uintptr_t handle) {
     return reinterpret_cast<HTAPICALL>(handle);
 }
 
-void CALLBACK Keep(HTAPILINE line, HTAPICALL call, DWORD message, DWORD_PTR p1, DWORD_PTR p2, DWORD_PTR p3) {
-    Calls.push_back({line, call, message, p1, p2, p3});
-    if (message != 500)
-        return;
-    FoundInRecord = *reinterpret_cast<HTAPICALL*>(p2);
-    *reinterpret_cast<HTAPICALL*>(p2) = Tapi(0x500);
-}
+using EventsTest = TrackedSet;
 
-class ToTapi : public OnTheLine {
-protected:
-    void SetUp() override {
-        OnTheLine::SetUp();
-        ProviderState.LineEventProc = Keep;
-        Calls.clear();
-    }
-};
-
-TEST_F(ToTapi, CallEventsCarryTheMediaModeLineEventsDoNot) {
+TEST_F(EventsTest, CallEventsNameTheirCallAndTheMediaModeAndANewCallForgetsItsFormerHandle) {
+    Calls.clear();
+    ProviderState.LineEventProc = [](HTAPILINE line, HTAPICALL call, DWORD message, DWORD_PTR p1, DWORD_PTR p2,
+                                     DWORD_PTR p3) {
+        EXPECT_EQ(line, reinterpret_cast<HTAPILINE>(std::uintptr_t{0x11}));
+        Calls.push_back({call, message, p1, p2, p3});
+        if (message == 500)
+            Calls.back().P2 = reinterpret_cast<DWORD_PTR>(
+                std::exchange(*reinterpret_cast<HTAPICALL*>(p2), Tapi(0x500)));  // what stood in the record
+    };
     CallTable[3].htCall = Tapi(0x103);
     ProviderState.htConference = Tapi(0x130);
     DoLineEvent(LINE_CALLSTATE, LINECALLSTATE_CONNECTED, 7, 3);
     DoLineEvent(LINE_CALLINFO, LINECALLINFOSTATE_CALLERID, 0, CONF_CREF);
     DoLineEvent(LINE_LINEDEVSTATE, LINEDEVSTATE_INSERVICE, 9, -1);
-    EXPECT_THAT(Calls,
-                ElementsAre(Given{OpenLine, Tapi(0x103), 2, 0x100, 7, 4}, Given{OpenLine, Tapi(0x130), 1, 0x8000, 0, 4},
-                            Given{OpenLine, nullptr, 8, 0x40, 9, 0}));
+    DoLineEventNewCall(3);
+    DoLineEventNewConf();
+    EXPECT_THAT(Calls, ElementsAre(Given{Tapi(0x103), 2, 0x100, 7, 4}, Given{Tapi(0x130), 1, 0x8000, 0, 4},
+                                   Given{nullptr, 8, 0x40, 9, 0}, Given{nullptr, 500, 3, 0, 0},
+                                   Given{nullptr, 500, CONF_CREF, 0, 0}));
+    EXPECT_EQ(CallTable[3].htCall, Tapi(0x500));
+    EXPECT_EQ(ProviderState.htConference, Tapi(0x500));
     EXPECT_THAT(TraceLines(),
                 ElementsAre("LinEv cref=3, ev:2,val100,mod=7", "LineEvent send", "LinEv cref=30, ev:1,val8000,mod=0",
-                            "LineEvent send", "LinEv cref=-1, ev:8,val40,mod=9", "LineEvent send"));
+                            "LineEvent send", "LinEv cref=-1, ev:8,val40,mod=9", "LineEvent send",
+                            "DoLineEventNewCall send cref:3", "DoLineEventNewConf send"));
 }
 
-TEST_F(ToTapi, NewCallForgetsTheFormerHandleBeforeTapiGivesItsOwn) {
-    CallTable[4].htCall = Tapi(0x104);
-    DoLineEventNewCall(4);
-    EXPECT_EQ(FoundInRecord, nullptr);
-    EXPECT_EQ(CallTable[4].htCall, Tapi(0x500));
-    const auto field = reinterpret_cast<DWORD_PTR>(&CallTable[4].htCall);
-    EXPECT_THAT(Calls, ElementsAre(Given{OpenLine, nullptr, 500, 4, field, 0}));
-    ProviderState.htConference = Tapi(0x130);
-    DoLineEventNewConf();
-    EXPECT_EQ(FoundInRecord, nullptr);
-    EXPECT_EQ(ProviderState.htConference, Tapi(0x500));
-    EXPECT_THAT(TraceLines(), ElementsAre("DoLineEventNewCall send cref:4", "DoLineEventNewConf send"));
-}
-
-TEST_F(ToTapi, RequestMadeFromTheCompletionStaysPending) {
-    ProviderState.CompletionProc = [](DRV_REQUESTID, LONG) {
-        EXPECT_EQ(ProviderState.PendingRequestID, 0u);
-        ProviderState.PendingRequestID = 8;
-    };
-    ProviderState.PendingRequestID = 7;
-    EXPECT_EQ(SendCompletion(ProviderState, static_cast<LONG>(LINEERR_OPERATIONFAILED)), 7u);
-    EXPECT_EQ(ProviderState.PendingRequestID, 8u);
-    EXPECT_THAT(TraceLines(), ElementsAre("SendCompletion:7, res:80000048"));
-}
-
-using EventsTest = OnTheLine;
-
-TEST_F(ToTapi, OnlyADropOfThatCallIsCompletedByItsEnd) {
-    ProviderState.PendingRequestID = 7;
-    RunningRequest = {REQUEST_SETUP_TRANSFER, 2, 5};
-    CompleteRunningDrop(2);
-    EXPECT_EQ(ProviderState.PendingRequestID, 7u) << "another request";
-    RunningRequest = {REQUEST_DROP, 2, 5};
-    DoLineEvent(LINE_CALLSTATE, LINECALLSTATE_DISCONNECTED, 0, 2);
-    EXPECT_EQ(RunningRequest.Code, REQUEST_DROP) << "not idle yet";
-    TraceLines();
-    CompleteRunningDrop(2);
-    EXPECT_THAT(TraceLines(), ElementsAre("lineDrop Running cref 0002 => LINE_REPLY OK", "SendCompletion:7, res:0"));
-    EXPECT_EQ(RunningRequest.Cref, -1);
-    EXPECT_EQ(RunningRequest.ConsultCref, -1);
-}
-
-TEST_F(ToTapi, TransferWhoseCallEndsIsNotLeftWaiting) {
+TEST_F(EventsTest, TransferWhoseCallEndsIsNotLeftWaiting) {
     for (const RequestCode code : {REQUEST_BLIND_TRANSFER, REQUEST_SETUP_TRANSFER}) {
         ProviderState.PendingRequestID = 7;
         RunningRequest = {code, 2, 5};
@@ -116,35 +68,26 @@ TEST_F(ToTapi, TransferWhoseCallEndsIsNotLeftWaiting) {
 }
 
 // The application drops its next call as soon as it hears that the request before is done.
-TEST_F(ToTapi, RequestStartedFromTheCompletionKeepsRunning) {
+TEST_F(EventsTest, RequestStartedFromTheCompletionKeepsRunning) {
     ProviderState.CompletionProc = [](DRV_REQUESTID, LONG) {
         ProviderState.PendingRequestID = 8;
         RunningRequest = {REQUEST_DROP, 3, -1};
     };
-    CopyText(Settings.SoftKeyLabels[SK_TRANSFER], "Transf");
-    CopyText(Settings.SoftKeyLabels[SK_END_SECOND_CALL], "Fin2Ap");
-    Key(1, TOUCH_MULTI);
-    Key(2, TOUCH_MULTI);
-    Call(1, 0, LINECALLSTATE_CONNECTED);
-    Tracking.ActivCallTouch = 1;
-    struct Ending {
-        RequestCode code;
-        int enquiryMode;
-        std::function<void()> seen;
-    };
-    for (const Ending& ending :
-         {Ending{REQUEST_DROP, 0, [] { CompleteRunningDrop(0); }},
-          {REQUEST_BLIND_TRANSFER, 0, [&] { Display(1, "Transf"); }},
-          {REQUEST_SETUP_TRANSFER, 0, [&] { Icon(2, ACTIV_ICON); }},
-          {REQUEST_SETUP_TRANSFER, 1, [&] { Tracking.ActivCallTouch = 1, Display(1, "Fin2Ap"); }}}) {
-        Settings.EnquiryCallMode = ending.enquiryMode;
-        RunningRequest = {ending.code, 0, 5};
+    Call(1, 0, CONNECTED);
+    Active(1);
+    const auto ends = [](RequestCode code, int enquiryMode, const std::function<void()>& seen) {
+        Settings.EnquiryCallMode = enquiryMode;
+        RunningRequest = {code, 0, 5};
         ProviderState.PendingRequestID = 7;
-        ending.seen();
-        EXPECT_EQ(ProviderState.PendingRequestID, 8u) << ending.code;
-        EXPECT_EQ(RunningRequest.Code, REQUEST_DROP) << ending.code;
-        EXPECT_EQ(RunningRequest.Cref, 3) << ending.code;
-    }
+        seen();
+        EXPECT_EQ(ProviderState.PendingRequestID, 8u) << code;
+        EXPECT_EQ(RunningRequest.Code, REQUEST_DROP) << code;
+        EXPECT_EQ(RunningRequest.Cref, 3) << code;
+    };
+    ends(REQUEST_DROP, 0, [] { CompleteRunningDrop(0); });
+    ends(REQUEST_BLIND_TRANSFER, 0, [&] { Display(1, "Transf"); });
+    ends(REQUEST_SETUP_TRANSFER, 0, [&] { Icon(2, ACTIV_ICON); });
+    ends(REQUEST_SETUP_TRANSFER, 1, [&] { Active(1), Display(1, "Fin2Ap"); });
     EXPECT_EQ(CallTable[5].touch, 1) << "the consultation call, all the same";
 }
 
@@ -152,38 +95,16 @@ TEST_F(EventsTest, OnlyTheEndOfItsCallCompletesADrop) {
     ProviderState.PendingRequestID = 8;
     RunningRequest = {REQUEST_DROP, 2, -1};
     DoLineEvent(LINE_CALLSTATE, LINECALLSTATE_IDLE, 0, 1);
+    DoLineEvent(LINE_CALLSTATE, LINECALLSTATE_DISCONNECTED, 0, 2);
     DoLineEvent(LINE_CALLINFO, LINECALLSTATE_IDLE, 0, 2);
     DoLineEvent(LINE_CALLINFO, LINECALLSTATE_ONHOLD, 0, 2);
     EXPECT_EQ(LastHeldCref, -1);
-    EXPECT_EQ(Events().size(), 3u) << "no completion";
+    EXPECT_EQ(Events().size(), 4u) << "no completion";
     DoLineEvent(LINE_CALLSTATE, LINECALLSTATE_IDLE, 0, 2);
     EXPECT_THAT(Events(), ElementsAre("STATE - IDLE", "REPLY 8 0"));
     EXPECT_EQ(RunningRequest.Code, REQUEST_NONE);
+    EXPECT_EQ(RunningRequest.Cref, -1);
     EXPECT_EQ(SendCompletion(ProviderState, 0), 0u);
-}
-
-TEST_F(EventsTest, PhoneEventsNameTapisPhone) {
-    static std::vector<Given> phone;
-    phone.clear();
-    ProviderState.PhoneEventProc = [](HTAPIPHONE handle, DWORD message, DWORD_PTR p1, DWORD_PTR p2, DWORD_PTR p3) {
-        phone.push_back({reinterpret_cast<HTAPILINE>(handle), nullptr, message, p1, p2, p3});
-    };
-    PhoneStateEvent(PHONESTATE_LAMP, 21);
-    PhoneDisplayChanged();
-    const HTAPILINE handle = reinterpret_cast<HTAPILINE>(std::uintptr_t{0x22});
-    EXPECT_THAT(phone, ElementsAre(Given{handle, nullptr, PHONE_STATE, PHONESTATE_LAMP, 21, 0},
-                                   Given{handle, nullptr, PHONE_STATE, PHONESTATE_DISPLAY, 0, 0}));
-}
-
-TEST_F(EventsTest, TheFirstCallInAStateIsFoundAndOnlyAnOpenPortHasErrors) {
-    EXPECT_EQ(FindCallByState(LINECALLSTATE_ONHOLD), -1);
-    CallTable[19].state = CallTable[4].state = LINECALLSTATE_ONHOLD;
-    EXPECT_EQ(FindCallByState(LINECALLSTATE_ONHOLD), 4);
-    RecordingPort port;
-    port.Open();
-    EXPECT_EQ(CheckSerialError(Serial.Port), 0);
-    EXPECT_EQ(CheckSerialError(INVALID_HANDLE_VALUE), -1);
-    SerialCloseComms();
 }
 
 TEST_F(EventsTest, ReinitHasNoLineHandleAndAClosedLineGetsNothing) {
@@ -201,16 +122,6 @@ TEST_F(EventsTest, ReinitHasNoLineHandleAndAClosedLineGetsNothing) {
     DoLineEventNewCall(1);
     PhoneDisplayChanged();
     EXPECT_THAT(Events(), IsEmpty());
-}
-
-TEST_F(EventsTest, SoftKeysOneToFiveArePressed) {
-    EXPECT_EQ(SendSoftKey(0) + SendSoftKey(6), 0);
-    EXPECT_EQ(FifoCount(LINK_FIFO), 0);
-    EXPECT_EQ(SendSoftKey(3), 3);
-    std::uint8_t frame[16];
-    ASSERT_EQ(FifoPeek(LINK_FIFO, frame), 5);
-    EXPECT_THAT(std::vector<int>(frame, frame + 5), ElementsAre(0x03, 0x26, 0x20, 0x1F, 0x98));
-    EXPECT_EQ(DigitsToNumber("19200"), 19200u);
 }
 
 TEST_F(EventsTest, LastActionDecidesHowTheProviderStarts) {

@@ -49,7 +49,7 @@ protected:
     static bool HeldTheMutex() { return ReleaseMutex(Process.LineMutex) != 0; }
 };
 
-TEST_F(StartAndStop, ThreadThatEndedByItselfIsNotStoppedAndLeavesNoHandle) {
+TEST_F(StartAndStop, ThreadThatEndedByItselfOrWasNeverMadeIsNotStoppedAndLeavesNoHandle) {
     PlatformControl::Port("COM1").OpenError = 5;
     const int before = PlatformControl::OpenHandles();
     ASSERT_EQ(StartSerialThread(), 0);
@@ -60,9 +60,13 @@ TEST_F(StartAndStop, ThreadThatEndedByItselfIsNotStoppedAndLeavesNoHandle) {
     EXPECT_THAT(TraceLines(), IsEmpty());
     EXPECT_FALSE(HeldTheMutex());
     EXPECT_EQ(PlatformControl::OpenHandles(), before + 1) << "the line mutex alone";
-    PlatformControl::FailCreateThread(8);
-    EXPECT_NE(StartSerialThread(), 0);
-    EXPECT_EQ(PlatformControl::OpenHandles(), before + 1) << "nor does one that cannot be made";
+    PlatformControl::FailCreate("SP62Evt_Serial_Ready", 8);
+    EXPECT_EQ(static_cast<DWORD>(StartSerialThread()), 0x80000043);
+    PlatformControl::FailCreate("SP62Evt_Serial_Ready", 0);
+    PlatformControl::FailCreateThread(1450);
+    EXPECT_EQ(static_cast<DWORD>(StartSerialThread()), 0x80000043);
+    EXPECT_EQ(PlatformControl::Boxes().back().Text, "Error in creating Serial thread: 1450");
+    EXPECT_EQ(PlatformControl::OpenHandles(), before + 1);
 }
 
 TEST_F(StartAndStop, ThreadThatDoesNotEndIsForgottenAfterThirtySeconds) {
@@ -82,22 +86,13 @@ TEST_F(StartAndStop, ThreadThatDoesNotEndIsForgottenAfterThirtySeconds) {
     PlatformControl::Advance(60'000);
 }
 
-TEST_F(StartAndStop, SecondStartGivesTheMutexAtOnce) {
-    ASSERT_EQ(Open(), 0);
-    EXPECT_FALSE(HeldTheMutex());
-    const DWORD thread = Process.SerialThreadID;
-    const std::uint32_t asked = PlatformControl::Now();
-    EXPECT_EQ(StartSerialThread(), 0);
-    EXPECT_TRUE(HeldTheMutex());
-    EXPECT_EQ(PlatformControl::Now(), asked);
-    EXPECT_EQ(Process.SerialThreadID, thread);
-}
-
-TEST_F(StartAndStop, RecordsStartAnewUnderTheMutexWhileTicksRun) {
-    const auto waitsBeforeLoading = [this] {
+TEST_F(StartAndStop, SecondOpenStartsTheRecordsAnewUnderTheMutexWhileTicksRun) {
+    OpenForCapture();
+    const LINEEVENT capture = ProviderState.LineEventProc;
+    const auto waitsBeforeLoading = [&] {
         PlatformControl::NextWait("SP62LineMutex", WAIT_TIMEOUT);
         TraceLines();
-        EXPECT_EQ(Open(), 0);
+        EXPECT_EQ(Open(capture), 0);
         const std::vector<std::string> lines = TraceLines();
         const auto place = [&](const char* text) {
             return std::find_if(lines.begin(), lines.end(),
@@ -106,15 +101,6 @@ TEST_F(StartAndStop, RecordsStartAnewUnderTheMutexWhileTicksRun) {
         EXPECT_NE(place("LoadIniStrings port"), lines.end());
         return place("WAITLINEMUTEX PRB") < place("LoadIniStrings port");
     };
-    ASSERT_EQ(Open(), 0);
-    EXPECT_TRUE(waitsBeforeLoading());
-    ASSERT_EQ(TSPI_lineClose(Line), 0);
-    EXPECT_FALSE(waitsBeforeLoading()) << "no thread, nothing to keep out";
-}
-
-TEST_F(StartAndStop, TicksReportNoCallOfBeforeTheSecondOpen) {
-    OpenForCapture();
-    const LINEEVENT capture = ProviderState.LineEventProc;
     ASSERT_EQ(Open(capture), 0);
     ASSERT_EQ(WaitLineMutex(), 0);
     Key(1, TOUCH_MULTI);
@@ -122,86 +108,22 @@ TEST_F(StartAndStop, TicksReportNoCallOfBeforeTheSecondOpen) {
     WaitInfo[3] = PickUpSupervCref = SwapKeyTransferingCref = 0;
     RunningRequest = {REQUEST_DROP, 0, -1};
     Marks.MakeCallReport = {true, 0};
-    confstate = LINECALLSTATE_CONNECTED;
+    ProviderState.AppSpecific = 5;
     ReleaseLineMutex(0);
     Events();
-    ASSERT_EQ(Open(capture), 0);
+    EXPECT_TRUE(waitsBeforeLoading());
     PlatformControl::Advance(2000);
-    EXPECT_THAT(Events(), IsEmpty());
+    EXPECT_THAT(Events(), IsEmpty()) << "of calls from before";
     EXPECT_THAT(WaitInfo, testing::Each(-1));
     EXPECT_EQ(RunningRequest.Code, REQUEST_NONE);
     EXPECT_FALSE(Marks.MakeCallReport.Set);
     EXPECT_EQ(PickUpSupervCref + SwapKeyTransferingCref, -2);
-    EXPECT_EQ(confstate, 0u);
-}
-
-TEST_F(StartAndStop, LineMutexOfAnotherProcessIsWaitedForAndLeftFree) {
-    const HANDLE others = CreateMutexA(nullptr, FALSE, "SP62LineMutex");
-    EXPECT_EQ(WaitLineMutex(), 0);
-    EXPECT_TRUE(HeldTheMutex()) << "what was there already is not owned by being made";
-    TraceLines();
-    ASSERT_EQ(Open(), 0);
-    EXPECT_EQ(TSPI_providerShutdown(0x20000, 4), 0);
-    EXPECT_THAT(TraceLines(), testing::Contains("REL_LINE_MUTEX PRB 120")) << "shut down without the mutex";
-    EXPECT_FALSE(ReleaseMutex(others)) << "the other process would wait for ever";
-    EXPECT_EQ(Process.LineMutex, nullptr);
-    Initialise("COM1");
-    ASSERT_EQ(Open(), 0);
-    EXPECT_THAT(TraceLines(), testing::Contains("MutexLine creation")) << "made anew after a shut-down";
-    CloseHandle(others);
-}
-
-TEST_F(StartAndStop, OpenWithoutAPortFailsAfterTwentySecondsWithoutTheMutex) {
-    for (const char* port : {"NONE", "COM5"}) {
-        Initialise(port);
-        Process.OpenCount = 0;
-        WaitLineMutex();
-        ReleaseLineMutex(0);
-        TraceLines();
-        const std::uint32_t asked = PlatformControl::Now();
-        EXPECT_EQ(static_cast<DWORD>(Open()), 0x80000001) << port;
-        EXPECT_EQ(PlatformControl::Now() - asked, 20'000u) << port;
-        EXPECT_THAT(TraceLines(), testing::IsSupersetOf({"Wait Thread serial Ready KO 258 ", "End TSPI_lineOpen Pb"}));
-        EXPECT_FALSE(HeldTheMutex()) << port;
-    }
-}
-
-TEST_F(StartAndStop, InitialisationNeedsAFourCharacterPortAndSucceedsAllTheSame) {
-    for (const char* port : {"NONE", "COM10", ""}) {
-        TraceLines();
-        Initialise(port);
-        EXPECT_THAT(TraceLines(),
-                    testing::IsSupersetOf({"Pb - pas de port spécifié dans le telephon.ini -> providerconfig",
-                                           "pas de choix à provider config -> on stoppe le SP",
-                                           "Entering TSPI_providerShutdown(20000 4)"}))
-            << port;
-    }
-    TraceLines();
-    Initialise("COM5");
-    EXPECT_THAT(TraceLines(), testing::Not(testing::Contains(testing::HasSubstr("shutdown"))));
-    EXPECT_EQ(ProviderState.LineDeviceID, 6u);
-    EXPECT_EQ(ProviderState.PhoneDeviceID, 8u);
-    EXPECT_EQ(ProviderState.MediaMode, 4u);
-    EXPECT_EQ(ProviderState.DialParams.dwWaitForDialtone, 60000u);
-    EXPECT_EQ(ProviderState.FwdStatus, 4);
-    EXPECT_EQ(ProviderState.DeviceState, DEVICE_STARTING);
-    EXPECT_EQ(ProviderState.ProtocolLevel, 2);
-}
-
-TEST_F(StartAndStop, SecondOpenStartsTheRecordsAnewFromWhatWasKept) {
-    ASSERT_EQ(Open(), 0);
-    Key(1, TOUCH_MULTI);
-    Call(1, 0, LINECALLSTATE_CONNECTED);
-    ProviderState.AppSpecific = 5;
-    ASSERT_EQ(Open(), 0);
     EXPECT_EQ(ProviderState.AppSpecific, 0u);
-    EXPECT_EQ(CallTable[0].state, 0u);
-    EXPECT_EQ(TouchTable[1].kind, TOUCH_NONE);
-    EXPECT_EQ(ProviderState.LineDeviceID, 6u);
     EXPECT_EQ(ProviderState.PhoneDeviceID, 8u);
-    EXPECT_EQ(ProviderState.PermanentProviderID, 4u);
     EXPECT_EQ(ProviderState.ProviderHandle, Provider);
-    EXPECT_EQ(TSPI_lineClose(Line), 0);
+    ASSERT_EQ(TSPI_lineClose(Line), 0);
+    EXPECT_FALSE(waitsBeforeLoading()) << "no thread, nothing to keep out";
+    ASSERT_EQ(TSPI_lineClose(Line), 0);
     Process.RestartRequired = true;
     EXPECT_EQ(static_cast<DWORD>(Open()), 0x80000052);
     EXPECT_EQ(TSPI_providerShutdown(0x20000, 4), 0);
@@ -209,76 +131,34 @@ TEST_F(StartAndStop, SecondOpenStartsTheRecordsAnewFromWhatWasKept) {
     EXPECT_EQ(Process.LineMutex, nullptr);
 }
 
-TEST_F(StartAndStop, ThreadOrEventThatCannotBeMadeIsNoDriver) {
-    PlatformControl::FailCreate("SP62Evt_Serial_Ready", 8);
-    EXPECT_EQ(static_cast<DWORD>(StartSerialThread()), 0x80000043);
-    EXPECT_THAT(TraceLines(), testing::Contains("EvtSerialReady not created error 8"));
-    PlatformControl::FailCreate("SP62Evt_Serial_Ready", 0);
-    PlatformControl::FailCreateThread(1450);
-    EXPECT_EQ(static_cast<DWORD>(StartSerialThread()), 0x80000043);
-    EXPECT_EQ(PlatformControl::Boxes().at(0).Text, "Error in creating Serial thread: 1450");
-    EXPECT_THAT(TraceLines(), testing::Contains("Thread serial didn't start error 1450"));
-    EXPECT_EQ(StopSerialThread(), 0) << "no thread: nothing to stop";
-}
-
-TEST_F(StartAndStop, LineMutexIsMadeOnFirstUseAndSaysHowAWaitEnded) {
+TEST_F(StartAndStop, LineMutexOfAnotherProcessIsWaitedForAndLeftFree) {
+    const HANDLE others = CreateMutexA(nullptr, FALSE, "SP62LineMutex");
     EXPECT_EQ(WaitLineMutex(), 0);
-    EXPECT_THAT(TraceLines(), testing::Contains("MutexLine creation"));
-    EXPECT_EQ(ReleaseLineMutex(42), 42);
-    EXPECT_THAT(TraceLines(), IsEmpty());
-    EXPECT_EQ(ReleaseLineMutex(7), 7);
-    EXPECT_THAT(TraceLines(), ElementsAre("REL_LINE_MUTEX PRB 120"));
-    PlatformControl::NextWait("SP62LineMutex", WAIT_ABANDONED);
-    EXPECT_EQ(WaitLineMutex(), 128);
-    ReleaseLineMutex(0);
-    PlatformControl::NextWait("SP62LineMutex", WAIT_TIMEOUT);
-    EXPECT_EQ(WaitLineMutex(), 258);
-    EXPECT_THAT(TraceLines(), ElementsAre("WAITLINEMUTEX PRB WAIT_ABANDONED", "WAITLINEMUTEX PRB WAIT_TIMEOUT"));
-    PlatformControl::NextWait("SP62LineMutex", WAIT_FAILED);
-    EXPECT_EQ(WaitLineMutex(), -1);
-    EXPECT_THAT(TraceLines(), IsEmpty());
-    CloseHandle(Process.LineMutex);
-    Process.LineMutex = nullptr;
-    PlatformControl::FailCreate("SP62LineMutex", 6);
-    EXPECT_EQ(static_cast<DWORD>(WaitLineMutex()), 0x80000043);
-    EXPECT_THAT(TraceLines(), testing::Contains("MutexLine not created error 6"));
+    EXPECT_TRUE(HeldTheMutex()) << "what was there already is not owned by being made";
+    ASSERT_EQ(Open(), 0);
+    EXPECT_EQ(TSPI_providerShutdown(0x20000, 4), 0);
+    EXPECT_FALSE(ReleaseMutex(others)) << "the other process would wait for ever";
+    CloseHandle(others);
 }
 
-TEST_F(StartAndStop, TheLineMutexIsWaitedForTwentySecondsTheDebugMutexTen) {
-    static HANDLE letGo;
-    letGo = CreateEventA(nullptr, FALSE, FALSE, nullptr);
-    const auto waited = [](HANDLE mutex, auto wait) {
-        const auto hold = [](LPVOID held) -> DWORD {
-            WaitForSingleObject(held, INFINITE);
-            WaitForSingleObject(letGo, INFINITE);
-            return ReleaseMutex(held) ? 0 : 1;
-        };
-        const HANDLE thread = CreateThread(nullptr, 0, hold, mutex, 0, nullptr);
-        PlatformControl::Settle();
-        const std::uint32_t asked = PlatformControl::Now();
-        wait();
-        const std::uint32_t time = PlatformControl::Now() - asked;
-        SetEvent(letGo);
-        EXPECT_EQ(WaitForSingleObject(thread, INFINITE), WAIT_OBJECT_0);
-        CloseHandle(thread);
-        return time;
-    };
-    WaitLineMutex();
-    ReleaseLineMutex(0);
-    EXPECT_EQ(waited(Process.LineMutex, [] { EXPECT_EQ(WaitLineMutex(), 258); }), 20'000u);
-    TraceLines();
-    EXPECT_EQ(waited(DebugMutex, [] { Trace(TRACE_ALWAYS, "lost"); }), 10'000u);
-    EXPECT_THAT(TraceLines(), IsEmpty());
-    CloseHandle(letGo);
+TEST_F(StartAndStop, OpenWithoutAPortFailsAfterTwentySecondsWithoutTheMutex) {
+    Initialise("COM5");
+    Process.OpenCount = 0;
+    const std::uint32_t asked = PlatformControl::Now();
+    EXPECT_EQ(static_cast<DWORD>(Open()), 0x80000001);
+    EXPECT_EQ(PlatformControl::Now() - asked, 20'000u);
+    EXPECT_FALSE(HeldTheMutex());
 }
 
-TEST_F(StartAndStop, ProviderIsItsOwnUserInterface) {
-    WCHAR name[20];
-    EXPECT_EQ(TSPI_providerUIIdentify(name), 0);
-    std::string text;
-    for (const WCHAR c : std::basic_string<WCHAR>(name))
-        text += static_cast<char>(c);
-    EXPECT_EQ(text, "zt_6232.tsp");
+TEST_F(StartAndStop, InitialisationNeedsAFourCharacterPortAndSucceedsAllTheSame) {
+    for (const char* port : {"NONE", "COM10", "", "COM5"}) {
+        TraceLines();
+        Initialise(port);
+        const std::vector<std::string> lines = TraceLines();
+        EXPECT_EQ(std::count(lines.begin(), lines.end(), "Entering TSPI_providerShutdown(20000 4)"),
+                  std::string(port) == "COM5" ? 0 : 1)
+            << port;
+    }
 }
 
 }  // namespace

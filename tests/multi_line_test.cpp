@@ -1,90 +1,49 @@
 // The icon machine and the supervision keys: traces and events in their order, and what stands on the key afterwards.
-// Key 1 and call 0 unless a row says otherwise.
-#include "support/tracked.h"
+#include "support/requests.h"
 #include "tracking/supervision.h"
-
-#include <functional>
 
 namespace {
 
+constexpr int A = ACTIV_ICON, I = INCOM_ICON, H = HOLD_ICON, O = IDLE_ICON, R = RESERVED_ICON;
+
 using Given = std::function<void()>;
 
-struct Row {
-    Given given;
-    int key, icon;
-    std::string steps;
-    int stored, active;  // afterwards
-};
-
-class MultiLine : public TrackedSet {
+class MultiLine : public Requests {
 protected:
+    struct Row {
+        std::string situation;
+        int key, stored, icon;
+        std::string steps;
+        int then, active;  // the icon and the active key afterwards
+        Given also = {};
+    };
     void Check(const std::vector<Row>& rows) {
         for (const Row& row : rows) {
-            Fresh();
-            row.given();
+            Stand(row.situation, "");
+            At(row.key).icon = row.stored;
+            if (row.stored != A && Tracking.ActivCallTouch == row.key)
+                Tracking.ActivCallTouch = 0;
+            if (row.also)
+                row.also();
             Icon(row.key, row.icon);
             EXPECT_EQ(Steps(), row.steps);
-            EXPECT_EQ(At(row.key).icon, row.stored) << row.steps;
+            EXPECT_EQ(At(row.key).icon, row.then) << row.steps;
             EXPECT_EQ(Tracking.ActivCallTouch, row.active) << row.steps;
         }
-    }
-    // A call on a key, shown by this icon.
-    Given Lit(int icon, DWORD state, bool directed = true, int key = 1) {
-        return [=, this] {
-            const int cref = Call(key, 0, state);
-            At(key).icon = icon;
-            if (icon == ACTIV_ICON)
-                Tracking.ActivCallTouch = key;
-            if (!directed)
-                Undirected(cref);
-        };
-    }
-    Given Empty(int icon) {
-        return [=] { At(1).icon = icon; };
-    }
-    Given Two(DWORD first, DWORD second) {
-        return [=, this] { Double(first, second); };
-    }
-    // The same with a request running on call 0.
-    Given Dropping(DWORD state) {
-        return [=, this] {
-            Lit(ACTIV_ICON, state)();
-            RunningRequest = {REQUEST_DROP, 0, -1};
-            ProviderState.PendingRequestID = 9;
-        };
-    }
-    Given Transferring(int key, DWORD state) {
-        return [=, this] {
-            Lit(ACTIV_ICON, state, true, key)();
-            SwapKeyTransferingCref = 0;
-        };
     }
     Given Consultation(int mode) {
         return [=, this] {
             Settings.EnquiryCallMode = mode;
             RunningRequest = {REQUEST_SETUP_TRANSFER, 5, Call(12, 0, IDLE)};
-            ProviderState.PendingRequestID = 7;
         };
     }
 };
 
 TEST_F(MultiLine, ChangesWithoutAStepTouchNothing) {
-    const std::pair<int, int> cells[] = {
-        {IDLE_ICON, HOLD_ICON},     {IDLE_ICON, IDLE_ICON}, {ACTIV_ICON, ACTIV_ICON},    {INCOM_ICON, INCOM_ICON},
-        {INCOM_ICON, HOLD_ICON},    {HOLD_ICON, HOLD_ICON}, {RESERVED_ICON, ACTIV_ICON}, {RESERVED_ICON, INCOM_ICON},
-        {RESERVED_ICON, HOLD_ICON}, {0, INCOM_ICON}};
-    for (const auto& [stored, icon] : cells)
-        for (const DWORD state :
-             {OFFERING, STATE_REOFFERING, DIALTONE, PROCEEDING, CONNECTED, ONHOLD, DISCONNECTED, CONFERENCED}) {
-            Fresh();
-            Lit(stored, state)();
-            Icon(1, icon);
-            EXPECT_EQ(Steps(), "") << stored << " " << icon;
-            EXPECT_EQ(At(1).icon, stored);
-            EXPECT_EQ(Record(0).state, state);
-        }
-    Icon(12, ACTIV_ICON);
-    EXPECT_EQ(At(12).icon, IDLE_ICON) << "not a tracked key";
+    for (const auto& [stored, icon] : {std::pair{O, H}, {O, O}, {A, A}, {I, I}, {I, H}, {H, H}, {R, A}, {R, I}, {R, H}})
+        for (const char* situation : {"1O", "1R", "1T", "1P", "1C", "1H", "1D", "1F"})
+            Check({{situation, 1, stored, icon, "", stored, stored == A ? 1 : 0}});
+    Check({{"", 12, O, A, "", O, 0}});
 }
 
 TEST_F(MultiLine, FromAnIdleKey) {
@@ -97,45 +56,38 @@ TEST_F(MultiLine, FromAnIdleKey) {
         for (CallRecord& call : CallTable)
             call.touch = 5;
     };
-    const Given crossed = [&] { Call(1, 0, PROCEEDING), Call(1, 1, DIALTONE); };
     Check({
-        {Consultation(0), 1, ACTIV_ICON,
-         "REPLY 7 0 | sendCompletion SetupTransfer  | Icone:1 - Etat:DIALTONE - Ref:0 | STATE 0 DIALTONE", ACTIV_ICON,
-         1},
-        {Consultation(1), 1, ACTIV_ICON, "NEWCALL 1 | Icone:1 - Etat:DIALTONE - Ref:1 | STATE 1 DIALTONE", ACTIV_ICON,
-         1},
-        {Lit(IDLE_ICON, PROCEEDING), 1, ACTIV_ICON, "ACT_ACTIV_ICON ref 0000 ffffffff deja cree", ACTIV_ICON, 1},
-        {waiting, 2, ACTIV_ICON,
-         "InPickUpFunction Icone:2 - Etat:PROCEEDING - Ref:0 | STATE 0 PROCEEDING | "
-         "InPickUpSupervFunction Icone:2 - Etat:CONNECTED - Ref:1 | STATE 1 CONNECTED | "
-         "SwapKeyTransfering cref 0002 new Icone:2",
-         ACTIV_ICON, 2},
-        {crossed, 1, INCOM_ICON,
+        {"", 1, O, A, "NEWCALL 1 | Icone:1 - Etat:DIALTONE - Ref:1 | STATE 1 DIALTONE", A, 1, Consultation(1)},
+        {"1P", 1, O, A, "ACT_ACTIV_ICON ref 0000 ffffffff deja cree", A, 1},
+        {"1P 1T", 1, O, I,
          "CROISEMENT arrivee/depart iconid:1 cref1 0 cref2 1 | ClearCall cref 0 | STATE 0 DISCONNECTED 1 | "
          "STATE 0 IDLE | ClearCall cref 1 | STATE 1 DISCONNECTED 1 | STATE 1 IDLE | NEWCALL 0",
-         INCOM_ICON, 0},
-        {[&] { SwapKeyTransferingCref = Call(8, 0, OFFERING); }, 2, INCOM_ICON,
-         "SwapKeyTransfering cref 0000 new Icone:2 state INCOMING", INCOM_ICON, 0},
-        {Empty(IDLE_ICON), 1, RESERVED_ICON,
-         "NEWCALL 0 | Icone:1 - Etat:RESERVED DISCONNECTED - Ref:0 | STATE 0 DISCONNECTED", ACTIV_ICON, 1},
-        {Lit(IDLE_ICON, PROCEEDING), 1, RESERVED_ICON, "", ACTIV_ICON, 1},
-        {Empty(IDLE_ICON), 8, RESERVED_ICON, "", IDLE_ICON, 0},
-        {[] { Tracking.ForwardAckTicks = 3; }, 1, ACTIV_ICON, "", IDLE_ICON, 0},
-        {allTaken, 1, INCOM_ICON, "", INCOM_ICON, 0},
-        {allTaken, 1, ACTIV_ICON, "", ACTIV_ICON, 1},
+         I, 0, [] { Tracking.OfferTicks = 9; }},
+    });
+    EXPECT_EQ(Tracking.OfferTicks, 0) << "its caller has a second to show, whoever rang before";
+    Check({
+        {"", 2, O, I, "SwapKeyTransfering cref 0000 new Icone:2 state INCOMING", I, 0,
+         [&] { SwapKeyTransferingCref = Call(8, 0, OFFERING); }},
+        {"", 1, O, R, "NEWCALL 0 | Icone:1 - Etat:RESERVED DISCONNECTED - Ref:0 | STATE 0 DISCONNECTED", A, 1},
+        {"1P", 1, O, R, "", A, 1},
+        {"", 8, O, R, "", O, 0},
+        {"", 1, O, A, "", O, 0, [] { Tracking.ForwardAckTicks = 3; }},
+        {"", 1, O, I, "", I, 0, allTaken},
+        {"", 1, O, A, "", A, 1, allTaken},
     });
     EXPECT_THAT(At(1).calls, ElementsAre(-1, -1));
-    Fresh();
-    waiting();
-    Icon(2, ACTIV_ICON);
+    Check({{"", 2, O, A,
+            "InPickUpFunction Icone:2 - Etat:PROCEEDING - Ref:0 | STATE 0 PROCEEDING | "
+            "InPickUpSupervFunction Icone:2 - Etat:CONNECTED - Ref:1 | STATE 1 CONNECTED | "
+            "SwapKeyTransfering cref 0002 new Icone:2",
+            A, 2, waiting}});
     EXPECT_EQ(Tracking.PickUpCref, 0) << "until it is reported connected";
     for (const int cref : {0, 1, 2})
         EXPECT_EQ(Record(cref).touch, 2);
-    EXPECT_EQ(PickUpSupervCref, -1);
-    EXPECT_EQ(SwapKeyTransferingCref, -1);
-    Fresh();
-    Consultation(0)();
-    Icon(1, ACTIV_ICON);
+    EXPECT_EQ(PickUpSupervCref + SwapKeyTransferingCref, -2);
+    Check(
+        {{"", 1, O, A, "REPLY 9 0 | sendCompletion SetupTransfer  | Icone:1 - Etat:DIALTONE - Ref:0 | STATE 0 DIALTONE",
+          A, 1, Consultation(0)}});
     EXPECT_EQ(RunningRequest.Code, REQUEST_NONE);
     EXPECT_EQ(RunningRequest.ConsultCref, -1);
     EXPECT_EQ(Record(0).touch, 1);
@@ -143,58 +95,45 @@ TEST_F(MultiLine, FromAnIdleKey) {
 }
 
 TEST_F(MultiLine, AnswerHoldRetrieve) {
-    const char* notConnected = "Impossible de mettre un appel non connected onhold";
+    const std::string notConnected = "Impossible de mettre un appel non connected onhold",
+                      retrieved = "ActivCallTouch:0 - iconid:1 | Icone:1  - Etat:CONNECTED - Ref:0 cas 3";
     Check({
-        {Lit(HOLD_ICON, ONHOLD, false), 1, ACTIV_ICON,
-         "ActivCallTouch:0 - iconid:1 | Icone:1  - Etat:CONNECTED - Ref:0 cas 3", ACTIV_ICON, 1},
-        {[&] { Lit(HOLD_ICON, ONHOLD)(), Tracking.ActivCallTouch = 1; }, 1, ACTIV_ICON,
-         "ActivCallTouch:1 - iconid:1 | Icone:1  - Etat:CONNECTED - Ref:0 cas 3 | STATE 0 CONNECTED", ACTIV_ICON, 1},
-        {[&] { Lit(HOLD_ICON, ONHOLD)(), Call(1, 1, ONHOLD); }, 1, ACTIV_ICON,
-         "Impossible 2 appels sur la même Touche ??", HOLD_ICON, 0},
-        {Empty(HOLD_ICON), 1, ACTIV_ICON, notConnected, HOLD_ICON, 0},
-        {Lit(INCOM_ICON, OFFERING, false), 1, ACTIV_ICON,
-         "Icone:1 - Etat:CONNECTED - Ref:0 cas 5 | Inbound:0 | STATE 0 CONNECTED", ACTIV_ICON, 1},
-        {Lit(INCOM_ICON, STATE_REOFFERING), 1, ACTIV_ICON,
-         "ActivCallTouch:0 - iconid:1 | Icone:1 - Etat:CONNECTED - Ref:0 cas 4 | Inbound:1 | STATE 0 CONNECTED",
-         ACTIV_ICON, 1},
-        {Empty(INCOM_ICON), 1, ACTIV_ICON, "Impossible: l'appel n'a pas été enregistré", INCOM_ICON, 0},
-        {Lit(ACTIV_ICON, CONNECTED), 1, HOLD_ICON, "Icone:1  - Etat:ONHOLD - Ref:0 | STATE 0 ONHOLD", HOLD_ICON, 0},
-        {Lit(ACTIV_ICON, CONNECTED, false), 1, HOLD_ICON, "Icone:1  - Etat:ONHOLD - Ref:0", HOLD_ICON, 0},
-        {Two(CONNECTED, ONHOLD), 1, HOLD_ICON, "Impossible 2 appels sur la même Touche en garde ??", ACTIV_ICON, 1},
-        {Lit(ACTIV_ICON, DIALTONE), 1, HOLD_ICON, notConnected, ACTIV_ICON, 1},
+        {"1H-", 1, H, A, retrieved, A, 1},
+        {"1H", 1, H, A, retrieved + " | STATE 0 CONNECTED", A, 1},
+        {"1H 1H", 1, H, A, "Impossible 2 appels sur la même Touche ??", H, 0},
+        {"", 1, H, A, notConnected, H, 0},
+        {"1O-", 1, I, A, "Icone:1 - Etat:CONNECTED - Ref:0 cas 5 | Inbound:0 | STATE 0 CONNECTED", A, 1},
+        {"1R", 1, I, A,
+         "ActivCallTouch:0 - iconid:1 | Icone:1 - Etat:CONNECTED - Ref:0 cas 4 | Inbound:1 | STATE 0 CONNECTED", A, 1},
+        {"", 1, I, A, "Impossible: l'appel n'a pas été enregistré", I, 0},
+        {"1C", 1, A, H, "Icone:1  - Etat:ONHOLD - Ref:0 | STATE 0 ONHOLD", H, 0},
+        {"1C-", 1, A, H, "Icone:1  - Etat:ONHOLD - Ref:0", H, 0},
+        {"1C 1H", 1, A, H, "Impossible 2 appels sur la même Touche en garde ??", A, 1},
+        {"1T", 1, A, H, notConnected, A, 1},
     });
 }
 
 TEST_F(MultiLine, KeyThatRingsAgain) {
-    const char* abandoned = "Icone:1 - Etat:DISCONNECTED - Ref:1 | STATE 1 DISCONNECTED 1 | Icone:1 - Etat:IDLE - Ref:1"
-                            " | STATE 1 IDLE | Icone:1 - Etat:REOFFERING - Ref:0 | STATE 0 OFFERING";
-    const Given otherKey = [&] { Double(ONHOLD, DIALTONE), At(2).icon = ACTIV_ICON; };
-    const Given otherActive = [&] {
-        Lit(ACTIV_ICON, ONHOLD)(), Call(2, 0, ONHOLD);
-        At(2).icon = ACTIV_ICON;
-    };
+    const std::string reoffered = "Icone:1 - Etat:REOFFERING - Ref:0",
+                      abandoned = "Icone:1 - Etat:DISCONNECTED - Ref:1 | STATE 1 DISCONNECTED 1 | "
+                                  "Icone:1 - Etat:IDLE - Ref:1 | STATE 1 IDLE | " +
+                                  reoffered + " | STATE 0 OFFERING";
     Check({
-        {Lit(HOLD_ICON, ONHOLD), 1, INCOM_ICON, "STATE 0 OFFERING | Icone:1 - Etat:REOFFERING - Ref:0", INCOM_ICON, 0},
-        {Lit(HOLD_ICON, ONHOLD, false), 1, INCOM_ICON, "Icone:1 - Etat:REOFFERING - Ref:0", INCOM_ICON, 0},
-        {Lit(HOLD_ICON, CONNECTED), 1, INCOM_ICON, "Pb d'état ...", HOLD_ICON, 0},
-        {Two(ONHOLD, PROCEEDING), 1, INCOM_ICON, abandoned, INCOM_ICON, 1},
-        {Two(ONHOLD, DIALTONE), 1, INCOM_ICON, abandoned, INCOM_ICON, 1},
-        {otherKey, 2, INCOM_ICON, "Pb d'état...", ACTIV_ICON, 1},
-        {otherActive, 2, INCOM_ICON, "STATE 1 OFFERING | Icone:2 - Etat:REOFFERING - Ref:1", INCOM_ICON, 2},
-        {Two(ONHOLD, DISCONNECTED), 1, INCOM_ICON,
-         "STATE 1 IDLE | Icone:1 - Etat:IDLE - Ref:1 | STATE 0 OFFERING | Icone:1 - Etat:REOFFERING - Ref:0",
-         INCOM_ICON, 1},
-        {Lit(ACTIV_ICON, CONNECTED), 1, INCOM_ICON, "", ACTIV_ICON, 1},
-        {Lit(ACTIV_ICON, DISCONNECTED), 1, INCOM_ICON, "Icone:1 - Etat:OFFERING - Ref:0 | STATE 0 OFFERING", INCOM_ICON,
-         1},
+        {"1H", 1, H, I, "STATE 0 OFFERING | " + reoffered, I, 0},
+        {"1H-", 1, H, I, reoffered, I, 0},
+        {"1C", 1, H, I, "Pb d'état ...", H, 0},
+        {"1H 1T", 1, A, I, abandoned, I, 1},
+        {"1H 1T", 2, A, I, "Pb d'état...", A, 1},
+        {"1H 2H", 2, A, I, "STATE 1 OFFERING | Icone:2 - Etat:REOFFERING - Ref:1", I, 2},
+        {"1C", 1, A, I, "", A, 1},
+        {"1D", 1, A, I, "Icone:1 - Etat:OFFERING - Ref:0 | STATE 0 OFFERING", I, 1},
+        {"1H 1P", 1, A, I, abandoned, I, 1},
     });
-    for (const DWORD second : {PROCEEDING, DISCONNECTED}) {
-        Fresh();
-        Double(ONHOLD, second);
-        Icon(1, INCOM_ICON);
-        EXPECT_EQ(Record(1).Outbound, second == PROCEEDING ? 1 : 0) << "an abandoned call keeps its direction";
-        EXPECT_EQ(Tracking.DbCall, 0);
-    }
+    EXPECT_EQ(Record(1).Inbound, 1) << "an abandoned call keeps its direction";
+    EXPECT_EQ(Tracking.DbCall, 0);
+    Check({{"1H 1D", 1, A, I, "STATE 1 IDLE | Icone:1 - Etat:IDLE - Ref:1 | STATE 0 OFFERING | " + reoffered, I, 1}});
+    EXPECT_FALSE(Record(1).HasDirection());
+    EXPECT_EQ(Tracking.DbCall, 0);
 }
 
 TEST_F(MultiLine, KeyThatGoesOut) {
@@ -203,92 +142,76 @@ TEST_F(MultiLine, KeyThatGoesOut) {
         return state + " DISCONNECTED 1" + out + "DISCONNECTED - Ref:" + cref + " | " + state + " IDLE" + out +
                "IDLE - Ref:" + cref;
     };
-    const std::string dropped = "lineDrop Running cref 0000 => LINE_REPLY OK | REPLY 9 0";
+    const Given dropping = [] { RunningRequest = {REQUEST_DROP, 0, -1}; };
+    const Given transferring = [] { SwapKeyTransferingCref = 0; };
+    const std::string dropped = "lineDrop Running cref 0000 => LINE_REPLY OK | REPLY 9 0",
+                      idle = " | Icone:1 éteint - Etat:IDLE - Ref:";
     Check({
-        {Lit(ACTIV_ICON, BUSY, false), 1, IDLE_ICON, ended(1), IDLE_ICON, 0},
-        {Lit(ACTIV_ICON, DIALTONE), 1, IDLE_ICON, ended(1), IDLE_ICON, 0},
-        {Lit(ACTIV_ICON, PROCEEDING), 1, IDLE_ICON, ended(1), IDLE_ICON, 0},
-        {Lit(HOLD_ICON, ONHOLD), 1, IDLE_ICON, ended(1), IDLE_ICON, 0},
-        {Lit(INCOM_ICON, STATE_REOFFERING), 1, IDLE_ICON, ended(1), IDLE_ICON, 0},
-        {Lit(INCOM_ICON, OFFERING), 1, RESERVED_ICON, ended(1), IDLE_ICON, 0},
-        {Two(CONNECTED, ONHOLD), 1, IDLE_ICON, ended(1) + " | " + ended(1, "1"), IDLE_ICON, 0},
-        {Lit(ACTIV_ICON, OFFERING), 1, RESERVED_ICON, ended(1), IDLE_ICON, 1},
-        {Lit(ACTIV_ICON, CONNECTED, true, 8), 8, RESERVED_ICON, ended(8), IDLE_ICON, 0},
-        {Dropping(CONNECTED), 1, RESERVED_ICON,
-         "STATE 0 DISCONNECTED 1 | Icone:1 éteint - Etat:DISCONNECTED - Ref:0 | " + dropped, ACTIV_ICON, 1},
-        {Dropping(DISCONNECTED), 1, RESERVED_ICON, dropped, ACTIV_ICON, 1},
-        {Dropping(DISCONNECTED), 1, IDLE_ICON, "STATE 0 IDLE | " + dropped + " | Icone:1 éteint - Etat:IDLE - Ref:0",
-         IDLE_ICON, 0},
-        {Transferring(9, CONNECTED), 9, IDLE_ICON, "Icone:9 éteint - cref 0000 transfert touche PAT/SEC", IDLE_ICON, 0},
-        {Transferring(8, OFFERING), 8, IDLE_ICON, "Icone:8 éteint cref 0000 transfert subi en sonnerie touche PAT/SEC",
-         IDLE_ICON, 8},
-        {Transferring(10, CONNECTED), 10, IDLE_ICON, ended(10), IDLE_ICON, 0},
-        {Lit(ACTIV_ICON, IDLE), 1, IDLE_ICON, "", ACTIV_ICON, 1},
+        {"1C-", 1, A, O, ended(1), O, 0, [] { Record(0).state = BUSY; }},
+        {"1T", 1, A, O, ended(1), O, 0},
+        {"1H", 1, H, O, ended(1), O, 0},
+        {"1R", 1, I, O, ended(1), O, 0},
+        {"1O", 1, I, R, ended(1), O, 0},
+        {"1O", 1, A, R, ended(1), O, 1},
+        {"8C", 8, A, R, ended(8), O, 0},
+        {"1C", 1, A, R, "STATE 0 DISCONNECTED 1 | Icone:1 éteint - Etat:DISCONNECTED - Ref:0 | " + dropped, A, 1,
+         dropping},
+        {"1D", 1, A, R, dropped, A, 1, dropping},
+        {"1D", 1, A, O, "STATE 0 IDLE | " + dropped + idle + "0", O, 0, dropping},
+        {"2C 1D", 1, A, O, "STATE 1 IDLE" + idle + "1", O, 0},
+        {"9C", 9, A, O, "Icone:9 éteint - cref 0000 transfert touche PAT/SEC", O, 0, transferring},
+        {"8O", 8, A, O, "Icone:8 éteint cref 0000 transfert subi en sonnerie touche PAT/SEC", O, 8, transferring},
+        {"10C", 10, A, O, ended(10), O, 0, transferring},
+        {"1I", 1, A, O, "", A, 1},
+        {"2C 2H 1H", 1, H, O, ended(1, "2"), O, 2},
     });
+    EXPECT_EQ(Tracking.DbCall, 1) << "another key's two calls";
+    Check({{"1C 1H", 1, A, O, ended(1) + " | " + ended(1, "1"), O, 0}});
+    EXPECT_EQ(Tracking.DbCall, 0);
+    Check({{"1P", 1, A, O, ended(1), O, 0, [] { CopyText(TmpAddress, "4720"); }}});
+    EXPECT_STREQ(TmpAddress, "") << "its digits are not the next call's";
     // Three multi-line keys: the fourth waiting entry is not looked at.
-    for (const int icon : {ACTIV_ICON, IDLE_ICON})
+    for (const int icon : {A, O})
         for (const std::size_t entry : {2u, 3u}) {
-            Fresh();
-            Lit(INCOM_ICON, OFFERING)();
+            Stand("1O", "");
+            At(1).icon = I;
             WaitInfo[entry] = 0;
             Icon(1, icon);
             EXPECT_EQ(WaitInfo[entry], entry < 3 ? -1 : 0);
-            EXPECT_EQ(Tracking.UnknownConnectedCall, entry < 3 && icon == ACTIV_ICON ? 0 : -1);
+            EXPECT_EQ(Tracking.UnknownConnectedCall, entry < 3 && icon == A ? 0 : -1);
         }
 }
 
 TEST_F(MultiLine, SupervisionKeyThatStopsRinging) {
-    struct Case {
-        DWORD state;
-        int touch;  // where the call of key 7 stands now; -1 = none
-        const char* steps;
-        int stored, slot;
-    };
-    const Case cases[] = {
-        {0, -1, "", IDLE_ICON, -1},
-        {STATE_REOFFERING, 7,
-         "STATE 0 DISCONNECTED 1 | Icone:7 éteint - Etat:DISCONNECTED - Ref:0 | STATE 0 IDLE | "
-         "Icone:7 éteint - Etat:IDLE - Ref:0 | Annulation PickUpSupervProceeding 0000 ",
-         IDLE_ICON, -1},
-        {OFFERING, 2, "", INCOM_ICON, 0},
-        {ONHOLD, 2, "Icone:7 éteint - Superv Interceptee - Ref:0", IDLE_ICON, -1},
-        {CONNECTED, 7, "Icone:7 éteint - Superv etat impossible 100 - Ref:0", INCOM_ICON, 0},
-    };
-    for (const int icon : {IDLE_ICON, RESERVED_ICON})
-        for (const Case& c : cases) {
-            Fresh();
-            At(7).icon = INCOM_ICON;
-            if (c.touch != -1) {
-                PickUpSupervCref = Call(7, 0, c.state);
-                Record(0).touch = c.touch;
-            }
-            Icon(7, ACTIV_ICON);
-            Icon(7, HOLD_ICON);
-            EXPECT_EQ(Steps(), "") << "the colleague answered";
-            Icon(7, icon);
-            EXPECT_EQ(Steps(), c.steps);
-            EXPECT_EQ(At(7).icon, c.stored) << c.steps;
-            EXPECT_EQ(At(7).calls[0], c.slot) << c.steps;
-        }
+    const Given pickedUp = [] { PickUpSupervCref = 0; };
+    const Given elsewhere = [] { Record(0).touch = 2; };
+    for (const int icon : {O, R})
+        Check({
+            {"", 7, I, icon, "", O, 0},
+            {"7O", 7, I, A, "", I, 0},
+            {"7R", 7, I, icon,
+             "STATE 0 DISCONNECTED 1 | Icone:7 éteint - Etat:DISCONNECTED - Ref:0 | STATE 0 IDLE | "
+             "Icone:7 éteint - Etat:IDLE - Ref:0 | Annulation PickUpSupervProceeding 0000 ",
+             O, 0, pickedUp},
+            {"7O", 7, I, icon, "", I, 0, elsewhere},
+            {"7H", 7, I, icon, "Icone:7 éteint - Superv Interceptee - Ref:0", O, 0, elsewhere},
+            {"7C", 7, I, icon, "Icone:7 éteint - Superv etat impossible 100 - Ref:0", I, 0},
+        });
     Fresh();
     SupervKeyPressed(7);
     EXPECT_EQ(PickUpSupervCref, -1) << "it does not ring";
-    Icon(7, INCOM_ICON);
-    Icon(7, INCOM_ICON);
-    EXPECT_EQ(Steps(), "NEWCALL 0") << "the same call still";
-    Record(0).touch = 2;  // intercepted, and the next call rings before the key has gone out
-    Icon(7, INCOM_ICON);
-    EXPECT_EQ(Steps(), "NEWCALL 1");
-    Fresh();
     Settings.SupervService = 0;
-    Icon(7, INCOM_ICON);
+    Icon(7, I);
     EXPECT_EQ(Steps(), "");
     Settings.SupervService = 1;
-    Icon(7, INCOM_ICON);
-    Steps();
-    TraceMask = TRACE_ENTRY;
+    Icon(7, I);
+    Icon(7, I);
+    EXPECT_EQ(Steps(), "NEWCALL 0") << "the same call still";
     SupervKeyPressed(7);
     EXPECT_EQ(Steps(), "Appui sur tou superv 7 en sonnerie => interception manuelle cref 0000");
+    Record(0).touch = 2;  // intercepted, and the next call rings before the key has gone out
+    Icon(7, I);
+    EXPECT_EQ(Steps(), "NEWCALL 1");
 }
 
 }  // namespace

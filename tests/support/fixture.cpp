@@ -299,6 +299,7 @@ int OnTheLine::Call(int key, int slot, DWORD state, bool inbound) {
     CallRecord& call = CallTable.at(static_cast<std::size_t>(cref));
     (inbound ? call.Inbound : call.Outbound) = 1;
     call.htCall = reinterpret_cast<HTAPICALL>(static_cast<std::uintptr_t>(0x100 + cref));
+    CopyText(call.RedirectingName, "of before");  // has to go with the call
     TouchTable.at(static_cast<std::size_t>(key)).calls[static_cast<std::size_t>(slot)] = cref;
     return cref;
 }

@@ -96,6 +96,7 @@ private:
             const std::string kept = StateName(call.state == STATE_REOFFERING ? OFFERING : call.state);
             EXPECT_TRUE(kept == state || (!call.HasDirection() && state != "IDLE")) << cref << kept << state;
             EXPECT_EQ(call.touch == 0, state == "IDLE") << cref;
+            EXPECT_FALSE(state == "IDLE" && call.RedirectingName[0] != 0) << cref << " is inherited by the next call";
             for (const int key : {1, 2, 3})
                 EXPECT_FALSE(state == "IDLE" && (At(key).calls[0] == cref || At(key).calls[1] == cref)) << cref;
         }
