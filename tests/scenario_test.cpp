@@ -59,6 +59,23 @@ INSTANTIATE_TEST_SUITE_P(Versions, StartUp,
                                     (std::get<3>(param.param) ? "Module" : "");
                          });
 
+TEST_F(Service, StartUpTakesTheWiresTimePlusOneTickPerQuestionAndAnswer) {
+    Machine.config.omna = 3;
+    ASSERT_EQ(OpenLine(), 0);
+    const std::uint32_t started = PlatformControl::Now();
+    while (!Tick.ConfigReceived && PlatformControl::Now() - started < 20'000)
+        Advance(100);
+    const std::uint32_t took = PlatformControl::Now() - started;
+    // 11 bits a byte at 9,600 baud, both directions one after the other; each request of the dialogue, the frames of the
+    // link's start and the tempo frame wait for one tick to be answered in, and one to be sent in.
+    const auto wire = static_cast<std::uint32_t>((Port.BytesOut + Port.BytesIn) * 11 * 1000 / 9600);
+    const auto questions = static_cast<std::uint32_t>(Machine.pbx.requests.size()) + 4;
+    RecordProperty("milliseconds", static_cast<int>(took));
+    RecordProperty("wire", static_cast<int>(wire));
+    RecordProperty("questions", static_cast<int>(questions));
+    EXPECT_LE(took, wire + 2 * questions * TICK_MS);
+}
+
 TEST_F(Service, WrongSetStopsWithItsBoxAndClosesTheLine) {
     Machine.config.deviceType = 1;
     ASSERT_EQ(OpenLine(), 0);
