@@ -64,6 +64,30 @@ protected:
         Active(1);
         Tracking.DbCall = 1;
     }
+    // A state by its letter.
+    static DWORD Named(char letter) {
+        static const std::map<char, DWORD> states = {{'-', 0},
+                                                     {'I', IDLE},
+                                                     {'O', OFFERING},
+                                                     {'R', STATE_REOFFERING},
+                                                     {'T', DIALTONE},
+                                                     {'P', PROCEEDING},
+                                                     {'C', CONNECTED},
+                                                     {'H', ONHOLD},
+                                                     {'F', CONFERENCED},
+                                                     {'D', DISCONNECTED},
+                                                     {'B', BUSY},
+                                                     {'U', LINECALLSTATE_UNKNOWN},
+                                                     {'G', LINECALLSTATE_DIALING},
+                                                     {'K', LINECALLSTATE_RINGBACK},
+                                                     {'W', LINECALLSTATE_ONHOLDPENDTRANSFER}};
+        return states.at(letter);
+    }
+    // Calls 0, 1, ... alone on keys 1, 2, ...
+    void Calls(const std::string& letters) {
+        for (std::size_t i = 0; i < letters.size(); ++i)
+            Call(static_cast<int>(i) + 1, 0, Named(letters[i]));
+    }
     static void Undirected(int cref) { Record(cref).Inbound = Record(cref).Outbound = Record(cref).byMakeCall = 0; }
 
     // Trace lines and events since the last call in the order in which they happened, " | " between them. An event
