@@ -15,6 +15,7 @@ protected:
     HDRVLINE Line = reinterpret_cast<HDRVLINE>(&ProviderState);
     CallersBuffer Buffer;
     RecordingPort Port;
+    DWORD Placed = 0;
 
     void SetUp() override {
         Requesting::SetUp();
@@ -26,8 +27,8 @@ protected:
             CloseHandle(std::exchange(Serial.Port, INVALID_HANDLE_VALUE));
         Requesting::TearDown();
     }
-    // A placed text, of which size and offset stand at two fields: 'text'@offset+size.
-    std::string Text(DWORD field) const {
+    // A placed text, of which size and offset stand at two fields.
+    std::string Text(DWORD field) {
         const DWORD size = Buffer.Field(field), offset = Buffer.Field(field + 4);
         if (size == CallersBuffer::LEFT && offset == CallersBuffer::LEFT)
             return "-";
@@ -35,10 +36,11 @@ protected:
         for (DWORD at = offset; at + 2 < offset + size; at += 2)
             out += static_cast<char>(*Buffer.At(at));
         EXPECT_EQ(*Buffer.At(offset + size - 2) + *Buffer.At(offset + size - 1), 0) << "terminated";
-        return out + "'@" + std::to_string(offset) + "+" + std::to_string(size);
+        Placed += size;
+        return out + "'";
     }
     // The answer of lineGetCallInfo: needed, used, origin, reason, and each party that anything was told of: flags,
-    // address, name.
+    // address, name. The texts fill what is used.
     std::string Info(int cref, DWORD total = 1000) {
         auto* info = Buffer.Room<LINECALLINFO>(total);
         EXPECT_EQ(TSPI_lineGetCallInfo(Handle(cref), info), 0);
@@ -46,12 +48,14 @@ protected:
         std::string out = std::to_string(info->dwNeededSize) + " " + std::to_string(info->dwUsedSize) + " " +
                           Hex(info->dwOrigin) + " " + Hex(info->dwReason);
         DWORD flags = offsetof(LINECALLINFO, dwCallerIDFlags);
+        Placed = CALLINFO_FIXED;
         for (const char* name : {"caller", "called", "connected", "redirection", "redirecting"}) {
             const std::string told = Hex(Buffer.Field(flags)) + " " + Text(flags + 4) + " " + Text(flags + 12);
             if (told != "0 - -")
                 out += std::string(" | ") + name + " " + told;
             flags += 20;
         }
+        EXPECT_EQ(Placed, info->dwUsedSize);
         return out;
     }
     // A record whose every party text names itself in two letters.
@@ -82,31 +86,29 @@ TEST_F(StatusQueries, CallInfoWritesTheseFieldsAndNoOthers) {
 TEST_F(StatusQueries, PartiesOfACallPlacedFromHere) {
     Call(1, 0, PROCEEDING, false);
     CopyText(Record(0).DestAddress, "1234");
-    EXPECT_EQ(Info(0), "336 336 1 800 | called 8 '1234'@324+10 ''@334+2");
+    EXPECT_EQ(Info(0), "336 336 1 800 | called 8 '1234' ''");
     EXPECT_EQ(Info(0, 330), "336 324 1 800 | called 8 - -");
     Record(0).DestAddress[0] = 0;
     Record(0).Reason = LINECALLREASON_FWDBUSY;
     Record(0).state = CONNECTED;
-    EXPECT_EQ(Info(0), "332 332 1 800 | called 0 ''@324+2 ''@326+2 | connected 10 ''@328+2 ''@330+2");
+    EXPECT_EQ(Info(0), "332 332 1 800 | called 0 '' '' | connected 10 '' ''");
     FillTexts(Record(0));
-    EXPECT_EQ(Info(0), "360 360 1 800 | called c 'ca'@324+6 'cn'@330+6 | connected c 'oa'@336+6 'on'@342+6 | "
-                       "redirection c 'na'@348+6 'nn'@354+6");
+    EXPECT_EQ(Info(0), "360 360 1 800 | called c 'ca' 'cn' | connected c 'oa' 'on' | redirection c 'na' 'nn'");
     EXPECT_THAT(TraceLines(), testing::IsSupersetOf({"RedirectionAddress:'na' lg 5", "RedirectionName:'nn' lg 5",
                                                      " dwCalledIDFlags c dwConnectedIDFlags c"}));
     Record(0).CalledName[0] = Record(0).ConnectedAddress[0] = Record(0).RedirectionName[0] = 0;
-    EXPECT_EQ(Info(0), "350 350 1 800 | called c 'ca'@324+6 'dn'@330+6 | connected 4 ''@336+2 'on'@338+6 | "
-                       "redirection 8 'na'@344+6 -");
+    EXPECT_EQ(Info(0), "350 350 1 800 | called c 'ca' 'dn' | connected 4 '' 'on' | redirection 8 'na' -");
 }
 
 TEST_F(StatusQueries, PartiesOfAReceivedCall) {
     Calls("C");
-    EXPECT_EQ(Info(0), "328 328 20 800 | caller 0 ''@324+2 ''@326+2 | connected 10 - -");
+    EXPECT_EQ(Info(0), "328 328 20 800 | caller 0 '' '' | connected 10 - -");
     FillTexts(Record(0));
     Record(0).Origin = LINECALLORIGIN_EXTERNAL;
     Record(0).Reason = LINECALLREASON_FWDNOANSWER;
     Steps();
-    EXPECT_EQ(Info(0), "372 372 4 4 | caller c 'ra'@324+6 'rn'@330+6 | called c 'ca'@336+6 'cn'@342+6 | "
-                       "connected c 'oa'@348+6 'on'@354+6 | redirecting c 'ga'@360+6 'gn'@366+6");
+    EXPECT_EQ(Info(0), "372 372 4 4 | caller c 'ra' 'rn' | called c 'ca' 'cn' | "
+                       "connected c 'oa' 'on' | redirecting c 'ga' 'gn'");
     EXPECT_EQ(Steps(),
               "Entering TSPI_lineGetCallInfo cref:0 hdCall:0 | callState 100 DestAddress:'da' - DestName:'dn' | "
               "v2 CallerAdd:'ra' lg 6 | CallerAdd:  Used 144 Needed 14a Total 3e8 | "
@@ -116,14 +118,13 @@ TEST_F(StatusQueries, PartiesOfAReceivedCall) {
               "RedirectingName:'gn' lg 5 | CallerIDFlags c CalledIDFlags c Origin 4 Reason 4");
     Record(0).CallerAddress[0] = Record(0).CalledAddress[0] = Record(0).ConnectedName[0] = 0;
     Record(0).RedirectingAddress[0] = Record(0).RedirectingName[0] = 0;
-    const std::string parties = " | caller c 'da'@324+6 'rn'@330+6 | called 4 - 'cn'@336+6 | connected 8 'oa'@342+6 -";
-    for (const auto& [stored, told] :
-         {std::pair{1u, "1"}, {0x10u, "10"}, {0x20u, "800"}, {0x100u, "800"}, {2u, "2 -"}, {4u, "4 -"}, {8u, "8 -"}}) {
+    const std::string parties = " | caller c 'da' 'rn' | called 4 - 'cn' | connected 8 'oa' -";
+    const std::pair<DWORD, const char*> reasons[] = {{1, "1"}, {0x10, "10"}, {0x20, "800"}, {0x100, "800"},
+                                                     {2, "2"}, {4, "4"},     {8, "8"}};
+    for (const auto& [stored, told] : reasons) {
         Record(0).Reason = stored;
-        const std::string reason = told;
-        const bool forwarded = reason.ends_with("-");
-        EXPECT_EQ(Info(0), "348 348 4 " + reason.substr(0, reason.find(' ')) + parties +
-                               (forwarded ? " | redirecting 8 - -" : ""));
+        EXPECT_EQ(Info(0), std::string("348 348 4 ") + told + parties +
+                               (stored >= 2 && stored <= 8 ? " | redirecting 8 - -" : ""));
     }
 }
 
@@ -132,12 +133,11 @@ TEST_F(StatusQueries, TextsArePlacedWhileAllBeforeThemFit) {
     Calls("C");
     FillTexts(Record(0));
     CopyText(Record(0).CalledAddress, "0145678901");  // 22 bytes
-    EXPECT_EQ(Info(0, 357), "376 336 20 800 | caller c 'ra'@324+6 'rn'@330+6 | called c - - | connected c - -");
-    EXPECT_EQ(Info(0, 358),
-              "376 358 20 800 | caller c 'ra'@324+6 'rn'@330+6 | called c '0145678901'@336+22 - | connected c - -");
+    EXPECT_EQ(Info(0, 357), "376 336 20 800 | caller c 'ra' 'rn' | called c - - | connected c - -");
+    EXPECT_EQ(Info(0, 358), "376 358 20 800 | caller c 'ra' 'rn' | called c '0145678901' - | connected c - -");
     CopyText(Record(0).CallerAddress, std::string(79, 'x').c_str());
-    EXPECT_EQ(Info(0, 490), "530 490 20 800 | caller c '" + std::string(79, 'x') +
-                                "'@324+160 'rn'@484+6 | called c - - | connected c - -");
+    EXPECT_EQ(Info(0, 490),
+              "530 490 20 800 | caller c '" + std::string(79, 'x') + "' 'rn' | called c - - | connected c - -");
     CopyText(Record(0).CallerAddress, "\x80\xE9");  // euro, e acute
     Info(0);
     EXPECT_EQ(Buffer.Field(324), 0x00E920ACu);
@@ -146,31 +146,28 @@ TEST_F(StatusQueries, TextsArePlacedWhileAllBeforeThemFit) {
 TEST_F(StatusQueries, WithVersion1TheDisplayIsTheOnlySource) {
     Call(1, 0, CONNECTED, false);
     Call(2, 0, CONNECTED);
-    for (const int cref : {0, 1})
-        FillTexts(Record(cref));
+    FillTexts(Record(0));
+    FillTexts(Record(1));
     Record(1).Origin = LINECALLORIGIN_INTERNAL;
     Record(1).Reason = LINECALLREASON_FWDBUSY;
     for (const bool byLevel : {false, true}) {
         ProviderState.TAPI_OMNA_Ver = byLevel ? 2 : 1;
         ProviderState.ProtocolLevel = byLevel ? 1 : 2;
-        EXPECT_EQ(Info(0), "348 348 1 800 | called c 'da'@324+6 'dn'@330+6 | connected c 'oa'@336+6 'on'@342+6");
+        EXPECT_EQ(Info(0), "348 348 1 800 | called c 'da' 'dn' | connected c 'oa' 'on'");
         Steps();
-        EXPECT_EQ(Info(1), "358 358 2 800 | caller c 'da'@324+6 'dn'@330+6 | called 8 '4711'@348+10 - | "
-                           "connected c 'oa'@336+6 'on'@342+6");
-        EXPECT_EQ(Steps(), "Entering TSPI_lineGetCallInfo cref:1 hdCall:1 | "
-                           "callState 256 DestAddress:'da' - DestName:'dn' | "
-                           "copie connected addr 'oa' | copie connected name 'on' | "
-                           "In Called '4711' cbCalledMCDU 10 |  dwCallerIDFlags c dwConnectedIDFlags c");
-        EXPECT_EQ(Info(1, 357), "358 348 2 800 | caller c 'da'@324+6 'dn'@330+6 | called 10 - - | "
-                                "connected c 'oa'@336+6 'on'@342+6");
-        EXPECT_EQ(Code(TSPI_lineGetCallInfo(Handle(CONF_CREF), Buffer.Room<LINECALLINFO>(1000))),
-                  LINEERR_INVALCALLHANDLE);
+        EXPECT_EQ(Info(1), "358 358 2 800 | caller c 'da' 'dn' | called 8 '4711' - | connected c 'oa' 'on'");
+        EXPECT_EQ(Steps(),
+                  "Entering TSPI_lineGetCallInfo cref:1 hdCall:1 | callState 256 DestAddress:'da' - DestName:'dn' | "
+                  "copie connected addr 'oa' | copie connected name 'on' | "
+                  "In Called '4711' cbCalledMCDU 10 |  dwCallerIDFlags c dwConnectedIDFlags c");
     }
+    EXPECT_EQ(Info(1, 357), "358 348 2 800 | caller c 'da' 'dn' | called 10 - - | connected c 'oa' 'on'");
     DynamicConfig.StaticConfig = 1;
     for (CallRecord& call : CallTable)
         call.DestAddress[0] = call.DestName[0] = call.ConnectedAddress[0] = call.ConnectedName[0] = 0;
-    EXPECT_EQ(Info(0), "332 332 1 800 | called 10 ''@324+2 ''@326+2 | connected 10 ''@328+2 ''@330+2");
-    EXPECT_EQ(Info(1), "328 328 2 800 | caller 10 ''@324+2 ''@326+2 | connected 10 - -");
+    EXPECT_EQ(Info(0), "332 332 1 800 | called 10 '' '' | connected 10 '' ''");
+    EXPECT_EQ(Info(1), "328 328 2 800 | caller 10 '' '' | connected 10 - -");
+    EXPECT_EQ(Code(TSPI_lineGetCallInfo(Handle(CONF_CREF), Buffer.Room<LINECALLINFO>(1000))), LINEERR_INVALCALLHANDLE);
 }
 
 // --- lineGetCallStatus -----------------------------------------------------------------------------------------------
@@ -213,6 +210,7 @@ TEST_F(StatusQueries, StateModeAndFeaturesOfACall) {
 // --- address and line ------------------------------------------------------------------------------------------------
 
 TEST_F(StatusQueries, CountsAndFeaturesOfAddressAndLine) {
+    // active, held, pending; address features, line features, device flags
     const auto told = [this](std::uint8_t device, const char* calls) {
         Fresh();
         Calls(calls);
@@ -233,14 +231,10 @@ TEST_F(StatusQueries, CountsAndFeaturesOfAddressAndLine) {
     Port.Open();
     EXPECT_EQ(told(DEVICE_STARTING, ""), "0 0 0 0 0 0");
     EXPECT_EQ(told(DEVICE_OUT_OF_SERVICE, ""), "0 0 0 0 0 0");
-    // active, held, pending; address features, line features, device flags
-    for (const auto& [calls, expected] : {std::pair{"III", "0 0 0 7 c 5"},
-                                          {"ICII", "1 0 0 2 8 5"},
-                                          {"HWI", "0 1 1 2 8 5"},
-                                          {"ROTB", "4 0 0 2 8 5"},
-                                          {"HHP", "1 2 0 0 0 5"},
-                                          {"FC", "2 0 0 0 0 5"},
-                                          {"D", "1 0 0 0 0 5"}})
+    const std::pair<const char*, const char*> rows[] = {
+        {"III", "0 0 0 7 c 5"}, {"ICII", "1 0 0 2 8 5"}, {"HWI", "0 1 1 2 8 5"}, {"ROTB", "4 0 0 2 8 5"},
+        {"HHP", "1 2 0 0 0 5"}, {"FC", "2 0 0 0 0 5"},   {"D", "1 0 0 0 0 5"}};
+    for (const auto& [calls, expected] : rows)
         EXPECT_EQ(told(DEVICE_IN_SERVICE, calls), expected) << calls;
 }
 
@@ -250,8 +244,7 @@ TEST_F(StatusQueries, AddressAndLineWriteTheseFieldsAndNoOthers) {
     ASSERT_EQ(TSPI_lineGetAddressStatus(Line, 0, Buffer.Room<LINEADDRESSSTATUS>(64)), 0);
     EXPECT_EQ(Buffer.Written(), "4:40 8:40 12:1 16:2 20:0 24:0 28:0 32:4 36:0 40:0 44:0 48:0 52:0 56:0 60:0");
     const std::string counted = "CallsStat cref 0000 state 100 | CallsStat cref 0001 state 10000 | "
-                                "CallsStat cref 0002 state 1 | "
-                                "NumCalls 3 connected 1 OnHold 0 OnHoldPend 0 Reoffer 1";
+                                "CallsStat cref 0002 state 1 | NumCalls 3 connected 1 OnHold 0 OnHoldPend 0 Reoffer 1";
     EXPECT_EQ(StepsInside(), counted);
     for (const std::string pending : {"0", "1"}) {
         ProviderState.PendingRequestID = pending == "1" ? 7 : 0;
@@ -278,36 +271,36 @@ TEST_F(StatusQueries, ForwardingIsToldWholeOrNotAtAll) {
         EXPECT_EQ(Buffer.Written(88),
                   "4:62 8:62 12:1 16:0 20:0 24:0 28:0 32:4 36:1 40:22 44:40 48:0 52:0 56:0 60:0 64:" +
                       std::string(modes[status]) + " 68:0 72:0 76:0 80:a 84:58");
-        EXPECT_EQ(Text(80), "'1234'@88+10");
+        EXPECT_EQ(Text(80), "'1234'");
         EXPECT_THAT(Steps(), testing::EndsWith("| size LF 18 LA 40 RCA 4 cbRedirectAddr a | Fwd status " +
                                                std::to_string(status) + " dwForwardSize 22"));
     }
 }
 
 TEST_F(StatusQueries, WhatIsNoCallLineOrRoomIsRefusedWithoutAWrite) {
-    const auto refused = [this](DWORD code, LONG result) {
+    DWORD address = 9;
+    const auto refused = [&](DWORD code, LONG result) {
         EXPECT_EQ(Code(result), code);
-        EXPECT_LE(Buffer.End(), 4u);
+        EXPECT_TRUE(Buffer.End() <= 4 && address == 9);
     };
+    const DWORD call = LINEERR_INVALCALLHANDLE, small = LINEERR_STRUCTURETOOSMALL, null = LINEERR_INVALPOINTER;
     for (const int cref : {20, 29, 31, 0xFFFF}) {
-        refused(LINEERR_INVALCALLHANDLE, TSPI_lineGetCallInfo(Handle(cref), Buffer.Room<LINECALLINFO>(1000)));
-        refused(LINEERR_INVALCALLHANDLE, TSPI_lineGetCallStatus(Handle(cref), Buffer.Room<LINECALLSTATUS>(1000)));
+        refused(call, TSPI_lineGetCallInfo(Handle(cref), Buffer.Room<LINECALLINFO>(1000)));
+        refused(call, TSPI_lineGetCallStatus(Handle(cref), Buffer.Room<LINECALLSTATUS>(1000)));
     }
     refused(LINEERR_INVALLINEHANDLE, TSPI_lineGetLineDevStatus(nullptr, Buffer.Room<LINEDEVSTATUS>(1000)));
+    refused(call, TSPI_lineGetCallAddressID(Handle(CONF_CREF), &address));
     for (const int cref : {0, CONF_CREF}) {
-        refused(LINEERR_STRUCTURETOOSMALL, TSPI_lineGetCallInfo(Handle(cref), Buffer.Room<LINECALLINFO>(323)));
-        refused(LINEERR_STRUCTURETOOSMALL, TSPI_lineGetCallStatus(Handle(cref), Buffer.Room<LINECALLSTATUS>(35)));
-        refused(LINEERR_INVALPOINTER, TSPI_lineGetCallInfo(Handle(cref), nullptr));
-        refused(LINEERR_INVALPOINTER, TSPI_lineGetCallStatus(Handle(cref), nullptr));
+        refused(small, TSPI_lineGetCallInfo(Handle(cref), Buffer.Room<LINECALLINFO>(323)));
+        refused(small, TSPI_lineGetCallStatus(Handle(cref), Buffer.Room<LINECALLSTATUS>(35)));
+        refused(null, TSPI_lineGetCallInfo(Handle(cref), nullptr));
+        refused(null, TSPI_lineGetCallStatus(Handle(cref), nullptr));
     }
-    refused(LINEERR_STRUCTURETOOSMALL, TSPI_lineGetAddressStatus(Line, 0, Buffer.Room<LINEADDRESSSTATUS>(63)));
-    refused(LINEERR_STRUCTURETOOSMALL, TSPI_lineGetLineDevStatus(Line, Buffer.Room<LINEDEVSTATUS>(87)));
-    refused(LINEERR_INVALPOINTER, TSPI_lineGetAddressStatus(Line, 0, nullptr));
-    refused(LINEERR_INVALPOINTER, TSPI_lineGetLineDevStatus(Line, nullptr));
-    refused(LINEERR_INVALPOINTER, TSPI_lineGetCallAddressID(Handle(0), nullptr));
-    DWORD address = 9;
-    refused(LINEERR_INVALCALLHANDLE, TSPI_lineGetCallAddressID(Handle(CONF_CREF), &address));
-    EXPECT_EQ(address, 9u);
+    refused(small, TSPI_lineGetAddressStatus(Line, 0, Buffer.Room<LINEADDRESSSTATUS>(63)));
+    refused(small, TSPI_lineGetLineDevStatus(Line, Buffer.Room<LINEDEVSTATUS>(87)));
+    refused(null, TSPI_lineGetAddressStatus(Line, 0, nullptr));
+    refused(null, TSPI_lineGetLineDevStatus(Line, nullptr));
+    refused(null, TSPI_lineGetCallAddressID(Handle(0), nullptr));
     EXPECT_EQ(TSPI_lineGetCallAddressID(Handle(19), &address), 0);
     EXPECT_EQ(address, 0u);
 }

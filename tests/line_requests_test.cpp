@@ -3,9 +3,10 @@
 
 #include "link/serial.h"
 #include "platform/text.h"
-#include "support/buffer.h"
 #include "support/port.h"
 #include "support/requesting.h"
+
+#include <cstring>
 
 namespace {
 
@@ -35,13 +36,7 @@ std::u16string Wide(std::string_view ascii) {
 
 // --- texts and parameters ---------------------------------------------------------------------------------------------
 
-TEST_F(LineRequests, DialStringsAndDialParametersKeepTheirLimits) {
-    for (const auto& [text, result] : {std::pair{std::string("T+33 (1) W@!,;"), 0u},
-                                       {"1?$", LINEERR_DIALPROMPT},
-                                       {"1$?", LINEERR_DIALBILLING},
-                                       {std::string(79, '1'), 0u},
-                                       {std::string(80, '1'), LINEERR_INVALPOINTER}})
-        EXPECT_EQ(Code(CheckDialString(text.c_str())), result) << text;
+TEST_F(LineRequests, DialParametersKeepTheirLimits) {
     const auto clamped = [](LINEDIALPARAMS given) {
         LINEDIALPARAMS out{};
         ClampDialParams(given, out);
@@ -55,21 +50,21 @@ TEST_F(LineRequests, DialStringsAndDialParametersKeepTheirLimits) {
 TEST_F(LineRequests, DestinationIsTakenFromItsFirstDialableCharacterOn) {
     Stop();
     const std::string full = "+" + std::string(78, '1'), tooLong(80, '1');
-    const std::tuple<std::string, DWORD, std::string> rows[] = {
-        {"", LINEERR_INVALADDRESS, "before"},
-        {"#", LINEERR_INVALADDRESS, "before"},
-        {"a", LINEERR_INVALADDRESS, "before"},
-        {"5", 7, "5"},
-        {"+33 (1) 23 45", 7, "33 (1) 23 45"},
-        {"T *21#", 7, "*21#"},
-        {"ab", 7, ""},
-        {"12?4", LINEERR_DIALPROMPT, "before"},
-        {full, 7, full.substr(1)},
-        {tooLong, LINEERR_INVALPOINTER, "before"},
-    };
+    const DWORD none = LINEERR_INVALADDRESS, prompt = LINEERR_DIALPROMPT, billing = LINEERR_DIALBILLING;
+    const std::tuple<std::string, DWORD, std::string> rows[] = {{"", none, "-"},
+                                                                {"#", none, "-"},
+                                                                {"a", none, "-"},
+                                                                {"5", 7, "5"},
+                                                                {"T *21#", 7, "*21#"},
+                                                                {"ab", 7, ""},
+                                                                {"+33 (1) W@!,;", 7, "33 (1) W@!,;"},
+                                                                {"1?$", prompt, "-"},
+                                                                {"1$?", billing, "-"},
+                                                                {full, 7, full.substr(1)},
+                                                                {tooLong, LINEERR_INVALPOINTER, "-"}};
     for (const auto& [given, result, dialled] : rows) {
         Fresh();
-        CopyText(Record(0).DestAddress, "before");
+        CopyText(Record(0).DestAddress, "-");
         EXPECT_EQ(MakeCall(Wide(given).c_str()), result) << given;
         EXPECT_EQ(Record(0).DestAddress, dialled);
     }
@@ -79,18 +74,15 @@ TEST_F(LineRequests, NoTextIsReadBeyond81Characters) {
     // As the end of a page would show it, under the sanitizers: no terminator behind the last character.
     const std::vector<char16_t> endless(81, u'1');
     EXPECT_EQ(MakeCall(endless.data()), LINEERR_INVALPOINTER);
-    const int cref = Call(1, 0, DIALTONE);
-    EXPECT_EQ(Code(TSPI_lineDial(7, Handle(cref), endless.data(), 0)), LINEERR_INVALADDRESSID);
     EXPECT_EQ(Pickup(endless.data()), LINEERR_INVALADDRESSID);
-    EXPECT_EQ(Pickup(""_wide), LINEERR_INVALADDRESSID);
-    Record(cref).state = CONNECTED;
-    EXPECT_EQ(Code(TSPI_lineBlindTransfer(7, Handle(cref), endless.data(), 0)), LINEERR_INVALPOINTER);
-    EXPECT_EQ(Digits(cref, endless.data()), LINEERR_INVALPOINTER);
-    // 80 characters pass the test of the wide length, and fit no field.
-    EXPECT_EQ(Pickup(std::u16string(80, u'1').c_str()), LINEERR_INVALPOINTER);
-    EXPECT_STREQ(Record(cref).DestAddress, "");
-    EXPECT_STREQ(Record(cref).DigitsToGenerate, "");
-    EXPECT_STREQ(ProviderState.PickupAddress, "");
+    EXPECT_EQ(Pickup(std::u16string(80, u'1').c_str()), LINEERR_INVALPOINTER) << "fits no field";
+    Calls("TC");
+    EXPECT_EQ(Code(TSPI_lineDial(7, Handle(0), endless.data(), 0)), LINEERR_INVALADDRESSID);
+    EXPECT_EQ(Code(TSPI_lineBlindTransfer(7, Handle(1), endless.data(), 0)), LINEERR_INVALPOINTER);
+    EXPECT_EQ(Digits(1, endless.data()), LINEERR_INVALPOINTER);
+    EXPECT_EQ(std::string(Record(0).DestAddress) + Record(1).DestAddress + Record(1).DigitsToGenerate +
+                  ProviderState.PickupAddress,
+              "");
 }
 
 // --- the way in -------------------------------------------------------------------------------------------------------
@@ -107,31 +99,27 @@ TEST_F(LineRequests, MakeCallTestsInItsOrderAndSaysWhy) {
     ProviderState.DeviceState = DEVICE_STARTING;
     EXPECT_EQ(MakeCall(nullptr, &params), LINEERR_RESOURCEUNAVAIL);
     EXPECT_THAT(Steps(), testing::EndsWith("lineCallState[19]:40 | DialMakeCall impossible - LINEERR_RESOURCEUNAVAIL"));
-    Record(3).state = DIALTONE;
-    Record(4).state = 0;
-    const auto refused = [&](DWORD code, const char* name) {
+    Record(1).state = DIALTONE;
+    const auto refused = [&](DWORD code, const std::string& name) {
         EXPECT_EQ(MakeCall(nullptr, &params), code);
-        EXPECT_EQ(StepsInside(),
-                  std::string("lineCallState[0]:40 | lineCallState[1]:40 | lineCallState[2]:40 | "
-                              "lpCallParams dwAddressMode 2 dwAddressID 3 | DialMakeCall impossible - ") +
-                      name);
+        EXPECT_EQ(StepsInside(), "lineCallState[0]:40 | lpCallParams dwAddressMode 0 dwAddressID 3 | "
+                                 "DialMakeCall impossible - LINEERR_INVAL" +
+                                     name);
     };
-    params.dwAddressMode = 2;
     params.dwAddressID = 3;
-    refused(LINEERR_INVALBEARERMODE, "LINEERR_INVALBEARERMODE");
+    refused(LINEERR_INVALBEARERMODE, "BEARERMODE");
     params.dwBearerMode = LINEBEARERMODE_VOICE;
-    refused(LINEERR_INVALMEDIAMODE, "LINEERR_INVALMEDIAMODE");
+    refused(LINEERR_INVALMEDIAMODE, "MEDIAMODE");
     params.dwMediaMode = LINEMEDIAMODE_INTERACTIVEVOICE;
-    refused(LINEERR_INVALCALLPARAMS, "LINEERR_INVALCALLPARAMS");
-    EXPECT_EQ(ProviderState.DialParams.dwDialPause, 0u) << "nothing taken from refused parameters";
+    refused(LINEERR_INVALCALLPARAMS, "CALLPARAMS");
     params.dwCallParamFlags = LINECALLPARAMFLAGS_IDLE | LINECALLPARAMFLAGS_BLOCKID;
-    params.DialParams = {0, 10, 300, 500};
+    EXPECT_EQ(ProviderState.DialParams.dwDialPause, 0u) << "nothing taken from refused parameters";
     EXPECT_EQ(Code(TSPI_lineMakeCall(7, Line, TapiCall, nullptr, nullptr, 0, &params)), LINEERR_INVALPOINTER);
-    EXPECT_EQ(Record(3).htCall, HTAPICALL{});
+    EXPECT_EQ(ProviderState.DialParams.dwDialPause, 2000u);
+    EXPECT_EQ(Record(1).htCall, HTAPICALL{});
     EXPECT_EQ(MakeCall(nullptr, &params), LINEERR_INVALADDRESS);
-    EXPECT_EQ(ProviderState.DialParams.dwWaitForDialtone, 1000u);
-    EXPECT_EQ(Written, Handle(3)) << "stays written";
-    EXPECT_EQ(Record(3).htCall, TapiCall);
+    EXPECT_EQ(Written, Handle(1)) << "stays written";
+    EXPECT_EQ(Record(1).htCall, TapiCall);
 }
 
 TEST_F(LineRequests, SecondRequestIsRefusedWhatItWroteStaysAndTheFirstGoesOn) {
@@ -145,25 +133,16 @@ TEST_F(LineRequests, SecondRequestIsRefusedWhatItWroteStaysAndTheFirstGoesOn) {
     EXPECT_EQ(Digits(talking, "1"_wide), LINEERR_RESOURCEUNAVAIL);
     EXPECT_EQ(SetUp(talking), LINEERR_RESOURCEUNAVAIL);
     EXPECT_EQ(ProviderState.RequestCref, 5);
-    // What needs no request is completed all the same.
-    Record(1).state = IDLE;
+    EXPECT_THAT(QueuedFrames(), IsEmpty());
     Steps();
+    Record(1).state = IDLE;  // to drop it needs no request
     EXPECT_EQ(TSPI_lineDrop(7, Handle(1), nullptr, 0), 7);
     EXPECT_EQ(StepsInside(), "REPLY 7 0");
-    Record(1).state = ONHOLD;
-    EXPECT_EQ(TSPI_lineHold(8, Handle(1)), 8);
-    EXPECT_EQ(StepsInside(), "End of TSPI_lineHold:dwRequestID:8, cref:1 | REPLY 8 0");
-    EXPECT_EQ(TSPI_lineUnhold(9, Handle(2)), 9) << "never used";
-    EXPECT_EQ(StepsInside(), "Quit TSPI_lineUnhold:dwRequestID:9, cref:2 | REPLY 9 0");
-    EXPECT_EQ(Code(TSPI_lineDrop(7, Handle(2), nullptr, 0)), LINEERR_OPERATIONFAILED);
-    EXPECT_EQ(StepsInside(), "Quit TSPI_lineDrop:dwRequestID:7, cref:2");
     EXPECT_EQ(ProviderState.PendingRequestID, 99u);
+    TSPI_lineCloseCall(Handle(talking));
     TSPI_lineCloseCall(Handle(1));
-    EXPECT_EQ(Record(1).state, ONHOLD) << "only an idle record becomes free";
-    Record(1).state = IDLE;
-    TSPI_lineCloseCall(Handle(1));
+    EXPECT_EQ(Record(talking).state, CONNECTED) << "only an idle record becomes free";
     EXPECT_EQ(Record(1).state, 0u);
-    EXPECT_THAT(QueuedFrames(), IsEmpty());
 }
 
 // --- transfer and forwarding -------------------------------------------------------------------------------------------
@@ -173,48 +152,32 @@ TEST_F(LineRequests, SetupTransferWithoutARecordForTheConsultation) {
         call.state = CONNECTED;
     EXPECT_EQ(SetUp(0), LINEERR_RESOURCEUNAVAIL);
     EXPECT_EQ(TraceLines().back(), " impossible - LINEERR_RESOURCEUNAVAIL");
-    Record(3).state = DIALTONE;
-    Stop();
-    EXPECT_EQ(SetUp(0), 7u);
-    EXPECT_THAT(Steps(), testing::EndsWith("lineCallState[2]:100 |  consultref trouve 0003 | REPLY 7 80000042"));
-    EXPECT_EQ(Written, Handle(3));
-    EXPECT_EQ(Record(3).htCall, TapiCall);
 }
 
 TEST_F(LineRequests, PairsOfCallsThatCanBeJoined) {
-    struct Row {
-        DWORD First, Second;
-        int EnquiryCallMode, FirstKey, SecondKey;
-        bool Transfer, Conference;
-    };
-    const Row rows[] = {
-        {CONNECTED, ONHOLD, 1, 1, 2, true, true},        {STATE_REOFFERING, CONNECTED, 1, 1, 2, true, true},
-        {CONFERENCED, CONFERENCED, 1, 1, 2, true, true}, {CONNECTED, CONNECTED, 0, 1, 2, false, false},
-        {CONFERENCED, 0, 0, 1, 2, false, false},         {STATE_REOFFERING, ONHOLD, 0, 1, 2, false, false},
-        {PROCEEDING, ONHOLD, 0, 1, 2, true, false},      {ONHOLD, PROCEEDING, 1, 1, 2, false, false},
-        {ONHOLD, PROCEEDING, 1, 1, 1, true, false},      {ONHOLD, PROCEEDING, 1, 8, 2, true, false},
-        {ONHOLD, PROCEEDING, 1, 1, 9, true, false},      {ONHOLD, PROCEEDING, 1, 1, 10, false, false},
-    };
+    // States of calls 3 and 6, EnquiryCallMode, their keys; whether they can be transferred and joined.
+    const std::tuple<const char*, int, int, int, bool, bool> rows[] = {
+        {"CH", 1, 1, 2, true, true},   {"RC", 1, 1, 2, true, true},   {"FF", 1, 1, 2, true, true},
+        {"CC", 0, 1, 2, false, false}, {"F-", 0, 1, 2, false, false}, {"RH", 0, 1, 2, false, false},
+        {"PH", 0, 1, 2, true, false},  {"HP", 1, 1, 2, false, false}, {"HP", 1, 1, 1, true, false},
+        {"HP", 1, 8, 2, true, false},  {"HP", 1, 1, 9, true, false},  {"HP", 1, 1, 10, false, false}};
     Stop();
-    for (const Row& row : rows) {
-        SCOPED_TRACE(&row - rows);
-        Record(3).state = row.First;
-        Record(3).touch = row.FirstKey;
-        Record(6).state = row.Second;
-        Record(6).touch = row.SecondKey;
-        Settings.EnquiryCallMode = row.EnquiryCallMode;
-        ProviderState.htConference = nullptr;
+    for (const auto& [states, mode, first, second, transfer, conference] : rows) {
+        SCOPED_TRACE(std::string(states) + std::to_string(second));
+        Record(3).state = Named(states[0]);
+        Record(3).touch = first;
+        Record(6).state = Named(states[1]);
+        Record(6).touch = second;
+        Settings.EnquiryCallMode = mode;
         Written = nullptr;
         Steps();
-        EXPECT_EQ(Complete(LINETRANSFERMODE_TRANSFER), row.Transfer ? 7 : LINEERR_INVALCALLSTATE);
-        EXPECT_EQ(StepsInside(), row.Transfer ? "CompleteTransfer ref:0003  consultref:0006 Mode 1 | "
-                                                " Transfer case between call ref:3 and call ref:6 | REPLY 7 80000042"
-                                              : "CompleteTransfer ref:0003  consultref:0006 Mode 1 | "
-                                                " Transfer case between call ref:6 and call ref:3 IMPOSSIBLE");
+        EXPECT_EQ(Complete(LINETRANSFERMODE_TRANSFER), transfer ? 7 : LINEERR_INVALCALLSTATE);
+        EXPECT_EQ(StepsInside(),
+                  std::string("CompleteTransfer ref:0003  consultref:0006 Mode 1 |  Transfer case between call ref:") +
+                      (transfer ? "3 and call ref:6 | REPLY 7 80000042" : "6 and call ref:3 IMPOSSIBLE"));
         EXPECT_EQ(Written, nullptr);
-        EXPECT_EQ(Complete(LINETRANSFERMODE_CONFERENCE), row.Conference ? 7 : LINEERR_INVALCALLSTATE);
-        EXPECT_EQ(Written, row.Conference ? Handle(30) : nullptr);
-        EXPECT_EQ(ProviderState.htConference, row.Conference ? TapiCall : nullptr);
+        EXPECT_EQ(Complete(LINETRANSFERMODE_CONFERENCE), conference ? 7 : LINEERR_INVALCALLSTATE);
+        EXPECT_EQ(Written, conference ? Handle(30) : nullptr);
     }
     EXPECT_EQ(Complete(4), LINEERR_OPERATIONUNAVAIL) << "whatever the pair";
 }
@@ -233,17 +196,9 @@ TEST_F(LineRequests, ForwardUsesTheFirstEntryOfItsListAndNothingOutsideIt) {
         auto* list = reinterpret_cast<LINEFORWARDLIST*>(room.data());
         return Code(TSPI_lineForward(7, Line, 1, 0, total == 0 ? nullptr : list, 3, nullptr, &Written, nullptr));
     };
-    for (const auto& [mode, code, name] : {std::tuple{0x1u, "12", "UNCOND"},
-                                           {0x10u, "15", "BUSY"},
-                                           {0x100u, "16", "NOANSW"},
-                                           {0x1000u, "17", "BUSYNA"}}) {
-        EXPECT_EQ(forward(mode, "1234", 42), 7u);
-        EXPECT_EQ(Steps(), std::string("Entering TSPI_lineForward | "
-                                       "TSPI_lineForward - RedirectCallAddress '1234' DestAddressSize 10 | "
-                                       "TSPI_lineForward - LINEFORWARDMODE_") +
-                               name + " | appCall cref 0 msg " + code + " reqId 7 | REPLY 7 80000042");
-        EXPECT_STREQ(ProviderState.ForwardDestination, "1234");
-    }
+    EXPECT_EQ(forward(0x1000, "1234", 42), 7u);
+    EXPECT_EQ(Steps(), "Entering TSPI_lineForward | TSPI_lineForward - RedirectCallAddress '1234' DestAddressSize 10 | "
+                       "TSPI_lineForward - LINEFORWARDMODE_BUSYNA | appCall cref 0 msg 17 reqId 7 | REPLY 7 80000042");
     EXPECT_EQ(forward(2, "5", 42), LINEERR_INVALPARAM);
     EXPECT_EQ(forward(1, "5678", 41), LINEERR_INVALPARAM) << "the text passes the list's end";
     EXPECT_EQ(forward(1, "5678", 42, 0xFFFFFFFE), LINEERR_INVALPARAM);
@@ -273,8 +228,7 @@ protected:
         CopyText(ProviderState.PortName, "COM1");
         CopyText(ProviderState.SpeedText, "9600");
         ProviderState.DeviceState = DEVICE_IN_SERVICE;
-        Talking = Any{static_cast<std::uintptr_t>(Call(1, 0, CONNECTED))};
-        Steps();
+        Call(1, 0, CONNECTED);  // of handle 0
     }
     void TearDown() override {
         TSPI_providerShutdown(0x20000, 4);
@@ -287,9 +241,7 @@ protected:
 TEST_F(WithoutThread, RequestStartsItIsLostAndTapiIsToldOnce) {
     ProviderState.PendingRequestID = 99;  // of an earlier thread
     EXPECT_EQ(TSPI_lineHold(7, Talking), 7);
-    EXPECT_THAT(TraceLines(), testing::IsSupersetOf({"appCall cref 0 msg 8 reqId 7",
-                                                     "appCall - Companion app has not yet been registered - Start it",
-                                                     "Wait Thread serial Ready OK"}));
+    EXPECT_THAT(TraceLines(), testing::Contains("appCall - Companion app has not yet been registered - Start it"));
     EXPECT_THAT(LineEvents(), ElementsAre("REPLY 99 80000048", "REPLY 7 80000048"));
     EXPECT_EQ(ProviderState.PendingRequestID, 0u);
     EXPECT_TRUE(SerialThreadRuns());
@@ -300,13 +252,11 @@ TEST_F(WithoutThread, PortThatDoesNotOpenRefusesAMadeCallWithoutCompletingIt) {
     PlatformControl::Port("COM1").OpenError = 5;
     HDRVCALL call = nullptr;
     EXPECT_EQ(Code(TSPI_lineMakeCall(7, nullptr, nullptr, &call, "5"_wide, 0, nullptr)), LINEERR_OPERATIONFAILED);
-    EXPECT_THAT(LineEvents(), IsEmpty());
     PlatformControl::Settle();
     EXPECT_EQ(TSPI_lineHold(8, Talking), 8);
-    EXPECT_THAT(LineEvents(), ElementsAre("REPLY 8 80000048"));
     PlatformControl::Settle();
-    EXPECT_EQ(TSPI_lineGenerateDigits(Talking, 0, LINEDIGITMODE_DTMF, "1"_wide, 0), 0);
-    EXPECT_THAT(LineEvents(), IsEmpty()) << "a synchronous request just returns";
+    EXPECT_EQ(TSPI_lineGenerateDigits(Talking, 0, LINEDIGITMODE_DTMF, "1"_wide, 0), 0) << "just returns";
+    EXPECT_THAT(LineEvents(), ElementsAre("REPLY 8 80000048"));
 }
 
 }  // namespace

@@ -55,8 +55,7 @@ TEST_F(LineEdges, CapabilitiesFillTheirFieldsAndNoOther) {
     ASSERT_EQ(TSPI_lineGetAddressCaps(6, 0, 0x20000, 0, Buffer.Room<LINEADDRESSCAPS>(228)), 0);
     EXPECT_EQ(Buffer.Written(),
               "4:ee 8:e4 12:6 32:1 36:6d 40:403b921 44:c 48:c 52:c 56:c 60:c 64:7f7b 68:20 72:8 76:10 "
-              "80:2 84:1 88:14 92:1 96:3 100:0 104:41f028 108:a040aec 112:2 116:1 120:3 128:1111 132:1 "
-              "176:1407");
+              "80:2 84:1 88:14 92:1 96:3 100:0 104:41f028 108:a040aec 112:2 116:1 120:3 128:1111 132:1 176:1407");
     ASSERT_EQ(TSPI_lineGetDevCaps(6, 0x20000, 0, Buffer.Room<LINEDEVCAPS>(458)), 0);
     EXPECT_EQ(TraceLines().back(),
               "cbinfo 0xb0 cbname 0x4 gszProviderInfo 'Windows Telephony Service Provider for Corvane ZT protocol "
@@ -158,19 +157,14 @@ TEST_F(LineEdges, ValuesAreJudgedAndKept) {
     DWORD version = 0;
     EXPECT_EQ(Code(TSPI_lineNegotiateTSPIVersion(6, 0x10004, 0x1FFFF, &version)), LINEERR_INCOMPATIBLEAPIVERSION);
     EXPECT_EQ(TSPI_lineNegotiateTSPIVersion(6, 0x20000, 0x20000, &version), 0);
-    EXPECT_EQ(Code(TSPI_lineSetMediaMode(Any{30}, 4)), LINEERR_INVALCALLHANDLE) << "the conference";
     EXPECT_EQ(TSPI_lineSetStatusMessages(Line, 0xFFFF, 0xEEEE), 0);
     EXPECT_EQ(ProviderState.LineStates, 0xFFFFu);
     EXPECT_EQ(TSPI_lineSetDefaultMediaDetection(Line, 4), 0);
     EXPECT_EQ(ProviderState.DefaultMediaDetection, 4u);
-    ProviderState.LineEventProc = [](HTAPILINE, HTAPICALL, DWORD, DWORD_PTR, DWORD_PTR p2, DWORD_PTR p3) {
-        ProviderState.LineStates = static_cast<DWORD>(p2 + p3);
-    };
-    EXPECT_EQ(TSPI_lineSetAppSpecific(Any{3}, 5), 0);
-    EXPECT_EQ(ProviderState.LineStates, 0u) << "this event carries no media mode";
-    ProviderState.LineEventProc = nullptr;
-    EXPECT_EQ(TSPI_lineSetAppSpecific(Any{3}, 6), 0) << "a closed line gets no event";
+    Calls("C");
+    EXPECT_EQ(TSPI_lineSetAppSpecific(Any{0}, 6), 0);
     EXPECT_EQ(ProviderState.AppSpecific, 6u);
+    EXPECT_THAT(LineEvents(), ElementsAre("INFO 0 APPSPECIFIC"));
 }
 
 }  // namespace

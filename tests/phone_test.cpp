@@ -27,21 +27,21 @@ TEST_F(Phone, CapabilitiesHoldTheNameWhereItFitsAndNothingElse) {
     ProviderState.PhoneDeviceID = 8;
     std::memcpy(ProviderState.LineName, "CORVANE_ZT_6200_2.0_3"_wide, 44);
     DWORD version = 0;
-    EXPECT_EQ(TSPI_phoneNegotiateTSPIVersion(0xFFFFFFFF, 0x10004, 0x30000, &version), 0);
-    EXPECT_EQ(std::exchange(version, 0), 0x20000u);
     EXPECT_EQ(Code(TSPI_phoneNegotiateTSPIVersion(8, 0x20001, 0x30000, &version)), PHONEERR_INCOMPATIBLEAPIVERSION);
     EXPECT_EQ(version, 0x20000u) << "written all the same";
-    EXPECT_EQ(Code(TSPI_phoneGetDevCaps(8, 0x20000, 0, Buffer.Room<PHONECAPS>(179))), PHONEERR_STRUCTURETOOSMALL);
-    EXPECT_EQ(Buffer.End(), 4u);
-    EXPECT_EQ(Code(TSPI_phoneGetDevCaps(8, 0x20000, 0, nullptr)), PHONEERR_INVALPOINTER);
-    EXPECT_EQ(TSPI_phoneGetDevCaps(8, 0x20000, 0, Buffer.Room<PHONECAPS>(223)), 0);
+    EXPECT_EQ(TSPI_phoneNegotiateTSPIVersion(0xFFFFFFFF, 0x10004, 0x30000, &version), 0);
+    const auto caps = [this](DWORD total) {
+        return Code(TSPI_phoneGetDevCaps(8, 0x20000, 0, Buffer.Room<PHONECAPS>(total)));
+    };
+    EXPECT_EQ(caps(179), PHONEERR_STRUCTURETOOSMALL);
+    EXPECT_EQ(Buffer.Written(), "");
+    EXPECT_EQ(caps(223), 0u);
     EXPECT_EQ(Buffer.Written(), "4:e0 8:b4");
-    auto* caps = Buffer.Room<PHONECAPS>(224);
-    EXPECT_EQ(TSPI_phoneGetDevCaps(8, 0x20000, 0, caps), 0);
-    EXPECT_EQ(caps->dwPhoneNameSize + caps->dwPhoneNameOffset, 44u + 180);
+    EXPECT_EQ(caps(224), 0u);
     EXPECT_THAT(Buffer.Written(180), testing::MatchesRegex("4:e0 8:e0 [0-9]+:2c [0-9]+:b4"));
     EXPECT_EQ(std::memcmp(Buffer.At(180), ProviderState.LineName, 44), 0);
     EXPECT_EQ(Buffer.End(), 224u);
+    EXPECT_EQ(Code(TSPI_phoneGetDevCaps(8, 0x20000, 0, nullptr)), PHONEERR_INVALPOINTER);
 }
 
 TEST_F(Phone, DisplayIsReadWholeOrNotAtAll) {
@@ -63,16 +63,28 @@ TEST_F(Phone, DisplayIsReadWholeOrNotAtAll) {
     EXPECT_EQ(ProviderState.PendingRequestID, 99u);
 }
 
-TEST_F(Phone, LampsThenTheRawIconsOfTheKeys) {
-    ::Display.Lamps[5] = PHONELAMPMODE_FLASH;
+TEST_F(Phone, ButtonsAreOfTheSetLampsOfTheSetAndItsKeys) {
+    const std::tuple<DWORD, DWORD, const char*> rows[] = {
+        {PHONEBUTTONMODE_KEYPAD, 0x100, "03 26 03 00 D4"},        {PHONEBUTTONMODE_KEYPAD, 12, ""},
+        {PHONEBUTTONMODE_DISPLAY, 33, "03 26 20 21 96"},          {PHONEBUTTONMODE_FEATURE, 0x100, ""},
+        {PHONEBUTTONMODE_FEATURE, 200, "03 26 20 C8 EF"},         {PHONEBUTTONMODE_CALL, 5, ""},
+        {PHONEBUTTONMODE_KEYPAD | PHONEBUTTONMODE_FEATURE, 5, ""}};
+    for (const auto& [mode, id, frame] : rows) {
+        EXPECT_EQ(Press(mode, id), 0);
+        EXPECT_EQ(QueuedFrames(), *frame == 0 ? std::vector<std::string>{} : std::vector<std::string>{frame})
+            << mode << ' ' << id;
+    }
+    EXPECT_EQ(TSPI_phoneSetButtonInfo(7, Set, 5, nullptr), 0);
+    ProviderState.PendingRequestID = 99;
+    EXPECT_EQ(Press(PHONEBUTTONMODE_FEATURE, 5), 0) << "refused, and not told";
+    EXPECT_THAT(QueuedFrames(), IsEmpty());
+    EXPECT_THAT(LineEvents(), IsEmpty()) << "presses are completed by nothing";
+    ::Display.Lamps[19] = PHONELAMPMODE_FLASH;
     At(0).rawIcon = 0x1111;
     At(88).rawIcon = 0xFFFF;
-    for (const auto& [id, expected] : {std::pair{5u, PHONELAMPMODE_FLASH},
-                                       {19u, 0u},
-                                       {20u, 0x1111u},
-                                       {108u, 0xFFFFu},
-                                       {109u, 0x5555u},
-                                       {0xFFFFFFFFu, 0x5555u}}) {
+    const std::pair<DWORD, DWORD> lamps[] = {
+        {19, PHONELAMPMODE_FLASH}, {20, 0x1111}, {108, 0xFFFF}, {109, 0x5555}, {0xFFFFFFFF, 0x5555}};
+    for (const auto& [id, expected] : lamps) {
         DWORD mode = 0x5555;
         EXPECT_EQ(TSPI_phoneGetLamp(Set, id, &mode), 0);
         EXPECT_EQ(mode, expected) << id;
@@ -80,51 +92,28 @@ TEST_F(Phone, LampsThenTheRawIconsOfTheKeys) {
     EXPECT_EQ(Code(TSPI_phoneGetLamp(Set, 5, nullptr)), PHONEERR_INVALPOINTER);
 }
 
-TEST_F(Phone, ButtonsAndHookSwitchArePressedAtOnce) {
-    const std::tuple<DWORD, DWORD, std::vector<std::string>> rows[] = {
-        {PHONEBUTTONMODE_KEYPAD, 0x100, {"03 26 03 00 D4"}},       {PHONEBUTTONMODE_KEYPAD, 12, {}},
-        {PHONEBUTTONMODE_DISPLAY, 33, {"03 26 20 21 96"}},         {PHONEBUTTONMODE_FEATURE, 0x100, {}},
-        {PHONEBUTTONMODE_FEATURE, 200, {"03 26 20 C8 EF"}},        {PHONEBUTTONMODE_CALL, 5, {}},
-        {PHONEBUTTONMODE_KEYPAD | PHONEBUTTONMODE_FEATURE, 5, {}},
-    };
-    for (const auto& [mode, id, frames] : rows) {
-        EXPECT_EQ(Press(mode, id), 0);
-        EXPECT_EQ(QueuedFrames(), frames) << mode << ' ' << id;
-    }
-    EXPECT_EQ(TSPI_phoneSetButtonInfo(7, Set, 5, nullptr), 0);
-    EXPECT_EQ(TSPI_phoneSetHookSwitch(7, Set, PHONEHOOKSWITCHDEV_HANDSET, PHONEHOOKSWITCHMODE_ONHOOK), 0);
-    EXPECT_EQ(TSPI_phoneSetHookSwitch(7, Set, PHONEHOOKSWITCHDEV_SPEAKER, PHONEHOOKSWITCHMODE_MICSPEAKER), 0);
-    EXPECT_THAT(QueuedFrames(), ElementsAre("03 26 20 29 8E", "03 26 20 30 87"));
-    ProviderState.PendingRequestID = 99;
-    EXPECT_EQ(Press(PHONEBUTTONMODE_FEATURE, 5), 0) << "refused, and not told";
-    EXPECT_THAT(QueuedFrames(), IsEmpty());
-    EXPECT_THAT(LineEvents(), IsEmpty()) << "presses are completed by nothing";
-}
-
 // --- with the thread that phone and line share --------------------------------------------------------------------------
 
 TEST_F(Service, PhoneOpensAfterTheLineAnewAndItsCloseStopsTheLinkForBoth) {
     ASSERT_EQ(OpenLine(), 0);
-    const PHONEEVENT events = ProviderState.PhoneEventProc;
     const auto tapiPhone = reinterpret_cast<HTAPIPHONE>(std::uintptr_t{0x33});
     HDRVPHONE phone = nullptr;
+    const auto open = [&] { return Code(TSPI_phoneOpen(5, tapiPhone, &phone, 0x20000, ProviderState.PhoneEventProc)); };
     ProviderState.AppSpecific = 5;
-    EXPECT_EQ(TSPI_phoneOpen(5, tapiPhone, &phone, 0x20000, events), 0);
+    EXPECT_EQ(open(), 0u);
     EXPECT_EQ(static_cast<const void*>(phone), &ProviderState);
     EXPECT_EQ(ProviderState.htPhone, tapiPhone);
-    EXPECT_EQ(ProviderState.PhoneEventProc, events);
     EXPECT_EQ(ProviderState.AppSpecific, 0u) << "records start anew with the second open";
     EXPECT_FALSE(ReleaseMutex(Process.LineMutex));
     EXPECT_TRUE(SerialThreadRuns());
     EXPECT_EQ(TSPI_phoneClose(phone), 0);
     EXPECT_FALSE(SerialThreadRuns());
-    EXPECT_EQ(ProviderState.htPhone, tapiPhone) << "left as it is";
     Process.RestartRequired = true;
-    EXPECT_EQ(Code(TSPI_phoneOpen(5, tapiPhone, &phone, 0x20000, events)), LINEERR_REINIT);
+    EXPECT_EQ(open(), LINEERR_REINIT);
     Process.RestartRequired = false;
     PlatformControl::Port("COM1").OpenError = 5;
     TraceLines();
-    EXPECT_EQ(Code(TSPI_phoneOpen(5, tapiPhone, &phone, 0x20000, events)), LINEERR_ALLOCATED);
+    EXPECT_EQ(open(), LINEERR_ALLOCATED);
     EXPECT_THAT(TraceLines(), testing::Contains("End TSPI_phoneOpen Pb"));
     EXPECT_FALSE(ReleaseMutex(Process.LineMutex));
 }

@@ -92,15 +92,6 @@ TEST_F(Dispatching, EachCodeRunsItsHandlerAndEndsInItsWay) {
         EXPECT_EQ(Pressed(), row.pressed);
         EXPECT_EQ(RunningRequest.Code, row.pending != 0 && row.answer == 9 ? row.code : REQUEST_NONE);
     }
-    Stand("1C", "        FreqV");
-    CopyText(Record(0).DigitsToGenerate, "1\xE9"
-                                         "A");
-    Marks.FvTimer = {false, 33};
-    EXPECT_EQ(Ask(REQUEST_GENERATE_DIGITS, 0, 0), 0);
-    EXPECT_EQ(Steps(), "GenerateDigits | EnteringDoGenerateDigits sur call ref:0 | Softkey 4 n°:2 | "
-                       "DoGenerateDigits - Caractère non composable:e9");
-    EXPECT_EQ(Pressed(), "03 26 20 1E 99 | 03 26 03 01 D3 | 03 26 20 41 76");
-    EXPECT_TRUE(Marks.FvTimer.Set && Marks.FvTimer.Ticks == 0);
     EXPECT_EQ(Ask(REQUEST_MAKE_CALL, 20), 0);
     EXPECT_EQ(Ask(REQUEST_MAKE_CALL, CONF_CREF), 0) << "only a drop knows the conference";
     EXPECT_EQ(ProviderState.PendingRequestID, 0u);
@@ -111,40 +102,23 @@ TEST_F(Dispatching, EachCodeRunsItsHandlerAndEndsInItsWay) {
 }
 
 TEST_F(Dispatching, CallThatCannotBeMadePressesNothing) {
-    struct Case {
-        std::function<void()> make;
-        RequestCode code;
-        LONG result;
-        std::string steps;
-        DWORD stateAfter;
-    };
-    const std::string busy =
-                          "un appel sortant est en cours d'init on ne peut pas générer un nouvel appel | STATE 5 IDLE",
-                      noTone = "DoMakeCall - On ne peut pas assurer le Make Call - Double appel en cours";
-    const Case rows[] = {
-        {[] { Serial.PortFailed = true; }, REQUEST_MAKE_CALL, UNAVAILABLE, "", 0},
-        {[&] { Call(3, 0, PROCEEDING); }, REQUEST_MAKE_CALL, FAILED, busy, IDLE},
-        {[&] { Call(3, 0, DISCONNECTED); }, REQUEST_DIAL, FAILED, busy, IDLE},
-        {[] {}, REQUEST_DIAL, FAILED, noTone, 0},
-        {[] { Tracking.DbCall = 1; }, REQUEST_MAKE_CALL, FAILED, noTone, 0},
-        {[] { KeyLists = KeyListSet{}; }, REQUEST_MAKE_CALL, FAILED,
-         " pas de tou mcdu principal libre, ni tou mcdu secondaire libre | "
-         "DoMakeCall tou Multi NBtou 0  PushKey -1 DialSameLine 0 Dest '12'  | "
-         "LineMakeCall Impossible, aucune ressource disponible | STATE 5 IDLE",
-         IDLE},
-    };
-    for (const Case& row : rows) {
-        Stand("", "");
-        Serial.PortFailed = false;
-        CopyText(Record(5).DestAddress, "12");
-        Record(5).htCall = reinterpret_cast<HTAPICALL>(std::uintptr_t{0x105});
-        row.make();
-        EXPECT_EQ(DoMakeCall(5, row.code), row.result) << row.steps;
-        EXPECT_EQ(Steps(), row.steps);
-        EXPECT_EQ(Record(5).state, row.stateAfter);
-        EXPECT_EQ(Record(5).touch, 0);
+    const auto refused = [this](RequestCode code, LONG result, const char* steps) {
+        EXPECT_EQ(DoMakeCall(5, code), result);
+        EXPECT_EQ(Steps(), steps);
         EXPECT_EQ(Pressed(), "");
-    }
+        EXPECT_EQ(Record(5).touch, 0);
+    };
+    Record(5).htCall = reinterpret_cast<HTAPICALL>(std::uintptr_t{0x105});
+    const char* const noTone = "DoMakeCall - On ne peut pas assurer le Make Call - Double appel en cours";
+    refused(REQUEST_DIAL, FAILED, noTone);
+    Tracking.DbCall = 1;
+    refused(REQUEST_MAKE_CALL, FAILED, noTone);
+    Record(3).state = DISCONNECTED;
+    refused(REQUEST_DIAL, FAILED,
+            "un appel sortant est en cours d'init on ne peut pas générer un nouvel appel | STATE 5 IDLE");
+    EXPECT_EQ(Record(5).state, IDLE);
+    Serial.PortFailed = true;
+    refused(REQUEST_MAKE_CALL, UNAVAILABLE, "");
 }
 
 TEST_F(Dispatching, CallPressedBlindlyWaitsSevenSecondsForATraceHeader) {

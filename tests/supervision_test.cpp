@@ -7,7 +7,7 @@ namespace {
 
 class Supervision : public TrackedSet {};
 
-TEST_F(Supervision, KeyThatGoesOut) {
+TEST_F(Supervision, KeyThatGoesOutOrIsReserved) {
     struct Row {
         DWORD state;
         int touch;  // where the call of key 7 stands now
@@ -16,53 +16,33 @@ TEST_F(Supervision, KeyThatGoesOut) {
     };
     const char* const ended = "STATE 0 DISCONNECTED 1 | Icone:7 éteint - Etat:DISCONNECTED - Ref:0 | STATE 0 IDLE | "
                               "Icone:7 éteint - Etat:IDLE - Ref:0 | Annulation PickUpSupervProceeding 0000 ";
-    const Row rows[] = {
-        {OFFERING, 7, ended, IDLE_ICON, -1},
-        {STATE_REOFFERING, 7, ended, IDLE_ICON, -1},
-        {OFFERING, 2, "", INCOM_ICON, 0},
-        {STATE_REOFFERING, 2, "", INCOM_ICON, 0},
-        {CONNECTED, 2, "Icone:7 éteint - Superv Interceptee - Ref:0", IDLE_ICON, -1},
-        {CONNECTED, 7, "Icone:7 éteint - Superv etat impossible 100 - Ref:0", INCOM_ICON, 0},
-    };
+    const Row rows[] = {{OFFERING, 7, ended, IDLE_ICON, -1},
+                        {STATE_REOFFERING, 7, ended, IDLE_ICON, -1},
+                        {OFFERING, 2, "", INCOM_ICON, 0},
+                        {CONNECTED, 2, "Icone:7 éteint - Superv Interceptee - Ref:0", IDLE_ICON, -1},
+                        {CONNECTED, 7, "Icone:7 éteint - Superv etat impossible 100 - Ref:0", INCOM_ICON, 0}};
     for (const int icon : {IDLE_ICON, RESERVED_ICON})
         for (const Row& row : rows) {
             Fresh();
             At(7).icon = INCOM_ICON;
             PickUpSupervCref = Call(7, 0, row.state);
             Record(0).touch = row.touch;
-            SupervIcon(ACTIV_ICON, 7);
-            EXPECT_EQ(Steps(), "") << "the colleague answered";
             SupervIcon(icon, 7);
             EXPECT_EQ(Steps(), row.steps);
             EXPECT_EQ(At(7).icon, row.stored) << row.steps;
             EXPECT_EQ(At(7).calls[0], row.slot) << row.steps;
-            EXPECT_EQ(PickUpSupervCref, row.steps == ended ? -1 : 0);
         }
 }
 
-TEST_F(Supervision, KeyThatRingsOffersOneCall) {
+TEST_F(Supervision, KeyThatRingsWithoutARecordForItsCallStillGoesOut) {
     SupervIcon(RESERVED_ICON, 7);
-    SupervIcon(INCOM_ICON, 7);
-    SupervIcon(INCOM_ICON, 7);
-    EXPECT_EQ(Steps(), "NEWCALL 0") << "the same call still";
-    EXPECT_EQ(Tracking.OfferInfoCref, 0);
-    Record(0).touch = 2;  // intercepted, and the next call rings before the key has gone out
-    SupervIcon(INCOM_ICON, 7);
-    EXPECT_EQ(Steps(), "NEWCALL 1");
-    SupervKeyPressed(1);
-    EXPECT_EQ(PickUpSupervCref, -1) << "no supervision key";
-    SupervKeyPressed(7);
-    EXPECT_EQ(PickUpSupervCref, 1);
-    Fresh();
-    Settings.SupervService = 0;
-    SupervIcon(INCOM_ICON, 7);
-    EXPECT_EQ(At(7).icon, IDLE_ICON);
-    Settings.SupervService = 1;
+    EXPECT_EQ(At(7).icon, IDLE_ICON) << "no ringing line";
     for (CallRecord& call : CallTable)
         call.touch = 1;
     SupervIcon(INCOM_ICON, 7);
-    EXPECT_EQ(Steps(), "") << "no free record";
-    EXPECT_EQ(At(7).icon, INCOM_ICON) << "the key rings all the same";
+    EXPECT_EQ(Steps(), "");
+    EXPECT_EQ(At(7).icon, INCOM_ICON);
+    EXPECT_EQ(At(7).calls[0], -1);
     EXPECT_EQ(Tracking.OfferInfoCref, -1);
     SupervIcon(IDLE_ICON, 7);
     EXPECT_EQ(At(7).icon, IDLE_ICON);

@@ -11,6 +11,7 @@
 
 #include <map>
 #include <sstream>
+#include <string_view>
 
 constexpr DWORD IDLE = LINECALLSTATE_IDLE, OFFERING = LINECALLSTATE_OFFERING, DIALTONE = LINECALLSTATE_DIALTONE,
                 PROCEEDING = LINECALLSTATE_PROCEEDING, CONNECTED = LINECALLSTATE_CONNECTED,
@@ -66,22 +67,23 @@ protected:
     }
     // A state by its letter.
     static DWORD Named(char letter) {
-        static const std::map<char, DWORD> states = {{'-', 0},
-                                                     {'I', IDLE},
-                                                     {'O', OFFERING},
-                                                     {'R', STATE_REOFFERING},
-                                                     {'T', DIALTONE},
-                                                     {'P', PROCEEDING},
-                                                     {'C', CONNECTED},
-                                                     {'H', ONHOLD},
-                                                     {'F', CONFERENCED},
-                                                     {'D', DISCONNECTED},
-                                                     {'B', BUSY},
-                                                     {'U', LINECALLSTATE_UNKNOWN},
-                                                     {'G', LINECALLSTATE_DIALING},
-                                                     {'K', LINECALLSTATE_RINGBACK},
-                                                     {'W', LINECALLSTATE_ONHOLDPENDTRANSFER}};
-        return states.at(letter);
+        constexpr std::string_view letters = "-IOTPCHFDBRUGKW";
+        constexpr DWORD states[] = {0,
+                                    IDLE,
+                                    OFFERING,
+                                    DIALTONE,
+                                    PROCEEDING,
+                                    CONNECTED,
+                                    ONHOLD,
+                                    CONFERENCED,
+                                    DISCONNECTED,
+                                    BUSY,
+                                    STATE_REOFFERING,
+                                    LINECALLSTATE_UNKNOWN,
+                                    LINECALLSTATE_DIALING,
+                                    LINECALLSTATE_RINGBACK,
+                                    LINECALLSTATE_ONHOLDPENDTRANSFER};
+        return states[letters.find(letter)];
     }
     // Calls 0, 1, ... alone on keys 1, 2, ...
     void Calls(const std::string& letters) {
