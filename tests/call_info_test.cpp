@@ -125,20 +125,18 @@ TEST_F(CallEvents, EachReasonCodeHasItsValueAndItsReport) {
 }
 
 TEST_F(CallEvents, IncomingFindsItsCallOrIsDropped) {
-    for (const int key : {1, 12, 0, 88, 89, 255}) {
+    for (const int key : {1, 12, 0, 89, 255}) {
         Incoming(key, 0, {"4712"});
         EXPECT_EQ(TraceLines().back(), "ICI Pas d'appel arrivee en cours sur touche " + std::to_string(key));
     }
     Call(1, 0, STATE_REOFFERING, false);
-    Incoming(1, 1, {"4712", "DUPONT", INTERNAL}, {"4713"});
+    Incoming(1, 1, {"4712"}, {"4713"});
     EXPECT_EQ(TraceLines().back(), "ICI cref 0000 REOFFERING appel sortant->pas de chg caller/called");
-    Record(0).Inbound = 1;  // a received call that is presented again takes its news
-    Incoming(1, 1, {"4712", "", INTERNAL});
-    EXPECT_EQ(Sent(), "INFO 0 ORIGIN|REASON|CALLERID|REDIRECTINGID");
+    Record(0).Inbound = 1;                          // a received call that is presented again takes its news
     Tracking.OfferInfoCref = Call(2, 1, OFFERING);  // slot 0 is empty; held back until its caller is known
-    Incoming(1, 5, {"4714"});
+    Incoming(1, 1, {"4712", "", INTERNAL});
     Incoming(2, 5, {"4713"});
-    EXPECT_EQ(Sent(), "INFO 0 CALLERID, STATE 1 OFFERING, INFO 1 CALLERID");
+    EXPECT_EQ(Sent(), "INFO 0 ORIGIN|REASON|CALLERID|REDIRECTINGID, STATE 1 OFFERING, INFO 1 CALLERID");
 }
 
 TEST_F(CallEvents, SupervisedSetThatRingsAnewGetsANewCall) {
@@ -284,11 +282,10 @@ TEST_F(CallEvents, ConnectedPartyIsToldWhenItIsNews) {
     EXPECT_EQ(Record(1).Origin, LINECALLORIGIN_UNAVAIL) << "only a received call has the origin of its party";
     EXPECT_STREQ(Record(0).ConnectedName, "MARTIN");
     Connected(2, {"0145", "", EXTERNAL | WITHOUT_PREFIX});
-    EXPECT_THAT(Steps(), testing::EndsWith(
-                             "CCI Val precedentes ConnectedAdd '145' ConnectedName '' | "
-                             "CCI EXT appel initial sortant: rajout prefix de prise ext '0' | "
-                             "CCI EXT jonct entrant: rajout prefix operateur '9' | "
-                             "CCI DoLineEvent (LINE_CALLINFO,NewCallInfo 20000, 0, cref:0001) | INFO 1 CONNECTEDID"));
+    EXPECT_THAT(TraceLines(), testing::IsSupersetOf({"CCI Val precedentes ConnectedAdd '145' ConnectedName ''",
+                                                     "CCI EXT appel initial sortant: rajout prefix de prise ext '0'",
+                                                     "CCI EXT jonct entrant: rajout prefix operateur '9'"}));
+    LineEvents();
     for (char* text : {Settings.ExtPrefix, Settings.PublicOperator})
         std::strcpy(text, std::string(19, '1').c_str());
     for (const std::size_t length : {39u, 40u, 200u})

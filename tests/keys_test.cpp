@@ -84,28 +84,20 @@ TEST_F(Keys, ModuleKeysGoToTheModuleBelowThem) {
     EXPECT_EQ(GetAomIndex(30), -1);
 }
 
-TEST_F(Keys, NewCallSeizesItsKeyInTheOrderOfPreference) {
-    KeyLists = KeyListSet{};
-    Key(1, TOUCH_MULTI, "4712");
-    Key(2, TOUCH_MULTI, "4711");
+TEST_F(Keys, NewCallSeizesAKeyLikeThatOfTheCallInConversation) {
     Key(3, TOUCH_MULTI, "4712");
     CopyText(Settings.SetMCDU, "4711");
-    EXPECT_EQ(FindFreeMultiLine(), 2);
-    const int talking = Call(1, 0, CONNECTED);
+    EXPECT_EQ(FindFreeMultiLine(), 1);
+    Key(1, TOUCH_MULTI, "4712");
+    Call(1, 0, CONNECTED);
     EXPECT_EQ(FindFreeMultiLine(), 3);
-    Record(talking).state = ONHOLD;
+    Record(0).state = ONHOLD;
     Call(2, 1, ONHOLD);  // one slot taken: not free
     EXPECT_EQ(FindFreeMultiLine(), 3);
-    EXPECT_EQ(Steps(), "FindFreeMultiLine tou 2 (mcdu principal) | "
+    EXPECT_EQ(Steps(), "FindFreeMultiLine tou 1 (mcdu principal) | "
                        "FindFreeMultiLine tou 3 (type analogue a cref 0000 CONNECTED) | "
                        " pas de tou mcdu principal libre, rech tou mcdu secondaire | "
                        "FindFreeMultiLine tou 3 (mcdu secondaire)");
-    Key(9, TOUCH_SECRETAIRE, "200");
-    Key(8, TOUCH_PATRON, "200");
-    CopyText(Record(5).DestAddress, "200");
-    EXPECT_EQ(FindFreeBossSecretaryKey(5), 8);
-    Call(8, 0, CONNECTED);
-    EXPECT_EQ(FindFreeBossSecretaryKey(5), 9);
 }
 
 }  // namespace

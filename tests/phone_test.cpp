@@ -96,25 +96,19 @@ TEST_F(Phone, ButtonsAreOfTheSetLampsOfTheSetAndItsKeys) {
 
 TEST_F(Service, PhoneOpensAfterTheLineAnewAndItsCloseStopsTheLinkForBoth) {
     ASSERT_EQ(OpenLine(), 0);
-    const auto tapiPhone = reinterpret_cast<HTAPIPHONE>(std::uintptr_t{0x33});
     HDRVPHONE phone = nullptr;
-    const auto open = [&] { return Code(TSPI_phoneOpen(5, tapiPhone, &phone, 0x20000, ProviderState.PhoneEventProc)); };
+    const auto open = [&] { return Code(TSPI_phoneOpen(5, Any{0x33}, &phone, 0x20000, ProviderState.PhoneEventProc)); };
     ProviderState.AppSpecific = 5;
     EXPECT_EQ(open(), 0u);
     EXPECT_EQ(static_cast<const void*>(phone), &ProviderState);
-    EXPECT_EQ(ProviderState.htPhone, tapiPhone);
+    EXPECT_EQ(ProviderState.htPhone, static_cast<HTAPIPHONE>(Any{0x33}));
     EXPECT_EQ(ProviderState.AppSpecific, 0u) << "records start anew with the second open";
-    EXPECT_FALSE(ReleaseMutex(Process.LineMutex));
     EXPECT_TRUE(SerialThreadRuns());
     EXPECT_EQ(TSPI_phoneClose(phone), 0);
     EXPECT_FALSE(SerialThreadRuns());
-    Process.RestartRequired = true;
-    EXPECT_EQ(open(), LINEERR_REINIT);
-    Process.RestartRequired = false;
     PlatformControl::Port("COM1").OpenError = 5;
-    TraceLines();
     EXPECT_EQ(open(), LINEERR_ALLOCATED);
-    EXPECT_THAT(TraceLines(), testing::Contains("End TSPI_phoneOpen Pb"));
+    EXPECT_EQ(TraceLines().back(), "End TSPI_phoneOpen Pb");
     EXPECT_FALSE(ReleaseMutex(Process.LineMutex));
 }
 
