@@ -27,14 +27,13 @@ TEST_F(Keys, PressesHaveTheirBytes) {
     Modules({{2, 32}});
     SendZTNondigitKey(28);
     SendZTNondigitKey(35);
-    PressKeyCode(RELEASE_KEY);
-    PressKeyCode(OFFHOOK_KEY);
-    char letters[] = "*5#Ab";
+    char letters[] = "*#Ab";
     SendDialString(letters, nullptr);
+    EXPECT_EQ(PressServiceCode("*A1", nullptr), 2);
     EXPECT_THAT(QueuedFrames(),
-                ElementsAre("03 26 20 1C 9B", "05 26 04 1A 20 03 94", "03 26 20 29 8E", "03 26 20 30 87",
-                            "03 26 03 0A CA", "03 26 03 05 CF", "03 26 03 0B C9", "03 26 20 41 76", "03 26 20 62 55"));
-    EXPECT_THAT(TraceLines(), ElementsAre("SendZTNondigitKey AOM Key 35 i_aom 0 adr 2 "));
+                ElementsAre("03 26 20 1C 9B", "05 26 04 1A 20 03 94", "03 26 03 0A CA", "03 26 03 0B C9",
+                            "03 26 20 41 76", "03 26 20 62 55", "03 26 03 0A CA", "03 26 03 01 D3"));
+    EXPECT_EQ(Steps(), "SendZTNondigitKey AOM Key 35 i_aom 0 adr 2  | Service code '*A1': character 41 left out");
     Modules({});
     SendZTNondigitKey(29);
     EXPECT_THAT(QueuedFrames(), IsEmpty());
@@ -43,41 +42,32 @@ TEST_F(Keys, PressesHaveTheirBytes) {
 TEST_F(Keys, SuperMessageGathersAndSplitsWithoutLoss) {
     Link.SuperMsgSupported = true;
     Modules({{2, 32}});
-    char twelve[] = "12";
     PressSequence presses;
-    presses.Key(5);
-    presses.DialString(twelve);
-    presses.Send();
     presses.Send();  // empty: nothing
     presses.Key(35);
     presses.SoftKey(0);
     presses.SoftKey(6);
     presses.SoftKey(2);
     presses.Send();
-    EXPECT_THAT(QueuedFrames(),
-                ElementsAre("0D 6E 03 26 20 05 03 26 03 01 03 26 03 02 DC", "0B 6E 05 26 04 1A 20 03 03 26 20 1E B4"));
-    char eighty[NUMBER_SIZE] = {};
-    std::memset(eighty, '7', NUMBER_SIZE - 1);
-    PressSequence many;
-    many.Key(5);
-    many.DialString(eighty);
-    many.Send();
+    std::string eighty(NUMBER_SIZE - 1, '7');
+    presses.Key(5);
+    presses.DialString(eighty.data());
+    presses.Send();
     const std::vector<std::string> frames = QueuedFrames();
-    ASSERT_EQ(frames.size(), 2u);
-    EXPECT_EQ(frames[0].substr(0, 17), "FD 6E 03 26 20 05");  // 63 items of 4 bytes
-    EXPECT_EQ(frames[1].substr(0, 5), "45 6E");               // the other 17
+    ASSERT_EQ(frames.size(), 3u);
+    EXPECT_EQ(frames[0], "0B 6E 05 26 04 1A 20 03 03 26 20 1E B4");
+    EXPECT_EQ(frames[1].substr(0, 17), "FD 6E 03 26 20 05");  // 63 items of 4 bytes
+    EXPECT_EQ(frames[2].substr(0, 5), "45 6E");               // the other 17
 }
 
 TEST_F(Keys, DialStringPressesAtMostEightyAndLosesWhatCannotBeDialled) {
-    char text[] = "12-34 56\xE9";
-    SendDialString(text, nullptr);
-    EXPECT_STREQ(text, "123456");
-    EXPECT_EQ(QueuedFrames().size(), 6u);
-    static std::string removed;
-    removed.clear();
-    char other[] = "(1)";
-    SendDialString(other, nullptr, [](int code) { removed += std::to_string(code) + " "; });
-    EXPECT_EQ(removed, "40 41 ");
+    std::string removed, text = "(1-2\xE9)";
+    static std::string* into = nullptr;
+    into = &removed;
+    SendDialString(text.data(), nullptr, [](int code) { *into += std::to_string(code) + " "; });
+    EXPECT_STREQ(text.c_str(), "12");
+    EXPECT_EQ(removed, "40 45 233 41 ");
+    EXPECT_EQ(QueuedFrames().size(), 2u);
     // Counted are the pressed ones only; what stands behind the last pressed one stays.
     std::string longOne = "-" + std::string(80, '1') + "-2";
     SuperMsgBuffer message;
@@ -85,59 +75,29 @@ TEST_F(Keys, DialStringPressesAtMostEightyAndLosesWhatCannotBeDialled) {
     EXPECT_STREQ(longOne.c_str(), (std::string(80, '1') + "-2").c_str());
 }
 
-TEST_F(Keys, ServiceCodeLeavesOutWhatIsNoDigit) {
-    EXPECT_EQ(PressServiceCode("*A1", nullptr), 2);
-    EXPECT_THAT(QueuedFrames(), ElementsAre("03 26 03 0A CA", "03 26 03 01 D3"));
-    EXPECT_THAT(TraceLines(), ElementsAre("Service code '*A1': character 41 left out"));
-}
-
 TEST_F(Keys, ModuleKeysGoToTheModuleBelowThem) {
-    Modules({{1, 52}, {2, 28}});
-    EXPECT_EQ(GetAomIndex(40), 1);
-    EXPECT_EQ(GetAomIndex(52), 1);
-    EXPECT_EQ(GetAomIndex(60), 0);
     Modules({{1, 70}, {2, 28}, {3, 50}});
-    EXPECT_EQ(GetAomIndex(29), 1);
-    EXPECT_EQ(GetAomIndex(51), 2);
-    EXPECT_EQ(GetAomIndex(71), 0);
-    Modules({{1, 40}});
-    EXPECT_EQ(GetAomIndex(30), 0);
+    const std::pair<int, int> rows[] = {{20, 1}, {29, 1}, {50, 1}, {51, 2}, {70, 2}, {71, 0}};
+    for (const auto& [key, module] : rows)
+        EXPECT_EQ(GetAomIndex(key), module) << key;
     Modules({});
     EXPECT_EQ(GetAomIndex(30), -1);
 }
 
-TEST_F(Keys, NewCallSeizesItsKeyInTheOrderOfPreference) {
-    KeyLists = KeyListSet{};
-    Key(1, TOUCH_MULTI, "4712");
-    Key(2, TOUCH_MULTI, "4711");
+TEST_F(Keys, NewCallSeizesAKeyLikeThatOfTheCallInConversation) {
     Key(3, TOUCH_MULTI, "4712");
     CopyText(Settings.SetMCDU, "4711");
-    EXPECT_EQ(FindFreeMultiLine(), 2);
-    EXPECT_THAT(TraceLines(), ElementsAre("FindFreeMultiLine tou 2 (mcdu principal)"));
-    const int talking = Call(1, 0, CONNECTED);
+    EXPECT_EQ(FindFreeMultiLine(), 1);
+    Key(1, TOUCH_MULTI, "4712");
+    Call(1, 0, CONNECTED);
     EXPECT_EQ(FindFreeMultiLine(), 3);
-    EXPECT_THAT(TraceLines(), ElementsAre("FindFreeMultiLine tou 3 (type analogue a cref 0000 CONNECTED)"));
-    Record(talking).state = ONHOLD;
+    Record(0).state = ONHOLD;
     Call(2, 1, ONHOLD);  // one slot taken: not free
     EXPECT_EQ(FindFreeMultiLine(), 3);
-    EXPECT_THAT(TraceLines(), ElementsAre(" pas de tou mcdu principal libre, rech tou mcdu secondaire",
-                                          "FindFreeMultiLine tou 3 (mcdu secondaire)"));
-    Call(3, 0, ONHOLD);
-    EXPECT_EQ(FindFreeMultiLine(), -1);
-    EXPECT_THAT(TraceLines(), ElementsAre(" pas de tou mcdu principal libre, ni tou mcdu secondaire libre"));
-}
-
-TEST_F(Keys, BossKeyBeforeSecretaryKeyAndOnlyFreeOnes) {
-    Key(8, TOUCH_PATRON, "200");
-    Key(9, TOUCH_SECRETAIRE, "200");
-    Key(10, TOUCH_SECR_DEBORD, "300");
-    CopyText(Record(5).DestAddress, "200");
-    EXPECT_EQ(FindFreeBossSecretaryKey(5), 8);
-    Call(8, 0, CONNECTED);
-    EXPECT_EQ(FindFreeBossSecretaryKey(5), 9);
-    EXPECT_THAT(TraceLines(), ElementsAre("Tou Pat '200' libre trouve tou 8", "Tou Sec '200' libre trouve tou 9"));
-    CopyText(Record(5).DestAddress, "300");
-    EXPECT_EQ(FindFreeBossSecretaryKey(5), -1);
+    EXPECT_EQ(Steps(), "FindFreeMultiLine tou 1 (mcdu principal) | "
+                       "FindFreeMultiLine tou 3 (type analogue a cref 0000 CONNECTED) | "
+                       " pas de tou mcdu principal libre, rech tou mcdu secondaire | "
+                       "FindFreeMultiLine tou 3 (mcdu secondaire)");
 }
 
 }  // namespace

@@ -1,170 +1,170 @@
-// The line device at the edges of its callers' buffers, and the order in which its entry points test their arguments.
+// The line device at the edges of its callers' buffers; how every entry point of line and phone is traced, and what
+// it refuses first.
 #include "devices/line.h"
 
 #include "platform/text.h"
-#include "provider/lifecycle.h"
-#include "support/fixture.h"
-#include "trace/trace.h"
-
-#include <cstring>
-#include <map>
+#include "support/buffer.h"
+#include "support/requesting.h"
 
 namespace {
 
-class LineEdges : public OnTheLine {
+class LineEdges : public Requesting {
 protected:
-    HDRVLINE Handle = reinterpret_cast<HDRVLINE>(&ProviderState);
-    std::vector<std::uint8_t> Bytes;
+    HDRVLINE Line = reinterpret_cast<HDRVLINE>(&ProviderState);
+    CallersBuffer Buffer;
 
     void SetUp() override {
-        OnTheLine::SetUp();
+        Requesting::SetUp();
         ProviderState.LineDeviceID = 6;
+        ProviderState.PhoneDeviceID = 8;
     }
-    template <class Structure> Structure* Room(DWORD total) {
-        Bytes.assign(1024, 0xEE);
-        std::memcpy(Bytes.data(), &total, 4);
-        return reinterpret_cast<Structure*>(Bytes.data());
-    }
-    // The 32-bit fields that were written, by offset.
-    using Fields = std::map<std::size_t, DWORD>;
-    Fields Filled() const {
-        Fields fields;
-        for (std::size_t at = 0; at < Bytes.size(); at += 4) {
-            DWORD value = 0;
-            std::memcpy(&value, Bytes.data() + at, 4);
-            if (value != 0xEEEEEEEE)
-                fields[at] = value;
-        }
-        return fields;
-    }
-    // Offset behind the last byte that was written.
-    std::size_t WrittenUpTo() const {
-        std::size_t end = Bytes.size();
-        while (end > 0 && Bytes[end - 1] == 0xEE)
-            --end;
-        return end;
+    LONG GetId(DWORD total, const WCHAR* deviceClass) {
+        return TSPI_lineGetID(Line, 0, nullptr, 1, Buffer.Room<VARSTRING>(total), deviceClass, nullptr);
     }
 };
-
-// An argument of any pointer type, to be traced and never followed.
-struct Any {
-    std::uintptr_t Value;
-    template <class Pointer> operator Pointer() const { return reinterpret_cast<Pointer>(Value); }
-};
-
-DWORD Result(LONG result) {
-    return static_cast<DWORD>(result);
-}
 
 TEST_F(LineEdges, NothingIsWrittenBehindABufferThatIsTooSmall) {
-    EXPECT_EQ(Result(TSPI_lineGetDevCaps(6, 0x20000, 0, Room<LINEDEVCAPS>(251))), LINEERR_STRUCTURETOOSMALL);
-    EXPECT_EQ(WrittenUpTo(), 4u);
-    EXPECT_EQ(Result(TSPI_lineGetAddressCaps(6, 0, 0x20000, 0, Room<LINEADDRESSCAPS>(227))), LINEERR_STRUCTURETOOSMALL);
-    EXPECT_EQ(WrittenUpTo(), 4u);
-    struct Case {
-        DWORD total;
-        std::size_t end;
-    };
-    for (const Case& c : {Case{0, 4}, Case{7, 4}, Case{8, 8}, Case{24, 8}, Case{27, 8}, Case{28, 28}}) {
-        EXPECT_EQ(TSPI_lineGetID(Handle, 0, nullptr, 1, Room<VARSTRING>(c.total), "tapi/line"_wide, nullptr), 0);
-        EXPECT_EQ(WrittenUpTo(), c.end) << c.total;
+    EXPECT_EQ(Code(TSPI_lineGetDevCaps(6, 0x20000, 0, Buffer.Room<LINEDEVCAPS>(251))), LINEERR_STRUCTURETOOSMALL);
+    EXPECT_EQ(Buffer.End(), 4u);
+    EXPECT_EQ(Code(TSPI_lineGetAddressCaps(6, 0, 0x20000, 0, Buffer.Room<LINEADDRESSCAPS>(227))),
+              LINEERR_STRUCTURETOOSMALL);
+    EXPECT_EQ(Buffer.End(), 4u);
+    for (const auto& [total, end] : {std::pair{0u, 4u}, {7u, 4u}, {8u, 8u}, {27u, 8u}, {28u, 28u}}) {
+        EXPECT_EQ(GetId(total, "tapi/line"_wide), 0);
+        EXPECT_EQ(Buffer.End(), end) << total;
     }
-}
-
-TEST_F(LineEdges, AddressIsPlacedWholeOrNotAtAll) {
+    EXPECT_EQ(Buffer.Written(), "4:1c 8:1c 12:4 16:4 20:18 24:6");
+    EXPECT_EQ(Code(GetId(28, "TAPI/line"_wide)), LINEERR_NODEVICE) << "case counts";
     CopyText(ProviderState.LineAddress, std::string(39, '4').c_str());
-    ASSERT_EQ(TSPI_lineGetAddressCaps(6, 0, 0x20000, 0, Room<LINEADDRESSCAPS>(228 + 79)), 0);
-    EXPECT_LE(WrittenUpTo(), 228u);
-    EXPECT_EQ(Filled().count(16), 0u) << "its size is left as it came";
-    ASSERT_EQ(TSPI_lineGetAddressCaps(6, 0, 0x20000, 0, Room<LINEADDRESSCAPS>(228 + 80)), 0);
-    EXPECT_EQ(WrittenUpTo(), 228u + 80);
-    EXPECT_EQ(Filled()[16], 80u);
-    EXPECT_EQ(Filled()[228 + 76], DWORD{'4'}) << "terminated inside";
+    for (const DWORD total : {228u + 79, 228u + 80}) {
+        ASSERT_EQ(TSPI_lineGetAddressCaps(6, 0, 0x20000, 0, Buffer.Room<LINEADDRESSCAPS>(total)), 0);
+        const bool fits = total == 228 + 80;
+        EXPECT_EQ(Buffer.Field(16), fits ? 80 : CallersBuffer::LEFT) << "else its size is left as it came";
+        EXPECT_EQ(Buffer.End() > 228, fits);
+    }
+    EXPECT_EQ(Buffer.Field(228 + 76), DWORD{'4'}) << "terminated inside";
 }
 
-// Every field that is filled, by its place in the structure; all others stay as they came.
 TEST_F(LineEdges, CapabilitiesFillTheirFieldsAndNoOther) {
     ProviderState.PermanentProviderID = 4;
     ProviderState.LineName[0] = 'L';
     CopyText(ProviderState.LineAddress, "4711");
-    ASSERT_EQ(TSPI_lineGetDevCaps(6, 0x20000, 0, Room<LINEDEVCAPS>(252)), 0);
-    EXPECT_EQ(Filled(),
-              (Fields{{0, 252},    {4, 458},  {8, 252},    {28, 0x40000}, {40, 1},    {48, 1},        {52, 1},
-                      {60, 4},     {72, 3},   {112, 0},    {116, 1},      {120, 4},   {128, 0x40ECD}, {156, 0},
-                      {160, 50},   {164, 50}, {168, 1000}, {172, 255000}, {176, 255}, {180, 255},     {184, 255000},
-                      {188, 2000}, {192, 95}, {196, 95},   {200, 60000}}));
-    ASSERT_EQ(TSPI_lineGetAddressCaps(6, 0, 0x20000, 0, Room<LINEADDRESSCAPS>(228)), 0);
-    EXPECT_EQ(Filled(),
-              (Fields{{0, 228},        {4, 238},   {8, 228},  {12, 6},       {32, 1},         {36, 0x6D},
-                      {40, 0x403B921}, {44, 0xC},  {48, 0xC}, {52, 0xC},     {56, 0xC},       {60, 0xC},
-                      {64, 0x7F7B},    {68, 0x20}, {72, 8},   {76, 0x10},    {80, 2},         {84, 1},
-                      {88, 20},        {92, 1},    {96, 3},   {100, 0},      {104, 0x41F028}, {108, 0xA040AEC},
-                      {112, 2},        {116, 1},   {120, 3},  {128, 0x1111}, {132, 1},        {176, 0x1407}}));
-    ASSERT_EQ(TSPI_lineGetID(Handle, 0, nullptr, 1, Room<VARSTRING>(28), "tapi/line"_wide, nullptr), 0);
-    EXPECT_EQ(Filled(), (Fields{{0, 28}, {4, 28}, {8, 28}, {12, 4}, {16, 4}, {20, 24}, {24, 6}}));
-    TraceMask = TRACE_ENTRY;
-    TraceLines();
-    ASSERT_EQ(TSPI_lineGetDevCaps(6, 0x20000, 0, Room<LINEDEVCAPS>(458)), 0);
+    ASSERT_EQ(TSPI_lineGetDevCaps(6, 0x20000, 0, Buffer.Room<LINEDEVCAPS>(252)), 0);
+    EXPECT_EQ(Buffer.Written(), "4:1ca 8:fc 28:40000 40:1 48:1 52:1 60:4 72:3 112:0 116:1 120:4 128:40ecd 156:0 160:32 "
+                                "164:32 168:3e8 172:3e418 176:ff 180:ff 184:3e418 188:7d0 192:5f 196:5f 200:ea60");
+    ASSERT_EQ(TSPI_lineGetAddressCaps(6, 0, 0x20000, 0, Buffer.Room<LINEADDRESSCAPS>(228)), 0);
+    EXPECT_EQ(Buffer.Written(),
+              "4:ee 8:e4 12:6 32:1 36:6d 40:403b921 44:c 48:c 52:c 56:c 60:c 64:7f7b 68:20 72:8 76:10 "
+              "80:2 84:1 88:14 92:1 96:3 100:0 104:41f028 108:a040aec 112:2 116:1 120:3 128:1111 132:1 176:1407");
+    ASSERT_EQ(TSPI_lineGetDevCaps(6, 0x20000, 0, Buffer.Room<LINEDEVCAPS>(458)), 0);
     EXPECT_EQ(TraceLines().back(),
               "cbinfo 0xb0 cbname 0x4 gszProviderInfo 'Windows Telephony Service Provider for Corvane ZT protocol "
               "telephone's MAC PC interface' linename 'L' ");
 }
 
-TEST_F(LineEdges, EveryCallIsTracedWithItsArgumentsAndRefusedByItsHandleFirst) {
-    const DWORD device = LINEERR_BADDEVICEID, handle = LINEERR_INVALLINEHANDLE, call = LINEERR_INVALCALLHANDLE;
-    WaitLineMutex();
-    ReleaseLineMutex(0);
+TEST_F(LineEdges, EveryEntryIsTracedWithItsArgumentsAndRefusesItsHandleFirst) {
+    const DWORD device = LINEERR_BADDEVICEID, line = LINEERR_INVALLINEHANDLE, call = LINEERR_INVALCALLHANDLE;
+    const DWORD phone = PHONEERR_INVALPHONEHANDLE, phoneDevice = PHONEERR_BADDEVICEID;
+    const DWORD never = LINEERR_OPERATIONUNAVAIL;
     TraceMask = TRACE_ENTRY;
-    TraceLines();
-    const auto refused = [&](LONG result, DWORD wanted, const char* trace) {
-        EXPECT_EQ(Result(result), wanted) << trace;
-        EXPECT_THAT(TraceLines(), ElementsAre(trace));
+    ProviderState.DeviceState = DEVICE_OUT_OF_SERVICE;
+    struct Row {
+        LONG Result;
+        DWORD Wanted;
+        const char* Trace;
     };
-    refused(TSPI_lineNegotiateTSPIVersion(7, 0x10004, 0x20000, Any{0x78}), device,
-            "TSPI_lineNegotiateTSPIVersion(   7,10004,20000,  78)");
-    refused(TSPI_lineNegotiateExtVersion(7, 0x20000, 1, 2, Any{0x78}), device,
-            "TSPI_lineNegotiateExtVersion(   7,20000,   1,   2,  78)");
-    refused(TSPI_lineOpen(7, Any{0x34}, Any{0x56}, 0x20000, Any{0xF3}), device, "TSPI_lineOpen(7,34,56,20000,f3)");
-    refused(TSPI_lineClose(Any{0x12}), handle, "Entering TSPI_lineClose(12)");
-    refused(TSPI_lineGetDevCaps(7, 0x20000, 1, Any{0x9A}), device, "Entering TSPI_lineGetDevCaps(7,20000,1,9a)");
-    refused(TSPI_lineGetAddressCaps(7, 3, 0x20000, 1, Any{0xBC}), device,
-            "Entering TSPI_lineGetAddressCaps(7,3,20000,1,bc)");
-    refused(TSPI_lineGetID(Any{0x12}, 1, Any{0x19}, 2, Any{0xDE}, Any{0xF2}, nullptr), handle,
-            "Entering TSPI_lineGetID(12,1,19,2,de,f2)");
-    refused(TSPI_lineGetNumAddressIDs(Any{0x12}, Any{0x78}), handle, "Entering TSPI_lineGetNumAddressIDs(12,78)");
-    refused(TSPI_lineGetAddressID(Any{0x12}, Any{0x78}, 1, Any{0xF2}, 4), handle,
-            "Entering TSPI_lineGetAddressID(12,78,1,f2,4)");
-    refused(TSPI_lineSetStatusMessages(Any{0x12}, 1, 2), handle, "Entering TSPI_lineSetStatusMessages(12,1,2)");
-    refused(TSPI_lineSetDefaultMediaDetection(Any{0x12}, 0x63), handle,
-            "Entering TSPI_lineSetDefaultMediaDetection(12,63)");
-    refused(TSPI_lineConditionalMediaDetection(Any{0x12}, 0x63, Any{0xF1}), handle,
-            "Entering TSPI_lineConditionalMediaDetection(12,63,f1)");
-    refused(TSPI_lineSetMediaMode(Any{0x19}, 5), call, "Entering TSPI_lineSetMediaMode(19,5)");
-    refused(TSPI_lineSetAppSpecific(Any{0x19}, 0x77), call, "Entering TSPI_lineSetAppSpecific(19,77)");
-    EXPECT_EQ(ProviderState.LineStates, 0u);
-    EXPECT_FALSE(ReleaseMutex(Process.LineMutex)) << "every refusal has released the line mutex";
+    // clang-format off
+    const Row rows[] = {
+        {TSPI_lineNegotiateTSPIVersion(7, 0x10004, 0x20000, Any{0x78}), device, "TSPI_lineNegotiateTSPIVersion(   7,10004,20000,  78)"},
+        {TSPI_lineNegotiateExtVersion(7, 0x20000, 1, 2, Any{0x78}), device, "TSPI_lineNegotiateExtVersion(   7,20000,   1,   2,  78)"},
+        {TSPI_lineOpen(7, Any{0x34}, Any{0x56}, 0x20000, Any{0xF3}), device, "TSPI_lineOpen(7,34,56,20000,f3)"},
+        {TSPI_lineClose(Any{0x12}), line, "Entering TSPI_lineClose(12)"},
+        {TSPI_lineGetDevCaps(7, 0x20000, 1, Any{0x9A}), device, "Entering TSPI_lineGetDevCaps(7,20000,1,9a)"},
+        {TSPI_lineGetAddressCaps(7, 3, 0x20000, 1, Any{0xBC}), device, "Entering TSPI_lineGetAddressCaps(7,3,20000,1,bc)"},
+        {TSPI_lineGetAddressStatus(Any{0x12}, 1, Any{0xBC}), LINEERR_INVALADDRESSID, "Entering TSPI_lineGetAddressStatus(12,1,bc)"},
+        {TSPI_lineGetID(Any{0x12}, 1, Any{0x19}, 2, Any{0xDE}, Any{0xF2}, nullptr), line, "Entering TSPI_lineGetID(12,1,19,2,de,f2)"},
+        {TSPI_lineGetNumAddressIDs(Any{0x12}, Any{0x78}), line, "Entering TSPI_lineGetNumAddressIDs(12,78)"},
+        {TSPI_lineGetAddressID(Any{0x12}, Any{0x78}, 1, Any{0xF2}, 4), line, "Entering TSPI_lineGetAddressID(12,78,1,f2,4)"},
+        {TSPI_lineGetCallAddressID(Any{0x19}, Any{0x78}), call, "Entering TSPI_lineGetCallAddressID(19,78)"},
+        {TSPI_lineSetStatusMessages(Any{0x12}, 1, 2), line, "Entering TSPI_lineSetStatusMessages(12,1,2)"},
+        {TSPI_lineSetDefaultMediaDetection(Any{0x12}, 0x63), line, "Entering TSPI_lineSetDefaultMediaDetection(12,63)"},
+        {TSPI_lineConditionalMediaDetection(Any{0x12}, 0x63, Any{0xF1}), line, "Entering TSPI_lineConditionalMediaDetection(12,63,f1)"},
+        {TSPI_lineSetMediaMode(Any{0x19}, 5), call, "Entering TSPI_lineSetMediaMode(19,5)"},
+        {TSPI_lineSetAppSpecific(Any{0x19}, 0x77), call, "Entering TSPI_lineSetAppSpecific(19,77)"},
+        {TSPI_lineMakeCall(7, Any{0x12}, Any{0x34}, Any{0x56}, nullptr, 33, Any{0x78}), LINEERR_NODEVICE, "Entering TSPI_lineMakeCall(7,12,34,56,0,21,78)"},
+        {0, 0, " TSPI_lineMakeCall LINEERR_NODEVICE "},
+        {TSPI_lineDial(7, Any{0x19}, Any{0x56}, 33), call, "Entering TSPI_lineDial(7,19,56,21)"},
+        {TSPI_lineGenerateDigits(Any{0x19}, 1, 2, Any{0x56}, 4), call, "Entering TSPI_lineGenerateDigits(19,1,2,56,4)"},
+        {TSPI_lineGenerateTone(Any{0x19}, 1, 2, 3, 4, Any{0x56}), call, "Entering TSPI_lineGenerateTone(19,1,2,3,4,56)"},
+        {TSPI_lineAnswer(7, Any{0x19}, Any{0x56}, 4), call, "Entering TSPI_lineAnswer(7,19,56,4)"},
+        {TSPI_lineDrop(7, Any{0x19}, Any{0x56}, 4), call, "Entering TSPI_lineDrop hdcall(7,19,56,4)"},
+        {TSPI_lineHold(7, Any{0x19}), call, "Entering TSPI_lineHold hdcall(7,19)"},
+        {TSPI_lineUnhold(7, Any{0x19}), call, "Entering TSPI_lineUnhold hdcall(7,19)"},
+        {TSPI_lineCloseCall(Any{1}), 0, "TSPI_lineCloseCall: cref: 0001, hdCall: 1"},
+        {TSPI_lineBlindTransfer(7, Any{0x19}, Any{0x56}, 33), call, "Entering TSPI_lineBlindTransfer(7,19,56,21)"},
+        {TSPI_lineSetupTransfer(7, Any{0x19}, Any{0x34}, Any{0x56}, Any{0x78}), call, "Entering TSPI_lineSetupTransfer(7,19,34,56,78)"},
+        {TSPI_lineCompleteTransfer(7, Any{0x19}, Any{1}, Any{0x34}, Any{0x56}, 1), call, "Entering TSPI_lineCompleteTransfer(7,19,1,34,56,1)"},
+        {TSPI_lineCompleteTransfer(7, Any{1}, Any{30}, Any{0x34}, Any{0x56}, 1), call, "Entering TSPI_lineCompleteTransfer(7,1,1e,34,56,1)"},
+        {TSPI_lineRemoveFromConference(7, Any{30}), call, "TSPI_lineRemoveFromConference(7,1e)"},
+        {TSPI_lineSetupConference(7, Any{0x19}, Any{2}, Any{3}, Any{4}, Any{5}, Any{6}, 8, Any{9}), never, "Entering TSPI_lineAddToConference(7,19,2,3,4,5,6,8,9)"},
+        {TSPI_lineAddToConference(7, Any{0x19}, Any{0x34}), never, "Entering TSPI_lineAddToConference(7,19,34)"},
+        {TSPI_linePrepareAddToConference(7, Any{0x19}, Any{2}, Any{3}, Any{4}), never, "Entering TSPI_linePrepareAddToConference(7,19,2,3,4)"},
+        {TSPI_linePickup(7, Any{0x12}, 0, nullptr, nullptr, nullptr, nullptr), line, "Entering TSPI_linePickup"},
+        {TSPI_phoneNegotiateTSPIVersion(6, 1, 0x20000, Any{0x78}), phoneDevice, "TSPI_phoneNegotiateTSPIVersion(6,1,20000,78)"},
+        {TSPI_phoneOpen(6, Any{0x34}, Any{0x56}, 0x20000, Any{0xF3}), phoneDevice, "Entering TSPI_phoneOpen(6,34,56,20000)"},
+        {TSPI_phoneClose(Any{0x12}), phone, "Entering TSPI_phoneClose (12)"},
+        {TSPI_phoneGetDevCaps(6, 0x20000, 1, Any{0x9A}), phoneDevice, "Entering TSPI_phoneGetDevCaps(6,20000,1,9a)"},
+        {TSPI_phoneGetDisplay(Any{0x12}, Any{0x78}), phone, "Entering TSPI_phoneGetDisplay(12,78)"},
+        {TSPI_phoneGetLamp(Any{0x12}, 5, Any{0x78}), phone, "Entering TSPI_phoneGetLamp(12,5,78)"},
+        {TSPI_phoneSetButtonInfo(7, Any{0x12}, 5, Any{0x78}), phone, "Entering TSPI_phoneSetButtonInfo(7,12,5,78)"},
+        {TSPI_phoneSetHookSwitch(7, Any{0x12}, 1, 2), phone, "Entering TSPI_phoneSetHookSwitch(7,12,1,2)"},
+        // accepted without effect
+        {TSPI_phoneDevSpecific(1, Any{0x12}, Any{0x78}, 2), 0, "Entering TSPI_phoneDevSpecific(1,12,78,2)"},
+        {TSPI_phoneGetButtonInfo(Any{0x12}, 2, Any{0x78}), 0, "Entering TSPI_phoneGetButtonInfo(12,2,78)"},
+        {TSPI_phoneGetData(Any{0x12}, 2, Any{0x78}, 4), 0, "Entering TSPI_phoneGetData(12,2,78,4)"},
+        {TSPI_phoneGetExtensionID(1, 2, Any{0x78}), 0, "Entering TSPI_phoneGetExtensionID(1,2,78)"},
+        {TSPI_phoneGetGain(Any{0x12}, 2, Any{0x78}), 0, "Entering TSPI_phoneGetGain(12,2,78)"},
+        {TSPI_phoneGetHookSwitch(Any{0x12}, Any{0x78}), 0, "Entering TSPI_phoneGetHookSwitch(12,78)"},
+        {TSPI_phoneGetIcon(1, Any{0x56}, Any{0x78}), 0, "Entering TSPI_phoneGetIcon(1,56,78)"},
+        {TSPI_phoneGetID(Any{0x12}, Any{0x78}, Any{0x56}, nullptr), 0, "Entering TSPI_phoneGetID(12,78,56)"},
+        {TSPI_phoneGetRing(Any{0x12}, Any{0x78}, Any{0x79}), 0, "Entering TSPI_phoneGetRing(12,78,79)"},
+        {TSPI_phoneGetStatus(Any{0x12}, Any{0x78}), 0, "Entering TSPI_phoneGetStatus(12,78)"},
+        {TSPI_phoneGetVolume(Any{0x12}, 2, Any{0x78}), 0, "Entering TSPI_phoneGetVolume(12,2,78)"},
+        {TSPI_phoneNegotiateExtVersion(1, 2, 3, 4, Any{0x78}), 0, "Entering TSPI_phoneNegotiateExtVersion(1,2,3,4,78)"},
+        {TSPI_phoneSelectExtVersion(Any{0x12}, 2), 0, "Entering TSPI_phoneSelectExtVersion(12,2)"},
+        {TSPI_phoneSetData(1, Any{0x12}, 3, Any{0x78}, 5), 0, "Entering TSPI_phoneSetData(1,12,3,78,5)"},
+        {TSPI_phoneSetDisplay(1, Any{0x12}, 3, 4, Any{0x56}, 6), 0, "Entering TSPI_phoneSetDisplay(1,12,3,4,56,6)"},
+        {TSPI_phoneSetGain(1, Any{0x12}, 3, 4), 0, "Entering TSPI_phoneSetGain(1,12,3,4)"},
+        {TSPI_phoneSetLamp(1, Any{0x12}, 3, 4), 0, "Entering TSPI_phoneSetLamp(1,12,3,4)"},
+        {TSPI_phoneSetRing(1, Any{0x12}, 3, 4), 0, "Entering TSPI_phoneSetRing(1,12,3,4)"},
+        {TSPI_phoneSetStatusMessages(Any{0x12}, 2, 3, 4), 0, "Entering TSPI_phoneSetStatusMessages(12,2,3,4)"},
+        {TSPI_phoneSetVolume(1, Any{0x12}, 3, 4), 0, "Entering TSPI_phoneSetVolume(1,12,3,4)"},
+    };
+    // clang-format on
+    const std::vector<std::string> lines = TraceLines();
+    ASSERT_EQ(lines.size(), std::size(rows));
+    for (std::size_t i = 0; i < lines.size(); ++i) {
+        EXPECT_EQ(lines[i], rows[i].Trace);
+        EXPECT_EQ(Code(rows[i].Result), rows[i].Wanted) << lines[i];
+    }
+    EXPECT_THAT(Events(), IsEmpty());
+    EXPECT_EQ(Code(TSPI_lineForward(7, Any{0x12}, 1, 0, nullptr, 3, nullptr, nullptr, nullptr)), line);
+    EXPECT_EQ(Code(TSPI_lineCloseCall(Any{0x19})), call);
+    EXPECT_THAT(TraceLines(), IsEmpty()) << "these trace no wrong handle";
 }
 
 TEST_F(LineEdges, ValuesAreJudgedAndKept) {
     DWORD version = 0;
-    EXPECT_EQ(Result(TSPI_lineNegotiateTSPIVersion(6, 0x10004, 0x1FFFF, &version)), LINEERR_INCOMPATIBLEAPIVERSION);
+    EXPECT_EQ(Code(TSPI_lineNegotiateTSPIVersion(6, 0x10004, 0x1FFFF, &version)), LINEERR_INCOMPATIBLEAPIVERSION);
     EXPECT_EQ(TSPI_lineNegotiateTSPIVersion(6, 0x20000, 0x20000, &version), 0);
-    EXPECT_EQ(Result(TSPI_lineGetID(Handle, 0, nullptr, 1, Room<VARSTRING>(28), "TAPI/line"_wide, nullptr)),
-              LINEERR_NODEVICE)
-        << "case counts";
-    EXPECT_EQ(Result(TSPI_lineSetMediaMode(Any{30}, 4)), LINEERR_INVALCALLHANDLE) << "the conference";
-    EXPECT_EQ(TSPI_lineSetStatusMessages(Handle, 0xFFFF, 0xEEEE), 0);
+    EXPECT_EQ(TSPI_lineSetStatusMessages(Line, 0xFFFF, 0xEEEE), 0);
     EXPECT_EQ(ProviderState.LineStates, 0xFFFFu);
-    EXPECT_EQ(TSPI_lineSetDefaultMediaDetection(Handle, 4), 0);
+    EXPECT_EQ(TSPI_lineSetDefaultMediaDetection(Line, 4), 0);
     EXPECT_EQ(ProviderState.DefaultMediaDetection, 4u);
-    ProviderState.LineEventProc = [](HTAPILINE, HTAPICALL, DWORD, DWORD_PTR, DWORD_PTR p2, DWORD_PTR p3) {
-        ProviderState.LineStates = static_cast<DWORD>(p2 + p3);
-    };
-    EXPECT_EQ(TSPI_lineSetAppSpecific(Any{3}, 5), 0);
-    EXPECT_EQ(ProviderState.LineStates, 0u) << "this event carries no media mode";
-    ProviderState.LineEventProc = nullptr;
-    EXPECT_EQ(TSPI_lineSetAppSpecific(Any{3}, 6), 0) << "a closed line gets no event";
+    Calls("C");
+    EXPECT_EQ(TSPI_lineSetAppSpecific(Any{0}, 6), 0);
     EXPECT_EQ(ProviderState.AppSpecific, 6u);
+    EXPECT_THAT(LineEvents(), ElementsAre("INFO 0 APPSPECIFIC"));
 }
 
 }  // namespace

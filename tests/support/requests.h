@@ -39,9 +39,6 @@ protected:
     // call on key 1. The first one's key is active; "@2" makes it key 2. "h1" last held call, "p1" second party of the
     // conference, "b0" broken conference.
     void Stand(const std::string& situation, std::string softKeys) {
-        static const std::map<char, DWORD> states = {{'I', IDLE},     {'O', OFFERING},    {'R', STATE_REOFFERING},
-                                                     {'T', DIALTONE}, {'P', PROCEEDING},  {'C', CONNECTED},
-                                                     {'H', ONHOLD},   {'F', CONFERENCED}, {'D', DISCONNECTED}};
         Fresh();
         Key(5, TOUCH_NONE);
         Key(6, TOUCH_NONE);
@@ -58,7 +55,7 @@ protected:
             std::size_t digits = 0;
             const int key = std::stoi(word, &digits);
             const bool second = At(key).calls[0] != -1;
-            const int cref = Call(key, second ? 1 : 0, states.at(word[digits]));
+            const int cref = Call(key, second ? 1 : 0, Named(word[digits]));
             Tracking.DbCall |= second;
             if (word.back() == '-')
                 Undirected(cref);

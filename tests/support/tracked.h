@@ -11,6 +11,7 @@
 
 #include <map>
 #include <sstream>
+#include <string_view>
 
 constexpr DWORD IDLE = LINECALLSTATE_IDLE, OFFERING = LINECALLSTATE_OFFERING, DIALTONE = LINECALLSTATE_DIALTONE,
                 PROCEEDING = LINECALLSTATE_PROCEEDING, CONNECTED = LINECALLSTATE_CONNECTED,
@@ -63,6 +64,31 @@ protected:
         Call(1, 1, second, false);
         Active(1);
         Tracking.DbCall = 1;
+    }
+    // A state by its letter.
+    static DWORD Named(char letter) {
+        constexpr std::string_view letters = "-IOTPCHFDBRUGKW";
+        constexpr DWORD states[] = {0,
+                                    IDLE,
+                                    OFFERING,
+                                    DIALTONE,
+                                    PROCEEDING,
+                                    CONNECTED,
+                                    ONHOLD,
+                                    CONFERENCED,
+                                    DISCONNECTED,
+                                    BUSY,
+                                    STATE_REOFFERING,
+                                    LINECALLSTATE_UNKNOWN,
+                                    LINECALLSTATE_DIALING,
+                                    LINECALLSTATE_RINGBACK,
+                                    LINECALLSTATE_ONHOLDPENDTRANSFER};
+        return states[letters.find(letter)];
+    }
+    // Calls 0, 1, ... alone on keys 1, 2, ...
+    void Calls(const std::string& letters) {
+        for (std::size_t i = 0; i < letters.size(); ++i)
+            Call(static_cast<int>(i) + 1, 0, Named(letters[i]));
     }
     static void Undirected(int cref) { Record(cref).Inbound = Record(cref).Outbound = Record(cref).byMakeCall = 0; }
 
