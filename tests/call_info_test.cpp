@@ -120,7 +120,7 @@ TEST_F(CallEvents, EachReasonCodeHasItsValueAndItsReport) {
         EXPECT_EQ(Record(0).Reason, reason) << code;
         EXPECT_EQ(Sent(), forwarded ? "INFO 0 REASON|REDIRECTINGID" : code <= 4 ? "INFO 0 REASON" : "") << code;
         EXPECT_STREQ(Record(0).RedirectingAddress, forwarded ? "2001" : "") << code;
-        EXPECT_STREQ(Record(0).RedirectingName, forwarded ? "MARTIN" : "") << code;
+        EXPECT_STREQ(Record(0).RedirectingName, forwarded ? "MARTIN" : "of before") << code;
     }
 }
 

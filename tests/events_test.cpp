@@ -17,7 +17,7 @@ struct Given {
     DWORD_PTR P1, P2, P3;
     bool operator==(const Given&) const = default;
 };
-std::vector<Given> Calls;
+std::vector<Given> Told;
 
 HTAPICALL Tapi(std::uintptr_t handle) {
     return reinterpret_cast<HTAPICALL>(handle);
@@ -26,13 +26,13 @@ HTAPICALL Tapi(std::uintptr_t handle) {
 using EventsTest = TrackedSet;
 
 TEST_F(EventsTest, CallEventsNameTheirCallAndTheMediaModeAndANewCallForgetsItsFormerHandle) {
-    Calls.clear();
+    Told.clear();
     ProviderState.LineEventProc = [](HTAPILINE line, HTAPICALL call, DWORD message, DWORD_PTR p1, DWORD_PTR p2,
                                      DWORD_PTR p3) {
         EXPECT_EQ(line, reinterpret_cast<HTAPILINE>(std::uintptr_t{0x11}));
-        Calls.push_back({call, message, p1, p2, p3});
+        Told.push_back({call, message, p1, p2, p3});
         if (message == 500)
-            Calls.back().P2 = reinterpret_cast<DWORD_PTR>(
+            Told.back().P2 = reinterpret_cast<DWORD_PTR>(
                 std::exchange(*reinterpret_cast<HTAPICALL*>(p2), Tapi(0x500)));  // what stood in the record
     };
     CallTable[3].htCall = Tapi(0x103);
@@ -42,9 +42,9 @@ TEST_F(EventsTest, CallEventsNameTheirCallAndTheMediaModeAndANewCallForgetsItsFo
     DoLineEvent(LINE_LINEDEVSTATE, LINEDEVSTATE_INSERVICE, 9, -1);
     DoLineEventNewCall(3);
     DoLineEventNewConf();
-    EXPECT_THAT(Calls, ElementsAre(Given{Tapi(0x103), 2, 0x100, 7, 4}, Given{Tapi(0x130), 1, 0x8000, 0, 4},
-                                   Given{nullptr, 8, 0x40, 9, 0}, Given{nullptr, 500, 3, 0, 0},
-                                   Given{nullptr, 500, CONF_CREF, 0, 0}));
+    EXPECT_THAT(Told, ElementsAre(Given{Tapi(0x103), 2, 0x100, 7, 4}, Given{Tapi(0x130), 1, 0x8000, 0, 4},
+                                  Given{nullptr, 8, 0x40, 9, 0}, Given{nullptr, 500, 3, 0, 0},
+                                  Given{nullptr, 500, CONF_CREF, 0, 0}));
     EXPECT_EQ(CallTable[3].htCall, Tapi(0x500));
     EXPECT_EQ(ProviderState.htConference, Tapi(0x500));
     EXPECT_THAT(TraceLines(),
