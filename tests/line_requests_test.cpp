@@ -7,6 +7,7 @@
 #include "support/requesting.h"
 
 #include <cstring>
+#include <functional>
 
 namespace {
 
@@ -51,17 +52,19 @@ TEST_F(LineRequests, DestinationIsTakenFromItsFirstDialableCharacterOn) {
     Stop();
     const std::string full = "+" + std::string(78, '1'), tooLong(80, '1');
     const DWORD none = LINEERR_INVALADDRESS, prompt = LINEERR_DIALPROMPT, billing = LINEERR_DIALBILLING;
-    const std::tuple<std::string, DWORD, std::string> rows[] = {{"", none, "-"},
-                                                                {"#", none, "-"},
-                                                                {"a", none, "-"},
-                                                                {"5", 7, "5"},
-                                                                {"T *21#", 7, "*21#"},
-                                                                {"ab", 7, ""},
-                                                                {"+33 (1) W@!,;", 7, "33 (1) W@!,;"},
-                                                                {"1?$", prompt, "-"},
-                                                                {"1$?", billing, "-"},
-                                                                {full, 7, full.substr(1)},
-                                                                {tooLong, LINEERR_INVALPOINTER, "-"}};
+    const std::tuple<std::string, DWORD, std::string> rows[] = {
+        {"", none, "-"},
+        {"#", none, "-"},
+        {"a", none, "-"},
+        {"5", 7, "5"},
+        {"T *21#", 7, "*21#"},
+        {"ab", 7, ""},
+        {"+33 (1) W@!,;", 7, "33 (1) W@!,;"},
+        {"1?$", prompt, "-"},
+        {"1$?", billing, "-"},
+        {full, 7, full.substr(1)},
+        {tooLong, LINEERR_INVALPOINTER, "-"},
+    };
     for (const auto& [given, result, dialled] : rows) {
         Fresh();
         CopyText(Record(0).DestAddress, "-");
@@ -86,6 +89,26 @@ TEST_F(LineRequests, NoTextIsReadBeyond81Characters) {
 }
 
 // --- the way in -------------------------------------------------------------------------------------------------------
+
+TEST_F(LineRequests, StateIsTestedBeforeTheOtherArguments) {
+    const std::tuple<std::function<LONG(HDRVCALL)>, std::string_view, DWORD> rows[] = {
+        // states that pass, and the answer
+        {[](HDRVCALL c) { return TSPI_lineDial(7, c, nullptr, 0); }, "TG", LINEERR_INVALADDRESSID},
+        {[](HDRVCALL c) { return TSPI_lineAnswer(7, c, nullptr, 0); }, "OR", 7},
+        {[](HDRVCALL c) { return TSPI_lineBlindTransfer(7, c, nullptr, 0); }, "C", 7},
+        {[](HDRVCALL c) { return TSPI_lineSetupTransfer(7, c, TapiCall, nullptr, nullptr); }, "C",
+         LINEERR_INVALPOINTER},
+        {[](HDRVCALL c) { return TSPI_lineGenerateDigits(c, 0, LINEDIGITMODE_PULSE, nullptr, 0); }, "C",
+         LINEERR_INVALDIGITMODE},
+        {[](HDRVCALL c) { return TSPI_lineGenerateTone(c, 0, 0, 0, 0, nullptr); }, "C", 0}};
+    Stop();
+    for (const auto& [ask, passing, answer] : rows)
+        for (const char state : std::string_view("IOTPCHFDBRUGKW")) {
+            Record(4).state = Named(state);
+            const bool passes = passing.find(state) != std::string_view::npos;
+            EXPECT_EQ(Code(ask(Handle(0x10004))), passes ? answer : LINEERR_INVALCALLSTATE) << state;
+        }
+}
 
 TEST_F(LineRequests, MakeCallTestsInItsOrderAndSaysWhy) {
     LINECALLPARAMS params{};
@@ -180,6 +203,9 @@ TEST_F(LineRequests, PairsOfCallsThatCanBeJoined) {
         EXPECT_EQ(Written, conference ? Handle(30) : nullptr);
     }
     EXPECT_EQ(Complete(4), LINEERR_OPERATIONUNAVAIL) << "whatever the pair";
+    Record(3).state = Record(6).state = CONFERENCED;
+    EXPECT_EQ(Code(TSPI_lineCompleteTransfer(7, Handle(3), Handle(6), TapiCall, nullptr, LINETRANSFERMODE_CONFERENCE)),
+              LINEERR_INVALPOINTER);
 }
 
 TEST_F(LineRequests, ForwardUsesTheFirstEntryOfItsListAndNothingOutsideIt) {

@@ -46,42 +46,32 @@ TEST_F(Dispatching, EachCodeRunsItsHandlerAndEndsInItsWay) {
     ProviderState.ConsultCref = 1;
     CopyText(ProviderState.ForwardDestination, "8");
     CopyText(ProviderState.PickupAddress, "8");
+    // clang-format off
     const Case rows[] = {
-        {REQUEST_DROP, "1C", "", 9, 9,
-         "Drop call cref 0 ReqId 9 | DoClearCall - La ligne a deconnecter est CONNECTED | LineDrop Result:0", RELEASE},
+        {REQUEST_DROP, "1C", "", 9, 9, "Drop call cref 0 ReqId 9 | DoClearCall - La ligne a deconnecter est CONNECTED | LineDrop Result:0", RELEASE},
         {REQUEST_DROP, "1I", "", WRONG_STATE, 0, "Drop call cref 0 ReqId 9 | LineDrop Result:8000001c"},
         {REQUEST_ANSWER, "1O", "", 9, 0, "Answer | REPLY 9 0", "03 26 20 01 B6"},
         {REQUEST_ANSWER, "1C", "", 9, 0, "Answer | REPLY 9 8000001c"},
         {REQUEST_TRANSFER, "1F 2F", "", 9, 0, "Transfer call" + joined, RELEASE},
         {REQUEST_BLIND_TRANSFER, "1C", "", 9, 0, "Blind Transfer call | DoBlindTransfer | REPLY 9 80000049"},
-        {REQUEST_BLIND_TRANSFER, "1C", "2eApp", 9, 9,
-         "Blind Transfer call | DoBlindTransfer | Softkey 0 n°:1 | DoBlindTransfer - DestAddress: Supermsg 0 | "
-         "BlindTransfer Running ReqId 9 cref 0"},
+        {REQUEST_BLIND_TRANSFER, "1C", "2eApp", 9, 9, "Blind Transfer call | DoBlindTransfer | Softkey 0 n°:1 | DoBlindTransfer - DestAddress: Supermsg 0 | BlindTransfer Running ReqId 9 cref 0"},
         {REQUEST_HOLD, "1C", "", 9, 0, "hold call:0 | REPLY 9 0", "03 26 20 01 B6"},
         {REQUEST_UNHOLD, "2H", "", 9, 0, "Unhold call:0 | REPLY 9 0", "03 26 20 02 B5"},
-        {REQUEST_CONFERENCE, "1C 2H", "Conf", 9, 0,
-         "Conference | Softkey 3 n°:1 | " + counted + "Demande de conference - 2 appels en cours | REPLY 9 0", SOFT1},
+        {REQUEST_CONFERENCE, "1C 2H", "Conf", 9, 0, "Conference | Softkey 3 n°:1 | " + counted + "Demande de conference - 2 appels en cours | REPLY 9 0", SOFT1},
         {REQUEST_FORWARD_UNCOND, "", "", 9, 0, "Renvoi(8) - LINEFORWARDMODE_UNCOND | REPLY 9 0", digits("1 D3")},
         {REQUEST_FORWARD_BUSY, "", "", 9, 0, "Renvoi(8) - LINEFORWARDMODE_BUSY | REPLY 9 0", digits("2 D2")},
         {REQUEST_FORWARD_NOANSWER, "", "", 9, 0, "Renvoi(8) - LINEFORWARDMODE_NOANSW | REPLY 9 0", digits("3 D1")},
         {REQUEST_FORWARD_BUSYNA, "", "", 9, 0, "Renvoi(8) - LINEFORWARDMODE_BUSYNA | REPLY 9 0", digits("4 D0")},
-        {REQUEST_FORWARD_CANCEL, "", "", 9, 0, "Annulation renvoi | REPLY 9 0",
-         std::string("03 26 03 05 CF | ") + RELEASE},
+        {REQUEST_FORWARD_CANCEL, "", "", 9, 0, "Annulation renvoi | REPLY 9 0", std::string("03 26 03 05 CF | ") + RELEASE},
         {REQUEST_PICKUP, "", "", 9, 0, "msg Call Pickup cref 0 | REPLY 9 0", digits("7 CD")},
-        {REQUEST_SETUP_TRANSFER, "1C", "2eApp", 9, 9,
-         "Setup Transfer call cref 0000 consultcref 0001 | Softkey 0 n°:1 | "
-         "SetupTransfer Running ReqId 9 cref 0000 consultcref 0001",
-         SOFT1},
-        {REQUEST_SETUP_TRANSFER, "1C 2H 3H", "", 9, 0,
-         "Setup Transfer call cref 0000 consultcref 0001 | SetupTransfer Impossible, aucune ressource disponible | "
-         "REPLY 9 8000004b"},
-        {REQUEST_GENERATE_DIGITS, "1C", "", FAILED, 9,
-         "GenerateDigits | EnteringDoGenerateDigits sur call ref:0 | "
-         "DoGenerateDigits - Cancel FV wanted - FV! not present"},
+        {REQUEST_SETUP_TRANSFER, "1C", "2eApp", 9, 9, "Setup Transfer call cref 0000 consultcref 0001 | Softkey 0 n°:1 | SetupTransfer Running ReqId 9 cref 0000 consultcref 0001", SOFT1},
+        {REQUEST_SETUP_TRANSFER, "1C 2H 3H", "", 9, 0, "Setup Transfer call cref 0000 consultcref 0001 | SetupTransfer Impossible, aucune ressource disponible | REPLY 9 8000004b"},
+        {REQUEST_GENERATE_DIGITS, "1C", "", FAILED, 9, "GenerateDigits | EnteringDoGenerateDigits sur call ref:0 | DoGenerateDigits - Cancel FV wanted - FV! not present"},
         {REQUEST_MAKE_CALL, "1I", "", 9, 0, "dial makecall | dial makecall WaitDynamicConfig | REPLY 9 80000048"},
         {REQUEST_DIAL, "1I", "", 9, 0, "dial makecall | dial makecall WaitDynamicConfig | REPLY 9 80000048"},
         {REQUEST_NONE, "1C", "", 0, 0, ""},
     };
+    // clang-format on
     DynamicConfig.WaitDynamicConfig = 1;
     for (const Case& row : rows) {
         SCOPED_TRACE(row.steps);
@@ -92,6 +82,10 @@ TEST_F(Dispatching, EachCodeRunsItsHandlerAndEndsInItsWay) {
         EXPECT_EQ(Pressed(), row.pressed);
         EXPECT_EQ(RunningRequest.Code, row.pending != 0 && row.answer == 9 ? row.code : REQUEST_NONE);
     }
+    DynamicConfig.StaticConfig = 1;
+    EXPECT_EQ(Ask(REQUEST_MAKE_CALL, 11), 9);
+    EXPECT_EQ(Steps(), "dial makecall | dial makecall STATIC_CONFIG crefRequestMakeCall b | REPLY 9 0");
+    EXPECT_EQ(Marks.DeferredMakeCall.Cref, 11);
     EXPECT_EQ(Ask(REQUEST_MAKE_CALL, 20), 0);
     EXPECT_EQ(Ask(REQUEST_MAKE_CALL, CONF_CREF), 0) << "only a drop knows the conference";
     EXPECT_EQ(ProviderState.PendingRequestID, 0u);
@@ -130,6 +124,7 @@ TEST_F(Dispatching, CallPressedBlindlyWaitsSevenSecondsForATraceHeader) {
     EXPECT_EQ(DoMakeCall(0, REQUEST_MAKE_CALL), 0);
     EXPECT_EQ(Pressed(), "03 26 20 01 B6 | 03 26 03 01 D3 | 03 26 03 02 D2") << "all the same";
     EXPECT_EQ(std::string(Record(0).DestAddress) + DialedNumber + TmpAddress, "12");
+    EXPECT_TRUE(Marks.MakeCallWatch.Set);
     EXPECT_EQ(DynamicConfig.WaitTraceMode, 1);
     EXPECT_EQ(Tick.WaitTraceLimit, 100);
     EXPECT_THAT(TraceLines(), testing::Contains("LineMakeCall Attente mode Trace time 30 limit 100"));
