@@ -161,4 +161,55 @@ TEST_F(StartAndStop, InitialisationNeedsAFourCharacterPortAndSucceedsAllTheSame)
     }
 }
 
+TEST_F(StartAndStop, LineMutexIsMadeOnFirstUseAndSaysHowAWaitEnded) {
+    EXPECT_EQ(WaitLineMutex(), 0);
+    EXPECT_THAT(TraceLines(), testing::Contains("MutexLine creation"));
+    EXPECT_EQ(ReleaseLineMutex(42), 42);
+    EXPECT_THAT(TraceLines(), IsEmpty());
+    EXPECT_EQ(ReleaseLineMutex(7), 7);
+    EXPECT_THAT(TraceLines(), ElementsAre("REL_LINE_MUTEX PRB 120"));
+    PlatformControl::NextWait("SP62LineMutex", WAIT_ABANDONED);
+    EXPECT_EQ(WaitLineMutex(), 128);
+    ReleaseLineMutex(0);
+    PlatformControl::NextWait("SP62LineMutex", WAIT_TIMEOUT);
+    EXPECT_EQ(WaitLineMutex(), 258);
+    EXPECT_THAT(TraceLines(), ElementsAre("WAITLINEMUTEX PRB WAIT_ABANDONED", "WAITLINEMUTEX PRB WAIT_TIMEOUT"));
+    PlatformControl::NextWait("SP62LineMutex", WAIT_FAILED);
+    EXPECT_EQ(WaitLineMutex(), -1);
+    EXPECT_THAT(TraceLines(), IsEmpty());
+    CloseHandle(Process.LineMutex);
+    Process.LineMutex = nullptr;
+    PlatformControl::FailCreate("SP62LineMutex", 6);
+    EXPECT_EQ(static_cast<DWORD>(WaitLineMutex()), 0x80000043);
+    EXPECT_THAT(TraceLines(), testing::Contains("MutexLine not created error 6"));
+}
+
+TEST_F(StartAndStop, TheLineMutexIsWaitedForTwentySecondsTheDebugMutexTen) {
+    static HANDLE letGo;
+    letGo = CreateEventA(nullptr, FALSE, FALSE, nullptr);
+    const auto waited = [](HANDLE mutex, auto wait) {
+        const auto hold = [](LPVOID held) -> DWORD {
+            WaitForSingleObject(held, INFINITE);
+            WaitForSingleObject(letGo, INFINITE);
+            return ReleaseMutex(held) ? 0 : 1;
+        };
+        const HANDLE thread = CreateThread(nullptr, 0, hold, mutex, 0, nullptr);
+        PlatformControl::Settle();
+        const std::uint32_t asked = PlatformControl::Now();
+        wait();
+        const std::uint32_t time = PlatformControl::Now() - asked;
+        SetEvent(letGo);
+        EXPECT_EQ(WaitForSingleObject(thread, INFINITE), WAIT_OBJECT_0);
+        CloseHandle(thread);
+        return time;
+    };
+    WaitLineMutex();
+    ReleaseLineMutex(0);
+    EXPECT_EQ(waited(Process.LineMutex, [] { EXPECT_EQ(WaitLineMutex(), 258); }), 20'000u);
+    TraceLines();
+    EXPECT_EQ(waited(DebugMutex, [] { Trace(TRACE_ALWAYS, "lost"); }), 10'000u);
+    EXPECT_THAT(TraceLines(), IsEmpty());
+    CloseHandle(letGo);
+}
+
 }  // namespace

@@ -302,4 +302,18 @@ TEST_F(Calls, LossOfContactAndRecovery) {
     EXPECT_EQ(ProviderState.DeviceState, DEVICE_IN_SERVICE);
 }
 
+TEST_F(Calls, TheHardwareProblemBoxKeepsTheTicksRunningWhileItIsOpen) {
+    Start();
+    PlatformControl::KeepBoxesOpen(60'000);
+    Machine.faults.silent = true;
+    Advance(25'000);
+    EXPECT_THAT(LineEvents(), ElementsAre("LINEDEV DISCONNECTED|OUTOFSERVICE"))
+        << "the box is open, the line not closed yet";
+    Machine.faults.silent = false;
+    Advance(25'000);
+    EXPECT_THAT(LineEvents(), ElementsAre("LINEDEV CONNECTED|INSERVICE")) << "nested ticks have reconnected";
+    Advance(30'000);
+    EXPECT_THAT(LineEvents(), ElementsAre("CLOSE"));
+}
+
 }  // namespace
