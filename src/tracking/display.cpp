@@ -370,23 +370,10 @@ void CompleteBlindTransfer() {
 // The second call on the active key: the consultation call of a transfer under way from `held`, or a new one; -1 when no
 // record is free. `setMakeCall`: a new record's byMakeCall is cleared too.
 int BeginSecondCall(int held, bool setMakeCall) {
-    int cref = -1;
     const int active = Tracking.ActivCallTouch;
-    if (RunningRequest.Code == REQUEST_SETUP_TRANSFER && RunningRequest.Cref == held) {
-        // Cleared first: the completion's callback may start the next one.
-        cref = std::exchange(RunningRequest, {}).ConsultCref;
-        SendCompletion(ProviderState, 0);
-        Trace(TRACE_CALL, "sendCompletion SetupTransfer ");
-        if (IsCref(cref)) {
-            CallRecord& call = CallOf(cref);
-            call.state = LINECALLSTATE_DIALTONE;
-            call.touch = active;
-            call.Inbound = 0;
-            call.byMakeCall = 1;
-        }
-        return IsCref(cref) ? cref : -1;
-    }
-    cref = AllocCallRecord(LINECALLSTATE_DIALTONE, active);
+    if (RunningRequest.Code == REQUEST_SETUP_TRANSFER && RunningRequest.Cref == held)
+        return EndSetupTransfer(active);
+    const int cref = AllocCallRecord(LINECALLSTATE_DIALTONE, active);
     if (cref == -1)
         return -1;
     CallRecord& call = CallOf(cref);

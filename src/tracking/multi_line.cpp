@@ -43,17 +43,7 @@ void EnsureInbound(int cref) {
 void TakeLine(int key) {
     int cref = -1;
     if (RunningRequest.Code == REQUEST_SETUP_TRANSFER && Settings.EnquiryCallMode == 0) {
-        // Cleared first: the completion's callback may start the next one.
-        cref = std::exchange(RunningRequest, {}).ConsultCref;
-        SendCompletion(ProviderState, 0);
-        Trace(TRACE_CALL, "sendCompletion SetupTransfer ");
-        if (IsCref(cref)) {
-            CallRecord& call = CallOf(cref);
-            call.state = LINECALLSTATE_DIALTONE;
-            call.touch = key;
-            call.Inbound = 0;
-            call.byMakeCall = 1;
-        }
+        cref = EndSetupTransfer(key);
     } else {
         cref = AllocCallRecord(LINECALLSTATE_DIALTONE, key);
         if (IsCref(cref)) {

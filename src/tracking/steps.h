@@ -52,6 +52,10 @@ inline void SendIdleIfDirected(int cref) {
     ClearDirection(cref);
 }
 
+// The set shows the consultation call of the running lineSetupTransfer on this key: completes the request and gives the call,
+// now at dial tone there; -1 when the request names none.
+int EndSetupTransfer(int key);
+
 // The bitwise OR of the states of the calls on a key; an empty slot, or no key, counts as 0.
 inline DWORD StatesOn(int key) {
     DWORD states = 0;
