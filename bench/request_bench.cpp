@@ -80,6 +80,7 @@ struct OpenLine {
 
     OpenLine() {
         PlatformControl::Reset();
+        Process = ProcessRecord{};  // the link's benchmarks, run before, had a line mutex of their own
         DllMain(nullptr, DLL_PROCESS_ATTACH, nullptr);
         PlatformControl::MapPort("COM1", &Port);
         HKEY key = nullptr;
