@@ -168,6 +168,7 @@ TEST(EquipmentLine, AnswersTheStartOfTheLink) {
     end.Say("set super on");
     // an answer to the first would count for a frame that was never sent
     end.Talk("60 85; 60 01 = 02 60 01 9D; 60 10 03 = 02 60 10 8E");
+    end.Talk("abort = 02 60 86 18; contact = 02 60 87 17; reset = 02 60 88 16");
     end.SendRaw("02 60 11");
     EXPECT_EQ(end.Raw(), "");
     end.SendRaw("8D");

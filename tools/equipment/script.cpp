@@ -520,6 +520,13 @@ std::string CarrySend(Machine& machine, Arguments& in) {
     return "";
 }
 
+// A link-control frame of the card's own accord; what the provider answers is logged as an acknowledgement of nothing.
+template <std::uint8_t Control> std::string CarryControl(Machine& machine, Arguments& in) {
+    if (in.Done())
+        machine.PutRaw(BuildFrame(Bytes{TypeControl, Control}));
+    return "";
+}
+
 std::string CarryRaw(Machine& machine, Arguments& in) {
     std::string hex;
     while (in.More())
@@ -728,6 +735,9 @@ constexpr CommandEntry Commands[] = {
     {"send", CarrySend, "send HEX", "a frame, length and checksum added; not repeated"},
     {"queue", CarryQueue, "queue HEX", "the same in its turn, repeated until acknowledged"},
     {"raw", CarryRaw, "raw HEX", "bytes as they are"},
+    {"abort", CarryControl<ControlAbort>, "abort", "the card gives a frame up (60 86)"},
+    {"contact", CarryControl<ControlContact>, "contact", "the card has lost contact (60 87)"},
+    {"reset", CarryControl<ControlReset>, "reset", "the card starts its link anew (60 88)"},
     {"silence", CarrySwitch<&Faults::silent>, "silence on|off", "the cable is off"},
     {"lose", CarryFault<&Faults::loseNext>, "lose N [data|control]", "the next N frames are lost"},
     {"lose-every", CarryFault<&Faults::loseEvery>, "lose-every N [data|control]", "every N-th frame; 0 = none"},
