@@ -92,6 +92,6 @@ LONG DoMakeCall(int cref, int requestCode) {
         WaitForTraceMode();
         PressKeyAndNumber(CallOf(cref), key, sameLine);
     }
-    EnterCall(cref, key);
+    EnterCall(cref, sameLine ? -1 : key);
     return 0;
 }

@@ -1,5 +1,6 @@
 #include "devices/line.h"
 
+#include "devices/narrow_text.h"
 #include "link/serial.h"
 #include "platform/text.h"
 #include "provider/lifecycle.h"
@@ -162,6 +163,8 @@ LONG WINAPI TSPI_lineNegotiateTSPIVersion(DWORD dwDeviceID, DWORD dwLowVersion, 
           lpdwTSPIVersion);
     if (!IsOurDeviceOrAll(dwDeviceID))
         return Error(LINEERR_BADDEVICEID);
+    if (lpdwTSPIVersion == nullptr)
+        return Error(LINEERR_INVALPOINTER);
     *lpdwTSPIVersion = TAPI_VERSION;  // also where the range excludes it
     if (dwLowVersion > TAPI_VERSION || dwHighVersion < TAPI_VERSION)
         return Error(LINEERR_INCOMPATIBLEAPIVERSION);
@@ -175,6 +178,8 @@ LONG WINAPI TSPI_lineNegotiateExtVersion(DWORD dwDeviceID, DWORD dwTSPIVersion, 
           dwLowVersion, dwHighVersion, lpdwExtVersion);
     if (!IsOurDeviceOrAll(dwDeviceID))
         return ReleaseLineMutex(Error(LINEERR_BADDEVICEID));
+    if (lpdwExtVersion == nullptr)
+        return ReleaseLineMutex(Error(LINEERR_INVALPOINTER));
     *lpdwExtVersion = 0;
     return ReleaseLineMutex(0);
 }
@@ -185,6 +190,8 @@ LONG WINAPI TSPI_lineOpen(DWORD dwDeviceID, HTAPILINE htLine, LPHDRVLINE lphdLin
           reinterpret_cast<std::uintptr_t>(lpfnEventProc));
     if (!IsOurDevice(dwDeviceID))
         return Error(LINEERR_BADDEVICEID);
+    if (lphdLine == nullptr)
+        return Error(LINEERR_INVALPOINTER);
     if (const LONG refused = BeginOpen(); refused != 0)
         return refused;
     // The callback says that the line is open, to the ticks of a running thread too: the handle is there first.
@@ -213,6 +220,8 @@ LONG WINAPI TSPI_lineGetDevCaps(DWORD dwDeviceID, DWORD dwTSPIVersion, DWORD dwE
     const DWORD switchSize = WideSize(SWITCH_INFO);
     if (!IsOurDevice(dwDeviceID))
         return ReleaseLineMutex(Error(LINEERR_BADDEVICEID));
+    if (lpLineDevCaps == nullptr)
+        return ReleaseLineMutex(Error(LINEERR_INVALPOINTER));
     LINEDEVCAPS& caps = *lpLineDevCaps;
     if (caps.dwTotalSize < DEVCAPS_FIXED)  // no room for the fixed part: nothing is written
         return ReleaseLineMutex(Error(LINEERR_STRUCTURETOOSMALL));
@@ -241,6 +250,8 @@ LONG WINAPI TSPI_lineGetAddressCaps(DWORD dwDeviceID, DWORD dwAddressID, DWORD d
         return ReleaseLineMutex(Error(LINEERR_BADDEVICEID));
     if (dwAddressID != 0)
         return ReleaseLineMutex(Error(LINEERR_INVALADDRESSID));
+    if (lpAddressCaps == nullptr)
+        return ReleaseLineMutex(Error(LINEERR_INVALPOINTER));
     LINEADDRESSCAPS& caps = *lpAddressCaps;
     if (caps.dwTotalSize < ADDRESSCAPS_FIXED)
         return ReleaseLineMutex(Error(LINEERR_STRUCTURETOOSMALL));
@@ -268,6 +279,8 @@ LONG WINAPI TSPI_lineGetID(HDRVLINE hdLine, DWORD dwAddressID, HDRVCALL hdCall, 
           lpDeviceID, reinterpret_cast<std::uintptr_t>(lpszDeviceClass));
     if (!IsLineHandle(hdLine))
         return ReleaseLineMutex(Error(LINEERR_INVALLINEHANDLE));
+    if (lpDeviceID == nullptr || lpszDeviceClass == nullptr)
+        return ReleaseLineMutex(Error(LINEERR_INVALPOINTER));
     if (!SameWide(lpszDeviceClass, DEVICE_CLASS))
         return ReleaseLineMutex(Error(LINEERR_NODEVICE));
     constexpr DWORD NEEDED = VARSTRING_FIXED + 4;
@@ -288,6 +301,8 @@ LONG WINAPI TSPI_lineGetNumAddressIDs(HDRVLINE hdLine, LPDWORD lpdwNumAddressIDs
     Trace(TRACE_ENTRY, "Entering TSPI_lineGetNumAddressIDs(%lx,%lx)", hdLine, lpdwNumAddressIDs);
     if (!IsLineHandle(hdLine))
         return ReleaseLineMutex(Error(LINEERR_INVALLINEHANDLE));
+    if (lpdwNumAddressIDs == nullptr)
+        return ReleaseLineMutex(Error(LINEERR_INVALPOINTER));
     *lpdwNumAddressIDs = 1;
     return ReleaseLineMutex(0);
 }
@@ -299,16 +314,15 @@ LONG WINAPI TSPI_lineGetAddressID(HDRVLINE hdLine, LPDWORD lpdwAddressID, DWORD 
           reinterpret_cast<std::uintptr_t>(lpsAddress), dwSize);
     if (!IsLineHandle(hdLine))
         return ReleaseLineMutex(Error(LINEERR_INVALLINEHANDLE));
-    // A text that does not fit cannot be the line's address, which is shorter than the room here.
-    char address[NUMBER_SIZE] = {};
-    const int length = WideCharToMultiByte(CP_ACP, WC_COMPOSITECHECK | WC_DISCARDNS, lpsAddress, -1, address,
-                                           NUMBER_SIZE, nullptr, nullptr);
-    address[NUMBER_SIZE - 1] = 0;
+    if (lpdwAddressID == nullptr || lpsAddress == nullptr)
+        return ReleaseLineMutex(Error(LINEERR_INVALPOINTER));
+    const NarrowText address(lpsAddress);
     Trace(TRACE_ENTRY, "Entering TSPI_lineGetAddressID lpsAddress '%S'", lpsAddress);
     Trace(TRACE_ENTRY, "Entering TSPI_lineGetAddressID lineaddr '%s'",
           static_cast<const char*>(ProviderState.LineAddress));
-    Trace(TRACE_ENTRY, "Entering TSPI_lineGetAddressID Address  '%s'", static_cast<const char*>(address));
-    if (length == 0 || std::strcmp(address, ProviderState.LineAddress) != 0)
+    Trace(TRACE_ENTRY, "Entering TSPI_lineGetAddressID Address  '%s'", address.Text());
+    // A text that does not fit cannot be the line's address, which is shorter.
+    if (!address.Fits() || std::strcmp(address.Text(), ProviderState.LineAddress) != 0)
         return ReleaseLineMutex(Error(LINEERR_INVALADDRESS));
     *lpdwAddressID = 0;
     return ReleaseLineMutex(0);

@@ -3,6 +3,7 @@
 #include "config/settings.h"
 #include "control/requests.h"
 #include "devices/line.h"
+#include "devices/narrow_text.h"
 #include "provider/events.h"
 #include "provider/lifecycle.h"
 #include "trace/trace.h"
@@ -16,7 +17,6 @@
 
 namespace {
 
-constexpr int WIDE_LIMIT = 81;         // wide characters looked at: one more than any text may have
 constexpr DWORD CALLPARAMS_READ = 48;  // up to and including DialParams
 constexpr DWORD FORWARDLIST_FIXED = 8;
 constexpr DWORD FORWARD_FIXED = 24;
@@ -52,32 +52,6 @@ HDRVCALL CallHandle(int cref) {
 std::uintptr_t Address(const void* text) {
     return reinterpret_cast<std::uintptr_t>(text);
 }
-
-// A caller's text in the ANSI code page, of which no more than WIDE_LIMIT characters are looked at. Empty for null.
-struct NarrowText {
-    explicit NarrowText(LPCWSTR wide) {
-        if (wide == nullptr)
-            return;
-        while (Wide < WIDE_LIMIT && wide[Wide] != 0)
-            ++Wide;
-        if (Wide == 0)
-            return;
-        int length = Convert(wide, WC_COMPOSITECHECK | WC_DISCARDNS);
-        if (length <= 0)
-            length = Convert(wide, 0);  // a code page that knows no composite check (UTF-8)
-        Buffer[std::max(length, 0)] = 0;
-    }
-    const char* Text() const { return Buffer; }
-    bool Fits() const { return std::strlen(Buffer) < NUMBER_SIZE; }
-
-    int Wide = 0;  // characters of the wide text, WIDE_LIMIT at most
-
-private:
-    int Convert(LPCWSTR wide, DWORD flags) {
-        return WideCharToMultiByte(CP_ACP, flags, wide, Wide, Buffer, sizeof Buffer - 1, nullptr, nullptr);
-    }
-    char Buffer[WIDE_LIMIT * 3 + 1] = {};
-};
 
 // The record that a new call takes: the first one without a live call, one at dial tone included; -1 when there is none.
 int ChooseRecord() {

@@ -59,22 +59,25 @@ Bytes ToWindows(const std::string& utf8) {
     return bytes;
 }
 
+void AppendUtf8(std::string& utf8, char16_t c) {
+    if (c < 0x80) {
+        utf8 += static_cast<char>(c);
+        return;
+    }
+    if (c < 0x800) {
+        utf8 += static_cast<char>(0xC0 | (c >> 6));
+    } else {
+        utf8 += static_cast<char>(0xE0 | (c >> 12));
+        utf8 += static_cast<char>(0x80 | ((c >> 6) & 0x3F));
+    }
+    utf8 += static_cast<char>(0x80 | (c & 0x3F));
+}
+
 std::string FromSet(ByteSpan bytes) {
     std::string utf8;
     for (const std::uint8_t byte : bytes) {
         const char16_t c = byte < 0x80 ? char16_t{byte} : SetCharacters[byte - 0x80u];
-        if (c < 0x20) {
-            utf8 += '?';
-        } else if (c < 0x80) {
-            utf8 += static_cast<char>(c);
-        } else if (c < 0x800) {
-            utf8 += static_cast<char>(0xC0 | (c >> 6));
-            utf8 += static_cast<char>(0x80 | (c & 0x3F));
-        } else {
-            utf8 += static_cast<char>(0xE0 | (c >> 12));
-            utf8 += static_cast<char>(0x80 | ((c >> 6) & 0x3F));
-            utf8 += static_cast<char>(0x80 | (c & 0x3F));
-        }
+        AppendUtf8(utf8, c < 0x20 ? u'?' : c);
     }
     return utf8;
 }

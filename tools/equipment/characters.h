@@ -13,6 +13,8 @@ Bytes ToSet(const std::string& utf8);
 // As the PBX writes names in its call events: the Windows code page. Characters beyond Latin 1 become '?'.
 Bytes ToWindows(const std::string& utf8);
 std::string FromSet(ByteSpan bytes);
+// Appends a character as UTF-8.
+void AppendUtf8(std::string& utf8, char16_t c);
 // Cut or filled with blanks to exactly `width` characters of the set.
 Bytes ToField(const std::string& utf8, std::size_t width);
 

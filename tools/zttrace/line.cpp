@@ -1,5 +1,7 @@
 #include "zttrace/line.h"
 
+#include "equipment/characters.h"
+
 #include <array>
 #include <charconv>
 #include <optional>
@@ -85,16 +87,7 @@ std::string FromWindows(const std::string& text) {
     for (const char raw : text) {
         const auto byte = static_cast<unsigned char>(raw);
         const char16_t c = byte >= 0x80 && byte < 0xA0 ? WindowsOnly[byte - 0x80u] : char16_t{byte};
-        if (c < 0x80) {
-            utf8 += static_cast<char>(c);
-        } else if (c < 0x800) {
-            utf8 += static_cast<char>(0xC0 | (c >> 6));
-            utf8 += static_cast<char>(0x80 | (c & 0x3F));
-        } else {
-            utf8 += static_cast<char>(0xE0 | (c >> 12));
-            utf8 += static_cast<char>(0x80 | ((c >> 6) & 0x3F));
-            utf8 += static_cast<char>(0x80 | (c & 0x3F));
-        }
+        Equipment::AppendUtf8(utf8, c);
     }
     return utf8;
 }
