@@ -11,8 +11,7 @@ TEST_F(Forwarding, NeedsAnIdleSetAndItsCode) {
     for (auto& code : Settings.ServiceCodes)
         CopyText(code, "1");
     const char* traced = "RedirectCallFailed cref:1,state400";
-    Check([] { return DoForward(LINEFORWARDMODE_UNCOND); }, {{"1I 2H 3O", FAILED, "", traced}});
-    Check([] { return DoForward(0x11); }, {{"", FAILED, "", ""}});
+    Check([] { return DoForward(ForwardingModes[0]); }, {{"1I 2H 3O", FAILED, "", traced}});
     for (const char* live : {"1O", "1R", "1D"}) {
         Check(DoCancelForward, {{live, FAILED, "", ""}});
         Check(DoPickup, {{live, FAILED, "", ""}});

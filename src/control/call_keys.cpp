@@ -4,6 +4,7 @@
 #include "control/keys.h"
 #include "platform/text.h"
 #include "provider/events.h"
+#include "provider/tapi.h"
 #include "trace/trace.h"
 #include "tracking/display.h"
 #include "tracking/steps.h"
@@ -11,8 +12,7 @@
 namespace {
 
 constexpr LONG NOTHING_PRESSED = 1;
-constexpr LONG WRONG_STATE = static_cast<LONG>(LINEERR_INVALCALLSTATE);
-constexpr LONG FAILED = static_cast<LONG>(LINEERR_OPERATIONFAILED);
+constexpr LONG WRONG_STATE = Error(LINEERR_INVALCALLSTATE);
 
 // During a double call and a conference the set offers these at fixed positions, whatever their labels.
 constexpr int END_SECOND_CALL = 1;
@@ -36,7 +36,7 @@ LONG DropConference() {
         return WRONG_STATE;
     const int position = SoftKeyPosition(SK_TRANSFER);
     if (position == 0)
-        return static_cast<LONG>(LINEERR_OPERATIONUNAVAIL);
+        return Error(LINEERR_OPERATIONUNAVAIL);
     Trace(TRACE_ENTRY, "DoClearCall sur Conf -> Transfert");
     return PressSoftKey(position);
 }
@@ -100,13 +100,13 @@ void Connected(int cref) {
 
 LONG SwapBack(int cref) {
     if (KeyOf(cref) != Tracking.ActivCallTouch)
-        return FAILED;
+        return OPERATION_FAILED;
     const int other = OtherOnActive(cref);
     if (StateOf(other) != LINECALLSTATE_CONNECTED)
         return WRONG_STATE;
     if (!CallOf(cref).HasDirection()) {
         Trace(TRACE_CALL, "DoUnholdCall - Pb d'état...Incohérence"_cp1252);
-        return FAILED;
+        return OPERATION_FAILED;
     }
     PressSoftKey(SWAP);
     Held(other);
@@ -165,7 +165,7 @@ LONG DoUnholdCall(int cref) {
         return SwapBack(cref);
     for (const int key : KeyLists.Multi)
         if (SearchState(key, LINECALLSTATE_PROCEEDING) != -1)
-            return FAILED;
+            return OPERATION_FAILED;
     SendZTNondigitKey(KeyOf(cref));
     return 0;
 }

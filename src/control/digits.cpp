@@ -10,13 +10,11 @@
 
 namespace {
 
-constexpr LONG FAILED = static_cast<LONG>(LINEERR_OPERATIONFAILED);
-
 LONG CancelVoiceFrequency() {
     const int cancel = SoftKeyPosition(SK_CANCEL_FREQ_VOCALE);
     if (cancel == 0) {
         Trace(TRACE_ALWAYS, "DoGenerateDigits - Cancel FV wanted - FV! not present");
-        return FAILED;
+        return OPERATION_FAILED;
     }
     Marks.FvTimer = {};
     SendSoftKey(cancel);
@@ -28,7 +26,7 @@ LONG CancelVoiceFrequency() {
 LONG DoGenerateDigits(int cref) {
     Trace(TRACE_ENTRY, "EnteringDoGenerateDigits sur call ref:%d", cref);
     if (!IsCref(cref))
-        return FAILED;
+        return OPERATION_FAILED;
     char* digits = CallOf(cref).DigitsToGenerate;
     if (digits[0] == 0)
         return CancelVoiceFrequency();
@@ -36,7 +34,7 @@ LONG DoGenerateDigits(int cref) {
         const int enter = SoftKeyPosition(SK_FREQ_VOCALE);
         if (enter == 0) {
             Trace(TRACE_ALWAYS, "DoGenerateDigits - SK FV et SK !FV not present");
-            return FAILED;
+            return OPERATION_FAILED;
         }
         SendSoftKey(enter);
     }

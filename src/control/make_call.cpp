@@ -12,15 +12,14 @@
 
 namespace {
 
-constexpr LONG FAILED = static_cast<LONG>(LINEERR_OPERATIONFAILED);
-constexpr LONG UNAVAILABLE = static_cast<LONG>(LINEERR_OPERATIONUNAVAIL);
+constexpr LONG UNAVAILABLE = Error(LINEERR_OPERATIONUNAVAIL);
 constexpr int TRACE_MODE_TICKS = 70;  // a call pressed blindly waits this long for the card's first trace header
 
 // The call never came to be.
 LONG GiveUp(int cref) {
     CallOf(cref).state = LINECALLSTATE_IDLE;
     SendCallState(cref, LINECALLSTATE_IDLE);
-    return FAILED;
+    return OPERATION_FAILED;
 }
 
 // Only what the card shows tells whether the call gets through.
@@ -67,7 +66,7 @@ LONG DoMakeCall(int cref, int requestCode) {
     if (Serial.PortFailed)
         return UNAVAILABLE;
     if (!IsCref(cref))
-        return FAILED;
+        return OPERATION_FAILED;
     if (FindCallByState(LINECALLSTATE_PROCEEDING) != -1 || FindCallByState(LINECALLSTATE_DISCONNECTED) != -1) {
         Trace(TRACE_ENTRY, "un appel sortant est en cours d'init on ne peut pas générer un nouvel appel"_cp1252);
         return GiveUp(cref);
@@ -75,7 +74,7 @@ LONG DoMakeCall(int cref, int requestCode) {
     const bool sameLine = Tracking.DbCall != 0 || requestCode == REQUEST_DIAL;
     if (sameLine && FindCallByState(LINECALLSTATE_DIALTONE) == -1) {
         Trace(TRACE_ALWAYS, "DoMakeCall - On ne peut pas assurer le Make Call - Double appel en cours");
-        return FAILED;
+        return OPERATION_FAILED;
     }
     int key = requestCode == REQUEST_MAKE_CALL ? FindFreeBossSecretaryKey(cref) : -1;
     if (key != -1) {

@@ -3,13 +3,13 @@
 #include "control/keys.h"
 #include "link/terminal.h"
 #include "provider/state.h"
+#include "provider/tapi.h"
 #include "tracking/model.h"
 
 #include <cstddef>
 
 namespace {
 
-constexpr DWORD VARSTRING_FIXED = 24;
 constexpr DWORD DISPLAY_SIZE = 2 * DISPLAY_COLUMNS;
 constexpr DWORD BUTTONINFO_READ = 16;  // up to and including dwButtonMode
 constexpr DWORD NEEDED = VARSTRING_FIXED + DISPLAY_SIZE;

@@ -26,7 +26,7 @@ LONG MakeCall(int cref, RequestCode code) {
     Trace(TRACE_ENTRY, "dial makecall");
     if (DynamicConfig.StaticConfig == 0 && DynamicConfig.WaitDynamicConfig == 1) {
         Trace(TRACE_ENTRY, "dial makecall WaitDynamicConfig");
-        return static_cast<LONG>(LINEERR_OPERATIONFAILED);
+        return OPERATION_FAILED;
     }
     if (DynamicConfig.StaticConfig == 1) {  // the received configuration is still to come: the tick makes the call then
         Marks.DeferredMakeCall = {true, cref};
@@ -47,10 +47,10 @@ LONG Drop(Request request) {
     return result;
 }
 
-LONG Forward(Request request, const char* format, DWORD mode) {
+template <std::size_t Mode> LONG Forward(Request request) {
     const char* destination = request.ForwardDestination;
-    Trace(TRACE_ENTRY, format, destination);
-    return DoForward(mode);
+    Trace(TRACE_ENTRY, ForwardingModes[Mode].RequestTrace, destination);
+    return DoForward(ForwardingModes[Mode]);
 }
 
 LONG SetUpTransfer(Request request) {
@@ -90,11 +90,11 @@ constexpr Path Paths[] = {
     {REQUEST_UNHOLD,           End::COMPLETED, [](Request r) { return DoUnholdCall(Traced(r, "Unhold call:%d")); }},
     {REQUEST_GENERATE_DIGITS,  End::ANSWERED,  [](Request r) { return DoGenerateDigits(Traced(r, "GenerateDigits")); }},
     {REQUEST_CONFERENCE,       End::COMPLETED, [](Request r) { return DoConference(Traced(r, "Conference"), r.ConsultCref); }},
-    {REQUEST_FORWARD_UNCOND,   End::COMPLETED, [](Request r) { return Forward(r, "Renvoi(%s) - LINEFORWARDMODE_UNCOND", LINEFORWARDMODE_UNCOND); }},
+    {ForwardingModes[0].Request, End::COMPLETED, Forward<0>},
     {REQUEST_FORWARD_CANCEL,   End::COMPLETED, [](Request r) { Traced(r, "Annulation renvoi"); return DoCancelForward(); }},
-    {REQUEST_FORWARD_BUSY,     End::COMPLETED, [](Request r) { return Forward(r, "Renvoi(%s) - LINEFORWARDMODE_BUSY", LINEFORWARDMODE_BUSY); }},
-    {REQUEST_FORWARD_NOANSWER, End::COMPLETED, [](Request r) { return Forward(r, "Renvoi(%s) - LINEFORWARDMODE_NOANSW", LINEFORWARDMODE_NOANSW); }},
-    {REQUEST_FORWARD_BUSYNA,   End::COMPLETED, [](Request r) { return Forward(r, "Renvoi(%s) - LINEFORWARDMODE_BUSYNA", LINEFORWARDMODE_BUSYNA); }},
+    {ForwardingModes[1].Request, End::COMPLETED, Forward<1>},
+    {ForwardingModes[2].Request, End::COMPLETED, Forward<2>},
+    {ForwardingModes[3].Request, End::COMPLETED, Forward<3>},
     {REQUEST_PICKUP,           End::COMPLETED, [](Request r) { Traced(r, "msg Call Pickup cref %d"); return DoPickup(); }},
     {REQUEST_SETUP_TRANSFER,   End::LATER,     SetUpTransfer},
     {REQUEST_PHONE_DISPLAY,    End::ANSWERED,  [](Request) { return ReadPhoneDisplay(); }},
@@ -122,7 +122,7 @@ LONG Finish(End ends, LONG result, DRV_REQUESTID request, ProviderStateRecord& p
 
 LONG DispatchRequest(int code, ProviderStateRecord& provider) {
     if (Tick.SpStopped)
-        return static_cast<LONG>(SendCompletion(provider, static_cast<LONG>(LINEERR_NODEVICE)));
+        return static_cast<LONG>(SendCompletion(provider, Error(LINEERR_NODEVICE)));
     const Path* path = std::find_if(std::begin(Paths), std::end(Paths), [&](const Path& p) { return p.Code == code; });
     // Only a drop knows the conference.
     const bool named = IsCref(provider.RequestCref) || (provider.RequestCref == CONF_CREF && code == REQUEST_DROP);

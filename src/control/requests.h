@@ -2,8 +2,8 @@
 // that is still running, and the marks by which requests leave work for the tick. Under the line mutex.
 #pragma once
 
-#include "platform/platform.h"
 #include "provider/state.h"
+#include "provider/tapi.h"
 
 // What the entry points ask for. The numbers appear in traces.
 enum RequestCode : int {

@@ -13,13 +13,6 @@
 
 namespace {
 
-constexpr LONG FAILED = static_cast<LONG>(LINEERR_OPERATIONFAILED);
-
-// States of two calls together.
-constexpr DWORD CONNECTED_HELD = LINECALLSTATE_CONNECTED | LINECALLSTATE_ONHOLD;
-constexpr DWORD CONNECTED_REOFFERED = LINECALLSTATE_CONNECTED | STATE_REOFFERING;
-constexpr DWORD PROCEEDING_HELD = LINECALLSTATE_PROCEEDING | LINECALLSTATE_ONHOLD;
-
 // The two calls of a request.
 struct Pair {
     int Cref, ConsultCref;
@@ -28,17 +21,11 @@ struct Pair {
     bool ShareActiveKey() const {
         return KeyOf(Cref) == Tracking.ActivCallTouch && KeyOf(ConsultCref) == Tracking.ActivCallTouch;
     }
-    bool OnBossOrSecretary() const { return IsBossOrSecretary(Cref) || IsBossOrSecretary(ConsultCref); }
+    bool OnBossOrSecretary() const { return IsBossOrSecretary(KeyOf(Cref)) || IsBossOrSecretary(KeyOf(ConsultCref)); }
     // The key of the call that is not in this state.
     int KeyBeside(DWORD state) const { return KeyOf(StateOf(Cref) != state ? Cref : ConsultCref); }
     // The key of the other one.
     int KeyIn(DWORD state) const { return KeyOf(StateOf(Cref) != state ? ConsultCref : Cref); }
-
-private:
-    static bool IsBossOrSecretary(int cref) {
-        const int key = KeyOf(cref);
-        return IsKey(key) && (TouchOf(key).kind == TOUCH_PATRON || TouchOf(key).kind == TOUCH_SECRETAIRE);
-    }
 };
 
 // What one request differs in from the other.
@@ -171,23 +158,23 @@ LONG DoTransfer(int cref, int consultCref) {
     const int position = SoftKeyPosition(SK_TRANSFER);
     if (position == 0) {
         Trace(TRACE_ALWAYS, "Echec Transfer - SK not present");
-        return FAILED;
+        return OPERATION_FAILED;
     }
     if (Press(Transfer, {cref, consultCref}, position))
         return 0;
     Trace(TRACE_ALWAYS, "Echec transfert - pb d'état"_cp1252);
-    return FAILED;
+    return OPERATION_FAILED;
 }
 
 LONG DoConference(int cref, int consultCref) {
     const int position = SoftKeyPosition(SK_CONFERENCE);
     if (position == 0) {
         Trace(TRACE_ALWAYS, "Echec conference - SK not present");
-        return FAILED;
+        return OPERATION_FAILED;
     }
     if (!Press(Conference, {cref, consultCref}, position)) {
         Trace(TRACE_ALWAYS, "Echec conf - pb d'état"_cp1252);
-        return FAILED;
+        return OPERATION_FAILED;
     }
     Tracking.ConferenceReq = 1;
     return 0;

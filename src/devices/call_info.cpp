@@ -2,6 +2,7 @@
 
 #include "config/settings.h"
 #include "control/requests.h"
+#include "devices/entry.h"
 #include "link/payload.h"
 #include "trace/trace.h"
 #include "tracking/steps.h"
@@ -56,10 +57,6 @@ bool CutOff(const PayloadCursor& cursor, const char* event) {
     if (cursor.bad)
         Trace(TRACE_ALWAYS, "%s runs past its message - dropped", event);
     return cursor.bad;
-}
-
-bool Filled(const char* text) {
-    return text[0] != 0;
 }
 
 bool Same(const char* a, const char* b) {

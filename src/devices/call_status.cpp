@@ -1,10 +1,11 @@
 #include "devices/call_status.h"
 
 #include "config/settings.h"
+#include "control/forward.h"
+#include "devices/entry.h"
 #include "devices/line.h"
 #include "link/serial.h"
 #include "provider/events.h"
-#include "provider/lifecycle.h"
 #include "trace/trace.h"
 #include "tracking/counts.h"
 #include "tracking/steps.h"
@@ -15,38 +16,12 @@
 
 namespace {
 
-constexpr LONG Error(DWORD code) {
-    return static_cast<LONG>(code);
-}
-
-bool Filled(const char* text) {
-    return text[0] != 0;
-}
-
 const char* Either(const char* first, const char* second) {
     return Filled(first) ? first : second;
 }
 
 DWORD NarrowLength(const char* text) {
     return static_cast<DWORD>(std::strlen(text));
-}
-
-// Bytes of a text of the model once it is wide, its terminator included.
-DWORD WideSize(const char* text) {
-    return (NarrowLength(text) + 1) * 2;
-}
-
-// A text of the model, at most 79 characters, as TAPI gets it.
-struct WideText {
-    explicit WideText(const char* narrow) : Size(WideSize(narrow)) {
-        MultiByteToWideChar(CP_ACP, MB_PRECOMPOSED, narrow, -1, Text, NUMBER_SIZE);
-    }
-    DWORD Size;
-    WCHAR Text[NUMBER_SIZE] = {};
-};
-
-void CopyBytes(void* structure, DWORD offset, const void* from, DWORD size) {
-    std::memcpy(static_cast<std::byte*>(structure) + offset, from, size);
 }
 
 // 0 when a structure of the caller's has room for its fixed part; else nothing may be written.
@@ -369,10 +344,6 @@ template <class Status> void FillCounts(Status& status, const CallCountsRecord& 
     status.dwNumOnHoldPendCalls = static_cast<DWORD>(counts.OnHoldPending);
 }
 
-// By FwdStatus.
-constexpr DWORD ForwardModes[] = {LINEFORWARDMODE_UNCOND, LINEFORWARDMODE_BUSY, LINEFORWARDMODE_NOANSW,
-                                  LINEFORWARDMODE_BUSYNA};
-
 // The one forwarding of the line, behind the fixed part, when there is one and it fits.
 void PlaceForward(LINEADDRESSSTATUS& status) {
     const std::size_t mode = ProviderState.FwdStatus;
@@ -395,7 +366,7 @@ void PlaceForward(LINEADDRESSSTATUS& status) {
     constexpr DWORD DESTINATION_OFFSET = ADDRESSSTATUS_FIXED + FORWARD_FIXED;
     // A LINEFORWARD: mode, the caller's address (size and offset), country code, the destination (size and offset).
     const DWORD forward[] = {
-        mode < std::size(ForwardModes) ? ForwardModes[mode] : 0, 0, 0, 0, destination.Size, DESTINATION_OFFSET};
+        mode < ForwardingModes.size() ? ForwardingModes[mode].Mode : 0, 0, 0, 0, destination.Size, DESTINATION_OFFSET};
     static_assert(sizeof forward == FORWARD_FIXED);
     CopyBytes(&status, ADDRESSSTATUS_FIXED, forward, FORWARD_FIXED);
     CopyBytes(&status, DESTINATION_OFFSET, destination.Text, destination.Size);
@@ -440,7 +411,7 @@ LONG WINAPI TSPI_lineGetAddressStatus(HDRVLINE hdLine, DWORD dwAddressID, LPLINE
     WaitLineMutex();
     Trace(TRACE_ENTRY, "Entering TSPI_lineGetAddressStatus(%lx,%lx,%lx)", hdLine, dwAddressID, lpAddressStatus);
     if (dwAddressID != 0)
-        return ReleaseLineMutex(Error(LINEERR_INVALADDRESSID));
+        return Refuse(LINEERR_INVALADDRESSID);
     if (const LONG error = CheckRoom(lpAddressStatus, ADDRESSSTATUS_FIXED))
         return ReleaseLineMutex(error);
     LINEADDRESSSTATUS& status = *lpAddressStatus;
@@ -460,7 +431,7 @@ LONG WINAPI TSPI_lineGetAddressStatus(HDRVLINE hdLine, DWORD dwAddressID, LPLINE
 LONG WINAPI TSPI_lineGetLineDevStatus(HDRVLINE hdLine, LPLINEDEVSTATUS lpLineDevStatus) {
     WaitLineMutex();
     if (!IsLineHandle(hdLine))
-        return ReleaseLineMutex(Error(LINEERR_INVALLINEHANDLE));
+        return Refuse(LINEERR_INVALLINEHANDLE);
     if (const LONG error = CheckRoom(lpLineDevStatus, DEVSTATUS_FIXED))
         return ReleaseLineMutex(error);
     LINEDEVSTATUS& status = *lpLineDevStatus;
@@ -478,9 +449,9 @@ LONG WINAPI TSPI_lineGetCallAddressID(HDRVCALL hdCall, LPDWORD lpdwAddressID) {
     WaitLineMutex();
     Trace(TRACE_ENTRY, "Entering TSPI_lineGetCallAddressID(%lx,%lx)", hdCall, lpdwAddressID);
     if (!IsCref(HdCallToCref(hdCall)))
-        return ReleaseLineMutex(Error(LINEERR_INVALCALLHANDLE));
+        return Refuse(LINEERR_INVALCALLHANDLE);
     if (lpdwAddressID == nullptr)
-        return ReleaseLineMutex(Error(LINEERR_INVALPOINTER));
+        return Refuse(LINEERR_INVALPOINTER);
     *lpdwAddressID = 0;
     return ReleaseLineMutex(0);
 }

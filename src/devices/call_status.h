@@ -8,11 +8,3 @@
 #pragma once
 
 #include "platform/platform.h"
-
-// The fixed parts of the structures, bytes: what a caller must bring room for. The published ones have grown since:
-// never sizeof. Of LINECALLSTATUS nothing of TAPI 2.0 is written, so that its older, shorter form will do.
-constexpr DWORD CALLINFO_FIXED = 324;
-constexpr DWORD CALLSTATUS_FIXED = 36;
-constexpr DWORD ADDRESSSTATUS_FIXED = 64;
-constexpr DWORD DEVSTATUS_FIXED = 88;
-constexpr DWORD FORWARD_FIXED = 24;

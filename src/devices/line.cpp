@@ -1,10 +1,8 @@
 #include "devices/line.h"
 
-#include "devices/narrow_text.h"
+#include "devices/entry.h"
 #include "link/serial.h"
 #include "platform/text.h"
-#include "provider/lifecycle.h"
-#include "provider/state.h"
 #include "trace/trace.h"
 #include "tracking/model.h"
 
@@ -13,17 +11,6 @@
 #include <cstring>
 
 namespace {
-
-constexpr DWORD TAPI_VERSION = 0x00020000;
-
-// The fixed parts of the structures of TAPI 2.0, bytes. The published structures have grown since: never sizeof.
-constexpr DWORD DEVCAPS_FIXED = 252;
-constexpr DWORD ADDRESSCAPS_FIXED = 228;
-constexpr DWORD VARSTRING_FIXED = 24;
-
-constexpr LONG Error(DWORD code) {
-    return static_cast<LONG>(code);
-}
 
 const WCHAR* const PROVIDER_INFO =
     "Windows Telephony Service Provider for Corvane ZT protocol telephone's MAC PC interface"_wide;
@@ -36,10 +23,6 @@ bool SameWide(const WCHAR* a, const WCHAR* b) {
         ++b;
     }
     return *a == *b;
-}
-
-void CopyBytes(void* structure, DWORD offset, const void* from, DWORD size) {
-    std::memcpy(static_cast<std::byte*>(structure) + offset, from, size);
 }
 
 bool IsOurDevice(DWORD deviceID) {
@@ -75,9 +58,9 @@ void FillDevCaps(LINEDEVCAPS& caps) {
     caps.dwLineStates = LINEDEVSTATE_OTHER | LINEDEVSTATE_CONNECTED | LINEDEVSTATE_DISCONNECTED |
                         LINEDEVSTATE_INSERVICE | LINEDEVSTATE_OUTOFSERVICE | LINEDEVSTATE_OPEN | LINEDEVSTATE_CLOSE |
                         LINEDEVSTATE_NUMCALLS | LINEDEVSTATE_REINIT;
-    caps.MinDialParams = {0, 50, 50, 1000};
-    caps.MaxDialParams = {255000, 255, 255, 255000};
-    caps.DefaultDialParams = {2000, 95, 95, 60000};
+    caps.MinDialParams = MIN_DIAL_PARAMS;
+    caps.MaxDialParams = MAX_DIAL_PARAMS;
+    caps.DefaultDialParams = DEFAULT_DIAL_PARAMS;
 }
 
 void FillAddressCaps(LINEADDRESSCAPS& caps) {
@@ -177,9 +160,9 @@ LONG WINAPI TSPI_lineNegotiateExtVersion(DWORD dwDeviceID, DWORD dwTSPIVersion, 
     Trace(TRACE_ENTRY, "TSPI_lineNegotiateExtVersion(%4lx,%4lx,%4lx,%4lx,%4lx)", dwDeviceID, dwTSPIVersion,
           dwLowVersion, dwHighVersion, lpdwExtVersion);
     if (!IsOurDeviceOrAll(dwDeviceID))
-        return ReleaseLineMutex(Error(LINEERR_BADDEVICEID));
+        return Refuse(LINEERR_BADDEVICEID);
     if (lpdwExtVersion == nullptr)
-        return ReleaseLineMutex(Error(LINEERR_INVALPOINTER));
+        return Refuse(LINEERR_INVALPOINTER);
     *lpdwExtVersion = 0;
     return ReleaseLineMutex(0);
 }
@@ -205,7 +188,7 @@ LONG WINAPI TSPI_lineClose(HDRVLINE hdLine) {
     WaitLineMutex();
     Trace(TRACE_ENTRY, "Entering TSPI_lineClose(%lx)", hdLine);
     if (!IsLineHandle(hdLine))
-        return ReleaseLineMutex(Error(LINEERR_INVALLINEHANDLE));
+        return Refuse(LINEERR_INVALLINEHANDLE);
     StopSerialThread();
     return ReleaseLineMutex(0);
 }
@@ -219,12 +202,12 @@ LONG WINAPI TSPI_lineGetDevCaps(DWORD dwDeviceID, DWORD dwTSPIVersion, DWORD dwE
     const DWORD nameSize = WideSize(ProviderState.LineName);
     const DWORD switchSize = WideSize(SWITCH_INFO);
     if (!IsOurDevice(dwDeviceID))
-        return ReleaseLineMutex(Error(LINEERR_BADDEVICEID));
+        return Refuse(LINEERR_BADDEVICEID);
     if (lpLineDevCaps == nullptr)
-        return ReleaseLineMutex(Error(LINEERR_INVALPOINTER));
+        return Refuse(LINEERR_INVALPOINTER);
     LINEDEVCAPS& caps = *lpLineDevCaps;
     if (caps.dwTotalSize < DEVCAPS_FIXED)  // no room for the fixed part: nothing is written
-        return ReleaseLineMutex(Error(LINEERR_STRUCTURETOOSMALL));
+        return Refuse(LINEERR_STRUCTURETOOSMALL);
     caps.dwUsedSize = DEVCAPS_FIXED;
     caps.dwNeededSize = DEVCAPS_FIXED + infoSize + nameSize + switchSize;
     // Each text on its own: one that does not fit is left out, the next is still tried.
@@ -247,24 +230,22 @@ LONG WINAPI TSPI_lineGetAddressCaps(DWORD dwDeviceID, DWORD dwAddressID, DWORD d
     Trace(TRACE_ENTRY, "Entering TSPI_lineGetAddressCaps(%lx,%lx,%lx,%lx,%lx)", dwDeviceID, dwAddressID, dwTSPIVersion,
           dwExtVersion, lpAddressCaps);
     if (!IsOurDevice(dwDeviceID))
-        return ReleaseLineMutex(Error(LINEERR_BADDEVICEID));
+        return Refuse(LINEERR_BADDEVICEID);
     if (dwAddressID != 0)
-        return ReleaseLineMutex(Error(LINEERR_INVALADDRESSID));
+        return Refuse(LINEERR_INVALADDRESSID);
     if (lpAddressCaps == nullptr)
-        return ReleaseLineMutex(Error(LINEERR_INVALPOINTER));
+        return Refuse(LINEERR_INVALPOINTER);
     LINEADDRESSCAPS& caps = *lpAddressCaps;
     if (caps.dwTotalSize < ADDRESSCAPS_FIXED)
-        return ReleaseLineMutex(Error(LINEERR_STRUCTURETOOSMALL));
-    const DWORD addressSize = static_cast<DWORD>(std::strlen(ProviderState.LineAddress) + 1) * 2;
-    caps.dwNeededSize = ADDRESSCAPS_FIXED + addressSize;
+        return Refuse(LINEERR_STRUCTURETOOSMALL);
+    const WideText address(ProviderState.LineAddress);
+    caps.dwNeededSize = ADDRESSCAPS_FIXED + address.Size;
     caps.dwUsedSize = ADDRESSCAPS_FIXED;
     if (caps.dwTotalSize >= caps.dwNeededSize) {
-        WCHAR wide[NUMBER_SIZE] = {};
-        MultiByteToWideChar(CP_ACP, MB_PRECOMPOSED, ProviderState.LineAddress, -1, wide, NUMBER_SIZE);
         Trace(TRACE_ENTRY, "TSPI_lineGetAddressCaps lineaddr '%s'",
               static_cast<const char*>(ProviderState.LineAddress));
-        CopyBytes(&caps, ADDRESSCAPS_FIXED, wide, addressSize);
-        caps.dwAddressSize = addressSize;
+        CopyBytes(&caps, ADDRESSCAPS_FIXED, address.Text, address.Size);
+        caps.dwAddressSize = address.Size;
         caps.dwAddressOffset = ADDRESSCAPS_FIXED;
         caps.dwUsedSize = caps.dwNeededSize;
     }
@@ -278,11 +259,11 @@ LONG WINAPI TSPI_lineGetID(HDRVLINE hdLine, DWORD dwAddressID, HDRVCALL hdCall, 
     Trace(TRACE_ENTRY, "Entering TSPI_lineGetID(%lx,%lx,%lx,%lx,%lx,%lx)", hdLine, dwAddressID, hdCall, dwSelect,
           lpDeviceID, reinterpret_cast<std::uintptr_t>(lpszDeviceClass));
     if (!IsLineHandle(hdLine))
-        return ReleaseLineMutex(Error(LINEERR_INVALLINEHANDLE));
+        return Refuse(LINEERR_INVALLINEHANDLE);
     if (lpDeviceID == nullptr || lpszDeviceClass == nullptr)
-        return ReleaseLineMutex(Error(LINEERR_INVALPOINTER));
+        return Refuse(LINEERR_INVALPOINTER);
     if (!SameWide(lpszDeviceClass, DEVICE_CLASS))
-        return ReleaseLineMutex(Error(LINEERR_NODEVICE));
+        return Refuse(LINEERR_NODEVICE);
     constexpr DWORD NEEDED = VARSTRING_FIXED + 4;
     if (lpDeviceID->dwTotalSize >= offsetof(VARSTRING, dwUsedSize))
         lpDeviceID->dwNeededSize = NEEDED;
@@ -300,9 +281,9 @@ LONG WINAPI TSPI_lineGetNumAddressIDs(HDRVLINE hdLine, LPDWORD lpdwNumAddressIDs
     WaitLineMutex();
     Trace(TRACE_ENTRY, "Entering TSPI_lineGetNumAddressIDs(%lx,%lx)", hdLine, lpdwNumAddressIDs);
     if (!IsLineHandle(hdLine))
-        return ReleaseLineMutex(Error(LINEERR_INVALLINEHANDLE));
+        return Refuse(LINEERR_INVALLINEHANDLE);
     if (lpdwNumAddressIDs == nullptr)
-        return ReleaseLineMutex(Error(LINEERR_INVALPOINTER));
+        return Refuse(LINEERR_INVALPOINTER);
     *lpdwNumAddressIDs = 1;
     return ReleaseLineMutex(0);
 }
@@ -313,9 +294,9 @@ LONG WINAPI TSPI_lineGetAddressID(HDRVLINE hdLine, LPDWORD lpdwAddressID, DWORD 
     Trace(TRACE_ENTRY, "Entering TSPI_lineGetAddressID(%lx,%lx,%lx,%lx,%lx)", hdLine, lpdwAddressID, dwAddressMode,
           reinterpret_cast<std::uintptr_t>(lpsAddress), dwSize);
     if (!IsLineHandle(hdLine))
-        return ReleaseLineMutex(Error(LINEERR_INVALLINEHANDLE));
+        return Refuse(LINEERR_INVALLINEHANDLE);
     if (lpdwAddressID == nullptr || lpsAddress == nullptr)
-        return ReleaseLineMutex(Error(LINEERR_INVALPOINTER));
+        return Refuse(LINEERR_INVALPOINTER);
     const NarrowText address(lpsAddress);
     Trace(TRACE_ENTRY, "Entering TSPI_lineGetAddressID lpsAddress '%S'", lpsAddress);
     Trace(TRACE_ENTRY, "Entering TSPI_lineGetAddressID lineaddr '%s'",
@@ -323,7 +304,7 @@ LONG WINAPI TSPI_lineGetAddressID(HDRVLINE hdLine, LPDWORD lpdwAddressID, DWORD 
     Trace(TRACE_ENTRY, "Entering TSPI_lineGetAddressID Address  '%s'", address.Text());
     // A text that does not fit cannot be the line's address, which is shorter.
     if (!address.Fits() || std::strcmp(address.Text(), ProviderState.LineAddress) != 0)
-        return ReleaseLineMutex(Error(LINEERR_INVALADDRESS));
+        return Refuse(LINEERR_INVALADDRESS);
     *lpdwAddressID = 0;
     return ReleaseLineMutex(0);
 }
@@ -332,7 +313,7 @@ LONG WINAPI TSPI_lineSetStatusMessages(HDRVLINE hdLine, DWORD dwLineStates, DWOR
     WaitLineMutex();
     Trace(TRACE_ENTRY, "Entering TSPI_lineSetStatusMessages(%lx,%lx,%lx)", hdLine, dwLineStates, dwAddressStates);
     if (!IsLineHandle(hdLine))
-        return ReleaseLineMutex(Error(LINEERR_INVALLINEHANDLE));
+        return Refuse(LINEERR_INVALLINEHANDLE);
     ProviderState.LineStates = dwLineStates;
     ProviderState.AddressStates = dwAddressStates;
     return ReleaseLineMutex(0);
@@ -342,9 +323,9 @@ LONG WINAPI TSPI_lineSetDefaultMediaDetection(HDRVLINE hdLine, DWORD dwMediaMode
     WaitLineMutex();
     Trace(TRACE_ENTRY, "Entering TSPI_lineSetDefaultMediaDetection(%lx,%lx)", hdLine, dwMediaModes);
     if (!IsLineHandle(hdLine))
-        return ReleaseLineMutex(Error(LINEERR_INVALLINEHANDLE));
+        return Refuse(LINEERR_INVALLINEHANDLE);
     if (dwMediaModes != 0 && dwMediaModes != LINEMEDIAMODE_INTERACTIVEVOICE)
-        return ReleaseLineMutex(Error(LINEERR_INVALMEDIAMODE));
+        return Refuse(LINEERR_INVALMEDIAMODE);
     ProviderState.DefaultMediaDetection = dwMediaModes;
     return ReleaseLineMutex(0);
 }
@@ -354,7 +335,7 @@ LONG WINAPI TSPI_lineConditionalMediaDetection(HDRVLINE hdLine, DWORD dwMediaMod
     WaitLineMutex();
     Trace(TRACE_ENTRY, "Entering TSPI_lineConditionalMediaDetection(%lx,%lx,%lx)", hdLine, dwMediaModes, lpCallParams);
     if (!IsLineHandle(hdLine))
-        return ReleaseLineMutex(Error(LINEERR_INVALLINEHANDLE));
+        return Refuse(LINEERR_INVALLINEHANDLE);
     return ReleaseLineMutex(dwMediaModes == LINEMEDIAMODE_INTERACTIVEVOICE ? 0 : Error(LINEERR_INVALMEDIAMODE));
 }
 
@@ -362,9 +343,9 @@ LONG WINAPI TSPI_lineSetMediaMode(HDRVCALL hdCall, DWORD dwMediaMode) {
     WaitLineMutex();
     Trace(TRACE_ENTRY, "Entering TSPI_lineSetMediaMode(%lx,%lx)", hdCall, dwMediaMode);
     if (HdCallToCref(hdCall) >= CALL_COUNT)
-        return ReleaseLineMutex(Error(LINEERR_INVALCALLHANDLE));
+        return Refuse(LINEERR_INVALCALLHANDLE);
     if (dwMediaMode != LINEMEDIAMODE_INTERACTIVEVOICE)
-        return ReleaseLineMutex(Error(LINEERR_INVALMEDIAMODE));
+        return Refuse(LINEERR_INVALMEDIAMODE);
     ProviderState.MediaMode = LINEMEDIAMODE_INTERACTIVEVOICE;
     return ReleaseLineMutex(0);
 }
@@ -374,7 +355,7 @@ LONG WINAPI TSPI_lineSetAppSpecific(HDRVCALL hdCall, DWORD dwAppSpecific) {
     Trace(TRACE_ENTRY, "Entering TSPI_lineSetAppSpecific(%lx,%lx)", hdCall, dwAppSpecific);
     const int cref = HdCallToCref(hdCall);
     if (cref >= CALL_COUNT)
-        return ReleaseLineMutex(Error(LINEERR_INVALCALLHANDLE));
+        return Refuse(LINEERR_INVALCALLHANDLE);
     ProviderState.AppSpecific = dwAppSpecific;
     if (ProviderState.LineEventProc != nullptr)  // not through DoLineEvent: no trace, no media mode
         ProviderState.LineEventProc(ProviderState.htLine, CallTable[static_cast<std::size_t>(cref)].htCall,

@@ -4,6 +4,8 @@
 
 #include "platform/platform.h"
 
+#include <cstdint>
+
 // The one set of call states that this line knows: IDLE, OFFERING, DIALTONE, DIALING, RINGBACK, BUSY, CONNECTED,
 // PROCEEDING, ONHOLD, CONFERENCED, ONHOLDPENDCONF, ONHOLDPENDTRANSFER, DISCONNECTED.
 constexpr DWORD LINE_CALL_STATES = 0x7F7B;
@@ -11,6 +13,11 @@ constexpr DWORD LINE_CALL_STATES = 0x7F7B;
 // The cref that a call handle names: 0 to 19, or 30 for the conference. Any other handle gives a number of 20 or more
 // that is not 30. The high bits are ignored.
 int HdCallToCref(HDRVCALL call);
+
+// The handle of a call.
+inline HDRVCALL CallHandle(int cref) {
+    return reinterpret_cast<HDRVCALL>(static_cast<std::uintptr_t>(cref));
+}
 
 // Whether this is the handle that TSPI_lineOpen gave.
 bool IsLineHandle(HDRVLINE line);

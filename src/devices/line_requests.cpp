@@ -1,11 +1,12 @@
 #include "devices/line_requests.h"
 
 #include "config/settings.h"
+#include "control/forward.h"
 #include "control/requests.h"
+#include "control/transfer.h"
+#include "devices/entry.h"
 #include "devices/line.h"
-#include "devices/narrow_text.h"
 #include "provider/events.h"
-#include "provider/lifecycle.h"
 #include "trace/trace.h"
 #include "tracking/steps.h"
 
@@ -18,20 +19,6 @@
 namespace {
 
 constexpr DWORD CALLPARAMS_READ = 48;  // up to and including DialParams
-constexpr DWORD FORWARDLIST_FIXED = 8;
-constexpr DWORD FORWARD_FIXED = 24;
-constexpr DWORD CONNECTED_AND_HELD = LINECALLSTATE_CONNECTED | LINECALLSTATE_ONHOLD;
-constexpr DWORD CONNECTED_AND_REOFFERED = LINECALLSTATE_CONNECTED | STATE_REOFFERING;
-constexpr DWORD RINGING_AND_HELD = LINECALLSTATE_PROCEEDING | LINECALLSTATE_ONHOLD;
-
-constexpr LONG Error(DWORD code) {
-    return static_cast<LONG>(code);
-}
-
-// The end of an entry point that refuses.
-LONG Refuse(DWORD code) {
-    return ReleaseLineMutex(Error(code));
-}
 
 // The end of an entry point that gives the request's identifier unless the request was refused.
 LONG Asked(LONG result, DRV_REQUESTID request) {
@@ -42,15 +29,6 @@ LONG Asked(LONG result, DRV_REQUESTID request) {
 LONG Done(DRV_REQUESTID request) {
     CompleteRequest(ProviderState, request, 0);
     return ReleaseLineMutex(static_cast<LONG>(request));
-}
-
-HDRVCALL CallHandle(int cref) {
-    return reinterpret_cast<HDRVCALL>(static_cast<std::uintptr_t>(cref));
-}
-
-// Texts are printed as addresses where a trace lists arguments.
-std::uintptr_t Address(const void* text) {
-    return reinterpret_cast<std::uintptr_t>(text);
 }
 
 // The record that a new call takes: the first one without a live call, one at dial tone included; -1 when there is none.
@@ -100,6 +78,10 @@ LONG HandOn(int cref, int consultCref, int code, ProviderStateRecord& provider, 
     return result;
 }
 
+LONG CheckText(const NarrowText& text) {
+    return text.Converted() ? CheckDialString(text.Text()) : Error(LINEERR_INVALPOINTER);
+}
+
 // --- lineMakeCall ----------------------------------------------------------------------------------------------------
 
 // Gives 0, or the first fault of the call parameters, traced.
@@ -138,14 +120,10 @@ bool TakeDestination(CallRecord& call, const char* text) {
 
 // --- transfer --------------------------------------------------------------------------------------------------------
 
-bool IsBossOrSecretary(int key) {
-    return IsKey(key) && (TouchOf(key).kind == TOUCH_PATRON || TouchOf(key).kind == TOUCH_SECRETAIRE);
-}
-
 // Whether both calls are in states in which they can be joined.
 bool CanJoin(const CallRecord& call, const CallRecord& consult) {
     const DWORD pair = call.state | consult.state;
-    return pair == CONNECTED_AND_HELD || pair == CONNECTED_AND_REOFFERED ||
+    return pair == CONNECTED_HELD || pair == CONNECTED_REOFFERED ||
            (call.state == LINECALLSTATE_CONFERENCED && consult.state == LINECALLSTATE_CONFERENCED);
 }
 
@@ -153,30 +131,13 @@ bool CanJoin(const CallRecord& call, const CallRecord& consult) {
 bool CanTransfer(const CallRecord& call, const CallRecord& consult) {
     if (CanJoin(call, consult))
         return true;
-    if ((call.state | consult.state) != RINGING_AND_HELD)
+    if ((call.state | consult.state) != PROCEEDING_HELD)
         return false;
     return Settings.EnquiryCallMode == 0 || call.touch == consult.touch || IsBossOrSecretary(call.touch) ||
            IsBossOrSecretary(consult.touch);
 }
 
 // --- forwarding ------------------------------------------------------------------------------------------------------
-
-struct ForwardMode {
-    DWORD Mode;
-    RequestCode Code;
-    const char* Text;
-};
-constexpr ForwardMode ForwardModes[] = {
-    {LINEFORWARDMODE_UNCOND, REQUEST_FORWARD_UNCOND, "TSPI_lineForward - LINEFORWARDMODE_UNCOND"},
-    {LINEFORWARDMODE_BUSY, REQUEST_FORWARD_BUSY, "TSPI_lineForward - LINEFORWARDMODE_BUSY"},
-    {LINEFORWARDMODE_NOANSW, REQUEST_FORWARD_NOANSWER, "TSPI_lineForward - LINEFORWARDMODE_NOANSW"},
-    {LINEFORWARDMODE_BUSYNA, REQUEST_FORWARD_BUSYNA, "TSPI_lineForward - LINEFORWARDMODE_BUSYNA"},
-};
-
-bool AnyCallLives() {
-    return std::any_of(CallTable.begin(), CallTable.end(),
-                       [](const CallRecord& call) { return call.state != 0 && call.state != LINECALLSTATE_IDLE; });
-}
 
 // Keeps the first entry's destination, which lies behind the entries, counted from the start of the list. False when it
 // does not lie in the list.
@@ -188,24 +149,27 @@ bool TakeForwardDestination(const LINEFORWARDLIST& list) {
         return false;
     if (size > 0)
         std::memcpy(wide, reinterpret_cast<const std::byte*>(&list) + entry.dwDestAddressOffset, size);
-    CopyText(ProviderState.ForwardDestination, NarrowText(wide).Text());
+    const NarrowText destination(wide);
+    if (!destination.Converted())
+        return false;
+    CopyText(ProviderState.ForwardDestination, destination.Text());
     return true;
 }
 
 // Gives the code of the forward list's first entry, whose destination is kept; 0 when the list cannot be used.
 int TakeForwarding(const LINEFORWARDLIST& list) {
-    const ForwardMode* mode =
-        std::find_if(std::begin(ForwardModes), std::end(ForwardModes),
-                     [&](const ForwardMode& known) { return known.Mode == list.ForwardList[0].dwForwardMode; });
-    if (mode == std::end(ForwardModes) || !TakeForwardDestination(list))
+    const auto* mode = std::find_if(ForwardingModes.begin(), ForwardingModes.end(), [&](const ForwardingMode& known) {
+        return known.Mode == list.ForwardList[0].dwForwardMode;
+    });
+    if (mode == ForwardingModes.end() || !TakeForwardDestination(list))
         return REQUEST_NONE;
     const DWORD size = list.ForwardList[0].dwDestAddressSize;
     const char* destination = ProviderState.ForwardDestination;
     Trace(TRACE_ENTRY, "TSPI_lineForward - RedirectCallAddress '%s' DestAddressSize %ld", destination, size);
     if (size >= NUMBER_SIZE)
         return REQUEST_NONE;
-    Trace(TRACE_ENTRY, mode->Text);
-    return mode->Code;
+    Trace(TRACE_ENTRY, mode->EntryTrace);
+    return mode->Request;
 }
 
 }  // namespace
@@ -224,20 +188,10 @@ LONG appCallTransfer(int cref, int consultCref, int requestCode, ProviderStateRe
 }
 
 void ClampDialParams(const LINEDIALPARAMS& given, LINEDIALPARAMS& out) {
-    struct Range {
-        DWORD LINEDIALPARAMS::*Field;
-        DWORD Default, Low, High;  // milliseconds
-    };
-    static constexpr Range Ranges[] = {
-        {&LINEDIALPARAMS::dwDialPause, 2000, 0, 255000},
-        {&LINEDIALPARAMS::dwDialSpeed, 95, 50, 255},
-        {&LINEDIALPARAMS::dwDigitDuration, 95, 50, 255},
-        {&LINEDIALPARAMS::dwWaitForDialtone, 60000, 1000, 255000},
-    };
-    for (const Range& range : Ranges) {
-        const DWORD value = given.*range.Field;
-        out.*range.Field = value == 0 ? range.Default : std::clamp(value, range.Low, range.High);
-    }
+    for (const auto field : {&LINEDIALPARAMS::dwDialPause, &LINEDIALPARAMS::dwDialSpeed,
+                             &LINEDIALPARAMS::dwDigitDuration, &LINEDIALPARAMS::dwWaitForDialtone})
+        out.*field = given.*field == 0 ? DEFAULT_DIAL_PARAMS.*field
+                                       : std::clamp(given.*field, MIN_DIAL_PARAMS.*field, MAX_DIAL_PARAMS.*field);
 }
 
 LONG CheckDialString(const char* text) {
@@ -255,7 +209,7 @@ LONG WINAPI TSPI_lineMakeCall(DRV_REQUESTID dwRequestID, HDRVLINE hdLine, HTAPIC
     Trace(TRACE_ENTRY, "Entering TSPI_lineMakeCall(%lx,%lx,%lx,%lx,%lx,%lx,%lx)", dwRequestID, hdLine, htCall, lphdCall,
           Address(lpszDestAddress), dwCountryCode, lpCallParams);
     const NarrowText destination(lpszDestAddress);
-    if (const LONG fault = CheckDialString(destination.Text()); fault != 0)
+    if (const LONG fault = CheckText(destination); fault != 0)
         return ReleaseLineMutex(fault);
     if (ProviderState.DeviceState == DEVICE_OUT_OF_SERVICE) {
         Trace(TRACE_ENTRY, " TSPI_lineMakeCall LINEERR_NODEVICE ");
@@ -299,7 +253,7 @@ LONG WINAPI TSPI_lineDial(DRV_REQUESTID dwRequestID, HDRVCALL hdCall, LPCWSTR lp
     const NarrowText digits(lpszDestAddress);
     if (digits.Wide == 0 || digits.Wide == WIDE_LIMIT)
         return Refuse(LINEERR_INVALADDRESSID);
-    if (const LONG fault = CheckDialString(digits.Text()); fault != 0)
+    if (const LONG fault = CheckText(digits); fault != 0)
         return ReleaseLineMutex(fault);
     CopyText(call.DestAddress, digits.Text());
     Trace(TRACE_ENTRY, "lineDial '%s' cref %04x", digits.Text(), cref);
@@ -523,7 +477,7 @@ LONG WINAPI TSPI_lineForward(DRV_REQUESTID dwRequestID, HDRVLINE hdLine, DWORD, 
     if (!IsLineHandle(hdLine))
         return Refuse(LINEERR_INVALLINEHANDLE);
     Trace(TRACE_ENTRY, "Entering TSPI_lineForward");
-    if (AnyCallLives())
+    if (LiveCall() != -1)
         return Refuse(LINEERR_OPERATIONUNAVAIL);
     int code = REQUEST_FORWARD_CANCEL;
     if (lpForwardList != nullptr && lpForwardList->dwTotalSize < FORWARDLIST_FIXED)

@@ -3,10 +3,10 @@
 // closing either stops it for both. Requests of the phone are synchronous and carry no identifier.
 #include "control/keys.h"
 #include "control/requests.h"
+#include "devices/entry.h"
 #include "devices/line.h"
 #include "devices/line_requests.h"
 #include "link/terminal.h"
-#include "provider/lifecycle.h"
 #include "trace/trace.h"
 #include "tracking/model.h"
 
@@ -16,27 +16,12 @@
 
 namespace {
 
-constexpr DWORD TAPI_VERSION = 0x00020000;
-constexpr DWORD PHONECAPS_FIXED = 180;  // of TAPI 2.0, bytes; the published structure has grown since
-
-constexpr LONG Error(DWORD code) {
-    return static_cast<LONG>(code);
-}
-
-LONG Refuse(DWORD code) {
-    return ReleaseLineMutex(Error(code));
-}
-
 bool IsOurDevice(DWORD deviceID) {
     return deviceID == ProviderState.PhoneDeviceID;
 }
 
 bool IsPhoneHandle(HDRVPHONE phone) {
     return static_cast<const void*>(phone) == &ProviderState;
-}
-
-std::uintptr_t Address(const void* text) {
-    return reinterpret_cast<std::uintptr_t>(text);
 }
 
 // Presses a button at once. What appCall answers is not told: the phone's requests succeed whatever becomes of them.

@@ -6,6 +6,7 @@
 #include "platform/text.h"
 #include "provider/events.h"
 #include "provider/state.h"
+#include "provider/tapi.h"
 #include "trace/trace.h"
 #include "tracking/model.h"  // the tables and markers that a re-initialisation empties
 
@@ -80,7 +81,7 @@ void ProviderInitCommon(DWORD permanentProviderID, HPROVIDER provider, DWORD lin
     ProviderState.ProviderHandle = provider;
     ProviderState.CompletionProc = completion;
     ProviderState.MediaMode = LINEMEDIAMODE_INTERACTIVEVOICE;
-    ProviderState.DialParams = {2000, 95, 95, 60000};
+    ProviderState.DialParams = DEFAULT_DIAL_PARAMS;
     ProviderState.PhoneDeviceID = phoneDeviceID;
     ProviderState.FwdStatus = FWD_NOT_FORWARDED;
     ProviderState.DeviceState = DEVICE_STARTING;

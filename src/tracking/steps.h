@@ -30,6 +30,18 @@ inline int KeyOf(int cref) {
     return IsCref(cref) ? CallOf(cref).touch : 0;
 }
 
+inline bool IsBossOrSecretary(int key) {
+    return IsKey(key) && (TouchOf(key).kind == TOUCH_PATRON || TouchOf(key).kind == TOUCH_SECRETAIRE);
+}
+
+// The first call that lives; -1 on an idle set.
+inline int LiveCall() {
+    for (int cref = 0; cref < CALL_COUNT; ++cref)
+        if (CallOf(cref).state != 0 && CallOf(cref).state != LINECALLSTATE_IDLE)
+            return cref;
+    return -1;
+}
+
 inline void SendCallState(int cref, DWORD state, DWORD mode = 0) {
     DoLineEvent(LINE_CALLSTATE, state, mode, cref);
 }
