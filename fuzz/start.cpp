@@ -33,7 +33,7 @@ struct Sink : PlatformControl::PortDevice {
 Sink Port;
 
 void CALLBACK TakeLineEvent(HTAPILINE, HTAPICALL, DWORD message, DWORD_PTR p1, DWORD_PTR p2, DWORD_PTR) {
-    constexpr DWORD NEW_CALL = 500;
+    constexpr DWORD NEW_CALL = static_cast<DWORD>(LINE_NEWCALL);
     if (message == NEW_CALL)
         *reinterpret_cast<HTAPICALL*>(p2) = reinterpret_cast<HTAPICALL>(static_cast<std::uintptr_t>(0x100 + p1));
 }

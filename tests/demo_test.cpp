@@ -36,8 +36,10 @@ TEST(DemoEditor, EditsWhereTheCursorIs) {
     editor.EraseBefore();
     EXPECT_EQ(editor.Take(), "€");
     EXPECT_TRUE(editor.Empty());
-    for (const auto edge : {&Editor::Backspace, &Editor::Delete, &Editor::Left, &Editor::Right, &Editor::Newer})
-        (editor.*edge)();  // nothing there, nothing done
+    for (const auto edge : {&Editor::Backspace, &Editor::Delete, &Editor::Left, &Editor::Right, &Editor::Newer}) {
+        (editor.*edge)();
+        EXPECT_TRUE(editor.Empty()) << "nothing there, nothing done";
+    }
 }
 
 TEST(DemoEditor, OlderLinesComeBackAndTheUnfinishedOneToo) {

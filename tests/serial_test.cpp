@@ -68,6 +68,8 @@ TEST_F(Thread, EveryFieldOfTheTableIsSetWhateverThePortHad) {
         std::memset(&Com1().Dcb, before, sizeof Com1().Dcb);
         std::memset(&Com1().Timeouts, before, sizeof Com1().Timeouts);
         ASSERT_EQ(Start(), 0);
+        EXPECT_THAT((std::vector<DWORD>{Com1().Access, Com1().Share, Com1().Flags}),
+                    ElementsAre(GENERIC_READ | GENERIC_WRITE, 0u, DWORD{FILE_FLAG_OVERLAPPED}));
         const DCB& d = Com1().Dcb;
         EXPECT_THAT((std::vector<unsigned>{d.BaudRate, d.fBinary, d.fParity, d.fOutxCtsFlow, d.fOutxDsrFlow, d.ByteSize,
                                            d.Parity, d.StopBits}),
@@ -148,11 +150,16 @@ TEST_F(Thread, PortThatDoesNotOpenIsToldToUserAndPendingRequest) {
     }
     EXPECT_EQ(PlatformControl::Boxes().size(), 3u);
     Com1().OpenError = 0;
-    Com1().SetStateFails = true;
-    EXPECT_EQ(Start(), 0);
-    PlatformControl::Settle();
-    EXPECT_EQ(Com1().Opens, 1);
-    EXPECT_EQ(Com1().Closes, 1);
+    int opened = 0;
+    for (bool* const fails : {&Com1().GetStateFails, &Com1().SetStateFails}) {
+        *fails = true;
+        Configure("COM1");
+        EXPECT_EQ(Start(), 0);
+        PlatformControl::Settle();
+        EXPECT_EQ(Com1().Opens, ++opened);
+        EXPECT_EQ(Com1().Closes, opened) << "a port that cannot be set up is given back";
+        *fails = false;
+    }
 }
 
 TEST_F(Thread, OtherPortNamesEndTheThreadWithoutASignal) {

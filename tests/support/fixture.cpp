@@ -82,7 +82,7 @@ std::string Hex(DWORD_PTR value) {
 void CALLBACK CaptureLine(HTAPILINE line, HTAPICALL call, DWORD message, DWORD_PTR p1, DWORD_PTR p2, DWORD_PTR) {
     const DWORD value = static_cast<DWORD>(p1);
     switch (message) {
-    case 500:  // LINE_NEWCALL: TAPI gives its handle during the call
+    case LINE_NEWCALL:  // TAPI gives its handle during the call
         *reinterpret_cast<HTAPICALL*>(p2) = reinterpret_cast<HTAPICALL>(static_cast<std::uintptr_t>(0x100 + p1));
         return Record("NEWCALL " + std::to_string(p1));
     case LINE_CALLSTATE:

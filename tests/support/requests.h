@@ -2,13 +2,12 @@
 #pragma once
 
 #include "config/settings.h"
-#include "link/fifo.h"
 #include "link/link_layer.h"
+#include "support/queue.h"
 #include "support/tracked.h"
 
 #include <functional>
 #include <map>
-#include <sstream>
 
 constexpr LONG WRONG_STATE = static_cast<LONG>(LINEERR_INVALCALLSTATE),
                FAILED = static_cast<LONG>(LINEERR_OPERATIONFAILED),
@@ -17,15 +16,10 @@ constexpr const char *RELEASE = "03 26 20 29 8E", *SOFT1 = "03 26 20 1D 9A", *SO
 
 // Takes what is queued for the card: each frame in hexadecimal, " | " between them.
 inline std::string Pressed() {
-    std::ostringstream all;
-    std::array<std::uint8_t, 300> frame{};
-    for (int n = 0; (n = FifoPeek(LINK_FIFO, frame)) > 0; FifoDrop(LINK_FIFO)) {
-        all << (all.tellp() > 0 ? " |" : "") << std::hex << std::uppercase;
-        for (int i = 0; i < n; ++i)
-            all << (all.tellp() > 0 ? " " : "") << frame.at(static_cast<std::size_t>(i)) / 16
-                << frame.at(static_cast<std::size_t>(i)) % 16;
-    }
-    return all.str();
+    std::string all;
+    for (const std::string& frame : QueuedFrames())
+        all += (all.empty() ? "" : " | ") + frame;
+    return all;
 }
 
 class Requests : public TrackedSet {

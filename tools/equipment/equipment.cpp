@@ -476,7 +476,6 @@ void Machine::WriteAcknowledgement(const Bytes& control) {
 }
 
 void Machine::Acknowledged() {
-    ++card.acksIn;
     if (card.flight.empty()) {
         Log("acknowledgement of nothing");
         return;

@@ -59,7 +59,7 @@ struct CardState {
     int restarts = 0;   // of the long message in flight
     std::uint64_t lastByteUs = 0;
     // Counters, for tests and `show`.
-    int framesIn = 0, framesOut = 0, badFrames = 0, resends = 0, givenUp = 0, acksIn = 0, nacksIn = 0;
+    int framesIn = 0, framesOut = 0, badFrames = 0, resends = 0, givenUp = 0, nacksIn = 0;
 };
 
 // The PBX's end of TAPI_OMNA.

@@ -348,7 +348,8 @@ void TakeKeyPress(Machine& machine, ByteSpan item) {
     const Action action(machine);
     const KeyPress press = ReadPress(item);
     machine.set.presses.push_back(press);
-    const std::string error = Carry(machine, press, machine.set.reportRemotePresses);
+    // Not reported like a person's: the provider follows what it presses by itself, and would count it twice.
+    const std::string error = Carry(machine, press, false);
     machine.Log("pressed: " + Hex(item) + (error.empty() ? "" : ": " + error));
 }
 

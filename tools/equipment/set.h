@@ -69,9 +69,6 @@ struct SetState {
     std::string tones;                 // digits sent to other parties as tones
     std::vector<WaitingCall> waiting;  // ringing elsewhere, to be picked up
     std::vector<KeyPress> presses;     // everything the provider pressed, oldest first
-    // Whether a press by the provider is reported like a person's (0x62, 0x64). The provider follows what it presses
-    // by itself: a soft key reported back would count twice.
-    bool reportRemotePresses = false;
 };
 
 enum class CallerShown : std::uint8_t { AtOnce, Late, Never };

@@ -185,11 +185,11 @@ bool Run(const Words& words) {
 
 bool Fails(const Words& words) {
     const LONG wanted = ResultAt(words, 1);
-    TheHost.LastResult = 0;
+    TheHost.LastResult.reset();
     Run(Words(words.begin() + 2, words.end()));
     if (TheHost.LastResult == wanted)
         return true;
-    Say(ResultName(wanted) + " expected");
+    Say(ResultName(wanted) + " expected" + (TheHost.LastResult ? "" : ", and no entry point was called"));
     return false;
 }
 

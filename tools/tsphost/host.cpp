@@ -13,7 +13,7 @@ Host TheHost;
 
 namespace {
 
-constexpr DWORD NEW_CALL = 500;  // LINE_NEWCALL
+constexpr DWORD NEW_CALL = static_cast<DWORD>(LINE_NEWCALL);
 
 const auto Started = std::chrono::steady_clock::now();
 

@@ -11,6 +11,7 @@
 #include <cstdint>
 #include <map>
 #include <mutex>
+#include <optional>
 #include <string>
 #include <vector>
 
@@ -47,8 +48,8 @@ struct Host {
     std::uintptr_t NextCall = 0x1000;
     std::uintptr_t LastCall = 0;  // our handle of the last call announced or made; 0: none yet
 
-    LONG LastResult = 0;            // what the last entry point gave
-    DRV_REQUESTID LastRequest = 0;  // the last one that the provider took; 0: none, or it was refused
+    std::optional<LONG> LastResult;  // what the last entry point gave
+    DRV_REQUESTID LastRequest = 0;   // the last one that the provider took; 0: none, or it was refused
     DRV_REQUESTID NextRequest = 1;
     std::map<DRV_REQUESTID, LONG> Completions;  // by request
 };

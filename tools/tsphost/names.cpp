@@ -264,7 +264,7 @@ constexpr NamedValue ButtonModeRows[] = {
 #undef V
 // clang-format on
 
-constexpr DWORD NEW_CALL = 500;  // LINE_NEWCALL
+constexpr DWORD NEW_CALL = static_cast<DWORD>(LINE_NEWCALL);
 
 bool SameWord(const std::string& a, const char* b) {
     return a.size() == std::strlen(b) && std::equal(a.begin(), a.end(), b, [](unsigned char x, unsigned char y) {

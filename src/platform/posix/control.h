@@ -49,7 +49,6 @@ struct PortDevice {
     virtual std::size_t Available(std::uint32_t now) = 0;  // bytes that a read would get now
     virtual std::size_t Read(std::span<std::uint8_t> into, std::uint32_t now) = 0;
     virtual std::size_t OutputPending(std::uint32_t) { return 0; }  // bytes written that are not on the wire yet
-    virtual void Opened() {}
     virtual void Closed() {}
 };
 void MapPort(const std::string& name, PortDevice* device);  // "COM1" .. "COM4"; null unmaps

@@ -234,8 +234,6 @@ HANDLE WINAPI CreateFileA(LPCSTR name, DWORD access, DWORD share, SECURITY_ATTRI
         InUse[name] = true;
     }
     const int fd = device != nullptr ? -1 : OpenTerminal(path);
-    if (device != nullptr)
-        device->Opened();
     const Guard guard(Lock);
     if (device == nullptr && fd < 0) {
         InUse[name] = false;
