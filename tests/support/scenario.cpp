@@ -253,8 +253,8 @@ std::string Scenario::Happen(const std::string& action) {
         events = AskFor(std::istringstream(action));
     else if (action.starts_with("wait "))
         wait = static_cast<std::uint32_t>(std::stoul(action.substr(5)));
-    else
-        EXPECT_EQ(Equipment::Execute(Machine, action, PlatformControl::Now()), "");
+    else if (const std::string refused = Equipment::Execute(Machine, action, PlatformControl::Now()); !refused.empty())
+        events.push_back("set: " + refused);
     Advance(wait);
     const std::vector<std::string> later = Captured();
     TheBooks.Take(later);

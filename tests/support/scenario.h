@@ -35,6 +35,8 @@ protected:
     void Start();
     // Carries the steps out; the books must balance behind the last one.
     void Play(const std::vector<Step>& steps);
+    // Carries one action out, lets 2.5 s pass, and gives its events; a refusal of the set is "set: why".
+    std::string Happen(const std::string& action);
 
 private:
     std::string Pressed;
@@ -45,5 +47,4 @@ private:
     std::string Chosen(const std::string& text, const std::string& between) const;
     std::vector<std::string> AskFor(std::istringstream words);
     std::vector<std::string> Captured() const;
-    std::string Happen(const std::string& action);
 };

@@ -5,13 +5,19 @@
 #include "equipment/equipment.h"
 #include "support/fixture.h"
 
+#include <algorithm>
+
 struct EquipmentPort : PlatformControl::PortDevice {
     Equipment::Machine Machine;
     std::size_t BytesOut = 0, BytesIn = 0;  // as the provider sees it
+    std::uint32_t SentAt = 0;               // when the last byte written is on the wire, ms
     void Write(std::span<const std::uint8_t> bytes, std::uint32_t now) override {
         BytesOut += bytes.size();
+        const auto time = static_cast<std::uint32_t>(bytes.size() * 11 * 1000 / 9600);
+        SentAt = std::max(SentAt, now) + time;
         Machine.Receive(bytes, now);
     }
+    std::size_t OutputPending(std::uint32_t now) override { return SentAt > now ? SentAt - now : 0; }  // a byte a ms
     std::size_t Available(std::uint32_t now) override {
         Machine.Tick(now);
         return Machine.Available(now);
