@@ -83,7 +83,7 @@ protected:
             TSPI_lineGetCallStatus(reinterpret_cast<HDRVCALL>(call), Buffer.Room<LINECALLSTATUS>(400));
         }
     }
-    // Handles and addresses differ from run to run; errors do not.
+    // Handles and addresses differ from run to run; errors do not. The record has a star for each.
     static std::string Stable(const std::string& line) {
         static const std::regex address("\\b(?!800000|900000)[0-9a-f]{6,}\\b");
         return std::regex_replace(line, address, "*");
@@ -95,7 +95,7 @@ protected:
         const auto take = [&](const std::string& action, const std::string& events) {
             text += "> " + action + "\n";
             for (const std::string& line : TraceLines())
-                text += Stable(line) + "\n";
+                text += line + "\n";
             if (mask == 0 && !events.empty())
                 text += "= " + events + "\n";
         };
@@ -114,13 +114,27 @@ protected:
     }
 };
 
+// Whether a line is as recorded, whatever number stands where the record has a star: an address may be a low one.
+bool AsRecorded(std::string_view line, std::string_view wanted) {
+    while (!wanted.empty()) {
+        if (wanted.front() == '*' && !line.starts_with('*'))
+            line.remove_prefix(std::min(line.find_first_not_of("0123456789abcdef"), line.size()));
+        else if (line.starts_with(wanted.front()))
+            line.remove_prefix(1);
+        else
+            return false;
+        wanted.remove_prefix(1);
+    }
+    return line.empty();
+}
+
 TEST_P(Session, WritesItsTrace) {
     const auto [version, mask] = GetParam();
     char name[64];
     std::snprintf(name, sizeof name, ZT_SESSIONS "/version%d-level%02x.txt", version, static_cast<unsigned>(mask));
     const std::string written = Record(mask);
     if (std::getenv("ZT_RECORD_SESSIONS") != nullptr) {
-        std::ofstream(name, std::ios::binary) << written;
+        std::ofstream(name, std::ios::binary) << Stable(written);
         FAIL() << "recorded anew: review the difference";
     }
     std::ifstream file(name, std::ios::binary);
@@ -131,7 +145,7 @@ TEST_P(Session, WritesItsTrace) {
         ASSERT_EQ(static_cast<bool>(std::getline(now, line)), more) << "line " << number << ", after " << action;
         if (!more)
             break;
-        ASSERT_EQ(line, wanted) << "line " << number << ", after " << action;
+        ASSERT_PRED2(AsRecorded, line, wanted) << "line " << number << ", after " << action;
         if (line.starts_with("> "))
             action = line;
     }
