@@ -5,7 +5,7 @@
 #include "link/serial.h"
 #include "link/terminal.h"
 #include "link/tick.h"
-#include "platform/posix/control.h"
+#include "platform/control.h"
 #include "provider/lifecycle.h"
 #include "trace/trace.h"
 #include "tracking/display.h"

@@ -5,7 +5,7 @@
 #include "link/link_layer.h"
 #include "link/serial.h"
 #include "link/tick.h"
-#include "platform/posix/control.h"
+#include "platform/control.h"
 #include "platform/text.h"
 #include "provider/events.h"
 #include "provider/lifecycle.h"

@@ -8,7 +8,7 @@
 #include "link/serial.h"
 #include "link/terminal.h"
 #include "link/tick.h"
-#include "platform/posix/control.h"
+#include "platform/control.h"
 #include "provider/events.h"
 #include "provider/state.h"
 #include "tracking/model.h"

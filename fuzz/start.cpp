@@ -11,7 +11,7 @@
 #include "link/terminal.h"
 #include "link/tick.h"
 #include "platform/platform.h"
-#include "platform/posix/control.h"
+#include "platform/control.h"
 #include "provider/events.h"
 #include "provider/state.h"
 #include "trace/trace.h"

@@ -1,6 +1,6 @@
 // The layer that stands in for Windows: the behaviour that the product and its tests rely on.
 #include "platform/platform.h"
-#include "platform/posix/control.h"
+#include "platform/control.h"
 #include "support/fixture.h"
 
 #include <algorithm>

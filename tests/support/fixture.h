@@ -4,7 +4,7 @@
 #pragma once
 
 #include "platform/platform.h"
-#include "platform/posix/control.h"
+#include "platform/control.h"
 #include "tracking/model.h"
 
 #include <gmock/gmock.h>

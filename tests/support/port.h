@@ -2,7 +2,7 @@
 #pragma once
 
 #include "link/serial.h"
-#include "platform/posix/control.h"
+#include "platform/control.h"
 
 #include <deque>
 #include <initializer_list>

@@ -1,5 +1,5 @@
 // Directories and files under Windows paths, text, memory.
-#include "platform/posix/state.h"
+#include "platform/simulated/state.h"
 
 #include <algorithm>
 #include <array>
@@ -15,7 +15,7 @@
 #include <sys/stat.h>
 #include <unistd.h>
 
-namespace Posix {
+namespace Simulated {
 
 namespace {
 
@@ -128,9 +128,9 @@ void ResetMemory() {
     StuckUnlocks = 0;
 }
 
-}  // namespace Posix
+}  // namespace Simulated
 
-using namespace Posix;
+using namespace Simulated;
 
 UINT WINAPI GetWindowsDirectoryA(LPSTR buffer, UINT size) {
     const Guard guard(Lock);
@@ -195,7 +195,7 @@ HFILE Counted(int file) {
 
 }  // namespace
 
-int Posix::OpenFiles() {
+int Simulated::OpenFiles() {
     return FilesOpen;
 }
 

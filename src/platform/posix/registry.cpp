@@ -7,7 +7,7 @@
 //     Count=dword:00000003
 //
 // In a text, \\ \" \n \r stand for those characters; other bytes are as they are.
-#include "platform/posix/state.h"
+#include "platform/simulated/state.h"
 
 #include <algorithm>
 #include <cstdlib>
@@ -18,7 +18,7 @@
 
 #include <strings.h>
 
-namespace Posix {
+namespace Simulated {
 
 namespace {
 
@@ -288,9 +288,9 @@ void ResetRegistry() {
     ProfileRefused = false;
 }
 
-}  // namespace Posix
+}  // namespace Simulated
 
-using namespace Posix;
+using namespace Simulated;
 
 LONG WINAPI RegOpenKeyExA(HKEY parent, LPCSTR name, DWORD, REGSAM, PHKEY key) {
     const Guard guard(Lock);

@@ -1,12 +1,12 @@
 // Message loops, timers without a window, message boxes.
-#include "platform/posix/state.h"
+#include "platform/simulated/state.h"
 
 #include <algorithm>
 #include <cstdlib>
 #include <deque>
 #include <map>
 
-namespace Posix {
+namespace Simulated {
 
 namespace {
 
@@ -143,9 +143,9 @@ void ResetMessages() {
     BoxesPrinted = false;
 }
 
-}  // namespace Posix
+}  // namespace Simulated
 
-using namespace Posix;
+using namespace Simulated;
 
 BOOL WINAPI GetMessageA(MSG* message, HWND, UINT, UINT) {
     Guard guard(Lock);

@@ -1,5 +1,5 @@
 // The clock and everything that waits for it.
-#include "platform/posix/state.h"
+#include "platform/simulated/state.h"
 
 #include <algorithm>
 #include <chrono>
@@ -7,7 +7,7 @@
 #include <list>
 #include <thread>
 
-namespace Posix {
+namespace Simulated {
 
 std::mutex& Lock = *new std::mutex;
 
@@ -156,9 +156,9 @@ void ResetClock() {
     Busy = 0;
 }
 
-}  // namespace Posix
+}  // namespace Simulated
 
-using namespace Posix;
+using namespace Simulated;
 
 DWORD WINAPI timeGetTime() {
     const Guard guard(Lock);

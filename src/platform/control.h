@@ -1,8 +1,9 @@
-// For tests and tools: the strings behind the POSIX platform layer. Who owns the clock, what a port is and what it does
-// wrong, how message boxes are answered, where registry and directories live, which calls fail. Not part of the
-// product, and absent on Windows.
+// For tests and tools: the strings behind the simulated system that the library runs on wherever it is not Windows, and
+// in the unit tests on Windows too. Who owns the clock, what a port is and what it does wrong, how message boxes are
+// answered, where registry and directories live, which calls fail. Not part of the product.
 //
-// Tools that load the library as it stands set the same things by environment variables, read at first use:
+// Tools that load the library as it stands on POSIX systems set the same things by environment variables, read at first
+// use:
 //   ZT_COM1 .. ZT_COM4   path of the terminal device behind COM1 .. COM4
 //   ZT_ROOT              directory that holds the "C:" drive (Windows and system directories); made when missing
 //   ZT_REGISTRY          file that keeps the registry; without it the registry is in memory and starts empty

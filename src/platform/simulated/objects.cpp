@@ -1,5 +1,5 @@
 // Mutexes, events, threads, and the handles of everything.
-#include "platform/posix/state.h"
+#include "platform/simulated/state.h"
 
 #include <atomic>
 #include <map>
@@ -8,7 +8,7 @@
 #include <utility>
 #include <vector>
 
-namespace Posix {
+namespace Simulated {
 
 namespace {
 
@@ -145,9 +145,9 @@ bool HoldsMutex(const std::string& name) {
     return mutex != nullptr && mutex->owner == GetCurrentThreadId();
 }
 
-}  // namespace Posix
+}  // namespace Simulated
 
-using namespace Posix;
+using namespace Simulated;
 
 DWORD WINAPI GetLastError() {
     return LastError;

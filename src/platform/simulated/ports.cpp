@@ -1,37 +1,49 @@
-// Serial ports: terminal devices by termios, and devices in process.
-#include "platform/posix/state.h"
+// Serial ports: devices in process, and what the system has (OpenTerminal).
+#include "platform/simulated/state.h"
 
-#include <algorithm>
-#include <cerrno>
 #include <cstdlib>
-#include <cstring>
 #include <map>
 #include <mutex>
 #include <utility>
-#include <vector>
 
-#include <fcntl.h>
-#include <poll.h>
-#include <sys/file.h>
-#include <sys/ioctl.h>
-#include <termios.h>
-#include <unistd.h>
-
-namespace Posix {
+namespace Simulated {
 
 namespace {
 
 using PlatformControl::PortRecord;
 
+// A device in process, until Reset takes the port away.
+struct DeviceWire : Wire {
+    PlatformControl::PortDevice* device;
+    explicit DeviceWire(PlatformControl::PortDevice* behind) : device(behind) {}
+    ~DeviceWire() override {
+        if (device != nullptr)
+            device->Closed();
+    }
+    void Forget() override { device = nullptr; }
+    DWORD Status(COMSTAT& status) override {
+        const std::uint32_t now = timeGetTime();
+        status.cbInQue = static_cast<DWORD>(device->Available(now));
+        status.cbOutQue = static_cast<DWORD>(device->OutputPending(now));
+        return 0;
+    }
+    DWORD Read(std::span<std::uint8_t> into, DWORD& got) override {
+        got = static_cast<DWORD>(device->Read(into, timeGetTime()));
+        return 0;
+    }
+    DWORD Write(std::span<const std::uint8_t> bytes, bool&) override {
+        device->Write(bytes, timeGetTime());
+        return 0;
+    }
+};
+
 // A port is used by several threads of the product, never by two at once: its own lock keeps a close from another
 // thread out of the middle of a call.
 struct OpenPort : Object {
     std::string name;
-    int fd = -1;                                    // a terminal ...
-    PlatformControl::PortDevice* device = nullptr;  // ... or a device in process
+    std::unique_ptr<Wire> wire;
     std::mutex use;
-    std::vector<std::uint8_t> unsent;  // taken by a write, not yet by the terminal (CTS is low, or nobody reads)
-    void Forget() override { device = nullptr; }
+    void Forget() override { wire->Forget(); }
     ~OpenPort() override;
 };
 
@@ -41,12 +53,7 @@ std::map<std::string, std::string>& Terminals = *new std::map<std::string, std::
 std::map<std::string, bool>& InUse = *new std::map<std::string, bool>;
 
 OpenPort::~OpenPort() {
-    if (fd >= 0) {
-        ioctl(fd, TIOCNXCL);
-        close(fd);
-    }
-    if (device != nullptr)
-        device->Closed();
+    wire = nullptr;
     const Guard guard(Lock);
     ++Records[name].Closes;
     InUse[name] = false;
@@ -58,58 +65,6 @@ std::string TerminalOf(const std::string& name) {
     if (const char* path = std::getenv(("ZT_" + name).c_str()))
         return path;
     return {};
-}
-
-DWORD ErrorOf(int error) {
-    switch (error) {
-    case ENOENT:
-    case ENOTDIR:
-    case ENXIO:
-    case ENODEV: return ERROR_FILE_NOT_FOUND;
-    case EACCES:
-    case EPERM:
-    case EBUSY: return ERROR_ACCESS_DENIED;
-    default: return ERROR_IO_DEVICE;
-    }
-}
-
-speed_t SpeedOf(DWORD baud) {
-    struct Speed {
-        DWORD baud;
-        speed_t constant;
-    };
-    static constexpr Speed Speeds[] = {{300, B300},     {600, B600},      {1200, B1200},   {2400, B2400},
-                                       {4800, B4800},   {9600, B9600},    {19200, B19200}, {38400, B38400},
-                                       {57600, B57600}, {115200, B115200}};
-    for (const Speed& speed : Speeds)
-        if (speed.baud == baud)
-            return speed.constant;
-    return B0;  // unknown: refused
-}
-
-// Raw, 8 data bits, speed, stop bits and CTS flow control as the DCB says. A pseudo-terminal takes what it can.
-bool SetTerminal(int fd, const DCB& dcb) {
-    termios settings{};
-    const speed_t speed = SpeedOf(dcb.BaudRate);
-    if (speed == B0 || tcgetattr(fd, &settings) != 0)
-        return false;
-    cfmakeraw(&settings);
-    settings.c_cflag &= ~static_cast<tcflag_t>(CSIZE | CSTOPB | PARENB | CRTSCTS | HUPCL);
-    settings.c_cflag |= CS8 | CREAD | CLOCAL;
-    if (dcb.StopBits == TWOSTOPBITS)
-        settings.c_cflag |= CSTOPB;
-    if (dcb.fOutxCtsFlow)
-        settings.c_cflag |= CRTSCTS;
-    settings.c_cc[VMIN] = 0;
-    settings.c_cc[VTIME] = 0;
-    cfsetispeed(&settings, speed);
-    cfsetospeed(&settings, speed);
-    if (tcsetattr(fd, TCSANOW, &settings) != 0)
-        return false;
-    const int line = TIOCM_DTR;
-    if (dcb.fDtrControl == DTR_CONTROL_DISABLE)
-        ioctl(fd, TIOCMBIC, &line);  // the open has raised it; a pseudo-terminal has none to lower
-    return true;
 }
 
 // The open port behind a handle, kept alive by the caller; null with the error set.
@@ -130,29 +85,6 @@ PortRecord RecordOf(const OpenPort& port) {
 template <class Change> void Note(const OpenPort& port, Change change) {
     const Guard guard(Lock);
     change(Records[port.name]);
-}
-
-// Whether the other side is gone for good: an adapter pulled out, a pseudo-terminal whose master is closed. Reads of
-// such a terminal give nothing, for ever, and no error.
-bool HungUp(int fd) {
-    pollfd state{fd, 0, 0};
-    return poll(&state, 1, 0) > 0 && (state.revents & (POLLHUP | POLLERR | POLLNVAL)) != 0;
-}
-
-// How much of it the terminal takes now; -1 on a failure.
-ssize_t WriteSome(int fd, std::span<const std::uint8_t> bytes) {
-    const ssize_t done = write(fd, bytes.data(), bytes.size());
-    return done < 0 && (errno == EAGAIN || errno == EINTR) ? 0 : done;
-}
-
-// Sends what earlier writes have left. False when the terminal fails.
-bool SendUnsent(OpenPort& port) {
-    if (port.unsent.empty())
-        return true;
-    const ssize_t done = WriteSome(port.fd, port.unsent);
-    if (done > 0)
-        port.unsent.erase(port.unsent.begin(), port.unsent.begin() + done);
-    return done >= 0;
 }
 
 // A transfer that is over: its outcome, and its event.
@@ -179,37 +111,15 @@ void ResetPorts() {
     InUse.clear();
 }
 
-}  // namespace Posix
+}  // namespace Simulated
 
-using namespace Posix;
+using namespace Simulated;
 
 namespace {
 
 HANDLE Refuse(DWORD error) {
     SetLastError(error);
     return INVALID_HANDLE_VALUE;
-}
-
-// Opens the terminal for this process alone; -1 with the error set. The lock on the file also keeps out other instances
-// that run with rights that TIOCEXCL does not stop.
-int OpenTerminal(const std::string& path) {
-    const int fd = path.empty() ? -1 : open(path.c_str(), O_RDWR | O_NOCTTY | O_NONBLOCK | O_CLOEXEC);
-    if (fd < 0) {
-        SetLastError(path.empty() ? ERROR_FILE_NOT_FOUND : ErrorOf(errno));
-        return -1;
-    }
-    DWORD error = 0;
-    if (!isatty(fd))
-        error = ERROR_FILE_NOT_FOUND;
-    else if (flock(fd, LOCK_EX | LOCK_NB) != 0)
-        error = ERROR_ACCESS_DENIED;
-    if (error == 0) {
-        ioctl(fd, TIOCEXCL);
-        return fd;
-    }
-    close(fd);
-    SetLastError(error);
-    return -1;
 }
 
 }  // namespace
@@ -233,16 +143,15 @@ HANDLE WINAPI CreateFileA(LPCSTR name, DWORD access, DWORD share, SECURITY_ATTRI
             path = TerminalOf(name);
         InUse[name] = true;
     }
-    const int fd = device != nullptr ? -1 : OpenTerminal(path);
+    std::unique_ptr<Wire> wire = device != nullptr ? std::make_unique<DeviceWire>(device) : OpenTerminal(path);
     const Guard guard(Lock);
-    if (device == nullptr && fd < 0) {
+    if (wire == nullptr) {
         InUse[name] = false;
         return INVALID_HANDLE_VALUE;
     }
     auto port = std::make_shared<OpenPort>();
     port->name = name;
-    port->fd = fd;
-    port->device = device;
+    port->wire = std::move(wire);
     ++Records[name].Opens;
     return Register(port);
 }
@@ -265,8 +174,8 @@ BOOL WINAPI SetCommState(HANDLE handle, DCB* dcb) {
         return FALSE;
     if (RecordOf(*port).SetStateFails)
         return Fail(ERROR_IO_DEVICE);
-    if (port->fd >= 0 && !SetTerminal(port->fd, *dcb))
-        return Fail(ERROR_INVALID_PARAMETER);
+    if (const DWORD error = port->wire->SetState(*dcb); error != 0)
+        return Fail(error);
     Note(*port, [&](PortRecord& record) { record.Dcb = *dcb; });
     return TRUE;
 }
@@ -295,38 +204,22 @@ BOOL WINAPI EscapeCommFunction(HANDLE handle, DWORD function) {
     if (function != SETRTS && function != CLRRTS)
         return Fail(ERROR_INVALID_PARAMETER);
     Note(*port, [&](PortRecord& record) { record.Rts = function == SETRTS; });
-    const int line = TIOCM_RTS;
-    if (port->fd >= 0 && ioctl(port->fd, function == SETRTS ? TIOCMBIS : TIOCMBIC, &line) != 0)
-        return Fail(ERROR_INVALID_PARAMETER);  // a pseudo-terminal has no such line
-    return TRUE;
+    const DWORD error = port->wire->SetRts(function == SETRTS);
+    return error == 0 ? TRUE : Fail(error);
 }
 
 BOOL WINAPI ClearCommError(HANDLE handle, DWORD* errors, COMSTAT* status) {
     if (errors != nullptr)
         *errors = 0;
-    if (status != nullptr)
-        *status = COMSTAT{};
+    COMSTAT ignored;
+    COMSTAT& told = status != nullptr ? *status : ignored;
+    told = COMSTAT{};
     const auto port = PortOf(handle);
     if (port == nullptr)
         return FALSE;
     const std::lock_guard use(port->use);
-    if (port->device != nullptr) {
-        if (status != nullptr) {
-            const std::uint32_t now = timeGetTime();
-            status->cbInQue = static_cast<DWORD>(port->device->Available(now));
-            status->cbOutQue = static_cast<DWORD>(port->device->OutputPending(now));
-        }
-        return TRUE;
-    }
-    int in = 0, out = 0;
-    if (HungUp(port->fd) || !SendUnsent(*port) || ioctl(port->fd, FIONREAD, &in) != 0 ||
-        ioctl(port->fd, TIOCOUTQ, &out) != 0)
-        return Fail(ERROR_IO_DEVICE);
-    if (status != nullptr) {
-        status->cbInQue = static_cast<DWORD>(in);
-        status->cbOutQue = static_cast<DWORD>(static_cast<std::size_t>(out) + port->unsent.size());
-    }
-    return TRUE;
+    const DWORD error = port->wire->Status(told);
+    return error == 0 ? TRUE : Fail(error);
 }
 
 BOOL WINAPI ReadFile(HANDLE handle, LPVOID buffer, DWORD wanted, DWORD* got, OVERLAPPED* overlapped) {
@@ -338,15 +231,8 @@ BOOL WINAPI ReadFile(HANDLE handle, LPVOID buffer, DWORD wanted, DWORD* got, OVE
     if (record.ReadFails)
         return Fail(ERROR_IO_DEVICE);
     const std::lock_guard use(port->use);
-    auto* bytes = static_cast<std::uint8_t*>(buffer);
-    if (port->device != nullptr) {
-        *got = static_cast<DWORD>(port->device->Read({bytes, wanted}, timeGetTime()));
-    } else {
-        const ssize_t count = read(port->fd, bytes, wanted);
-        if ((count < 0 && errno != EAGAIN && errno != EINTR) || (count <= 0 && HungUp(port->fd)))
-            return Fail(ERROR_IO_DEVICE);
-        *got = static_cast<DWORD>(std::max<ssize_t>(count, 0));
-    }
+    if (const DWORD error = port->wire->Read({static_cast<std::uint8_t*>(buffer), wanted}, *got); error != 0)
+        return Fail(error);
     if (record.ReadPends && overlapped != nullptr) {
         overlapped->InternalHigh = std::exchange(*got, 0);
         return Fail(ERROR_IO_PENDING);
@@ -355,10 +241,7 @@ BOOL WINAPI ReadFile(HANDLE handle, LPVOID buffer, DWORD wanted, DWORD* got, OVE
     return TRUE;
 }
 
-// What the terminal does not take at once is kept and goes out before anything later; the write is reported as pending
-// then, though its bytes are no longer needed. A line that stays blocked is given up at this much.
 BOOL WINAPI WriteFile(HANDLE handle, LPCVOID data, DWORD count, DWORD* written, OVERLAPPED* overlapped) {
-    constexpr std::size_t MAX_UNSENT = 16384;
     *written = 0;
     const auto port = PortOf(handle);
     if (port == nullptr)
@@ -367,21 +250,11 @@ BOOL WINAPI WriteFile(HANDLE handle, LPCVOID data, DWORD count, DWORD* written, 
     if (record.WriteFails)
         return Fail(ERROR_IO_DEVICE);
     const std::lock_guard use(port->use);
-    const std::span bytes(static_cast<const std::uint8_t*>(data), count);
-    bool pending = record.WritePends;
-    if (port->device != nullptr) {
-        port->device->Write(bytes, timeGetTime());
-    } else {
-        if (!SendUnsent(*port) || port->unsent.size() + count > MAX_UNSENT)
-            return Fail(ERROR_IO_DEVICE);
-        const ssize_t done = port->unsent.empty() ? WriteSome(port->fd, bytes) : 0;
-        if (done < 0)
-            return Fail(ERROR_IO_DEVICE);
-        port->unsent.insert(port->unsent.end(), bytes.begin() + done, bytes.end());
-        pending = pending || !port->unsent.empty();
-    }
+    bool pending = false;
+    if (const DWORD error = port->wire->Write({static_cast<const std::uint8_t*>(data), count}, pending); error != 0)
+        return Fail(error);
     Complete(overlapped, count);
-    if (pending)
+    if (pending || record.WritePends)
         return Fail(ERROR_IO_PENDING);
     *written = count;
     return TRUE;

@@ -1,6 +1,6 @@
 // Dialogs without a screen, for the thread that tests them: a dialog and its controls are records, a test's function is
 // the user. Window handles are the records' addresses.
-#include "platform/posix/state.h"
+#include "platform/simulated/state.h"
 
 // The library's own resources. On Windows the resource compiler reads the same rows.
 #include "config/ui/resource.h"
@@ -13,7 +13,7 @@ using PlatformControl::Control;
 using PlatformControl::ControlKind;
 using PlatformControl::Dialog;
 
-namespace Posix {
+namespace Simulated {
 
 namespace {
 
@@ -90,9 +90,9 @@ void ResetDialogs() {
     Helps.clear();
 }
 
-}  // namespace Posix
+}  // namespace Simulated
 
-using namespace Posix;
+using namespace Simulated;
 
 Control& Dialog::Item(int id) {
     Control* control = FindItem(HandleOf(this), id);

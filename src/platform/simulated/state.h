@@ -1,18 +1,20 @@
-// What the subjects of the POSIX layer share: the clock and its waiting, handles, and the switches of control.h.
+// What the subjects of the simulated system share: the clock and its waiting, handles, and the switches of control.h.
 //
 // Everything that a thread may still use while the process ends is made with `new` and never destroyed: the system's
 // threads do not end before the run time clears up, and a condition variable that is waited for cannot be destroyed.
 #pragma once
 
+#include "platform/control.h"
 #include "platform/platform.h"
-#include "platform/posix/control.h"
 
 #include <condition_variable>
 #include <functional>
 #include <memory>
 #include <mutex>
+#include <span>
+#include <string>
 
-namespace Posix {
+namespace Simulated {
 
 // One lock for the whole layer: its operations are short, and one lock makes the test clock deterministic.
 extern std::mutex& Lock;
@@ -52,6 +54,21 @@ std::shared_ptr<Object> Find(HANDLE handle);
 bool HoldsMutex(const std::string& name);  // the calling thread; with Lock held
 int OpenFiles();                           // files opened with _lopen and _lcreat (files.cpp)
 
+// --- ports (ports.cpp)
+// What is behind an open port. Each call gives 0, or the error that the caller gets.
+struct Wire {
+    virtual ~Wire() = default;
+    virtual void Forget() {}
+    virtual DWORD SetState(const DCB&) { return 0; }
+    virtual DWORD SetRts(bool) { return 0; }
+    virtual DWORD Status(COMSTAT& status) = 0;
+    virtual DWORD Read(std::span<std::uint8_t> into, DWORD& got) = 0;
+    // `pending` when the bytes have been taken and are not all out yet.
+    virtual DWORD Write(std::span<const std::uint8_t> bytes, bool& pending) = 0;
+};
+// A serial device of the system, held by this process alone; null with the error set. Per system.
+std::unique_ptr<Wire> OpenTerminal(const std::string& path);
+
 // --- start values, for PlatformControl::Reset
 void ResetClock();
 void ResetMessages();
@@ -61,4 +78,4 @@ void ResetRegistry();
 void ResetFiles();
 void ResetMemory();
 
-}  // namespace Posix
+}  // namespace Simulated
