@@ -31,7 +31,7 @@ protected:
     }
 };
 
-std::u16string Wide(std::string_view ascii) {
+std::basic_string<WCHAR> Wide(std::string_view ascii) {
     return {ascii.begin(), ascii.end()};
 }
 
@@ -75,10 +75,10 @@ TEST_F(LineRequests, DestinationIsTakenFromItsFirstDialableCharacterOn) {
 
 TEST_F(LineRequests, NoTextIsReadBeyond81Characters) {
     // As the end of a page would show it, under the sanitizers: no terminator behind the last character.
-    const std::vector<char16_t> endless(81, u'1');
+    const std::vector<WCHAR> endless(81, WCHAR{'1'});
     EXPECT_EQ(MakeCall(endless.data()), LINEERR_INVALPOINTER);
     EXPECT_EQ(Pickup(endless.data()), LINEERR_INVALADDRESSID);
-    EXPECT_EQ(Pickup(std::u16string(80, u'1').c_str()), LINEERR_INVALPOINTER) << "fits no field";
+    EXPECT_EQ(Pickup(std::basic_string<WCHAR>(80, WCHAR{'1'}).c_str()), LINEERR_INVALPOINTER) << "fits no field";
     Calls("TC");
     EXPECT_EQ(Code(TSPI_lineDial(7, Handle(0), endless.data(), 0)), LINEERR_INVALADDRESSID);
     EXPECT_EQ(Code(TSPI_lineBlindTransfer(7, Handle(1), endless.data(), 0)), LINEERR_INVALPOINTER);
@@ -213,7 +213,7 @@ TEST_F(LineRequests, ForwardUsesTheFirstEntryOfItsListAndNothingOutsideIt) {
     std::vector<DWORD> room(40);
     const auto forward = [&](DWORD mode, std::string_view number, DWORD total, DWORD offset = 32, DWORD entries = 1) {
         std::fill(room.begin(), room.end(), 0x31003100);  // what follows the list is dialable
-        const std::u16string wide = Wide(number);
+        const std::basic_string<WCHAR> wide = Wide(number);
         const DWORD size = static_cast<DWORD>(wide.size() * 2 + 2);
         const DWORD head[] = {total, entries, mode, 0, 0, 0, size, offset};
         std::memcpy(room.data(), head, sizeof head);

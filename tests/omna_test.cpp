@@ -97,8 +97,10 @@ TEST_F(OmnaLink, SegmentsMakeTheMessageAgainAMissingOneIsWaitedFor) {
     EXPECT_EQ(Answer(second), ACK);
     RebuildSegment(last, false);
     EXPECT_EQ(Port.Taken(), "") << "within a frame that has been answered";
-    const std::string whole = "Unknown TAPI-OMNA msg received: 00\\.28\\.02\\.00\\.63\\.01\\.(11\\.){34}";
-    EXPECT_THAT(TraceLines(), ElementsAre(testing::MatchesRegex(whole)));
+    std::string whole = "Unknown TAPI-OMNA msg received: 00.28.02.00.63.01.";
+    for (int i = 0; i < 34; ++i)
+        whole += "11.";
+    EXPECT_THAT(TraceLines(), ElementsAre(whole));
     EXPECT_EQ(Answer(last), RESYNC) << "nothing is expected any more";
 }
 

@@ -38,7 +38,7 @@ TEST_F(Phone, CapabilitiesHoldTheNameWhereItFitsAndNothingElse) {
     EXPECT_EQ(caps(223), 0u);
     EXPECT_EQ(Buffer.Written(), "4:e0 8:b4");
     EXPECT_EQ(caps(224), 0u);
-    EXPECT_THAT(Buffer.Written(180), testing::MatchesRegex("4:e0 8:e0 [0-9]+:2c [0-9]+:b4"));
+    EXPECT_EQ(Buffer.Written(180), "4:e0 8:e0 32:2c 36:b4");
     EXPECT_EQ(std::memcmp(Buffer.At(180), ProviderState.LineName, 44), 0);
     EXPECT_EQ(Buffer.End(), 224u);
     EXPECT_EQ(Code(TSPI_phoneGetDevCaps(8, 0x20000, 0, nullptr)), PHONEERR_INVALPOINTER);

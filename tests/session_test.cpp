@@ -85,8 +85,8 @@ protected:
     }
     // Handles and addresses differ from run to run; errors do not. The record has a star for each.
     static std::string Stable(const std::string& line) {
-        static const std::regex address("\\b(?!800000|900000)[0-9a-f]{6,}\\b");
-        return std::regex_replace(line, address, "*");
+        static const std::regex address("\\b(?!800000|900000)[0-9a-f]{6,}\\b"), handle("hcd([ :])[0-9a-f]+");
+        return std::regex_replace(std::regex_replace(line, address, "*"), handle, "hcd$1*");
     }
     std::string Record(std::int32_t mask) {
         Configure(std::get<0>(GetParam()));

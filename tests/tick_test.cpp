@@ -275,7 +275,7 @@ TEST_F(Ticking, WritesTheQueueWhenTheWaitForTheAcknowledgementIsOver) {
 TEST_F(Ticking, TouchesNothingWithoutTheMutexAndGoesOnWithAnAbandonedOne) {
     Tracking.ForwardAckTicks = 6;
     Ticks(1);
-    for (const DWORD wait : {WAIT_TIMEOUT, WAIT_ABANDONED}) {
+    for (const DWORD wait : {DWORD{WAIT_TIMEOUT}, DWORD{WAIT_ABANDONED}}) {
         PlatformControl::NextWait("SP62LineMutex", wait);
         Ticks(1);
         EXPECT_EQ(Tracking.ForwardAckTicks, wait == WAIT_TIMEOUT ? 5 : 4);

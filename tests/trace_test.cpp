@@ -12,8 +12,11 @@ namespace {
 
 using TraceLife = OnTheLine;
 
+// The files are texts: on Windows their lines end in two bytes.
 std::string TraceFile(const std::string& name) {
-    return FileText("C:\\WINDOWS\\spitrace\\" + name);
+    std::string text = FileText("C:\\WINDOWS\\spitrace\\" + name);
+    std::erase(text, '\r');
+    return text;
 }
 
 template <class... A> std::string Formatted(const char* format, const A&... a) {

@@ -1,3 +1,4 @@
+#include "platform/control.h"
 #include "zttrace/events.h"
 #include "zttrace/files.h"
 #include "zttrace/replay.h"
@@ -9,7 +10,6 @@
 
 #include <cstdio>
 #include <fstream>
-#include <unistd.h>
 
 namespace {
 
@@ -219,13 +219,15 @@ TEST(TraceReader, FiltersByLevelCallAndKey) {
 // --- files
 
 struct TraceFiles : testing::Test {
-    Path folder = std::filesystem::temp_directory_path() / ("zttrace_test." + std::to_string(getpid()));
+    Path folder = OwnFolder();
     Path zero = folder / "tsptrac0.tr", one = folder / "tsptrac1.tr", old = folder / "tsptrac1.old";
-    TraceFiles() { std::filesystem::create_directories(folder); }
-    ~TraceFiles() override { std::filesystem::remove_all(folder); }
 
+    static Path OwnFolder() {
+        PlatformControl::Reset();
+        return PlatformControl::Root();
+    }
     static void Write(const Path& path, const std::string& text, bool anew = false) {
-        std::ofstream(path, anew ? std::ios::trunc : std::ios::app) << text;
+        std::ofstream(path, std::ios::binary | (anew ? std::ios::trunc : std::ios::app)) << text;
     }
 };
 

@@ -33,6 +33,10 @@ inline int FileRemove(const char* path) {
     return std::remove(path);
 }
 
+#ifdef ZT_SIMULATED
+#include "platform/windows/replaced.h"
+#endif
+
 #else
 
 #include "platform/posix/windows.h"

@@ -115,8 +115,8 @@ std::string Utf8(std::string_view cp1252) {
                                                0x2DC,  0x2122, 0x161,  0x203A, 0x153,  0x9D,   0x17E,  0x178};
     std::string out;
     for (const char c : cp1252) {
-        const auto byte = static_cast<unsigned char>(c);
-        const unsigned point = byte >= 0x80 && byte < 0xA0 ? High[byte - 0x80] : byte;
+        const auto code = static_cast<unsigned char>(c);
+        const unsigned point = code >= 0x80 && code < 0xA0 ? High[code - 0x80] : code;
         if (point < 0x80)
             out += static_cast<char>(point);
         else if (point < 0x800)

@@ -27,15 +27,15 @@ struct RecordingPort : PlatformControl::PortDevice {
     }
 
     void Feed(std::initializer_list<int> bytes) {
-        for (const int byte : bytes)
-            Incoming.push_back(static_cast<std::uint8_t>(byte));
+        for (const int one : bytes)
+            Incoming.push_back(static_cast<std::uint8_t>(one));
     }
     // What was written since the last call, two upper-case digits and a blank a byte.
     std::string Taken() {
         std::string out;
         char hex[4];
-        for (const std::uint8_t byte : Written) {
-            std::snprintf(hex, sizeof hex, "%02X ", static_cast<unsigned>(byte));
+        for (const std::uint8_t one : Written) {
+            std::snprintf(hex, sizeof hex, "%02X ", static_cast<unsigned>(one));
             out += hex;
         }
         Written.clear();

@@ -27,21 +27,21 @@ HDRVCALL Call(int cref) {
 // The application's handle of a call that it asks for, until it knows which one it is given.
 constexpr int ASKED_FOR = 900;
 
-LONG Forward(DRV_REQUESTID request, HDRVLINE line, const std::string& mode, const std::u16string& number) {
+LONG Forward(DRV_REQUESTID request, HDRVLINE line, const std::string& mode, const std::basic_string<WCHAR>& number) {
     static const std::map<std::string, DWORD> modes = {{"uncond", LINEFORWARDMODE_UNCOND},
                                                        {"busy", LINEFORWARDMODE_BUSY},
                                                        {"noansw", LINEFORWARDMODE_NOANSW},
                                                        {"busyna", LINEFORWARDMODE_BUSYNA}};
     struct {
         LINEFORWARDLIST List;
-        char16_t Destination[40];
+        WCHAR Destination[40];
     } forward{};
     forward.List.dwTotalSize = sizeof forward;
     forward.List.dwNumEntries = mode == "off" ? 0 : 1;
     if (mode != "off") {
         LINEFORWARD& entry = forward.List.ForwardList[0];
         entry.dwForwardMode = modes.at(mode);
-        entry.dwDestAddressSize = static_cast<DWORD>(number.size() * sizeof(char16_t));
+        entry.dwDestAddressSize = static_cast<DWORD>(number.size() * sizeof(WCHAR));
         entry.dwDestAddressOffset = offsetof(decltype(forward), Destination);
         std::memcpy(forward.Destination, number.data(), entry.dwDestAddressSize);
     }
@@ -70,7 +70,7 @@ struct Asked {
     std::string First, Second;
     HDRVCALL& Given;
 
-    static std::u16string Wide(const std::string& text) { return {text.begin(), text.end()}; }
+    static std::basic_string<WCHAR> Wide(const std::string& text) { return {text.begin(), text.end()}; }
     HDRVCALL FirstCall() const { return Call(std::stoi(First)); }
     LONG Complete(DWORD mode) const {
         return TSPI_lineCompleteTransfer(Request, FirstCall(), Call(std::stoi(Second)), HandleOf(CONF_CREF), &Given,

@@ -1,3 +1,4 @@
+#include "platform/text.h"
 #include "walk/walker.h"
 
 #include "control/requests.h"
@@ -9,7 +10,7 @@ namespace Walk {
 
 namespace {
 
-std::u16string Wide(const std::string& text) {
+std::basic_string<WCHAR> Wide(const std::string& text) {
     return {text.begin(), text.end()};
 }
 
@@ -116,12 +117,12 @@ bool Walker::Request() {
 }
 
 bool Walker::RequestOnLine() {
-    const std::u16string number = Wide(Number());
+    const std::basic_string<WCHAR> number = Wide(Number());
     switch (Below(8)) {
     case 0: {
         struct {
             LINEFORWARDLIST list;
-            char16_t text[60];
+            WCHAR text[60];
         } forward{};
         static constexpr DWORD Modes[] = {1, 0x10, 0x100, 0x1000, 3};
         forward.list.dwTotalSize = Once(10) ? 20 : sizeof forward;
@@ -145,7 +146,7 @@ bool Walker::RequestOnLine() {
     }
     default: {
         static const char* const Bad[] = {"", "*", "12?", "1$", "+33 (1) 47", "x"};
-        const std::u16string odd = Once(20) ? std::u16string(100, u'5') : Wide(Pick(Bad));
+        const std::basic_string<WCHAR> odd = Once(20) ? std::basic_string<WCHAR>(100, WCHAR{'5'}) : Wide(Pick(Bad));
         LINECALLPARAMS params{};
         params.dwTotalSize = Once(10) ? 40 : sizeof params;
         params.dwBearerMode = Once(10) ? 2 : LINEBEARERMODE_VOICE;
@@ -191,7 +192,7 @@ bool Walker::RequestOnCall() {
         const DRV_REQUESTID id = TheBook.Ask(name, call);
         return Asked(id, entry(id, CallHandle(call)));
     };
-    const std::u16string number = Wide(Number());
+    const std::basic_string<WCHAR> number = Wide(Number());
     switch (Below(14)) {
     case 0:
     case 1:
@@ -235,7 +236,7 @@ bool Walker::TransferRequest() {
     HDRVCALL made = CallHandle(-1);
     switch (Below(3)) {
     case 0: {
-        const std::u16string number = Wide(Once(20) ? std::string(90, '1') : Number());
+        const std::basic_string<WCHAR> number = Wide(Once(20) ? std::string(90, '1') : Number());
         const DRV_REQUESTID id = TheBook.Ask("lineBlindTransfer", call);
         return Asked(id, TSPI_lineBlindTransfer(id, CallHandle(call), Once(20) ? nullptr : number.c_str(), 0));
     }
@@ -330,7 +331,7 @@ bool Walker::Query() {
     case 7: TSPI_phoneGetDisplay(phone, structure(text)); break;
     case 8: TSPI_phoneGetDevCaps(PHONE_ID, VERSION, 0, structure(phoneCaps)); break;
     case 9: TSPI_phoneGetLamp(phone, static_cast<DWORD>(Below(120)), &value); break;
-    default: TSPI_lineGetID(Line, 0, call, 1, structure(text), u"tapi/line", nullptr); break;
+    default: TSPI_lineGetID(Line, 0, call, 1, structure(text), "tapi/line"_wide, nullptr); break;
     }
     if (std::any_of(room.begin() + std::max<DWORD>(size, 4), room.end(),
                     [](std::uint8_t byte) { return byte != 0xA5; }))

@@ -1,4 +1,4 @@
-// Directories and files under Windows paths, text, memory.
+// Directories and files under Windows paths, text, memory, the last error.
 #include "platform/simulated/state.h"
 
 #include <algorithm>
@@ -23,6 +23,8 @@ std::string& RootPath = *new std::string;  // holds drive C:
 bool RootIsOurs = false;                   // a temporary one, removed at the end
 std::string& WindowsPath = *new std::string("C:\\WINDOWS");
 std::atomic<int> FilesOpen = 0;
+
+thread_local DWORD LastError = 0;
 
 bool AllocFails = false, LockFails = false;
 int StuckUnlocks = 0;
@@ -131,6 +133,14 @@ void ResetMemory() {
 }  // namespace Simulated
 
 using namespace Simulated;
+
+DWORD WINAPI GetLastError() {
+    return LastError;
+}
+
+void WINAPI SetLastError(DWORD error) {
+    LastError = error;
+}
 
 UINT WINAPI GetWindowsDirectoryA(LPSTR buffer, UINT size) {
     const Guard guard(Lock);

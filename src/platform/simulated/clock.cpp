@@ -79,7 +79,7 @@ bool StepTowards(Guard& guard, std::uint32_t limit) {
 // The driving thread waits: time passes, event by event, until it need not wait any longer.
 bool DriveUntil(Guard& guard, DWORD milliseconds, const std::function<bool()>& ready) {
     constexpr std::uint32_t FOREVER = 0x40000000;  // 12 days: an endless wait that nothing can end
-    const std::uint32_t limit = TestNow + std::min(milliseconds, FOREVER);
+    const std::uint32_t limit = TestNow + std::min<std::uint32_t>(milliseconds, FOREVER);
     Wake.wait(guard, AtRest);
     while (!ready() && milliseconds != 0) {
         if (StepTowards(guard, limit))

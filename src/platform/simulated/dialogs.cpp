@@ -72,10 +72,10 @@ LRESULT AddEntry(Control& list, LPARAM text) {
 }
 
 LRESULT SelectEntry(Control& list, WPARAM index) {
-    constexpr LRESULT CB_ERR = -1;
+    constexpr LRESULT NO_ENTRY = -1;
     const bool there = index < list.Entries.size();
     list.Text = there ? list.Entries[index] : "";
-    return there ? static_cast<LRESULT>(index) : CB_ERR;
+    return there ? static_cast<LRESULT>(index) : NO_ENTRY;
 }
 
 void Command(Dialog& dialog, int id) {

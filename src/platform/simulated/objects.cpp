@@ -57,7 +57,6 @@ std::map<std::string, DWORD>& NextWaits = *new std::map<std::string, DWORD>;
 std::vector<std::shared_ptr<Thread>>& Ended = *new std::vector<std::shared_ptr<Thread>>;
 DWORD ThreadError = 0;
 std::atomic<DWORD> NextThreadID = 1;
-thread_local DWORD LastError = 0;
 thread_local DWORD ThreadID = 0;
 
 // The object of this name, made when there is none. Null, with the error set, when it must fail.
@@ -148,14 +147,6 @@ bool HoldsMutex(const std::string& name) {
 }  // namespace Simulated
 
 using namespace Simulated;
-
-DWORD WINAPI GetLastError() {
-    return LastError;
-}
-
-void WINAPI SetLastError(DWORD error) {
-    LastError = error;
-}
 
 DWORD WINAPI GetCurrentThreadId() {
     if (ThreadID == 0)

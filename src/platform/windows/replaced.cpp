@@ -1,0 +1,319 @@
+// For unit tests on Windows: the system's registry, private profiles, files and memory, seen through a window of the
+// test process's own, with the faults of control.h.
+#define ZT_REPLACING
+#include "platform/simulated/state.h"
+
+#include <algorithm>
+#include <atomic>
+#include <cctype>
+#include <filesystem>
+#include <map>
+#include <string>
+
+namespace Simulated {
+
+namespace {
+
+std::string ProcessName() {
+    return "zt_test_" + std::to_string(GetCurrentProcessId());
+}
+
+// --- a drive C: of our own, below the directory for temporary files
+std::string& RootPath = *new std::string;
+std::string& WindowsPath = *new std::string("C:\\WINDOWS");
+std::atomic<int> FilesOpen = 0;
+
+void RemoveRoot() {
+    std::error_code ignored;
+    if (!RootPath.empty())
+        std::filesystem::remove_all(RootPath, ignored);
+}
+
+void MakeRoot() {
+    char directory[MAX_PATH] = {};
+    GetTempPathA(sizeof directory, directory);
+    RootPath = directory + ProcessName();
+    std::error_code ignored;
+    std::filesystem::create_directories(RootPath + "\\c\\windows\\system32", ignored);
+}
+
+std::string Mapped(const std::string& path) {
+    const bool drive = path.size() >= 2 && path[1] == ':';
+    return RootPath + '\\' + (drive ? std::string(1, path[0]) + path.substr(2) : "c\\" + path);
+}
+
+UINT GiveDirectory(const std::string& path, LPSTR buffer, UINT size) {
+    if (path.size() >= size)
+        return static_cast<UINT>(path.size() + 1);  // the room that is needed
+    std::copy_n(path.c_str(), path.size() + 1, buffer);
+    return static_cast<UINT>(path.size());
+}
+
+// --- a registry of our own, below the user's
+HKEY& Machine = *new HKEY(nullptr);
+std::map<HKEY, std::string>& Paths = *new std::map<HKEY, std::string>;  // of the keys that are open
+std::map<std::string, LONG>& Refused = *new std::map<std::string, LONG>;
+bool ProfileRefused = false;
+
+std::string MachinePath() {
+    return "Software\\" + ProcessName();
+}
+
+void RemoveRegistry() {
+    if (Machine != nullptr)
+        RegCloseKey(Machine);
+    Machine = nullptr;
+    RegDeleteTreeA(HKEY_CURRENT_USER, MachinePath().c_str());
+}
+
+HKEY RealKey(HKEY key) {
+    return key == HKEY_LOCAL_MACHINE ? Machine : key;
+}
+
+std::string PathOf(HKEY key) {
+    const Guard guard(Lock);
+    const auto found = Paths.find(key);
+    return found == Paths.end() ? "HKEY_LOCAL_MACHINE" : found->second;
+}
+
+bool Same(const std::string& a, const std::string& b) {
+    return lstrcmpiA(a.c_str(), b.c_str()) == 0;
+}
+
+// Whether a test refuses this key, or this value of it.
+LONG Refusal(const std::string& path, const std::string& value = {}) {
+    const Guard guard(Lock);
+    for (const auto& [refused, error] : Refused) {
+        const bool key = path.size() >= refused.size() && Same(path.substr(path.size() - refused.size()), refused);
+        if (error != 0 && (key || (!value.empty() && Same(value, refused))))
+            return error;
+    }
+    return ERROR_SUCCESS;
+}
+
+std::string NameOf(LPCSTR name) {
+    return name == nullptr ? "" : name;
+}
+
+LONG Opened(LONG error, const std::string& path, PHKEY key) {
+    if (error == ERROR_SUCCESS) {
+        const Guard guard(Lock);
+        Paths[*key] = path;
+    }
+    return error;
+}
+
+bool AllocFails = false, LockFails = false;
+int StuckUnlocks = 0;
+
+struct LastRemoval {
+    ~LastRemoval() {
+        RemoveRoot();
+        RemoveRegistry();
+    }
+} AtTheEnd;
+
+}  // namespace
+
+void ResetFiles() {
+    RemoveRoot();
+    WindowsPath = "C:\\WINDOWS";
+    MakeRoot();
+}
+
+// A machine's registry always has this key.
+void ResetRegistry() {
+    RemoveRegistry();
+    Paths.clear();
+    Refused.clear();
+    ProfileRefused = false;
+    HKEY software = nullptr;
+    RegCreateKeyA(HKEY_CURRENT_USER, MachinePath().c_str(), &Machine);
+    RegCreateKeyA(Machine, "SOFTWARE", &software);
+    RegCloseKey(software);
+}
+
+void ResetMemory() {
+    AllocFails = LockFails = false;
+    StuckUnlocks = 0;
+}
+
+// Files and keys.
+int OpenFiles() {
+    return FilesOpen + static_cast<int>(Paths.size());
+}
+
+// Tests have devices in process; a real port is tried with the library as it is shipped.
+std::unique_ptr<Wire> OpenTerminal(const std::string&) {
+    SetLastError(ERROR_FILE_NOT_FOUND);
+    return nullptr;
+}
+
+}  // namespace Simulated
+
+using namespace Simulated;
+
+UINT WINAPI SimGetWindowsDirectoryA(LPSTR buffer, UINT size) {
+    return GiveDirectory(WindowsPath, buffer, size);
+}
+
+UINT WINAPI SimGetSystemDirectoryA(LPSTR buffer, UINT size) {
+    return GiveDirectory(WindowsPath + "\\SYSTEM32", buffer, size);
+}
+
+std::string PlatformControl::PosixPath(const std::string& windowsPath) {
+    return Mapped(windowsPath);
+}
+
+std::string PlatformControl::Root() {
+    return RootPath;
+}
+
+void PlatformControl::SetWindowsDirectory(const std::string& path) {
+    WindowsPath = path;
+    std::error_code ignored;
+    std::filesystem::create_directories(Mapped(path + "\\system32"), ignored);
+}
+
+int Sim_mkdir(const char* path) {
+    return _mkdir(Mapped(path).c_str());
+}
+
+std::FILE* SimFileOpen(const char* path, const char* mode) {
+    return FileOpen(Mapped(path).c_str(), mode);
+}
+
+int SimFileRename(const char* from, const char* to) {
+    return FileRename(Mapped(from).c_str(), Mapped(to).c_str());
+}
+
+int SimFileRemove(const char* path) {
+    return FileRemove(Mapped(path).c_str());
+}
+
+HFILE WINAPI Sim_lopen(LPCSTR path, int mode) {
+    const HFILE file = _lopen(Mapped(path).c_str(), mode);
+    FilesOpen += file != HFILE_ERROR;
+    return file;
+}
+
+HFILE WINAPI Sim_lcreat(LPCSTR path, int attributes) {
+    const HFILE file = _lcreat(Mapped(path).c_str(), attributes);
+    FilesOpen += file != HFILE_ERROR;
+    return file;
+}
+
+HFILE WINAPI Sim_lclose(HFILE file) {
+    const HFILE result = _lclose(file);
+    FilesOpen -= result != HFILE_ERROR;
+    return result;
+}
+
+LONG WINAPI SimRegOpenKeyExA(HKEY parent, LPCSTR name, DWORD options, REGSAM access, PHKEY key) {
+    const std::string path = PathOf(parent) + '\\' + name;
+    if (const LONG error = Refusal(path))
+        return error;
+    return Opened(RegOpenKeyExA(RealKey(parent), name, options, access, key), path, key);
+}
+
+LONG WINAPI SimRegCreateKeyExA(HKEY parent, LPCSTR name, DWORD reserved, LPSTR keyClass, DWORD options, REGSAM access,
+                               SECURITY_ATTRIBUTES* security, PHKEY key, DWORD* disposition) {
+    const std::string path = PathOf(parent) + '\\' + name;
+    if (const LONG error = Refusal(path))
+        return error;
+    return Opened(
+        RegCreateKeyExA(RealKey(parent), name, reserved, keyClass, options, access, security, key, disposition), path,
+        key);
+}
+
+LONG WINAPI SimRegQueryValueExA(HKEY key, LPCSTR name, DWORD* reserved, DWORD* type, BYTE* data, DWORD* size) {
+    if (const LONG error = Refusal(PathOf(key), NameOf(name)))
+        return error;
+    return RegQueryValueExA(RealKey(key), name, reserved, type, data, size);
+}
+
+LONG WINAPI SimRegSetValueExA(HKEY key, LPCSTR name, DWORD reserved, DWORD type, const BYTE* data, DWORD size) {
+    if (const LONG error = Refusal(PathOf(key), NameOf(name)))
+        return error;
+    return RegSetValueExA(RealKey(key), name, reserved, type, data, size);
+}
+
+LONG WINAPI SimRegDeleteKeyA(HKEY parent, LPCSTR name) {
+    if (const LONG error = Refusal(PathOf(parent) + '\\' + name))
+        return error;
+    return RegDeleteKeyA(RealKey(parent), name);
+}
+
+LONG WINAPI SimRegEnumKeyA(HKEY key, DWORD index, LPSTR name, DWORD size) {
+    if (const LONG error = Refusal(PathOf(key)))
+        return error;
+    return RegEnumKeyA(RealKey(key), index, name, size);
+}
+
+LONG WINAPI SimRegEnumValueA(HKEY key, DWORD index, LPSTR name, DWORD* nameSize, DWORD* reserved, DWORD* type,
+                             BYTE* data, DWORD* size) {
+    const LONG error = RegEnumValueA(RealKey(key), index, name, nameSize, reserved, type, data, size);
+    const LONG refusal = Refusal(PathOf(key), error == ERROR_SUCCESS ? name : "");
+    return refusal != ERROR_SUCCESS ? refusal : error;
+}
+
+LONG WINAPI SimRegCloseKey(HKEY key) {
+    if (key == HKEY_LOCAL_MACHINE)
+        return ERROR_SUCCESS;
+    {
+        const Guard guard(Lock);
+        Paths.erase(key);
+    }
+    return RegCloseKey(key);
+}
+
+BOOL WINAPI SimWritePrivateProfileStringA(LPCSTR section, LPCSTR name, LPCSTR text, LPCSTR file) {
+    if (ProfileRefused) {
+        SetLastError(ERROR_ACCESS_DENIED);
+        return FALSE;
+    }
+    const std::string path = file;
+    const bool whole = path.find('\\') != std::string::npos;  // without a path it lies in the Windows directory
+    return WritePrivateProfileStringA(section, name, text, Mapped(whole ? path : WindowsPath + '\\' + path).c_str());
+}
+
+HGLOBAL WINAPI SimGlobalAlloc(UINT flags, SIZE_T bytes) {
+    if (AllocFails) {
+        SetLastError(ERROR_NOT_ENOUGH_MEMORY);
+        return nullptr;
+    }
+    return GlobalAlloc(flags, bytes);
+}
+
+LPVOID WINAPI SimGlobalLock(HGLOBAL block) {
+    return LockFails ? nullptr : GlobalLock(block);
+}
+
+BOOL WINAPI SimGlobalUnlock(HGLOBAL block) {
+    if (StuckUnlocks > 0) {
+        --StuckUnlocks;
+        return TRUE;
+    }
+    return GlobalUnlock(block);
+}
+
+void PlatformControl::RefuseRegistry(const std::string& keyOrValue, LONG error) {
+    const Guard guard(Lock);
+    Refused[keyOrValue] = error;
+}
+
+void PlatformControl::RefuseProfile(bool refuse) {
+    ProfileRefused = refuse;
+}
+
+void PlatformControl::FailGlobalAlloc(bool fail) {
+    AllocFails = fail;
+}
+
+void PlatformControl::FailGlobalLock(bool fail) {
+    LockFails = fail;
+}
+
+void PlatformControl::StickGlobalUnlock(int times) {
+    StuckUnlocks = times;
+}
