@@ -72,14 +72,15 @@ constexpr TapiError TapiErrors[] = {
 struct ServiceWords {
     Service service;
     std::string_view status, hint;  // the hint goes with an error; empty where the service explains nothing
+    bool later = false;
 };
 constexpr ServiceWords Services[] = {
     {Service::Running, "running", ""},
     {Service::Stopped, "stopped (Windows starts it when a program needs it)", ""},
     {Service::Changing, "starting or stopping",
-     "The telephony service is just starting or stopping: try again in a minute.\n"},
+     "The telephony service is just starting or stopping: try again in a minute.\n", true},
     {Service::Disabled, "disabled",
-     "The telephony service is disabled. Allow it (sc config tapisrv start= demand), then try again.\n"},
+     "The telephony service is disabled. Allow it (sc config tapisrv start= demand), then try again.\n", true},
     {Service::Missing, "not there", "This Windows has no telephony service (tapisrv).\n"},
     {Service::Unknown, "unknown", ""},
 };
@@ -106,7 +107,7 @@ Outcome TapiFailure(std::string_view what, std::uint32_t code) {
     outcome.message.Add(service.hint);
     const bool later = std::any_of(std::begin(TapiErrors), std::end(TapiErrors),
                                    [&](const TapiError& error) { return error.code == code && error.later; });
-    if (later || !service.hint.empty())
+    if (later || service.later)
         outcome.code = EXIT_SERVICE;
     return outcome;
 }
