@@ -37,52 +37,49 @@ constexpr std::string_view HELP =
 
 struct TapiError {
     std::uint32_t code;
-    std::string_view name, words;
     bool later;  // the same may succeed another time
+    std::string_view name, words;
 };
 constexpr TapiError TapiErrors[] = {
-    {0x8000000C, "LINEERR_INCOMPATIBLEAPIVERSION", "this Windows has no TAPI 2.0.", false},
-    {0x8000000E, "LINEERR_INIFILECORRUPT",
+    {0x8000000C, false, "LINEERR_INCOMPATIBLEAPIVERSION", "this Windows has no TAPI 2.0."},
+    {0x8000000E, false, "LINEERR_INIFILECORRUPT",
      "the list of providers in the registry is damaged. Look at HKEY_LOCAL_MACHINE\\SOFTWARE\\Microsoft\\Windows\\"
-     "CurrentVersion\\Telephony\\Providers.",
-     false},
-    {0x8000000F, "LINEERR_INUSE", "the provider is in use. End all programs that use the telephone, then try again.",
-     true},
-    {0x80000032, "LINEERR_INVALPARAM", "TAPI does not take the library's name or number.", false},
-    {0x80000042, "LINEERR_NODEVICE", "the library offers no line to Windows.", false},
-    {0x80000043, "LINEERR_NODRIVER", "the library, or one that it needs, could not be loaded. Copy zt_6232.tsp again.",
-     false},
-    {0x80000044, "LINEERR_NOMEM", "there is not enough memory. End some programs, then try again.", true},
-    {0x80000048, "LINEERR_OPERATIONFAILED",
+     "CurrentVersion\\Telephony\\Providers."},
+    {0x8000000F, true, "LINEERR_INUSE",
+     "the provider is in use. End all programs that use the telephone, then try again."},
+    {0x80000032, false, "LINEERR_INVALPARAM", "TAPI does not take the library's name or number."},
+    {0x80000042, false, "LINEERR_NODEVICE", "the library offers no line to Windows."},
+    {0x80000043, false, "LINEERR_NODRIVER",
+     "the library, or one that it needs, could not be loaded. Copy zt_6232.tsp again."},
+    {0x80000044, true, "LINEERR_NOMEM", "there is not enough memory. End some programs, then try again."},
+    {0x80000048, false, "LINEERR_OPERATIONFAILED",
      "Windows gives no reason. Mostly the telephony service did not start, could not load the library, or refused the "
-     "account. End all programs that use the telephone, restart the service (net stop tapisrv), then try again.",
-     false},
-    {0x80000049, "LINEERR_OPERATIONUNAVAIL", "this Windows does not offer that.", false},
-    {0x8000004B, "LINEERR_RESOURCEUNAVAIL", "the telephony service is short of something. Try again later.", true},
-    {0x80000052, "LINEERR_REINIT",
+     "account. End all programs that use the telephone, restart the service (net stop tapisrv), then try again."},
+    {0x80000049, false, "LINEERR_OPERATIONUNAVAIL", "this Windows does not offer that."},
+    {0x8000004B, true, "LINEERR_RESOURCEUNAVAIL", "the telephony service is short of something. Try again later."},
+    {0x80000052, true, "LINEERR_REINIT",
      "the telephony service is about to start anew and waits for programs that still use it. End all programs that use "
-     "the telephone, then try again.",
-     true},
-    {0x80000056, "LINEERR_NOMULTIPLEINSTANCE", "the provider is in the list of providers already.", false},
-    {0x8000005D, "LINEERR_USERCANCELLED", "it was cancelled.", false},
-    {0x80000061, "LINEERR_SERVICE_NOT_RUNNING",
-     "the telephony service does not run. Start it (net start tapisrv), then try again.", true},
+     "the telephone, then try again."},
+    {0x80000056, false, "LINEERR_NOMULTIPLEINSTANCE", "the provider is in the list of providers already."},
+    {0x8000005D, false, "LINEERR_USERCANCELLED", "it was cancelled."},
+    {0x80000061, true, "LINEERR_SERVICE_NOT_RUNNING",
+     "the telephony service does not run. Start it (net start tapisrv), then try again."},
 };
 
 struct ServiceWords {
     Service service;
+    bool later;                     // an error may be over soon
     std::string_view status, hint;  // the hint goes with an error; empty where the service explains nothing
-    bool later = false;
 };
 constexpr ServiceWords Services[] = {
-    {Service::Running, "running", ""},
-    {Service::Stopped, "stopped (Windows starts it when a program needs it)", ""},
-    {Service::Changing, "starting or stopping",
-     "The telephony service is just starting or stopping: try again in a minute.\n", true},
-    {Service::Disabled, "disabled",
-     "The telephony service is disabled. Allow it (sc config tapisrv start= demand), then try again.\n", true},
-    {Service::Missing, "not there", "This Windows has no telephony service (tapisrv).\n"},
-    {Service::Unknown, "unknown", ""},
+    {Service::Running, false, "running", ""},
+    {Service::Stopped, false, "stopped (Windows starts it when a program needs it)", ""},
+    {Service::Changing, true, "starting or stopping",
+     "The telephony service is just starting or stopping: try again in a minute.\n"},
+    {Service::Disabled, true, "disabled",
+     "The telephony service is disabled. Allow it (sc config tapisrv start= demand), then try again.\n"},
+    {Service::Missing, false, "not there", "This Windows has no telephony service (tapisrv).\n"},
+    {Service::Unknown, false, "unknown", ""},
 };
 
 const ServiceWords& WordsFor(Service service) {

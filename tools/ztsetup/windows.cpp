@@ -78,8 +78,7 @@ private:
         DWORD process = 0;
         GetWindowThreadProcessId(window, &process);
         WCHAR name[16];
-        if (process == GetCurrentProcessId() && GetClassNameW(window, name, 16) != 0 &&
-            lstrcmpW(name, L"#32770") == 0 && IsWindowVisible(window))
+        if (process == GetCurrentProcessId() && GetClassNameW(window, name, 16) != 0 && lstrcmpW(name, L"#32770") == 0)
             PostMessageW(window, WM_COMMAND, IDCANCEL, 0);
         return TRUE;
     }
