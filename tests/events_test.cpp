@@ -23,18 +23,24 @@ HTAPICALL Tapi(std::uintptr_t handle) {
     return reinterpret_cast<HTAPICALL>(handle);
 }
 
+// TAPI's side of the callbacks. Functions: a lambda has no calling convention of its own, which is another one on x86.
+void CALLBACK Tell(HTAPILINE line, HTAPICALL call, DWORD message, DWORD_PTR p1, DWORD_PTR p2, DWORD_PTR p3) {
+    EXPECT_EQ(line, reinterpret_cast<HTAPILINE>(std::uintptr_t{0x11}));
+    Told.push_back({call, message, p1, p2, p3});
+    if (message == 500)
+        Told.back().P2 = reinterpret_cast<DWORD_PTR>(
+            std::exchange(*reinterpret_cast<HTAPICALL*>(p2), Tapi(0x500)));  // what stood in the record
+}
+void CALLBACK DropNext(DRV_REQUESTID, LONG) {
+    ProviderState.PendingRequestID = 8;
+    RunningRequest = {REQUEST_DROP, 3, -1};
+}
+
 using EventsTest = TrackedSet;
 
 TEST_F(EventsTest, CallEventsNameTheirCallAndTheMediaModeAndANewCallForgetsItsFormerHandle) {
     Told.clear();
-    ProviderState.LineEventProc = [](HTAPILINE line, HTAPICALL call, DWORD message, DWORD_PTR p1, DWORD_PTR p2,
-                                     DWORD_PTR p3) {
-        EXPECT_EQ(line, reinterpret_cast<HTAPILINE>(std::uintptr_t{0x11}));
-        Told.push_back({call, message, p1, p2, p3});
-        if (message == 500)
-            Told.back().P2 = reinterpret_cast<DWORD_PTR>(
-                std::exchange(*reinterpret_cast<HTAPICALL*>(p2), Tapi(0x500)));  // what stood in the record
-    };
+    ProviderState.LineEventProc = Tell;
     CallTable[3].htCall = Tapi(0x103);
     ProviderState.htConference = Tapi(0x130);
     DoLineEvent(LINE_CALLSTATE, LINECALLSTATE_CONNECTED, 7, 3);
@@ -69,10 +75,7 @@ TEST_F(EventsTest, TransferWhoseCallEndsIsNotLeftWaiting) {
 
 // The application drops its next call as soon as it hears that the request before is done.
 TEST_F(EventsTest, RequestStartedFromTheCompletionKeepsRunning) {
-    ProviderState.CompletionProc = [](DRV_REQUESTID, LONG) {
-        ProviderState.PendingRequestID = 8;
-        RunningRequest = {REQUEST_DROP, 3, -1};
-    };
+    ProviderState.CompletionProc = DropNext;
     Call(1, 0, CONNECTED);
     Active(1);
     const auto ends = [](RequestCode code, int enquiryMode, const std::function<void()>& seen) {

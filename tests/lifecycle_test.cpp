@@ -184,21 +184,22 @@ TEST_F(StartAndStop, LineMutexIsMadeOnFirstUseAndSaysHowAWaitEnded) {
     EXPECT_THAT(TraceLines(), testing::Contains("MutexLine not created error 6"));
 }
 
+HANDLE LetGo;
+DWORD WINAPI Hold(LPVOID mutex) {
+    WaitForSingleObject(mutex, INFINITE);
+    WaitForSingleObject(LetGo, INFINITE);
+    return ReleaseMutex(mutex) ? 0 : 1;
+}
+
 TEST_F(StartAndStop, TheLineMutexIsWaitedForTwentySecondsTheDebugMutexTen) {
-    static HANDLE letGo;
-    letGo = CreateEventA(nullptr, FALSE, FALSE, nullptr);
+    LetGo = CreateEventA(nullptr, FALSE, FALSE, nullptr);
     const auto waited = [](HANDLE mutex, auto wait) {
-        const auto hold = [](LPVOID held) -> DWORD {
-            WaitForSingleObject(held, INFINITE);
-            WaitForSingleObject(letGo, INFINITE);
-            return ReleaseMutex(held) ? 0 : 1;
-        };
-        const HANDLE thread = CreateThread(nullptr, 0, hold, mutex, 0, nullptr);
+        const HANDLE thread = CreateThread(nullptr, 0, Hold, mutex, 0, nullptr);
         PlatformControl::Settle();
         const std::uint32_t asked = PlatformControl::Now();
         wait();
         const std::uint32_t time = PlatformControl::Now() - asked;
-        SetEvent(letGo);
+        SetEvent(LetGo);
         EXPECT_EQ(WaitForSingleObject(thread, INFINITE), WAIT_OBJECT_0);
         CloseHandle(thread);
         return time;
@@ -209,7 +210,7 @@ TEST_F(StartAndStop, TheLineMutexIsWaitedForTwentySecondsTheDebugMutexTen) {
     TraceLines();
     EXPECT_EQ(waited(DebugMutex, [] { Trace(TRACE_ALWAYS, "lost"); }), 10'000u);
     EXPECT_THAT(TraceLines(), IsEmpty());
-    CloseHandle(letGo);
+    CloseHandle(LetGo);
 }
 
 }  // namespace

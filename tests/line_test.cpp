@@ -153,6 +153,10 @@ TEST_F(LineEdges, EveryEntryIsTracedWithItsArgumentsAndRefusesItsHandleFirst) {
     EXPECT_THAT(TraceLines(), IsEmpty()) << "these trace no wrong handle";
 }
 
+void CALLBACK SumOfDetails(HTAPILINE, HTAPICALL, DWORD, DWORD_PTR, DWORD_PTR p2, DWORD_PTR p3) {
+    ProviderState.LineStates = static_cast<DWORD>(p2 + p3);
+}
+
 TEST_F(LineEdges, ValuesAreJudgedAndKept) {
     DWORD version = 0;
     EXPECT_EQ(Code(TSPI_lineNegotiateTSPIVersion(6, 0x10004, 0x1FFFF, &version)), LINEERR_INCOMPATIBLEAPIVERSION);
@@ -161,9 +165,7 @@ TEST_F(LineEdges, ValuesAreJudgedAndKept) {
     EXPECT_EQ(ProviderState.LineStates, 0xFFFFu);
     EXPECT_EQ(TSPI_lineSetDefaultMediaDetection(Line, 4), 0);
     EXPECT_EQ(ProviderState.DefaultMediaDetection, 4u);
-    ProviderState.LineEventProc = [](HTAPILINE, HTAPICALL, DWORD, DWORD_PTR, DWORD_PTR p2, DWORD_PTR p3) {
-        ProviderState.LineStates = static_cast<DWORD>(p2 + p3);
-    };
+    ProviderState.LineEventProc = SumOfDetails;
     EXPECT_EQ(TSPI_lineSetAppSpecific(Any{3}, 5), 0);
     EXPECT_EQ(ProviderState.LineStates, 0u) << "this event carries no media mode";
     ProviderState.LineEventProc = nullptr;

@@ -1,0 +1,277 @@
+// What ztsetup does and tells a user, on a Windows of the test's own making.
+#include "ztsetup/setup.h"
+
+#include <gmock/gmock.h>
+#include <gtest/gtest.h>
+
+#include <map>
+
+namespace {
+
+using namespace Setup;
+using testing::HasSubstr;
+using testing::IsEmpty;
+
+constexpr std::uint16_t MACHINE_ARM64 = 0xAA64;
+constexpr const char* PLACE = R"(C:\Windows\System32\zt_6232.tsp)";
+constexpr const char* BESIDE = R"(D:\unpacked\zt_6232.tsp)";
+
+std::string LibraryFor(std::uint16_t machine, unsigned characteristics = 0x2102) {
+    std::string head(0x200, '\0');
+    head[0] = 'M', head[1] = 'Z', head[0x3C] = '\x80', head[0x80] = 'P', head[0x81] = 'E';
+    head[0x84] = static_cast<char>(machine), head[0x85] = static_cast<char>(machine >> 8);
+    head[0x96] = static_cast<char>(characteristics), head[0x97] = static_cast<char>(characteristics >> 8);
+    return head;
+}
+
+struct Windows {
+    std::uint16_t system = MACHINE_X64, own = MACHINE_X64;
+    bool administrator = true, loaded = false, ignores = false;
+    Service service = Service::Running;
+    std::map<std::string, std::string> files{{PLACE, LibraryFor(MACHINE_X64)}};
+    std::map<std::uint32_t, std::string> list{{1, "remotesp.tsp"}, {2, "kmddsp.tsp"}};
+    std::uint32_t listError = 0, addError = 0, removeError = 0;
+    std::vector<std::string> calls;
+};
+Windows windows;
+
+}  // namespace
+
+namespace Setup {
+
+std::uint16_t SystemMachine() {
+    return windows.system;
+}
+std::uint16_t OwnMachine() {
+    return windows.own;
+}
+bool IsAdministrator() {
+    return windows.administrator;
+}
+Path SystemDirectory() {
+    return Path(R"(C:\Windows\System32)");
+}
+Path OwnDirectory() {
+    return Path(R"(D:\unpacked)");
+}
+Path FullPath(std::string_view path) {
+    return path.find(':') != std::string_view::npos ? Path(path) : Path(R"(D:\unpacked\)").Add(path);
+}
+Head ReadHead(const Path& path) {
+    Head head;
+    for (const auto& [name, bytes] : windows.files)
+        if (strcasecmp(name.c_str(), path.text) == 0) {
+            head.reading = bytes == "refused" ? Reading::Refused : Reading::Read;
+            head.size = bytes.copy(reinterpret_cast<char*>(head.bytes.data()), head.bytes.size());
+        }
+    return head;
+}
+bool InUse(const Path&) {
+    return windows.loaded;
+}
+Service TelephonyService() {
+    return windows.service;
+}
+std::uint32_t ListProviders(ProviderList& list) {
+    list = ProviderList{};
+    for (const auto& [id, file] : windows.list)
+        list.entries[list.count++] = {id, TextOf<260>(file)};
+    return windows.listError;
+}
+std::uint32_t AddProvider(std::string_view file, bool quiet, std::uint32_t& id) {
+    windows.calls.push_back("add " + std::string(file) + (quiet ? " quiet" : ""));
+    id = 7;
+    if (windows.addError == 0 && !windows.ignores)
+        windows.list[id] = file;
+    return windows.addError;
+}
+std::uint32_t RemoveProvider(std::uint32_t id) {
+    windows.calls.push_back("remove " + std::to_string(id));
+    if (windows.removeError == 0 && !windows.ignores)
+        windows.list.erase(id);
+    return windows.removeError;
+}
+
+}  // namespace Setup
+
+namespace {
+
+Outcome Command(std::vector<std::string_view> words) {
+    windows.calls.clear();
+    return Run(words);
+}
+
+// A Windows on which something stands in the way, the command, and what the user gets.
+struct Trouble {
+    const char* name;
+    void (*make)();
+    std::vector<std::string_view> command;
+    ExitCode code;
+    std::vector<const char*> says;
+    std::vector<std::string> calls = {};
+};
+void Installed() {
+    windows.list[7] = "ZT_6232.TSP";
+}
+const Trouble Troubles[] = {
+    {"no rights", [] { windows.administrator = false; }, {"install"}, EXIT_RIGHTS, {"Run as administrator"}},
+    {"no rights to remove", [] { Installed(), windows.administrator = false; }, {"remove"}, EXIT_RIGHTS, {"rights"}},
+    {"32-bit program on 64-bit Windows: redirected to another directory, and TAPI would load the wrong library",
+     [] { windows.own = MACHINE_X86; },
+     {"install"},
+     EXIT_LIBRARY,
+     {"This Windows is 64-bit (x64); this ztsetup is 32-bit (x86)", "Take ztsetup and zt_6232.tsp for 64-bit (x64)"}},
+    {"64-bit program translated on ARM",
+     [] { windows.system = MACHINE_ARM64; },
+     {"install"},
+     EXIT_LIBRARY,
+     {"neither x86 nor x64", "There is no zt_6232.tsp for this kind"}},
+    {"32-bit library on 64-bit Windows",
+     [] {
+         windows.files = {{PLACE, LibraryFor(MACHINE_X86)}};
+     },
+     {"install"},
+     EXIT_LIBRARY,
+     {"System32\\zt_6232.tsp is 32-bit (x86), this Windows is 64-bit", "Take the zt_6232.tsp that is made"}},
+    {"not copied yet, but unpacked",
+     [] {
+         windows.files = {{BESIDE, LibraryFor(MACHINE_X64)}};
+     },
+     {"install"},
+     EXIT_LIBRARY,
+     {"System32\\zt_6232.tsp is not there", R"(copy "D:\unpacked\zt_6232.tsp" "C:\Windows\System32\zt_6232.tsp")"}},
+    {"neither copied nor unpacked, or the wrong one unpacked",
+     [] {
+         windows.files = {{BESIDE, LibraryFor(MACHINE_X86)}};
+     },
+     {"install"},
+     EXIT_LIBRARY,
+     {"System32\\zt_6232.tsp is not there.\n"}},
+    {"named where it was unpacked",
+     [] { windows.files[BESIDE] = LibraryFor(MACHINE_X64); },
+     {"install", "zt_6232.tsp"},
+     EXIT_LIBRARY,
+     {"loads providers only from C:\\Windows\\System32", R"(copy "D:\unpacked\zt_6232.tsp")"}},
+    {"not a library", [] { windows.files[PLACE] = "<html>"; }, {"install"}, EXIT_LIBRARY, {"is not a Windows library"}},
+    {"may not be read", [] { windows.files[PLACE] = "refused"; }, {"install"}, EXIT_LIBRARY, {"cannot be read"}},
+    {"there already, in capitals", Installed, {"install"}, EXIT_NOTHING, {"installed already, as provider 7"}},
+    {"there already, with its path",
+     [] { windows.list[9] = PLACE; },
+     {"install"},
+     EXIT_NOTHING,
+     {"already, as provider 9"}},
+    {"no list",
+     [] { windows.listError = 0x8000000E; },
+     {"install"},
+     EXIT_FAILED,
+     {"LINEERR_INIFILECORRUPT (0x8000000e)", "Telephony\\Providers"}},
+    {"refused without a reason",
+     [] { windows.addError = 0x80000048; },
+     {"install"},
+     EXIT_FAILED,
+     {"TAPI did not add", "LINEERR_OPERATIONFAILED (0x80000048)", "net stop tapisrv"},
+     {"add zt_6232.tsp"}},
+    {"refused, the service is disabled",
+     [] { windows.addError = 0x80000048, windows.service = Service::Disabled; },
+     {"install"},
+     EXIT_SERVICE,
+     {"sc config tapisrv start= demand"},
+     {"add zt_6232.tsp"}},
+    {"the service waits for programs",
+     [] { windows.addError = 0x80000052; },
+     {"install"},
+     EXIT_SERVICE,
+     {"End all programs that use the telephone"},
+     {"add zt_6232.tsp"}},
+    {"an answer that nobody knows",
+     [] { windows.addError = 0x800000AB; },
+     {"install"},
+     EXIT_FAILED,
+     {"TAPI's answer (0x800000ab)"},
+     {"add zt_6232.tsp"}},
+    {"added, says TAPI, but is not",
+     [] { windows.ignores = true; },
+     {"install"},
+     EXIT_FAILED,
+     {"its list does not have it"},
+     {"add zt_6232.tsp"}},
+    {"not there", [] {}, {"remove"}, EXIT_NOTHING, {"is not installed"}},
+    {"in use",
+     [] { Installed(), windows.removeError = 0x8000000F; },
+     {"remove"},
+     EXIT_SERVICE,
+     {"TAPI did not remove", "LINEERR_INUSE"},
+     {"remove 7"}},
+    {"removed, says TAPI, but is not",
+     [] { Installed(), windows.ignores = true; },
+     {"remove"},
+     EXIT_FAILED,
+     {"its list still has it"},
+     {"remove 7"}},
+    {"removed, but still loaded",
+     [] { Installed(), windows.loaded = true; },
+     {"remove"},
+     EXIT_DONE,
+     {"still has the library loaded", "net stop tapisrv"},
+     {"remove 7"}},
+    {"twice in the list",
+     [] { Installed(), windows.list[4] = "zt_6232.tsp"; },
+     {"remove"},
+     EXIT_DONE,
+     {"removed"},
+     {"remove 4", "remove 7"}},
+    {"in the list, file gone",
+     [] { Installed(), windows.files.clear(); },
+     {"status"},
+     EXIT_LIBRARY,
+     {"zt_6232.tsp is not there\n", "in it, as provider 7", "cannot load the library"}},
+    {"no list to show", [] { windows.listError = 0x80000061; }, {"status"}, EXIT_FAILED, {"net start tapisrv"}},
+    {"not installed", [] {}, {"status"}, EXIT_NOTHING, {"is there, for this Windows", "not in it"}},
+    {"no command", [] {}, {}, EXIT_USAGE, {"no command", "usage: ztsetup install"}},
+    {"a wrong command", [] {}, {"uninstall"}, EXIT_USAGE, {"unknown command uninstall"}},
+    {"a wrong option", [] {}, {"install", "--force"}, EXIT_USAGE, {"unexpected: --force"}},
+    {"a word too many", [] {}, {"remove", "zt_6232.tsp"}, EXIT_USAGE, {"unexpected: zt_6232.tsp"}},
+};
+
+TEST(Ztsetup, SaysWhatStandsInTheWayAndTouchesNothingElse) {
+    for (const Trouble& trouble : Troubles) {
+        SCOPED_TRACE(trouble.name);
+        windows = Windows{};
+        trouble.make();
+        const Outcome outcome = Command(trouble.command);
+        EXPECT_EQ(outcome.code, trouble.code);
+        for (const char* const words : trouble.says)
+            EXPECT_THAT(std::string(outcome.message.View()), HasSubstr(words));
+        EXPECT_EQ(outcome.message.View().back(), '\n');
+        EXPECT_EQ(windows.calls, trouble.calls);
+    }
+}
+
+TEST(Ztsetup, AddsAndRemovesThisProviderAlone) {
+    windows = Windows{};
+    const auto before = windows.list;
+    EXPECT_EQ(Command({"install", R"(c:\windows\SYSTEM32\zt_6232.TSP)", "--quiet"}).code, EXIT_DONE);
+    EXPECT_THAT(windows.calls, testing::ElementsAre("add zt_6232.tsp quiet"));
+    EXPECT_EQ(Command({"status"}).code, EXIT_DONE);
+    EXPECT_THAT(windows.calls, IsEmpty());
+    EXPECT_EQ(Command({"remove"}).code, EXIT_DONE);
+    EXPECT_EQ(windows.list, before);
+}
+
+// Files that a download broke, or that are something else: nothing is read past their end.
+TEST(Ztsetup, TakesOnlyALibrarysHeader) {
+    const auto machine = [](const std::string& text) {
+        const std::vector<std::uint8_t> bytes(text.begin(), text.end());
+        return LibraryMachine(bytes);
+    };
+    const std::string whole = LibraryFor(MACHINE_X86);
+    EXPECT_EQ(machine(whole), MACHINE_X86);
+    EXPECT_EQ(machine(LibraryFor(MACHINE_X64, 0x0102)), 0) << "a program";
+    for (std::size_t size = 0; size < 0x98; ++size)
+        EXPECT_EQ(machine(whole.substr(0, size)), 0) << "cut to " << size;
+    std::string far = whole;
+    far[0x3F] = '\x7F';
+    EXPECT_EQ(machine(far), 0) << "header past the file";
+}
+
+}  // namespace

@@ -1,0 +1,347 @@
+#include "ztsetup/setup.h"
+
+#include <algorithm>
+
+namespace Setup {
+
+namespace {
+
+constexpr std::string_view LIBRARY = "zt_6232.tsp";
+
+constexpr std::string_view USAGE = "usage: ztsetup install [FILE] [--quiet]\n"
+                                   "       ztsetup remove\n"
+                                   "       ztsetup status\n"
+                                   "       ztsetup --help\n";
+
+constexpr std::string_view HELP =
+    "Adds the provider zt_6232.tsp to the Windows telephony service, removes it, or says how things are.\n"
+    "\n"
+    "  install   adds it. The library must be in the Windows system directory under its own name; FILE, where it is\n"
+    "            given, must name it there. Windows then opens its configuration dialog: choose the COM port.\n"
+    "            --quiet  closes the dialog at once, as Cancel does: the settings stay as they are\n"
+    "  remove    takes it out of the list of providers; the library's file and the settings stay\n"
+    "  status    shows this Windows, the library, the list of providers and the telephony service\n"
+    "\n"
+    "install and remove need administrator rights.\n"
+    "\n"
+    "exit codes:\n"
+    "  0  done; status: installed\n"
+    "  1  failed: the text says why\n"
+    "  2  the command line is wrong\n"
+    "  3  administrator rights are missing\n"
+    "  4  the library is missing, in the wrong place, or not for this Windows\n"
+    "  5  nothing to do: already installed (install), not installed (remove, status)\n"
+    "  6  the telephony service does not run or is busy: try again\n";
+
+// --- words for what TAPI answers -------------------------------------------------------------------------------------
+
+struct TapiError {
+    std::uint32_t code;
+    bool later;  // the same may succeed another time
+    std::string_view name, words;
+};
+constexpr TapiError TapiErrors[] = {
+    {0x8000000C, false, "LINEERR_INCOMPATIBLEAPIVERSION", "this Windows has no TAPI 2.0."},
+    {0x8000000E, false, "LINEERR_INIFILECORRUPT",
+     "the list of providers in the registry is damaged. Look at HKEY_LOCAL_MACHINE\\SOFTWARE\\Microsoft\\Windows\\"
+     "CurrentVersion\\Telephony\\Providers."},
+    {0x8000000F, true, "LINEERR_INUSE",
+     "the provider is in use. End all programs that use the telephone, then try again."},
+    {0x80000032, false, "LINEERR_INVALPARAM", "TAPI does not take the library's name or number."},
+    {0x80000042, false, "LINEERR_NODEVICE", "the library offers no line to Windows."},
+    {0x80000043, false, "LINEERR_NODRIVER",
+     "the library, or one that it needs, could not be loaded. Copy zt_6232.tsp again."},
+    {0x80000044, true, "LINEERR_NOMEM", "there is not enough memory. End some programs, then try again."},
+    {0x80000048, false, "LINEERR_OPERATIONFAILED",
+     "Windows gives no reason. Mostly the telephony service did not start, could not load the library, or refused the "
+     "account. End all programs that use the telephone, restart the service (net stop tapisrv), then try again."},
+    {0x80000049, false, "LINEERR_OPERATIONUNAVAIL", "this Windows does not offer that."},
+    {0x8000004B, true, "LINEERR_RESOURCEUNAVAIL", "the telephony service is short of something. Try again later."},
+    {0x80000052, true, "LINEERR_REINIT",
+     "the telephony service is about to start anew and waits for programs that still use it. End all programs that use "
+     "the telephone, then try again."},
+    {0x80000056, false, "LINEERR_NOMULTIPLEINSTANCE", "the provider is in the list of providers already."},
+    {0x8000005D, false, "LINEERR_USERCANCELLED", "it was cancelled."},
+    {0x80000061, true, "LINEERR_SERVICE_NOT_RUNNING",
+     "the telephony service does not run. Start it (net start tapisrv), then try again."},
+};
+
+struct ServiceWords {
+    Service service;
+    bool later;                     // an error may be over soon
+    std::string_view status, hint;  // the hint goes with an error; empty where the service explains nothing
+};
+constexpr ServiceWords Services[] = {
+    {Service::Running, false, "running", ""},
+    {Service::Stopped, false, "stopped (Windows starts it when a program needs it)", ""},
+    {Service::Changing, true, "starting or stopping",
+     "The telephony service is just starting or stopping: try again in a minute.\n"},
+    {Service::Disabled, true, "disabled",
+     "The telephony service is disabled. Allow it (sc config tapisrv start= demand), then try again.\n"},
+    {Service::Missing, false, "not there", "This Windows has no telephony service (tapisrv).\n"},
+    {Service::Unknown, false, "unknown", ""},
+};
+
+const ServiceWords& WordsFor(Service service) {
+    return *std::find_if(std::begin(Services), std::end(Services),
+                         [&](const ServiceWords& words) { return words.service == service; });
+}
+
+void AddTapiWords(Message& message, std::uint32_t code) {
+    const auto* const error =
+        std::find_if(std::begin(TapiErrors), std::end(TapiErrors), [&](const TapiError& e) { return e.code == code; });
+    const bool known = error != std::end(TapiErrors);
+    message.Add(known ? error->name : "TAPI's answer").Add(" (0x").AddNumber(code, 16).Add(")");
+    if (known)
+        message.Add(": ").Add(error->words);
+    message.Add("\n");
+}
+
+Outcome TapiFailure(std::string_view what, std::uint32_t code) {
+    Outcome outcome{EXIT_FAILED, Message(what)};
+    AddTapiWords(outcome.message, code);
+    const ServiceWords& service = WordsFor(TelephonyService());
+    outcome.message.Add(service.hint);
+    const bool later = std::any_of(std::begin(TapiErrors), std::end(TapiErrors),
+                                   [&](const TapiError& error) { return error.code == code && error.later; });
+    if (later || service.later)
+        outcome.code = EXIT_SERVICE;
+    return outcome;
+}
+
+// --- the system and the library --------------------------------------------------------------------------------------
+
+std::string_view MachineWords(std::uint16_t machine) {
+    return machine == MACHINE_X86 ? "32-bit (x86)" : machine == MACHINE_X64 ? "64-bit (x64)" : "neither x86 nor x64";
+}
+
+// The library's dialogs run in the program that adds it, so this program must be of the system's kind too.
+bool SystemFits(Outcome& outcome) {
+    const std::uint16_t system = SystemMachine();
+    if (system == OwnMachine())
+        return true;
+    outcome.code = EXIT_LIBRARY;
+    outcome.message.Add("This Windows is ").Add(MachineWords(system)).Add("; this ztsetup is ");
+    outcome.message.Add(MachineWords(OwnMachine())).Add(".\n");
+    if (system == MACHINE_X86 || system == MACHINE_X64)
+        outcome.message.Add("Its telephony service loads only a library of its own kind. Take ztsetup and zt_6232.tsp ")
+            .Add(system == MACHINE_X64 ? "for 64-bit (x64)" : "for 32-bit (x86)")
+            .Add(" Windows.\n");
+    else
+        outcome.message.Add("There is no zt_6232.tsp for this kind of Windows.\n");
+    return false;
+}
+
+bool HasRights(Outcome& outcome) {
+    if (IsAdministrator())
+        return true;
+    outcome.code = EXIT_RIGHTS;
+    outcome.message.Add("Administrator rights are needed. Open a command prompt with \"Run as administrator\" and try "
+                        "again.\n");
+    return false;
+}
+
+bool SameText(std::string_view a, std::string_view b) {
+    const auto lower = [](char c) { return c >= 'A' && c <= 'Z' ? static_cast<char>(c - 'A' + 'a') : c; };
+    return std::equal(a.begin(), a.end(), b.begin(), b.end(), [&](char x, char y) { return lower(x) == lower(y); });
+}
+
+Path In(const Path& directory, std::string_view file) {
+    Path path = directory;
+    return path.Add("\\").Add(file);
+}
+
+void AddCopyAdvice(Message& message, const Path& from, const Path& to) {
+    message.Add("Copy it there first, in a command prompt with administrator rights:\n  copy \"").Add(from.View());
+    message.Add("\" \"").Add(to.View()).Add("\"\n");
+}
+
+// Why the file at `path` is no library that this system's telephony service loads; nothing where it is one.
+Message LibraryFault(const Path& path) {
+    Message fault;
+    const Head head = ReadHead(path);
+    if (head.reading == Reading::Missing)
+        return fault.Add("is not there");
+    if (head.reading == Reading::Refused)
+        return fault.Add("cannot be read");
+    const std::uint16_t machine = LibraryMachine(std::span(head.bytes).first(head.size));
+    if (machine == 0)
+        return fault.Add("is not a Windows library, or is damaged");
+    if (machine != SystemMachine())
+        fault.Add("is ").Add(MachineWords(machine)).Add(", this Windows is ").Add(MachineWords(SystemMachine()));
+    return fault;
+}
+
+bool LibraryFits(std::string_view named, Outcome& outcome) {
+    const Path place = In(SystemDirectory(), LIBRARY);
+    const Path path = named.empty() ? place : FullPath(named);
+    Message& message = outcome.message;
+    outcome.code = EXIT_LIBRARY;
+    const Message fault = LibraryFault(path);
+    if (fault.length != 0) {
+        message.Add(path.View()).Add(" ").Add(fault.View()).Add(".\n");
+        const Path beside = In(OwnDirectory(), LIBRARY);
+        if (LibraryFault(beside).length == 0)
+            AddCopyAdvice(message, beside, place);
+        else if (ReadHead(path).reading == Reading::Read)
+            message.Add("Take the zt_6232.tsp that is made for this Windows.\n");
+        return false;
+    }
+    if (!SameText(path.View(), place.View())) {
+        message.Add("The telephony service loads providers only from ").Add(SystemDirectory().View());
+        message.Add(", and this one under the name ").Add(LIBRARY).Add(".\n");
+        AddCopyAdvice(message, path, place);
+        return false;
+    }
+    outcome.code = EXIT_DONE;
+    return true;
+}
+
+// --- TAPI's list -----------------------------------------------------------------------------------------------------
+
+bool IsOurs(const Provider& provider) {
+    std::string_view file = provider.file.View();
+    file.remove_prefix(file.find_last_of("\\/") + 1);  // npos + 1 is 0
+    return SameText(file, LIBRARY);
+}
+
+const Provider* FindOurs(const ProviderList& list) {
+    const auto end = list.entries.begin() + static_cast<std::ptrdiff_t>(list.count);
+    const auto found = std::find_if(list.entries.begin(), end, IsOurs);
+    return found == end ? nullptr : &*found;
+}
+
+constexpr std::string_view LIST_FAILED = "TAPI does not give its list of providers.\n";
+
+// --- the commands ----------------------------------------------------------------------------------------------------
+
+Outcome Install(std::string_view file, bool quiet) {
+    Outcome outcome;
+    if (!SystemFits(outcome) || !HasRights(outcome) || !LibraryFits(file, outcome))
+        return outcome;
+    ProviderList list;
+    if (const std::uint32_t error = ListProviders(list); error != 0)
+        return TapiFailure(LIST_FAILED, error);
+    if (const Provider* const ours = FindOurs(list)) {
+        outcome.code = EXIT_NOTHING;
+        outcome.message.Add("The provider is installed already, as provider ").AddNumber(ours->id).Add(".\n");
+        return outcome;
+    }
+    std::uint32_t id = 0;
+    if (const std::uint32_t error = AddProvider(LIBRARY, quiet, id); error != 0)
+        return TapiFailure("TAPI did not add the provider.\n", error);
+    if (const std::uint32_t error = ListProviders(list); error != 0)
+        return TapiFailure(LIST_FAILED, error);
+    if (FindOurs(list) == nullptr)
+        return {EXIT_FAILED, Message("TAPI said that it added the provider, but its list does not have it.\n")};
+    outcome.message.Add("The provider is installed, as provider ").AddNumber(id).Add(".\n");
+    outcome.message.Add(
+        "Its COM port is set in Control Panel, \"Phone and Modem\", tab \"Advanced\", \"Configure\".\n");
+    return outcome;
+}
+
+Outcome Remove() {
+    Outcome outcome;
+    if (!SystemFits(outcome) || !HasRights(outcome))
+        return outcome;
+    ProviderList list;
+    if (const std::uint32_t error = ListProviders(list); error != 0)
+        return TapiFailure(LIST_FAILED, error);
+    if (FindOurs(list) == nullptr)
+        return {EXIT_NOTHING, Message("The provider is not installed.\n")};
+    for (std::size_t i = 0; i < list.count; ++i) {  // someone may have added it twice
+        if (!IsOurs(list.entries[i]))
+            continue;
+        if (const std::uint32_t error = RemoveProvider(list.entries[i].id); error != 0)
+            return TapiFailure("TAPI did not remove the provider.\n", error);
+    }
+    if (const std::uint32_t error = ListProviders(list); error != 0)
+        return TapiFailure(LIST_FAILED, error);
+    if (FindOurs(list) != nullptr)
+        return {EXIT_FAILED, Message("TAPI said that it removed the provider, but its list still has it.\n")};
+    outcome.message.Add("The provider is removed from the list. Its settings stay.\n");
+    if (const Path place = In(SystemDirectory(), LIBRARY); InUse(place))
+        outcome.message
+            .Add("The telephony service still has the library loaded. End all programs that use the telephone "
+                 "and stop the\nservice (net stop tapisrv) before you delete ")
+            .Add(place.View())
+            .Add(".\n");
+    return outcome;
+}
+
+Outcome Status() {
+    Outcome outcome;
+    if (!SystemFits(outcome))
+        return outcome;
+    Message& message = outcome.message;
+    const Path place = In(SystemDirectory(), LIBRARY);
+    const Message fault = LibraryFault(place);
+    message.Add("Windows:            ").Add(MachineWords(SystemMachine())).Add("\nLibrary:            ");
+    message.Add(place.View()).Add(" ").Add(fault.length == 0 ? "is there, for this Windows" : fault.View());
+    message.Add("\nTelephony service:  ").Add(WordsFor(TelephonyService()).status);
+    message.Add("\nList of providers:  ");
+    ProviderList list;
+    if (const std::uint32_t error = ListProviders(list); error != 0) {
+        outcome.code = EXIT_FAILED;
+        AddTapiWords(message, error);
+        return outcome;
+    }
+    const Provider* const ours = FindOurs(list);
+    if (ours == nullptr) {
+        outcome.code = EXIT_NOTHING;
+        message.Add("not in it\nThe provider is not installed.\n");
+        return outcome;
+    }
+    message.Add("in it, as provider ").AddNumber(ours->id).Add("\n");
+    outcome.code = fault.length == 0 ? EXIT_DONE : EXIT_LIBRARY;
+    message.Add(fault.length == 0 ? "The provider is installed.\n"
+                                  : "The provider is in the list, but Windows cannot load the library.\n");
+    return outcome;
+}
+
+Outcome WrongUsage(std::string_view why, std::string_view word) {
+    Outcome outcome{EXIT_USAGE, Message("ztsetup: ")};
+    outcome.message.Add(why).Add(word).Add("\n").Add(USAGE);
+    return outcome;
+}
+
+}  // namespace
+
+std::uint16_t LibraryMachine(std::span<const std::uint8_t> head) {
+    const auto number = [&](std::size_t at) {
+        return at + 2 > head.size() ? 0U : static_cast<unsigned>(head[at] | head[at + 1] << 8);
+    };
+    constexpr unsigned IS_DLL = 0x2000;
+    if (number(0) != ('M' | 'Z' << 8) || number(0x3E) != 0)  // the header's place is 32 bits, its own high half 0
+        return 0;
+    const std::size_t header = number(0x3C);
+    if (number(header) != ('P' | 'E' << 8) || number(header + 2) != 0 || (number(header + 22) & IS_DLL) == 0)
+        return 0;
+    return static_cast<std::uint16_t>(number(header + 4));
+}
+
+Outcome Run(std::span<const std::string_view> words) {
+    if (words.empty())
+        return WrongUsage("no command", "");
+    std::string_view file;
+    bool quiet = false;
+    for (const std::string_view word : words.subspan(1)) {
+        if (word == "--quiet" && words[0] == "install")
+            quiet = true;
+        else if (words[0] == "install" && file.empty() && !word.empty() && word[0] != '-')
+            file = word;
+        else
+            return WrongUsage("unexpected: ", word);
+    }
+    if (words[0] == "--help")
+        return {EXIT_DONE, Message(USAGE).Add(HELP)};
+    if (words[0] == "install")
+        return Install(file, quiet);
+    if (words[0] == "remove")
+        return Remove();
+    if (words[0] == "status")
+        return Status();
+    return WrongUsage("unknown command ", words[0]);
+}
+
+}  // namespace Setup

@@ -1,0 +1,50 @@
+// What ztsetup asks of Windows and of TAPI. windows.cpp asks them; the tests have answers of their own.
+#pragma once
+
+#include "ztsetup/text.h"
+
+#include <array>
+#include <cstdint>
+#include <span>
+
+namespace Setup {
+
+// The kinds of processor that matter here, by the codes that a program's header has for them.
+constexpr std::uint16_t MACHINE_X86 = 0x014C;
+constexpr std::uint16_t MACHINE_X64 = 0x8664;
+
+std::uint16_t SystemMachine();  // of the system itself, whatever kind of program this is
+std::uint16_t OwnMachine();
+bool IsAdministrator();
+
+Path SystemDirectory();
+Path OwnDirectory();
+Path FullPath(std::string_view path);
+
+enum class Reading { Read, Missing, Refused };
+struct Head {
+    Reading reading = Reading::Missing;
+    std::array<std::uint8_t, 4096> bytes{};
+    std::size_t size = 0;
+};
+Head ReadHead(const Path& path);
+bool InUse(const Path& path);  // some process has it loaded
+
+enum class Service { Running, Stopped, Changing, Disabled, Missing, Unknown };
+Service TelephonyService();
+
+// TAPI's own functions: 0, or a LINEERR_ code.
+struct Provider {
+    std::uint32_t id = 0;
+    TextOf<260> file;
+};
+struct ProviderList {
+    std::array<Provider, 64> entries;
+    std::size_t count = 0;
+};
+std::uint32_t ListProviders(ProviderList& list);
+// Runs the library's configuration dialog in this process; quiet: closed at once, as by Cancel.
+std::uint32_t AddProvider(std::string_view file, bool quiet, std::uint32_t& id);
+std::uint32_t RemoveProvider(std::uint32_t id);
+
+}  // namespace Setup

@@ -1,0 +1,255 @@
+// What ztsetup asks of Windows and of TAPI, asked of them.
+#define WIN32_LEAN_AND_MEAN
+#define NOMINMAX
+#define TAPI_CURRENT_VERSION 0x00020000
+#include "ztsetup/system.h"
+
+#include <windows.h>
+
+#include <tapi.h>
+
+#include <cstdlib>
+
+namespace Setup {
+
+namespace {
+
+using Wide = WCHAR[1024];
+
+const WCHAR* ToWide(std::string_view text, Wide& wide) {
+    const int length = MultiByteToWideChar(CP_UTF8, 0, text.data(), static_cast<int>(text.size()), wide,
+                                           static_cast<int>(std::size(wide)) - 1);
+    wide[length] = 0;
+    return wide;
+}
+
+template <std::size_t Room> TextOf<Room> FromWide(const WCHAR* wide, int length) {
+    char narrow[Room];
+    const int size =
+        WideCharToMultiByte(CP_UTF8, 0, wide, length, narrow, static_cast<int>(sizeof narrow), nullptr, nullptr);
+    return TextOf<Room>({narrow, static_cast<std::size_t>(size)});
+}
+
+Path PathFrom(const WCHAR* wide, DWORD length) {
+    return FromWide<1024>(wide, static_cast<int>(length < std::size(Wide{}) ? length : 0));
+}
+
+std::uint16_t MachineOf(const SYSTEM_INFO& info) {
+    return info.wProcessorArchitecture == PROCESSOR_ARCHITECTURE_INTEL   ? MACHINE_X86
+           : info.wProcessorArchitecture == PROCESSOR_ARCHITECTURE_AMD64 ? MACHINE_X64
+                                                                         : std::uint16_t{0};
+}
+
+HANDLE OpenFile(const Path& path, DWORD access) {
+    Wide wide;
+    return CreateFileW(ToWide(path.View(), wide), access, FILE_SHARE_READ | FILE_SHARE_WRITE | FILE_SHARE_DELETE,
+                       nullptr, OPEN_EXISTING, 0, nullptr);
+}
+
+// A program that was started hidden shows its first window hidden, whatever it asks for. The installer starts this one
+// so; the first window is this, and not the provider's dialog.
+void SpendHiddenStart() {
+    const HWND window = CreateWindowExW(WS_EX_TOOLWINDOW, L"STATIC", L"", WS_POPUP, 0, 0, 0, 0, nullptr, nullptr,
+                                        GetModuleHandleW(nullptr), nullptr);
+    if (window == nullptr)
+        return;
+    ShowWindow(window, SW_SHOWNA);
+    DestroyWindow(window);
+}
+
+// Closes the dialogs of this process while it lives, each as by its Cancel button.
+class DialogCloser {
+public:
+    DialogCloser()
+        : end(CreateEventW(nullptr, TRUE, FALSE, nullptr)), thread(CreateThread(nullptr, 0, Body, end, 0, nullptr)) {}
+    DialogCloser(const DialogCloser&) = delete;
+    DialogCloser& operator=(const DialogCloser&) = delete;
+    ~DialogCloser() {
+        SetEvent(end);
+        WaitForSingleObject(thread, INFINITE);
+        CloseHandle(thread);
+        CloseHandle(end);
+    }
+
+private:
+    static constexpr DWORD LookEvery = 50;  // ms
+
+    static BOOL CALLBACK CloseOwn(HWND window, LPARAM) {
+        DWORD process = 0;
+        GetWindowThreadProcessId(window, &process);
+        WCHAR name[16];
+        if (process == GetCurrentProcessId() && GetClassNameW(window, name, 16) != 0 && lstrcmpW(name, L"#32770") == 0)
+            PostMessageW(window, WM_COMMAND, IDCANCEL, 0);
+        return TRUE;
+    }
+    static DWORD WINAPI Body(LPVOID end) {
+        while (WaitForSingleObject(end, LookEvery) == WAIT_TIMEOUT)
+            EnumWindows(CloseOwn, 0);
+        return 0;
+    }
+
+    HANDLE end, thread;
+};
+
+void TakeProviders(const LINEPROVIDERLIST& list, ProviderList& taken) {
+    const auto* const bytes = reinterpret_cast<const char*>(&list);
+    const auto inside = [&](DWORD offset, DWORD size) {
+        return offset <= list.dwUsedSize && size <= list.dwUsedSize - offset && list.dwUsedSize <= list.dwTotalSize;
+    };
+    if (!inside(list.dwProviderListOffset, list.dwProviderListSize))
+        return;
+    const auto* const entries = reinterpret_cast<const LINEPROVIDERENTRY*>(bytes + list.dwProviderListOffset);
+    const DWORD count = list.dwProviderListSize / sizeof *entries;
+    for (DWORD i = 0; i < count && i < list.dwNumProviders && taken.count < taken.entries.size(); ++i) {
+        const LINEPROVIDERENTRY& entry = entries[i];
+        if (!inside(entry.dwProviderFilenameOffset, entry.dwProviderFilenameSize))
+            continue;
+        const auto* const name = reinterpret_cast<const WCHAR*>(bytes + entry.dwProviderFilenameOffset);
+        int length = 0;
+        while (length < static_cast<int>(entry.dwProviderFilenameSize / sizeof(WCHAR)) && name[length] != 0)
+            ++length;
+        taken.entries[taken.count++] = {entry.dwPermanentProviderID, FromWide<260>(name, length)};
+    }
+}
+
+}  // namespace
+
+std::uint16_t SystemMachine() {
+    // Newer systems say what they are even to a program that they translate; older ones translate nothing.
+    using IsWow64Process2Function = BOOL(WINAPI*)(HANDLE, USHORT*, USHORT*);
+    const auto ask = reinterpret_cast<IsWow64Process2Function>(
+        reinterpret_cast<void*>(GetProcAddress(GetModuleHandleW(L"kernel32.dll"), "IsWow64Process2")));
+    USHORT process = 0, system = 0;
+    if (ask != nullptr && ask(GetCurrentProcess(), &process, &system))
+        return system;
+    SYSTEM_INFO info;
+    GetNativeSystemInfo(&info);
+    return MachineOf(info);
+}
+
+std::uint16_t OwnMachine() {
+    return sizeof(void*) == 4 ? MACHINE_X86 : MACHINE_X64;
+}
+
+bool IsAdministrator() {
+    SID_IDENTIFIER_AUTHORITY authority = SECURITY_NT_AUTHORITY;
+    PSID administrators = nullptr;
+    BOOL member = FALSE;
+    if (!AllocateAndInitializeSid(&authority, 2, SECURITY_BUILTIN_DOMAIN_RID, DOMAIN_ALIAS_RID_ADMINS, 0, 0, 0, 0, 0, 0,
+                                  &administrators))
+        return false;
+    CheckTokenMembership(nullptr, administrators, &member);
+    FreeSid(administrators);
+    return member != FALSE;
+}
+
+Path SystemDirectory() {
+    Wide path;
+    return PathFrom(path, GetSystemDirectoryW(path, static_cast<UINT>(std::size(path))));
+}
+
+Path OwnDirectory() {
+    Wide path;
+    DWORD length = GetModuleFileNameW(nullptr, path, static_cast<DWORD>(std::size(path)));
+    while (length > 0 && path[length - 1] != L'\\')
+        --length;
+    return PathFrom(path, length > 0 ? length - 1 : 0);
+}
+
+Path FullPath(std::string_view path) {
+    Wide wide, full;
+    return PathFrom(full, GetFullPathNameW(ToWide(path, wide), static_cast<DWORD>(std::size(full)), full, nullptr));
+}
+
+Head ReadHead(const Path& path) {
+    Head head;
+    const HANDLE file = OpenFile(path, GENERIC_READ);
+    if (file == INVALID_HANDLE_VALUE) {
+        const DWORD error = GetLastError();
+        if (error != ERROR_FILE_NOT_FOUND && error != ERROR_PATH_NOT_FOUND)
+            head.reading = Reading::Refused;
+        return head;
+    }
+    DWORD size = 0;
+    const BOOL read = ReadFile(file, head.bytes.data(), static_cast<DWORD>(head.bytes.size()), &size, nullptr);
+    CloseHandle(file);
+    head.reading = read ? Reading::Read : Reading::Refused;
+    head.size = size;
+    return head;
+}
+
+bool InUse(const Path& path) {
+    const HANDLE file = OpenFile(path, GENERIC_WRITE);  // refused for a file that is loaded
+    if (file == INVALID_HANDLE_VALUE)
+        return GetLastError() == ERROR_SHARING_VIOLATION || GetLastError() == ERROR_USER_MAPPED_FILE;
+    CloseHandle(file);
+    return false;
+}
+
+Service TelephonyService() {
+    const SC_HANDLE manager = OpenSCManagerW(nullptr, nullptr, SC_MANAGER_CONNECT);
+    if (manager == nullptr)
+        return Service::Unknown;
+    Service found = Service::Unknown;
+    const SC_HANDLE service = OpenServiceW(manager, L"TapiSrv", SERVICE_QUERY_STATUS | SERVICE_QUERY_CONFIG);
+    if (service == nullptr) {
+        found = GetLastError() == ERROR_SERVICE_DOES_NOT_EXIST ? Service::Missing : Service::Unknown;
+    } else {
+        alignas(QUERY_SERVICE_CONFIGW) std::uint8_t config[8192];
+        DWORD needed = 0;
+        SERVICE_STATUS status{};
+        if (QueryServiceStatus(service, &status))
+            found = status.dwCurrentState == SERVICE_RUNNING   ? Service::Running
+                    : status.dwCurrentState == SERVICE_STOPPED ? Service::Stopped
+                                                               : Service::Changing;
+        auto* const settings = reinterpret_cast<QUERY_SERVICE_CONFIGW*>(config);
+        if (found == Service::Stopped && QueryServiceConfigW(service, settings, sizeof config, &needed) &&
+            settings->dwStartType == SERVICE_DISABLED)
+            found = Service::Disabled;
+        CloseServiceHandle(service);
+    }
+    CloseServiceHandle(manager);
+    return found;
+}
+
+std::uint32_t ListProviders(ProviderList& list) {
+    list = ProviderList{};
+    DWORD size = 4096;
+    for (int tries = 0; tries < 4; ++tries) {
+        auto* const found = static_cast<LINEPROVIDERLIST*>(std::calloc(1, size));
+        if (found == nullptr)
+            return LINEERR_NOMEM;
+        found->dwTotalSize = size;
+        const LONG result = lineGetProviderListW(TAPI_CURRENT_VERSION, found);
+        const DWORD needed = found->dwNeededSize;
+        const bool whole = needed <= size;
+        if (result == 0 && whole)
+            TakeProviders(*found, list);
+        std::free(found);
+        if (result != 0 || whole)
+            return static_cast<std::uint32_t>(result);
+        size = needed;
+    }
+    return LINEERR_STRUCTURETOOSMALL;
+}
+
+std::uint32_t AddProvider(std::string_view file, bool quiet, std::uint32_t& id) {
+    Wide wide;
+    DWORD added = 0;
+    SpendHiddenStart();
+    LONG result = 0;
+    if (quiet) {
+        const DialogCloser closer;
+        result = lineAddProviderW(ToWide(file, wide), nullptr, &added);
+    } else {
+        result = lineAddProviderW(ToWide(file, wide), nullptr, &added);
+    }
+    id = added;
+    return static_cast<std::uint32_t>(result);
+}
+
+std::uint32_t RemoveProvider(std::uint32_t id) {
+    return static_cast<std::uint32_t>(lineRemoveProvider(id, nullptr));
+}
+
+}  // namespace Setup
