@@ -104,6 +104,18 @@ TEST_F(Store, MissingEmptyTooLongOrOtherTypesGiveTheDefault) {
     }
 }
 
+// As in a telephony service whose account has less than full rights to SOFTWARE, but our key.
+TEST_F(Store, RefusedFullAccessIsTracedAndReadingGoesOn) {
+    SetSetting("Provider", "Port", "COM2");
+    PlatformControl::RefuseRegistry("SOFTWARE", 5, KEY_ALL_ACCESS);
+    TraceLines();
+    SetSetting("Provider", "Speed", "4800");
+    EXPECT_EQ(Setting("Provider", "Port") + Setting("Provider", "Speed"), "COM24800");
+    EXPECT_THAT(TraceLines(), testing::Each("ERROR HKEY_LOCAL_MACHINE SOFTWARE 5"));
+    PlatformControl::RefuseRegistry("SOFTWARE", 5);
+    EXPECT_EQ(Setting("Provider", "Port"), "(none)");
+}
+
 TEST_F(Store, LineStringsHaveDefaultsThatAreWrittenBack) {
     LoadIniStrings(42);
     EXPECT_EQ(ProviderState.PermanentProviderID, 42u);

@@ -55,12 +55,17 @@ Key CreateKey(HKEY parent, const char* name, LONG& error) {
 }
 
 // HKEY_LOCAL_MACHINE\SOFTWARE\Corvane\TSpi_6200, made when missing; a null key, traced, when a step fails.
+// Newer telephony services run under an account without full access to SOFTWARE. Their refusal is traced, and the way
+// goes on by reading: the set-up program has given that account the key of ours below.
 Key OpenRoot() {
     LONG error = 0;
-    const Key software = OpenKey(HKEY_LOCAL_MACHINE, "SOFTWARE", KEY_ALL_ACCESS, error);
+    Key software = OpenKey(HKEY_LOCAL_MACHINE, "SOFTWARE", KEY_ALL_ACCESS, error);
     if (!software) {
         Trace(TRACE_CONFIG, "ERROR HKEY_LOCAL_MACHINE SOFTWARE %ld", error);
-        return {};
+        if (error == static_cast<LONG>(ERROR_ACCESS_DENIED))
+            software = OpenKey(HKEY_LOCAL_MACHINE, "SOFTWARE", KEY_READ, error);
+        if (!software)
+            return {};
     }
     const Key corvane = CreateKey(software.handle, "Corvane", error);
     if (!corvane) {

@@ -122,8 +122,8 @@ std::vector<HelpCall> HelpCalls();  // all since Reset
 // --- registry, directories ---------------------------------------------------------------------------------------
 void RegistryInFile(const std::string& path);
 // Every registry call whose full key path ends with this text (case-insensitive), or that touches this value name, fails
-// with the error; 0 lifts it.
-void RefuseRegistry(const std::string& keyOrValue, LONG error);
+// with the error; 0 lifts it. With `rights`, only opening the key fails, and only when all of these are asked for.
+void RefuseRegistry(const std::string& keyOrValue, LONG error, REGSAM rights = 0);
 // Writes to private profile files fail while set.
 void RefuseProfile(bool refuse);
 std::string Root();                                     // POSIX path of the directory that holds drive C:

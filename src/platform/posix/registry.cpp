@@ -54,7 +54,11 @@ std::shared_ptr<Key> NewMachine() {
 std::shared_ptr<Key>& Machine = *new std::shared_ptr<Key>(NewMachine());
 std::string& FilePath = *new std::string;
 bool Chosen = false;  // whether FilePath has been decided
-std::map<std::string, LONG>& Refused = *new std::map<std::string, LONG>;
+struct Fault {
+    LONG error;
+    REGSAM rights;
+};
+std::map<std::string, Fault>& Refused = *new std::map<std::string, Fault>;
 bool ProfileRefused = false;
 
 std::shared_ptr<Key> Child(const Key& parent, const std::string& name) {
@@ -222,11 +226,12 @@ std::shared_ptr<OpenKey> KeyOf(HKEY handle) {
 }
 
 // Whether a test refuses this key, or this value of it.
-LONG Refusal(const std::string& path, const std::string& value = {}) {
-    for (const auto& [refused, error] : Refused) {
+LONG Refusal(const std::string& path, const std::string& value = {}, REGSAM rights = 0) {
+    for (const auto& [refused, fault] : Refused) {
         const bool key = path.size() >= refused.size() && Same(path.substr(path.size() - refused.size()), refused);
-        if (error != 0 && (key || (!value.empty() && Same(value, refused))))
-            return error;
+        const bool asked = (rights & fault.rights) == fault.rights;
+        if (fault.error != 0 && asked && (key || (!value.empty() && Same(value, refused))))
+            return fault.error;
     }
     return ERROR_SUCCESS;
 }
@@ -247,7 +252,7 @@ std::string NameOf(LPCSTR name) {
     return name == nullptr ? "" : name;  // a key's value without a name
 }
 
-LONG Open(HKEY handle, LPCSTR name, bool make, PHKEY result) {
+LONG Open(HKEY handle, LPCSTR name, REGSAM rights, bool make, PHKEY result) {
     *result = nullptr;
     LONG error = ERROR_SUCCESS;
     const auto parent = UsableKey(handle, {}, error);
@@ -255,7 +260,7 @@ LONG Open(HKEY handle, LPCSTR name, bool make, PHKEY result) {
         return error;
     auto open = std::make_shared<OpenKey>();
     open->path = parent->path + '\\' + name;
-    if ((error = Refusal(open->path)) != ERROR_SUCCESS)
+    if ((error = Refusal(open->path, {}, rights)) != ERROR_SUCCESS)
         return error;
     open->key = Walk(parent->key, name, make);
     if (open->key == nullptr)
@@ -292,19 +297,19 @@ void ResetRegistry() {
 
 using namespace Simulated;
 
-LONG WINAPI RegOpenKeyExA(HKEY parent, LPCSTR name, DWORD, REGSAM, PHKEY key) {
+LONG WINAPI RegOpenKeyExA(HKEY parent, LPCSTR name, DWORD, REGSAM rights, PHKEY key) {
     const Guard guard(Lock);
-    return Open(parent, name, false, key);
+    return Open(parent, name, rights, false, key);
 }
 
-LONG WINAPI RegCreateKeyExA(HKEY parent, LPCSTR name, DWORD, LPSTR, DWORD, REGSAM, SECURITY_ATTRIBUTES*, PHKEY key,
-                            DWORD* disposition) {
+LONG WINAPI RegCreateKeyExA(HKEY parent, LPCSTR name, DWORD, LPSTR, DWORD, REGSAM rights, SECURITY_ATTRIBUTES*,
+                            PHKEY key, DWORD* disposition) {
     constexpr DWORD CREATED = 1, OPENED = 2;
     const Guard guard(Lock);
-    LONG result = Open(parent, name, false, key);
+    LONG result = Open(parent, name, rights, false, key);
     const bool there = result != static_cast<LONG>(ERROR_FILE_NOT_FOUND);
     if (!there)
-        result = Open(parent, name, true, key);
+        result = Open(parent, name, rights, true, key);
     if (result == ERROR_SUCCESS && disposition != nullptr)
         *disposition = there ? OPENED : CREATED;
     if (result == ERROR_SUCCESS && !there)
@@ -463,9 +468,9 @@ void PlatformControl::RegistryInFile(const std::string& path) {
     Load();
 }
 
-void PlatformControl::RefuseRegistry(const std::string& keyOrValue, LONG error) {
+void PlatformControl::RefuseRegistry(const std::string& keyOrValue, LONG error, REGSAM rights) {
     const Guard guard(Lock);
-    Refused[keyOrValue] = error;
+    Refused[keyOrValue] = {error, rights};
 }
 
 void PlatformControl::RefuseProfile(bool refuse) {

@@ -52,7 +52,11 @@ UINT GiveDirectory(const std::string& path, LPSTR buffer, UINT size) {
 // --- a registry of our own, below the user's
 HKEY& Machine = *new HKEY(nullptr);
 std::map<HKEY, std::string>& Paths = *new std::map<HKEY, std::string>;  // of the keys that are open
-std::map<std::string, LONG>& Refused = *new std::map<std::string, LONG>;
+struct Fault {
+    LONG error;
+    REGSAM rights;
+};
+std::map<std::string, Fault>& Refused = *new std::map<std::string, Fault>;
 bool ProfileRefused = false;
 
 std::string MachinePath() {
@@ -81,12 +85,13 @@ bool Same(const std::string& a, const std::string& b) {
 }
 
 // Whether a test refuses this key, or this value of it.
-LONG Refusal(const std::string& path, const std::string& value = {}) {
+LONG Refusal(const std::string& path, const std::string& value = {}, REGSAM rights = 0) {
     const Guard guard(Lock);
-    for (const auto& [refused, error] : Refused) {
+    for (const auto& [refused, fault] : Refused) {
         const bool key = path.size() >= refused.size() && Same(path.substr(path.size() - refused.size()), refused);
-        if (error != 0 && (key || (!value.empty() && Same(value, refused))))
-            return error;
+        const bool asked = (rights & fault.rights) == fault.rights;
+        if (fault.error != 0 && asked && (key || (!value.empty() && Same(value, refused))))
+            return fault.error;
     }
     return ERROR_SUCCESS;
 }
@@ -211,7 +216,7 @@ HFILE WINAPI Sim_lclose(HFILE file) {
 
 LONG WINAPI SimRegOpenKeyExA(HKEY parent, LPCSTR name, DWORD options, REGSAM access, PHKEY key) {
     const std::string path = PathOf(parent) + '\\' + name;
-    if (const LONG error = Refusal(path))
+    if (const LONG error = Refusal(path, {}, access))
         return error;
     return Opened(RegOpenKeyExA(RealKey(parent), name, options, access, key), path, key);
 }
@@ -219,7 +224,7 @@ LONG WINAPI SimRegOpenKeyExA(HKEY parent, LPCSTR name, DWORD options, REGSAM acc
 LONG WINAPI SimRegCreateKeyExA(HKEY parent, LPCSTR name, DWORD reserved, LPSTR keyClass, DWORD options, REGSAM access,
                                SECURITY_ATTRIBUTES* security, PHKEY key, DWORD* disposition) {
     const std::string path = PathOf(parent) + '\\' + name;
-    if (const LONG error = Refusal(path))
+    if (const LONG error = Refusal(path, {}, access))
         return error;
     return Opened(
         RegCreateKeyExA(RealKey(parent), name, reserved, keyClass, options, access, security, key, disposition), path,
@@ -297,9 +302,9 @@ BOOL WINAPI SimGlobalUnlock(HGLOBAL block) {
     return GlobalUnlock(block);
 }
 
-void PlatformControl::RefuseRegistry(const std::string& keyOrValue, LONG error) {
+void PlatformControl::RefuseRegistry(const std::string& keyOrValue, LONG error, REGSAM rights) {
     const Guard guard(Lock);
-    Refused[keyOrValue] = error;
+    Refused[keyOrValue] = {error, rights};
 }
 
 void PlatformControl::RefuseProfile(bool refuse) {
