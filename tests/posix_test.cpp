@@ -16,20 +16,20 @@
 
 namespace {
 
-struct Platform : testing::Test {
+struct Files : testing::Test {
     void SetUp() override { PlatformControl::Reset(); }
 };
 
 // --- ports on a terminal --------------------------------------------------------------------------------------------
 
 // A pseudo-terminal: the test is the device at its master end.
-struct TerminalPort : Platform {
+struct TerminalPort : Files {
     int Master = posix_openpt(O_RDWR | O_NOCTTY | O_CLOEXEC);
     HANDLE Port = INVALID_HANDLE_VALUE;
     DWORD Count = 0;
 
     void SetUp() override {
-        Platform::SetUp();
+        Files::SetUp();
         char path[64] = {};
         ASSERT_EQ(grantpt(Master) | unlockpt(Master) | ptsname_r(Master, path, sizeof path), 0);
         PlatformControl::MapPortToTerminal("COM1", path);
@@ -115,7 +115,7 @@ std::vector<std::string> Values(const char* path, const std::vector<std::pair<co
     return out;
 }
 
-TEST_F(Platform, RegistryFileKeepsItsOrderAndMayBeEditedByPeople) {
+TEST_F(Files, RegistryFileKeepsItsOrderAndMayBeEditedByPeople) {
     const std::string path = PlatformControl::Root() + "/registry", odd = "C:\\DIR \"quoted\"\nnext \xE9=\t";
     const char* const key = "SOFTWARE\\Maker";
     PlatformControl::RegistryInFile(path);
