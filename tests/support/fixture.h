@@ -3,8 +3,9 @@
 // compare whole sequences.
 #pragma once
 
-#include "platform/platform.h"
 #include "platform/control.h"
+#include "platform/copy_text.h"
+#include "platform/platform.h"
 #include "tracking/model.h"
 
 #include <gmock/gmock.h>
