@@ -332,4 +332,19 @@ TEST_F(CallEvents, CutOffMessageChangesNothing) {
     }
 }
 
+TEST_F(CallEvents, RewritingIsTraced) {
+    TraceMask = TRACE_CALL;
+    Calls("OC");
+    Incoming(1, 0, {"0145", "", EXTERNAL});
+    Connected(2, {"0145", "", EXTERNAL});
+    EXPECT_THAT(TraceLines(),
+                testing::IsSupersetOf({"ICI EXTERNAL prefix '0' trouve", "CCI EXTERNAL prefix '0' trouve"}));
+    for (const auto& [dialled, traced] : {std::pair{"06", "OCI   DialedNumber '06'"}, {"", "OCI rajout prefixe ext"}}) {
+        Placed("P-");
+        CopyText(DialedNumber, dialled);
+        Outgoing(1, {"99", "", EXTERNAL | WITHOUT_PREFIX});
+        EXPECT_THAT(TraceLines(), testing::Contains(traced));
+    }
+}
+
 }  // namespace

@@ -115,4 +115,24 @@ TEST_F(Stored, MissingTextIsAnErrorAndLeavesItsEntryMissingCodeIsNot) {
     EXPECT_STREQ(Settings.SoftKeyLabels[SK_TRANSFER], "Transf");
 }
 
+TEST_F(Stored, LoadTellsWhatItFoundAndWhatIsMissing) {
+    StoreTexts();
+    SetSetting("SetConfig", "SetMCDU", "4711");
+    for (const auto& [section, name] :
+         {std::pair{"SoftKey_Des", "Swap"}, {"String_Des", "Dial"}, {"Service_Code", "DTMF"}})
+        SetSetting(section, name, "");
+    TraceMask = TRACE_OMNA;
+    TraceLines();
+    InitDatas();
+    EXPECT_THAT(TraceLines(),
+                testing::IsSupersetOf({"Initialisation des datas", "lecture mcdu -4711-", "Service Supervision 1",
+                                       "SecondCall:-Second-", "Soft Key Reading:StringInitError TRUE Swap:--",
+                                       "HangUp:-HangUp-", "LCD String Reading:StringInitError TRUE Dial:--",
+                                       "ForwardingImm:-1234-", "Service Codes Empty Reading: DTMF:--"}));
+    RegDeleteSection("SetConfig");
+    InitDatas();
+    EXPECT_THAT(TraceLines(), testing::Contains("no mcdu stored "));
+    EXPECT_STREQ(Settings.SetMCDU, "");
+}
+
 }  // namespace

@@ -28,6 +28,7 @@ TEST_F(Transfers, Transfer) {
                {"2H 9P 3H", 0, then2, boss},
                {"10P 2H 3H h1", 0, SOFT2, "Demande de transfert sur sonnerie - 2 appels sur touche diff"},
                {"2H 1P 3H h2", FAILED, "", impossible},
+               {"2H 1P 3H h0", 0, SOFT2, "Demande de transfert sur sonnerie - 2 appels sur touche diff"},
                {"1H 1P 2H", 0, SOFT2, shared},
                {"1C 1H 2H", 0, SOFT2, shared},
                {"1C 1R 2H", FAILED, "", impossible},
@@ -35,6 +36,18 @@ TEST_F(Transfers, Transfer) {
               "        Transf");
     }
     Check([] { return DoTransfer(CONF_CREF, -1); }, {{"1C 2H 3H", FAILED, "", impossible}}, "Transf");
+}
+
+TEST_F(Transfers, BeginsWithASecondCallWhereThereIsRoomForOne) {
+    Check([] { return DoBlindTransfer(0); }, {{"1C 1H", UNAVAILABLE, "", "DoBlindTransfer | REPLY 9 80000049"}},
+          "2eApp");
+    Stand("2C", "");
+    for (const int key : {2, 3})
+        CopyText(At(key).label, "4712");
+    Settings.EnquiryCallMode = 0;
+    EXPECT_EQ(SetupTransfer(0, 1), 0);
+    EXPECT_EQ(Pressed(), "03 26 20 01 B6") << "the first free key, not one like that of the call";
+    EXPECT_EQ(Steps(), "prise ligne 1  | SetupTransfer Running ReqId 9 cref 0000 consultcref 0001");
 }
 
 TEST_F(Transfers, Conference) {
