@@ -35,19 +35,9 @@ TEST_F(Transfers, Transfer) {
                {"1C 2H 1T", FAILED, "", impossible}},
               "        Transf");
     }
-    Check([] { return DoTransfer(CONF_CREF, -1); }, {{"1C 2H 3H", FAILED, "", impossible}}, "Transf");
-}
-
-TEST_F(Transfers, BeginsWithASecondCallWhereThereIsRoomForOne) {
     Check([] { return DoBlindTransfer(0); }, {{"1C 1H", UNAVAILABLE, "", "DoBlindTransfer | REPLY 9 80000049"}},
           "2eApp");
-    Stand("2C", "");
-    for (const int key : {2, 3})
-        CopyText(At(key).label, "4712");
-    Settings.EnquiryCallMode = 0;
-    EXPECT_EQ(SetupTransfer(0, 1), 0);
-    EXPECT_EQ(Pressed(), "03 26 20 01 B6") << "the first free key, not one like that of the call";
-    EXPECT_EQ(Steps(), "prise ligne 1  | SetupTransfer Running ReqId 9 cref 0000 consultcref 0001");
+    Check([] { return DoTransfer(CONF_CREF, -1); }, {{"1C 2H 3H", FAILED, "", impossible}}, "Transf");
 }
 
 TEST_F(Transfers, Conference) {
