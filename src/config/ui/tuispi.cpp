@@ -3,6 +3,7 @@
 #include "provider/lifecycle.h"  // the module instance
 
 #include <cstring>
+#include <iterator>
 
 UiConfigRecord UiConfig;
 
