@@ -6,6 +6,7 @@
 #include "link/terminal.h"
 #include "link/tick.h"
 #include "platform/control.h"
+#include "platform/copy_text.h"
 #include "provider/lifecycle.h"
 #include "trace/trace.h"
 #include "tracking/display.h"

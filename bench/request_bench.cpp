@@ -6,6 +6,7 @@
 #include "link/serial.h"
 #include "link/tick.h"
 #include "platform/control.h"
+#include "platform/copy_text.h"
 #include "platform/text.h"
 #include "provider/events.h"
 #include "provider/lifecycle.h"

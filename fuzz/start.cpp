@@ -11,6 +11,7 @@
 #include "link/terminal.h"
 #include "link/tick.h"
 #include "platform/control.h"
+#include "platform/copy_text.h"
 #include "platform/platform.h"
 #include "provider/events.h"
 #include "provider/state.h"
@@ -79,6 +80,7 @@ void FuzzStart() {
     Tick = TickState{};
     Marks = RequestMarks{};
     RunningRequest = RunningRequestRecord{};
+    ConferenceReset();
     Tracking = TrackingState{};
     DynamicConfig = DynamicConfigRecord{};
     SetConfig = SetConfigState{};
@@ -93,7 +95,7 @@ void FuzzStart() {
     confstate = 0;
     LastHeldCref = PickUpSupervCref = SwapKeyTransferingCref = -1;
     WaitInfo.fill(-1);
-    ConfText1[0] = ConfText2[0] = TmpAddress[0] = DialedNumber[0] = 0;
+    TmpAddress[0] = DialedNumber[0] = 0;
     Display = DisplayRecord{};
     CharPatternTable = {};
     CharCodeArray.fill(' ');

@@ -58,15 +58,12 @@ protected:
 TEST_F(CallEvents, NumbersAreRewrittenForDialingBack) {
     // ExtPrefix, PublicOperator, flags, received; of a received call, of one placed from here
     const std::tuple<const char*, const char*, int, const char*, const char*, const char*> rows[] = {
-        {"0", "9", 0x42, "0145", "145", "145"},
-        {"0145", "9", 2, "014", "014", "014"},
-        {"0", "9", 2, "0", "", ""},
-        {"", "9", 2, "0145", "0145", "0145"},
-        {"0", "9", 0x82, "0145", "90145", "090145"},
-        {"0", "9", 0xC2, "0145", "0145", "00145"},
-        {"0", "", 0x82, "0145", "0145", "00145"},
-        {"0", "9", 0x81, "0145", "0145", "0145"},
-        {"0", "9", 0x83, "0145", "0145", "0145"}};
+        {"0145", "9", 2, "014", "014", "014"},     {"0", "9", 2, "0", "", ""},
+        {"", "9", 2, "0145", "0145", "0145"},      {"0", "9", 0x82, "0145", "90145", "090145"},
+        {"0", "9", 0xC2, "0145", "0145", "00145"}, {"0", "", 0x82, "0145", "0145", "00145"},
+        {"0", "9", 0x81, "0145", "0145", "0145"},  {"0", "9", 0x83, "0145", "0145", "0145"},
+        {"0", "9", 0x42, "0145", "145", "145"}};
+    TraceMask = TRACE_CALL;
     for (const auto& [prefix, publicOperator, flags, received, inbound, outbound] : rows) {
         SCOPED_TRACE(outbound);
         Fresh();
@@ -81,6 +78,8 @@ TEST_F(CallEvents, NumbersAreRewrittenForDialingBack) {
         EXPECT_STREQ(Record(1).ConnectedAddress, outbound);
         EXPECT_STREQ(Record(2).ConnectedAddress, inbound);
     }
+    EXPECT_THAT(TraceLines(),
+                testing::IsSupersetOf({"ICI EXTERNAL prefix '0' trouve", "CCI EXTERNAL prefix '0' trouve"}));
 }
 
 TEST_F(CallEvents, CallerIsToldOnceAndTheReasonEveryTime) {
@@ -228,6 +227,8 @@ TEST_F(CallEvents, CalledPartyIsFirstDialledThenDiverted) {
         {"", "4712", "OLD", {"4712", "NEW", INTERNAL}, "4712 NEW//", calledId},
         {"", "", "", {"", "DUPONT", INTERNAL}, "//", ""},
     };
+    TraceMask = TRACE_CALL;
+    std::vector<std::string> lines;
     for (const Row& row : rows) {
         Placed("P-");
         CallRecord& call = Record(0);
@@ -235,12 +236,15 @@ TEST_F(CallEvents, CalledPartyIsFirstDialledThenDiverted) {
         CopyText(call.CalledAddress, row.known);
         CopyText(call.CalledName, row.knownName);
         Outgoing(1, row.received);
+        for (std::string& line : TraceLines())
+            lines.push_back(std::move(line));
         EXPECT_EQ(std::string(call.CalledAddress) + (call.CalledName[0] == 0 ? "" : " ") + call.CalledName + "/" +
                       call.RedirectionAddress + "/" + call.RedirectionName,
                   row.stored);
         EXPECT_EQ(Sent(), row.sent) << row.stored;
         EXPECT_STREQ(DialedNumber, "");
     }
+    EXPECT_THAT(lines, testing::IsSupersetOf({"OCI   DialedNumber '06'", "OCI rajout prefixe ext"}));
 }
 
 TEST_F(CallEvents, AnsweredCallIsFoundInItsOrder) {

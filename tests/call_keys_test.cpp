@@ -47,4 +47,12 @@ TEST_F(CallKeys, HoldAndUnhold) {
     EXPECT_EQ(Record(1).state, ONHOLD);
 }
 
+TEST_F(CallKeys, AnswerWaitsForAnotherKeyOnlyFromASupervisionKey) {
+    for (const auto& [situation, marked] : {std::pair{"7O", 0}, {"8O", -1}, {"9R", -1}, {"10O", -1}}) {
+        Stand(situation, "");
+        EXPECT_EQ(DoAnswer(0), 0);
+        EXPECT_EQ(PickUpSupervCref, marked) << situation;
+    }
+}
+
 }  // namespace

@@ -2,6 +2,8 @@
 #include "support/requests.h"
 #include "tracking/conference.h"
 
+using namespace std::string_view_literals;
+
 namespace {
 
 class Conference : public Requests {
@@ -102,7 +104,15 @@ TEST_F(Conference, EndsWithItsKeys) {
                       (alone ? " | Problème d'état xA ..."
                              : " | STATE 1 CONNECTED | Icone:2 - Etat:CONNECTED - Ref:1 cas 2") +
                       " | Icone:1 éteint - Etat:IDLE - Ref:0 | STATE 0 IDLE | Icone:1 éteint - Etat:IDLE - Ref:0");
+        EXPECT_EQ(confstate, IDLE);
+        EXPECT_EQ(At(1).icon, IDLE_ICON);
+        ExpectNoConference();
     }
+    JoinKeys();
+    ProviderState.TAPI_OMNA_Ver = 2;
+    Icon(2, IDLE_ICON);
+    EXPECT_EQ(Record(0).state, CONNECTED);
+    EXPECT_STREQ(Record(0).RedirectingName, "of before") << "the display does not tell it again";
 }
 
 TEST_F(Conference, ComesDownToThePartyThatStillShows) {
@@ -112,7 +122,9 @@ TEST_F(Conference, ComesDownToThePartyThatStillShows) {
         Display(1, "2eApp");
         EXPECT_EQ(Steps(),
                   "Passage en conference detecte par display 0 | * La conf a ete cassee par un interlocuteur *");
-        Display(0, first ? "x MARTIN      " : "DURAND      ");
+        Display(0, "12:30");
+        EXPECT_EQ(Steps(), "* On detecte qui a casse la conf * | STATE 30 IDLE | Pb de detection de string");
+        Display(0, first ? "x\0MARTIN      "sv : "DURAND      "sv);
         const std::string stays = first ? "0" : "1", left = first ? "1" : "0";
         EXPECT_EQ(Steps(), std::string("* On detecte qui a casse la conf * | STATE 30 IDLE | Detection du ") +
                                (first ? "premier" : "second") + " | STATE " + stays +

@@ -41,20 +41,3 @@ TEST(DemoEditor, EditsWhereTheCursorIs) {
         EXPECT_TRUE(editor.Empty()) << "nothing there, nothing done";
     }
 }
-
-TEST(DemoEditor, OlderLinesComeBackAndTheUnfinishedOneToo) {
-    Editor editor;
-    for (const char32_t* line : {U"hold", U"unhold", U"unhold", U"", U"dr"}) {
-        Type(editor, line);
-        if (line[0] != U'd')
-            editor.Take();
-    }
-    editor.Older();
-    EXPECT_EQ(editor.Shown(80).text, "unhold");
-    editor.Older();  // twice the same is kept once, nothing is not kept
-    editor.Older();
-    EXPECT_EQ(editor.Shown(80).text, "hold");
-    editor.Newer();
-    editor.Newer();
-    EXPECT_EQ(editor.Shown(80).text, "dr");
-}

@@ -215,6 +215,10 @@ TEST_F(Dialogs, WrongDevicesShowNoDialog) {
     EXPECT_EQ(static_cast<DWORD>(TUISPI_lineConfigDialog(Channel, 7, nullptr, nullptr)), LINEERR_BADDEVICEID);
     EXPECT_EQ(static_cast<DWORD>(TUISPI_phoneConfigDialog(Channel, 6, nullptr, nullptr)), PHONEERR_BADDEVICEID);
     EXPECT_EQ(TUISPI_providerRemove(Channel, nullptr, 42), 0);
+    const HANDLE event = CreateEventA(nullptr, FALSE, FALSE, nullptr);
+    EXPECT_EQ(TUISPI_providerGenericDialog(Channel, {}, nullptr, 0, event), 0);
+    EXPECT_EQ(WaitForSingleObject(event, 0), DWORD{WAIT_OBJECT_0}) << "TAPI's dialog thread waits for it";
+    CloseHandle(event);
 }
 
 // A buffer of a code with a size byte, filled with x, at the end of its memory (a sanitizer sees a byte too far), as the

@@ -76,6 +76,20 @@ TEST_F(DisplayText, SoftKeyLine) {
               {"1P", "2eApp", "Apparition de 2App - 1 appel procedding" + answered + "6",
                [] { Tracking.PickUpCref = 0; }}});
     EXPECT_EQ(Tracking.PickUpCref, -1) << "picked up: the next line key is an ordinary one";
+    Version(1);
+    Stand("1T", "");
+    EXPECT_THAT(Shown(1, "2eApp"), testing::HasSubstr("cas 6.1 | Enquiry connected call name"));
+}
+
+TEST_F(DisplayText, DropOfAnEarlierSecondCallIsNotTheNextOnes) {
+    Settings.EnquiryCallMode = 1;
+    for (const auto& [situation, line, text] :
+         {std::tuple{"1C", 0, "Numero:"}, {"1C", 1, "Fin2Ap"}, {"1H 1P", 1, "VaVien"}}) {
+        Stand(situation, "");
+        Tracking.SecondCallDropReq = 1;
+        Display(line, text);
+        EXPECT_EQ(Tracking.SecondCallDropReq, 0) << text;
+    }
 }
 
 TEST_F(DisplayText, BlindTransferPressesItsSoftKeyWhenItShows) {
@@ -89,6 +103,15 @@ TEST_F(DisplayText, BlindTransferPressesItsSoftKeyWhenItShows) {
     EXPECT_EQ(ProviderState.PendingRequestID, 0u);
     Display(1, std::string(35, ' ') + "Transf");
     EXPECT_EQ(SoftKeyPosition(SK_TRANSFER), 0) << "cut at the end of the line";
+}
+
+TEST_F(DisplayText, PhoneIsToldOfAConnectedPartyWhoHangsUp) {
+    for (const auto& [situation, times] : {std::pair{"1C", 1}, {"1P", 0}}) {
+        Stand(situation, "");
+        Events();
+        Display(0, "Raccrochez");
+        EXPECT_THAT(Events(), testing::Contains("PHONE DISCONNECTED").Times(times)) << situation;
+    }
 }
 
 TEST_F(DisplayText, InformationLine) {
@@ -263,6 +286,11 @@ TEST_F(DisplayText, CallersAreReadFromLine0OnceForTheirKey) {
         << "answered before its caller showed";
     EXPECT_STREQ(Record(0).DestName, "DUPONT");
     EXPECT_EQ(Tracking.UnknownConnectedCall, -1);
+    Fresh();
+    Icon(1, INCOM_ICON);
+    Icon(1, ACTIV_ICON);
+    Shown(0, "47  DUPONT");
+    EXPECT_EQ(std::string(Record(0).DestAddress) + "/" + Record(0).DestName, "47/");
 }
 
 TEST_F(DisplayText, CallersWhoseNumberThePbxHasSent) {

@@ -479,65 +479,7 @@ TEST(EquipmentEvents, CarryKeyReasonFlagsNumbersAndNames) {
     }
 }
 
-// --- anything, in any order
-
-TEST(EquipmentPresses, NoSequenceBreaksThePicture) {
-    const Texts lines = Parts("incoming 1 4720; incoming 2 4730; incoming 3 4740; incoming 7 4750; incoming 9 4760; "
-                              "incoming 43 47; far-rings; far-answers; far-busy; recall 1; far-diverts 4799; recall 2; "
-                              "recall 9; move 9 2; move 43 3; swap; second-call; conference; transfer; tones on; "
-                              "tones off; dial 4720; dial 61; dial 6; dial 0; dial B; waits-at 4720 1; off-hook; "
-                              "far-transfers 1 5; release; caller-hangs-up 1; caller-hangs-up 2 prompt; "
-                              "caller-hangs-up 1 slot 0; set multi 0; set multi 1; caller-hangs-up 3 reserved; "
-                              "caller-hangs-up 7; set version 1; set version 3; caller-hangs-up 9");
-    const Texts presses = Parts("press 1; press 2; press 3; press 7; press 9; soft 1; soft 2; soft 3; soft 4; soft 5; "
-                                "26 20 01; 26 20 02; 26 20 03; 26 20 07; 26 20 09; 26 20 1D; 26 20 1E; 26 20 1F; "
-                                "26 20 20; 26 20 21; 26 20 29; 26 20 30; 26 03 04; 26 03 06; 26 03 0B");
-    std::uint32_t seed = 12345;
-    const auto pick = [&](std::size_t n) {
-        seed = seed * 1'664'525u + 1'013'904'223u;
-        return seed / 65'536u % n;
-    };
-    for (int walk = 0; walk < 20; ++walk) {
-        Linked end("module 2 offset 40; keys none; key 1 multi 4711; key 2 multi 4711; key 3 multi 4712; "
-                   "key 7 supervision 4720; key 9 boss 4730; key 43 secretary 47; destination 4720 answers 300; "
-                   "destination 4730 busy; set recall 5000");
-        std::string trail;
-        for (int step = 0; step < 500; ++step) {
-            const Texts& from = pick(3) == 0 ? lines : presses;
-            const std::string what = from[pick(from.size())];
-            trail += what + "; ";
-            if (what[0] == '2')
-                end.Say(what);
-            else
-                Execute(end.machine, what, end.now);  // may be refused
-            end.now += pick(4) == 0 ? static_cast<std::uint32_t>(100 * pick(20)) : 0;
-            end.Items();
-            ASSERT_EQ(Inconsistency(end.machine), "") << trail;
-        }
-    }
-}
-
 // --- scripts
-
-TEST(EquipmentScript, AWrongLineIsRefusedAndChangesNothing) {
-    Linked end("incoming 1 4712");
-    const std::string before = Picture(end.machine);
-    const Bytes association = AssociationPayload(end.machine.config);
-    for (const std::string& line :
-         Parts("dance; incoming; incoming 1 4713; incoming 89 1; incoming 40 1; answer 2; hold 1; dial 12; seize 20; "
-               "icon 1 purple; icon 1 12345; display 2 x; display 0 \"x; lamp 1; nack 86; lose many; set version; "
-               "set colour 3; set card 3; key 4 round; forward 0; module 9 offset 1; send 1; send xx; silence maybe; "
-               "wait; seize 2 3; retrieve 1; swap; second 2; far-busy; conference; transfer; tones on; release; "
-               "recall 1; move 1 2; far-diverts 5; far-transfers 2 5; destination 1 dances; set recall never")) {
-        EXPECT_TRUE(IsError(Execute(end.machine, line, end.now))) << line;
-        EXPECT_THAT(end.Items(), IsEmpty()) << line;
-    }
-    EXPECT_EQ(Picture(end.machine), before);
-    EXPECT_EQ(AssociationPayload(end.machine.config), association);
-    EXPECT_EQ(end.machine.config.cardMajor, 3);
-    EXPECT_EQ(end.machine.config.keys.size(), 3u);
-    EXPECT_EQ(end.machine.faults.loseNext + end.machine.faults.nackNext, 0);
-}
 
 TEST(EquipmentScript, WaitsBetweenItsLines) {
     TheOtherEnd end;

@@ -56,19 +56,6 @@ TEST(HostWords, NumbersFlagsAndTimesThatAreNoneAreRefused) {
     }
 }
 
-TEST(HostWords, AForwardListHoldsItsDestination) {
-    for (const std::string destination : {"", "1234", "12345"}) {
-        const std::vector<DWORD> room = ForwardList(LINEFORWARDMODE_BUSY, ToWide(destination));
-        const auto& list = *reinterpret_cast<const LINEFORWARDLIST*>(room.data());
-        const auto [size, offset] =
-            std::pair(list.ForwardList[0].dwDestAddressSize, list.ForwardList[0].dwDestAddressOffset);
-        EXPECT_EQ(list.dwTotalSize, room.size() * 4);
-        ASSERT_LE(offset + size, list.dwTotalSize);
-        EXPECT_EQ(size, destination.size() * 2 + 2);
-        EXPECT_EQ(FromWide(reinterpret_cast<const WCHAR*>(room.data() + offset / 4), size / 2), destination);
-    }
-}
-
 TEST(HostFields, PartsOfACallAreShownWhereTheyLie) {
     Buffer buffer(340);
     auto& info = *buffer.As<LINECALLINFO>();
@@ -93,21 +80,6 @@ TEST(HostFields, PartsOfACallAreShownWhereTheyLie) {
     EXPECT_THAT(Shown(small, AddressStatusFields), Not(HasSubstr("dwForwardNumEntries")));
     reinterpret_cast<char*>(small.As<DWORD>())[30] = 0;
     EXPECT_TRUE(small.Overrun());
-}
-
-TEST(HostFields, ForwardingsAreEntriesOf24Bytes) {
-    Buffer buffer(124);
-    auto& status = *buffer.As<LINEADDRESSSTATUS>();
-    status.dwForwardNumEntries = 3;  // the third does not fit
-    status.dwForwardSize = 58;
-    status.dwForwardOffset = 64;
-    const DWORD entries[] = {LINEFORWARDMODE_BUSY, 0, 0, 0, 10, 112, LINEFORWARDMODE_NOANSW, 0, 0, 0, 10, 112};
-    std::memcpy(reinterpret_cast<char*>(&status) + 64, entries, sizeof entries);
-    PutWide(buffer, 112, "1234");
-    const std::string all = Shown(buffer, AddressStatusFields);
-    for (const char* line : {"BUSY to \"1234\" (10 bytes at 112)\n", "NOANSW to \"1234\" (10 bytes at 112)\n",
-                             "ForwardList[2]            outside the structure\n"})
-        EXPECT_THAT(all, HasSubstr(line));
 }
 
 TEST(HostCalls, TheLastCallIsTheLastOneThatCameToBe) {

@@ -98,6 +98,24 @@ TEST_F(Keys, NewCallSeizesAKeyLikeThatOfTheCallInConversation) {
                        "FindFreeMultiLine tou 3 (type analogue a cref 0000 CONNECTED) | "
                        " pas de tou mcdu principal libre, rech tou mcdu secondaire | "
                        "FindFreeMultiLine tou 3 (mcdu secondaire)");
+    Fresh();
+    Key(2, TOUCH_MULTI, "4712");
+    Key(1, TOUCH_MULTI, "4713");
+    Call(2, 0, CONNECTED);
+    EXPECT_EQ(FindFreeMultiLine(), 3) << "no other key of its number: the set's own";
+    EXPECT_EQ(Steps(), "FindFreeMultiLine tou 3 (mcdu principal)");
+}
+
+TEST_F(Keys, BossKeyIsTakenBeforeTheSecretaryKeyOfTheSameNumber) {
+    for (const auto& [key, kind] : {std::pair{8, TOUCH_PATRON}, {9, TOUCH_SECRETAIRE}, {10, TOUCH_SECR_DEBORD}})
+        Key(key, kind, "4730");
+    CopyText(Record(4).DestAddress, "4730");
+    for (const int expected : {8, 9, -1}) {
+        EXPECT_EQ(FindFreeBossSecretaryKey(4), expected);
+        if (expected != -1)
+            At(expected).calls[0] = 0;
+    }
+    EXPECT_EQ(Steps(), "Tou Pat '4730' libre trouve tou 8 | Tou Sec '4730' libre trouve tou 9");
 }
 
 }  // namespace

@@ -5,11 +5,13 @@
 #include "config/settings.h"
 #include "control/requests.h"
 #include "link/serial.h"
+#include "platform/text.h"
 #include "support/fixture.h"
 #include "support/port.h"
 #include "trace/trace.h"
 
 #include <algorithm>
+#include <cstring>
 
 namespace {
 
@@ -67,6 +69,8 @@ TEST_F(StartAndStop, ThreadThatEndedByItselfOrWasNeverMadeIsNotStoppedAndLeavesN
     EXPECT_EQ(static_cast<DWORD>(StartSerialThread()), 0x80000043);
     EXPECT_EQ(PlatformControl::Boxes().back().Text, "Error in creating Serial thread: 1450");
     EXPECT_EQ(PlatformControl::OpenHandles(), before + 1);
+    EXPECT_THAT(TraceLines(), testing::IsSupersetOf({std::string("EvtSerialReady not created error 8"),
+                                                     std::string("Thread serial didn't start error 1450")}));
 }
 
 TEST_F(StartAndStop, ThreadThatDoesNotEndIsForgottenAfterThirtySeconds) {
@@ -147,6 +151,7 @@ TEST_F(StartAndStop, OpenWithoutAPortFailsAfterTwentySecondsWithoutTheMutex) {
     const std::uint32_t asked = PlatformControl::Now();
     EXPECT_EQ(static_cast<DWORD>(Open()), 0x80000001);
     EXPECT_EQ(PlatformControl::Now() - asked, 20'000u);
+    EXPECT_THAT(TraceLines(), testing::Contains("Wait Thread serial Ready KO 258 "));
     EXPECT_FALSE(HeldTheMutex());
 }
 
@@ -158,7 +163,20 @@ TEST_F(StartAndStop, InitialisationNeedsAFourCharacterPortAndSucceedsAllTheSame)
         EXPECT_EQ(std::count(lines.begin(), lines.end(), "Entering TSPI_providerShutdown(20000 4)"),
                   std::string(port) == "COM5" ? 0 : 1)
             << port;
+        for (const char* text : {"Pb - pas de port spécifié dans le telephon.ini -> providerconfig",
+                                 "pas de choix à provider config -> on stoppe le SP"})
+            EXPECT_EQ(std::count(lines.begin(), lines.end(), text), std::string(port) == "COM5" ? 0 : 1) << port;
     }
+    const ProviderStateRecord& p = ProviderState;
+    const LINEDIALPARAMS& dial = p.DialParams;
+    EXPECT_EQ((std::vector<DWORD>{p.LineDeviceID, p.PermanentProviderID, p.MediaMode, p.FwdStatus,
+                                  static_cast<DWORD>(p.DeviceState), p.ProtocolLevel, dial.dwDialPause,
+                                  dial.dwDialSpeed, dial.dwDigitDuration, dial.dwWaitForDialtone}),
+              (std::vector<DWORD>{6, 4, 4, 4, 1, 2, 2000, 95, 95, 60000}));
+    WCHAR name[16];
+    std::memset(name, 0xEE, sizeof name);
+    EXPECT_EQ(TSPI_providerUIIdentify(name), 0);
+    EXPECT_EQ(std::memcmp(name, "zt_6232.tsp"_wide, 12 * sizeof(WCHAR)), 0) << "its own user interface";
 }
 
 TEST_F(StartAndStop, LineMutexIsMadeOnFirstUseAndSaysHowAWaitEnded) {

@@ -73,6 +73,26 @@ TEST_F(LineRequests, DestinationIsTakenFromItsFirstDialableCharacterOn) {
     }
 }
 
+TEST_F(LineRequests, TextsOfCallsAreTakenWholeRefusedWholeAndNeverLeftFromBefore) {
+    Stop();
+    Calls("TC");
+    const std::tuple<std::string, DWORD, const char*> dialled[] = {{"1?$", LINEERR_DIALPROMPT, ""},
+                                                                   {"1$?", LINEERR_DIALBILLING, ""},
+                                                                   {std::string(80, '1'), LINEERR_INVALPOINTER, ""},
+                                                                   {"T+33 1", 7, "T+33 1"}};
+    for (const auto& [text, code, taken] : dialled) {
+        EXPECT_EQ(Code(TSPI_lineDial(7, Handle(0), Wide(text).c_str(), 0)), code) << text;
+        EXPECT_STREQ(Record(0).DestAddress, taken);
+    }
+    for (const WCHAR* text : {"+3?$"_wide, static_cast<const WCHAR*>(nullptr)}) {
+        EXPECT_EQ(Code(TSPI_lineBlindTransfer(7, Handle(1), text, 0)), DWORD{7});
+        EXPECT_STREQ(Record(1).DestAddress, text != nullptr ? "+3?$" : "");
+    }
+    CopyText(Record(1).DigitsToGenerate, "1");
+    EXPECT_EQ(Digits(1, nullptr), DWORD{0});
+    EXPECT_STREQ(Record(1).DigitsToGenerate, "");
+}
+
 TEST_F(LineRequests, NoTextIsReadBeyond81Characters) {
     // As the end of a page would show it, under the sanitizers: no terminator behind the last character.
     const std::vector<WCHAR> endless(81, WCHAR{'1'});

@@ -161,16 +161,78 @@ TEST_F(LineEdges, ValuesAreJudgedAndKept) {
     DWORD version = 0;
     EXPECT_EQ(Code(TSPI_lineNegotiateTSPIVersion(6, 0x10004, 0x1FFFF, &version)), LINEERR_INCOMPATIBLEAPIVERSION);
     EXPECT_EQ(TSPI_lineNegotiateTSPIVersion(6, 0x20000, 0x20000, &version), 0);
+    version = 0;
+    EXPECT_EQ(Code(TSPI_lineNegotiateTSPIVersion(0xFFFFFFFF, 0x20001, 0x30000, &version)),
+              LINEERR_INCOMPATIBLEAPIVERSION);
+    EXPECT_EQ(version, DWORD{0x20000}) << "written all the same";
+    EXPECT_EQ(TSPI_lineNegotiateTSPIVersion(0xFFFFFFFF, 0x10004, 0x30000, &version), 0);
+    DWORD extension = 7;
+    EXPECT_EQ(TSPI_lineNegotiateExtVersion(0xFFFFFFFF, 0x20000, 1, 2, &extension), 0);
+    EXPECT_EQ(extension, DWORD{0});
     EXPECT_EQ(TSPI_lineSetStatusMessages(Line, 0xFFFF, 0xEEEE), 0);
     EXPECT_EQ(ProviderState.LineStates, 0xFFFFu);
     EXPECT_EQ(TSPI_lineSetDefaultMediaDetection(Line, 4), 0);
     EXPECT_EQ(ProviderState.DefaultMediaDetection, 4u);
+    EXPECT_EQ(Code(TSPI_lineSetDefaultMediaDetection(Line, 6)), LINEERR_INVALMEDIAMODE);
+    EXPECT_EQ(TSPI_lineSetDefaultMediaDetection(Line, 0), 0);
+    EXPECT_EQ(ProviderState.DefaultMediaDetection, DWORD{0});
+    EXPECT_EQ(ProviderState.AddressStates, DWORD{0xEEEE});
+    for (const DWORD mode : {0, 4, 6}) {
+        const DWORD wanted = mode == 4 ? 0 : LINEERR_INVALMEDIAMODE;
+        EXPECT_EQ(Code(TSPI_lineConditionalMediaDetection(Line, mode, nullptr)), wanted) << mode;
+        EXPECT_EQ(Code(TSPI_lineSetMediaMode(Any{3}, mode)), wanted) << mode;
+    }
+    EXPECT_EQ(ProviderState.MediaMode, DWORD{4});
+    EXPECT_EQ(Code(TSPI_lineSetMediaMode(Any{30}, 4)), LINEERR_INVALCALLHANDLE);
+    EXPECT_EQ(Code(TSPI_lineGetAddressCaps(6, 1, 0x20000, 0, Buffer.Room<LINEADDRESSCAPS>(400))),
+              LINEERR_INVALADDRESSID);
+    Call(1, 0, CONNECTED);
+    Events();
+    EXPECT_EQ(TSPI_lineSetAppSpecific(Any{0x10000}, 4), 0) << "the high bits of a handle are ignored";
+    EXPECT_THAT(Events(), ElementsAre("INFO 0 APPSPECIFIC"));
+    EXPECT_EQ(Code(TSPI_lineSetAppSpecific(Any{30}, 9)), LINEERR_INVALCALLHANDLE);
+    EXPECT_EQ(ProviderState.AppSpecific, DWORD{4});
     ProviderState.LineEventProc = SumOfDetails;
     EXPECT_EQ(TSPI_lineSetAppSpecific(Any{3}, 5), 0);
     EXPECT_EQ(ProviderState.LineStates, 0u) << "this event carries no media mode";
     ProviderState.LineEventProc = nullptr;
     EXPECT_EQ(TSPI_lineSetAppSpecific(Any{3}, 6), 0) << "a closed line gets no event";
     EXPECT_EQ(ProviderState.AppSpecific, 6u);
+}
+
+TEST_F(LineEdges, TextsOfTheLineArePlacedEachWhereItStillFits) {
+    std::memcpy(ProviderState.LineName, "CORVANE_ZT_6200_2.0_3"_wide, 44);
+    // used; size and offset of provider information, line name, switch information
+    const std::pair<DWORD, const char*> rows[] = {{295, "116 - - - - 1a fc"},
+                                                  {300, "128 - - 2c fc - -"},
+                                                  {322, "142 - - 2c fc 1a 128"},
+                                                  {498, "1f2 b0 fc 2c 1ac 1a 1d8"}};
+    for (const auto& [total, placed] : rows) {
+        ASSERT_EQ(TSPI_lineGetDevCaps(6, 0x20000, 0, Buffer.Room<LINEDEVCAPS>(total)), 0);
+        std::string told = CallersBuffer::Hex(Buffer.Field(8));
+        for (const std::size_t at : {12u, 16u, 32u, 36u, 20u, 24u})
+            told += " " + CallersBuffer::Hex(Buffer.Field(at));
+        EXPECT_EQ(told, placed) << total;
+        EXPECT_LE(Buffer.End(), total);
+    }
+    EXPECT_EQ(std::memcmp(Buffer.At(428), ProviderState.LineName, 44), 0);
+    EXPECT_EQ(std::memcmp(Buffer.At(472), "Corvane 6200"_wide, 26), 0);
+}
+
+TEST_F(LineEdges, TheOneAddressIsFoundByItsExactNumber) {
+    CopyText(ProviderState.LineAddress, "4711");
+    DWORD id = 9, count = 9;
+    for (const WCHAR* other : {"4711 "_wide, "471"_wide, "47110"_wide, ""_wide})
+        EXPECT_EQ(Code(TSPI_lineGetAddressID(Line, &id, 1, other, 0)), LINEERR_INVALADDRESS);
+    EXPECT_EQ(id, DWORD{9});
+    TraceLines();
+    EXPECT_EQ(TSPI_lineGetAddressID(Line, &id, 1, "4711"_wide, 0), 0);
+    EXPECT_EQ(id, DWORD{0});
+    EXPECT_THAT(TraceLines(), testing::IsSupersetOf({"Entering TSPI_lineGetAddressID lpsAddress '4711'",
+                                                     "Entering TSPI_lineGetAddressID lineaddr '4711'",
+                                                     "Entering TSPI_lineGetAddressID Address  '4711'"}));
+    EXPECT_EQ(TSPI_lineGetNumAddressIDs(Line, &count), 0);
+    EXPECT_EQ(count, DWORD{1});
 }
 
 }  // namespace

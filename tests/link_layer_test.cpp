@@ -107,6 +107,15 @@ TEST_F(LinkLayer, ConfigResponseTellsTheCardsVersionAndModes) {
         const ByteList tempo = ToBytes({0x03, 0x60, 0x12, 0x32, 0x59});
         EXPECT_THAT(Drain(), testing::ElementsAreArray(std::vector<ByteList>(c.tempo ? 1 : 0, tempo)));
     }
+    // Only a card that is back restarts the wait for a configuration that has not come.
+    for (const bool trouble : {false, true})
+        for (const bool received : {false, true}) {
+            Serial.V24Trouble = trouble;
+            Tick.ConfigReceived = received;
+            Tick.WaitConfigCount = 80;
+            Receive(Frame({0x60, 0x11, 3, 5, 0, 0}));
+            EXPECT_EQ(Tick.WaitConfigCount, trouble && !received ? 0 : 80) << trouble << received;
+        }
 }
 
 // --- frames by type ------------------------------------------------------------------------------------------------

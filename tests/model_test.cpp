@@ -110,4 +110,28 @@ TEST_F(Model, CharactersOfTheSetByRow) {
     EXPECT_EQ(out[40], 'x') << "forty characters, no terminator";
 }
 
+TEST_F(Model, NewCallKeepsTheLastDigitKeyedBeforeIt) {
+    for (const auto& [keyed, kept] : {std::pair{"0123", "3"}, {"4", "4"}, {"", ""}}) {
+        Fresh();
+        CopyText(DialedNumber, keyed);
+        EXPECT_EQ(AllocCallRecord(DIALTONE, 1), 0);
+        EXPECT_STREQ(DialedNumber, kept);
+    }
+}
+
+TEST_F(Model, EndedCallLeavesNoPartyBehind) {
+    Call(1, 0, CONNECTED);
+    CallRecord& call = Record(0);
+    char* const texts[] = {call.DestAddress,        call.DestName,        call.CalledAddress,      call.CalledName,
+                           call.CallerAddress,      call.CallerName,      call.RedirectionAddress, call.RedirectionName,
+                           call.RedirectingAddress, call.RedirectingName, call.ConnectedAddress,   call.ConnectedName};
+    for (char* const text : texts)
+        text[0] = 'x';
+    call.Reason = LINECALLREASON_FWDBUSY;
+    ClearCall(0);
+    for (const char* const text : texts)
+        EXPECT_STREQ(text, "");
+    EXPECT_EQ(call.Reason, DWORD{LINECALLREASON_UNAVAIL});
+}
+
 }  // namespace

@@ -141,4 +141,14 @@ TEST_F(OmnaLink, WhatHasNoWholeHeaderOrNoKnownCodeIsOnlyShown) {
     EXPECT_EQ(ProviderState.TAPI_OMNA_Ver, 0);
 }
 
+TEST_F(OmnaLink, CallEventsAreHandledFromVersion2OnTransfersAlways) {
+    TraceMask = TRACE_OMNA;
+    for (const int version : {1, 2})
+        for (const int code : {23, 24, 25, 28}) {
+            ProviderState.TAPI_OMNA_Ver = static_cast<std::uint8_t>(version);
+            DispatchOmnaMsg(ToBytes({0, 6, version, 0, code, 1}));  // its handler says that it is cut short
+            EXPECT_EQ(TraceLines().size(), version == 2 || code == 28 ? 3u : 2u) << version << " " << code;
+        }
+}
+
 }  // namespace

@@ -2,6 +2,7 @@
 // and how each request ends.
 #include "control/requests.h"
 
+#include "control/digits.h"
 #include "control/make_call.h"
 #include "link/serial.h"
 #include "link/tick.h"
@@ -128,6 +129,31 @@ TEST_F(Dispatching, CallPressedBlindlyWaitsSevenSecondsForATraceHeader) {
     EXPECT_EQ(DynamicConfig.WaitTraceMode, 1);
     EXPECT_EQ(Tick.WaitTraceLimit, 100);
     EXPECT_THAT(TraceLines(), testing::Contains("LineMakeCall Attente mode Trace time 30 limit 100"));
+}
+
+TEST_F(Dispatching, DigitsIntoADialToneNeverPressABossKey) {
+    Key(8, TOUCH_PATRON, "4730");
+    Call(1, 0, DIALTONE);
+    CopyText(Record(0).DestAddress, "4730");
+    EXPECT_EQ(DoMakeCall(0, REQUEST_DIAL), 0);
+    EXPECT_EQ(Pressed(), "03 26 03 04 D0 | 03 26 03 07 CD | 03 26 03 03 D1 | 03 26 03 00 D4");
+    EXPECT_EQ(Record(0).touch, 1);
+}
+
+TEST_F(Dispatching, EveryDigitStartsTheFourSecondsAnewAndTheCancelEndsThem) {
+    Stand("1C", "StopV");
+    Link.SuperMsgSupported = true;  // all the same one by one
+    Marks.FvTimer = {true, 39};
+    CopyText(Record(0).DigitsToGenerate, "1-2");
+    EXPECT_EQ(DoGenerateDigits(0), 0);
+    EXPECT_EQ(Pressed(), "03 26 03 01 D3 | 03 26 03 02 D2");
+    EXPECT_TRUE(Marks.FvTimer.Set);
+    EXPECT_EQ(Marks.FvTimer.Ticks, 0);
+    EXPECT_THAT(TraceLines(), testing::Contains("DoGenerateDigits - Caractère non composable:2d"));
+    Record(0).DigitsToGenerate[0] = 0;
+    EXPECT_EQ(DoGenerateDigits(0), 0);
+    EXPECT_EQ(Pressed(), SOFT1);
+    EXPECT_FALSE(Marks.FvTimer.Set);
 }
 
 }  // namespace

@@ -76,17 +76,6 @@ TEST_F(Service, StartUpTakesTheWiresTimePlusOneTickPerQuestionAndAnswer) {
     EXPECT_LE(took, wire + 2 * questions * TICK_MS);
 }
 
-TEST_F(Service, WrongSetStopsWithItsBoxAndClosesTheLine) {
-    Machine.config.deviceType = 1;
-    ASSERT_EQ(OpenLine(), 0);
-    Advance(30'000);
-    ASSERT_EQ(PlatformControl::Boxes().size(), 1u);
-    EXPECT_THAT(PlatformControl::Boxes()[0].Text, HasSubstr("Your set is not a 7120/7121 Corvane set"));
-    EXPECT_EQ(Setting("Dynamic_Set_Conf", "LastAction"), "failed :Not a KB2(7120) set");
-    EXPECT_THAT(LineEvents(), ElementsAre("LINEDEV CONNECTED|INSERVICE", "CLOSE"));
-    EXPECT_EQ(ProviderState.DeviceState, DEVICE_OUT_OF_SERVICE);
-}
-
 TEST_F(Service, StoredConfigurationIsUsedAtOnceAndOnlyWhatChangedIsSaved) {
     GoInService();
     CloseLine();
@@ -107,9 +96,6 @@ TEST_F(Service, StoredConfigurationIsUsedAtOnceAndOnlyWhatChangedIsSaved) {
 }
 
 // --- calls ----------------------------------------------------------------------------------------------------------
-
-// The search for a call without an active key.
-const std::string NO_KEY = "SearchState - La Touche 0 n'est pas multiligne ni pat/sec!";
 
 // A key that goes out with its call.
 std::string Dark(int key, const std::string& from, int cref) {
@@ -135,100 +121,6 @@ protected:
 };
 
 // clang-format off
-TEST_F(Calls, IncomingAnsweredAndEnded) {
-    Track();
-    Play({
-        {"incoming 1 0145678901", "", "Multi Icone 1 Action: IDLE_ICON => INCOM_ICON | NEWCALL 0 | " + NO_KEY +
-         " | origin EXTERNAL | - Etat:OFFERING - Ref:0 | 0 OFFERING | INFO 0 CALLERID|CALLEDID"},
-        {"answer 1", "", "Multi Icone 1 Action: INCOM_ICON => ACTIV_ICON | Icone:1 - Etat:CONNECTED - Ref:0 cas 5"
-         " | Inbound:1 | 0 CONNECTED"},
-        {"hangup 1", "", Dark(1, "ACTIV", 0) + " | " + NO_KEY + " | Avant test VaVien "},
-        {"incoming 2 - \"Hélène DUPRÉ\"", "", "Multi Icone 2 Action: IDLE_ICON => INCOM_ICON | NEWCALL 0 | " +
-         NO_KEY + " | - Etat:OFFERING - Ref:0 | 0 OFFERING | INFO 0 CALLERID|CALLEDID"},
-        {"caller-hangs-up 2", "", Dark(2, "INCOM", 0) + " | " + NO_KEY},
-        {"incoming 1 4720 nocaller", "", "Multi Icone 1 Action: IDLE_ICON => INCOM_ICON | NEWCALL 0"
-         " | - Etat:OFFERING - Ref:0 | 2 sec - pas d'info sur l'appelant | 0 OFFERING"},
-        {"caller 1", "", NO_KEY + " | INFO 0 CALLERID|CALLEDID"},
-        {"caller-hangs-up 1", "", Dark(1, "INCOM", 0) + " | " + NO_KEY},
-    });
-}
-TEST_F(Calls, DialledOnTheSet) {
-    Track();
-    const Step seize = {"seize 1", "", "Multi Icone 1 Action: IDLE_ICON => ACTIV_ICON | NEWCALL 0"
-        " | Icone:1 - Etat:DIALTONE - Ref:0 | 0 DIALTONE"};
-    const Step dial = {"dial 4712", "", "0 DIALING | 0 PROCEEDING | Icone:1 - Etat:PROCEEDING - Ref:0 cas 1"
-        " | 0 RINGBACK | TmpAddress:'4 ' | TmpAddress:'47 ' | TmpAddress:'471 ' | TmpAddress:'4712 '"};
-    Play({
-        seize,
-        dial,
-        {"far-rings", "", "TmpAddress:'4712 '"},
-        {"far-answers", "", "Apparition de 2App - 1 appel procedding | 0 CONNECTED"
-         " | Icone:1  - Etat:CONNECTED - Ref:0 cas 6 | INFO 0 CALLEDID"},
-        {"release", "", Dark(1, "ACTIV", 0) + " | " + NO_KEY + " | Avant test VaVien "},
-        seize,
-        dial,
-        {"far-busy", "", "byMakeCall:0,inbound:0,outbound:1 | 0 DISCONNECTED 1"
-         " | Icone:1  - Etat:DISCONNECTED - Ref:0"},
-        {"release", "", " VTA: ICON: 1, Value: 0 IDLE_ICON | Multi Icone 1 Action: ACTIV_ICON => IDLE_ICON"
-         " | 0 IDLE | Icone:1 éteint - Etat:IDLE - Ref:0 | " + NO_KEY},
-    });
-}
-TEST_F(Calls, HoldAndRetrieveThenASecondCallAndASwap) {
-    Track();
-    Play({
-        {"incoming 1 4720", "", "Multi Icone 1 Action: IDLE_ICON => INCOM_ICON | NEWCALL 0 | " + NO_KEY +
-         " | origin INTERNAL | - Etat:OFFERING - Ref:0 | 0 OFFERING | INFO 0 CALLERID|CALLEDID"},
-        {"answer 1", "", "Multi Icone 1 Action: INCOM_ICON => ACTIV_ICON | Icone:1 - Etat:CONNECTED - Ref:0 cas 5"
-         " | Inbound:1 | 0 CONNECTED"},
-        {"hold 1", "", "Multi Icone 1 Action: ACTIV_ICON => HOLD_ICON | Icone:1  - Etat:ONHOLD - Ref:0 | 0 ONHOLD"
-         " | " + NO_KEY + " | Avant test VaVien "},
-        {"retrieve 1", "", "Multi Icone 1 Action: HOLD_ICON => ACTIV_ICON | ActivCallTouch:0 - iconid:1"
-         " | Icone:1  - Etat:CONNECTED - Ref:0 cas 3 | 0 CONNECTED"},
-        {"second 2", "", "Multi Icone 1 Action: ACTIV_ICON => HOLD_ICON | Icone:1  - Etat:ONHOLD - Ref:0"
-         " | 0 ONHOLD | Multi Icone 2 Action: IDLE_ICON => ACTIV_ICON | NEWCALL 1"
-         " | Icone:2 - Etat:DIALTONE - Ref:1 | 1 DIALTONE | Avant test VaVien "},
-        {"dial 4730", "", "1 DIALING | 1 PROCEEDING | Icone:2 - Etat:PROCEEDING - Ref:1 cas 1 | 1 RINGBACK"
-         " | TmpAddress:'4 ' | TmpAddress:'47 ' | TmpAddress:'473 ' | TmpAddress:'4730 '"},
-        {"far-answers", "", "TmpAddress:'4730 ' | Apparition de Conf - 1 appel proceeding | 1 CONNECTED"
-         " | Icone:2  - Etat:CONNECTED - Ref:1 cas 10 | INFO 1 CALLEDID"},
-        {"swap", "", "Multi Icone 2 Action: ACTIV_ICON => HOLD_ICON | Icone:2  - Etat:ONHOLD - Ref:1 | 1 ONHOLD"
-         " | Multi Icone 1 Action: HOLD_ICON => ACTIV_ICON | ActivCallTouch:0 - iconid:1"
-         " | Icone:1  - Etat:CONNECTED - Ref:0 cas 3 | 0 CONNECTED"},
-        {"recall 2", "", "Multi Icone 2 Action: HOLD_ICON => INCOM_ICON | 1 OFFERING"
-         " | Icone:2 - Etat:REOFFERING - Ref:1"},
-        {"hangup 1", "", Dark(1, "ACTIV", 0) + " | " + NO_KEY + " | Avant test VaVien "},
-        {"caller-hangs-up 2", "", Dark(2, "INCOM", 1) + " | " + NO_KEY},
-    });
-}
-TEST_F(Calls, TwoCallsOnOneKeyAndTheirConference) {
-    Machine.config.omna = 2;
-    Machine.config.multiMode = 1;
-    Track();
-    Play({
-        {"incoming 1 4720", "", "Multi Icone 1 Action: IDLE_ICON => INCOM_ICON | NEWCALL 0"
-         " | ICI - Etat:OFFERING - Ref:0 | 0 OFFERING | INFO 0 ORIGIN|REASON|CALLERID|CALLEDID"},
-        {"answer 1", "", "Multi Icone 1 Action: INCOM_ICON => ACTIV_ICON | Icone:1 - Etat:CONNECTED - Ref:0 cas 5"
-         " | Inbound:1 | 0 CONNECTED | INFO 0 CONNECTEDID"},
-        {"second-call", "", "ST_Dial trouve Icone:1  - Etat:ONHOLD - Ref:0 | 0 ONHOLD | NEWCALL 1"
-         " | Icone:1  - Etat:DIALTONE - Ref:0001 | 1 DIALTONE | Detection de Fin2App | Avant test VaVien "},
-        {"dial 4730", "", "1 DIALING | 1 PROCEEDING | 1 RINGBACK | NewState tou:1 - Etat:PROCEEDING - Ref:0001"
-         " | Inbound:0 Outbound:1 byMakeCall:0"},
-        {"far-answers", "", "INFO 1 CALLEDID | NewState tou:1 - Etat:CONNECTED - Ref:0001 | 1 CONNECTED"
-         " | Inbound:0 Outbound:1 byMakeCall:0 | INFO 1 CONNECTEDID | Detection de Fin2App"
-         " | Avant test VaVien  | VaVien detected | VaVien avec 2 appels en cours sur Icone:1 "},
-        {"swap", "", "Icone:1  - Etat:ONHOLD - Ref:1 | 1 ONHOLD | 0 CONNECTED"
-         " | Icone:1  - Etat:CONNECTED - Ref:0 cas 15"},
-        {"conference", "", "Passage en conférence par appui sur soft key | NEWCALL 30 | 30 ONHOLDPENDCONF"
-         " | Etat:LINECALLSTATE_ONHOLDPENDCONF - Ref:30 | Icone:1  - Etat:CONFERENCED - Ref:1 | 1 CONFERENCED"
-         " | Icone:1  - Etat:CONFERENCED - Ref:0 | 0 CONFERENCED | 30 CONNECTED"
-         " | Etat:LINECALLSTATE_CONNECTED - Ref:30 | Passage en conference detecte par display 0"
-         " | Avant test VaVien "},
-        {"conference", "", "* !Conf enfoncée * | Fin de conference | 30 IDLE | 0 DISCONNECTED 1"
-         " | Icone:1  - Etat:DISCONNECTED - Ref:0 | 1 CONNECTED | Icone:1  - Etat:CONNECTED - Ref:1 cas 13"
-         " | 0 IDLE | Icone:1  - Etat:IDLE - Ref:0 | Pb de detection de string"},
-        {"release", "", Dark(1, "ACTIV", 1) + " | Avant test VaVien "},
-    });
-}
 TEST_F(Calls, SupervisedAndBoss) {
     Machine.config.omna = 3;
     Machine.config.keys = {{1, 11, "4711"}, {2, 11, "4711"}, {7, 7, "4720"}, {8, 8, "4730"}};

@@ -97,7 +97,9 @@ TEST_F(Thread, NothingOfAnEarlierThreadIsLeft) {
     AomCount = 1;
     AomOrder = {2, 1, 0};
     FifoPut(LINK_FIFO, ACK_FRAME);
+    SetSetting("ZT_Info", "After_L2_timeout", "25");
     ASSERT_EQ(Start(), 0);
+    EXPECT_EQ(Link.After_L2_timeout, 25);
     EXPECT_FALSE(Serial.PortFailed || Serial.V24Trouble || Tick.SpStopped || Marks.DeferredMakeCall.Set ||
                  Marks.MakeCallReport.Set || Marks.MakeCallWatch.Set || Marks.FvTimer.Set || AomTable[0].present);
     EXPECT_EQ(Link.LinkPollPeriod, 30);

@@ -287,4 +287,28 @@ TEST_F(Dialogue, TextsLongerThanTheirEntryAreCutAndNotTakenForNews) {
     EXPECT_EQ(Setting("Service_Code", "ForwardingImm"), "(none)");
 }
 
+TEST_F(Dialogue, WrongSetsAndOddEntriesAreNamed) {
+    ProviderState.TAPI_OMNA_Ver = 2;
+    HandleDeviceAssocAck(1, Payload("0 1 '4711' 1 0 4 0"));
+    EXPECT_THAT(Requests(), IsEmpty());
+    HandleKeyAck(1, Payload("0"));
+    EXPECT_THAT(Requests(), ElementsAre("4"));
+    HandleKeyInfoAck(1, Payload("1  90 'x' 0"));
+    HandleKeySpeInfoAck(1, Payload("1  5 11 'x'"));
+    HandleStringInfoAck(1, Payload("1  3 'x'"));
+    HandleSkInfoAck(1, Payload("1  7 'x'"));
+    HandleCodeInfoAck(1, Payload("1  7 'x'"));
+    for (const char* refused : {"Service_Code", "Language"})
+        PlatformControl::RefuseRegistry(refused, 5);
+    SaveCodes();
+    SaveLanguage();
+    EXPECT_THAT(TraceLines(),
+                testing::IsSupersetOf(
+                    {"Recup conf Dynamique - Poste non KB2 (ZT 7120)", "Recup conf Dynamique - Poste non Multiligne",
+                     "TouchId:90 hors borne - non prise en compte", "tou spe 5 genr_tou 11 inconnu",
+                     "Reception d'une string d'ID > MAX_TA_STRING", "Reception d'une SK d'ID > MAX_TA_SK",
+                     "Reception d'un code d'ID (7) > MAX_TA_CODE (6)", "Pb de sauvegarde config code dans fichier ini",
+                     "Pb sauvegarde langue dans fichier ini"}));
+}
+
 }  // namespace

@@ -94,10 +94,15 @@ TEST_F(Stored, SwitchesAreReadWithTheirDefaults) {
 
 TEST_F(Stored, MissingTextIsAnErrorAndLeavesItsEntryMissingCodeIsNot) {
     StoreTexts();
+    TraceMask = TRACE_OMNA;
     InitDatas();
+    EXPECT_THAT(TraceLines(),
+                testing::IsSupersetOf({"Initialisation des datas", "no mcdu stored ", "Service Supervision 1",
+                                       "SecondCall:-Second-", "HangUp:-HangUp-", "ForwardingImm:-1234-"}));
     EXPECT_STREQ(Settings.SoftKeyLabels[SK_SECOND_CALL], "Second") << "cut to its entry";
     EXPECT_STREQ(Settings.ServiceCodes[0], "1234");
     RegDeleteSection("Service_Code");
+    SetSetting("SetConfig", "SetMCDU", "4711");
     InitDatas();
     EXPECT_FALSE(Tick.StringInitError);
     EXPECT_STREQ(Settings.ServiceCodes[0], "");
@@ -113,6 +118,9 @@ TEST_F(Stored, MissingTextIsAnErrorAndLeavesItsEntryMissingCodeIsNot) {
     InitDatas();
     EXPECT_TRUE(Tick.StringInitError);
     EXPECT_STREQ(Settings.SoftKeyLabels[SK_TRANSFER], "Transf");
+    EXPECT_THAT(TraceLines(), testing::IsSupersetOf({"lecture mcdu -4711-", "Service Codes Empty Reading: DTMF:--",
+                                                     "LCD String Reading:StringInitError TRUE Dial:-Dial-",
+                                                     "Soft Key Reading:StringInitError TRUE Transfer:-Transf-"}));
 }
 
 }  // namespace

@@ -21,4 +21,12 @@ TEST_F(Supervision, KeyThatRingsWithoutARecordForItsCallStillGoesOut) {
     EXPECT_EQ(At(7).icon, IDLE_ICON);
 }
 
+TEST_F(Supervision, CallerOfEachRingingLineHasASecondToShow) {
+    Tracking.OfferTicks = 10;
+    SupervIcon(INCOM_ICON, 7);
+    EXPECT_EQ(Tracking.OfferTicks, 0);
+    EXPECT_EQ(Tracking.OfferInfoCref, 0);
+    EXPECT_EQ(Record(0).Inbound, 1);
+}
+
 }  // namespace

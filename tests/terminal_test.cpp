@@ -74,6 +74,9 @@ TEST_F(Terminal, AModuleIconGoesToTheModulesKey) {
     EXPECT_THAT(Events(), ElementsAre("PHONE LAMP 23", "PHONE LAMP 64", "PHONE LAMP 108"));
     EXPECT_EQ(TouchTable[44].rawIcon, 2u);
     EXPECT_EQ(TouchTable[43].rawIcon, 0u);
+    Events();
+    Command({0x0B, 6, 0x02, 2, 0x47, 4, 0x20, 0x20, 4, 0x47, 4, 0x20, 0x20});
+    EXPECT_THAT(Events(), ElementsAre("PHONE LAMP 64", "PHONE LAMP 24")) << "the prefix is its own item's";
 }
 
 TEST_F(Terminal, LampsTakeTheModesThatExist) {

@@ -119,6 +119,10 @@ TEST_F(Ticking, TraceModeWatchdogStopsTheLinkAtItsLimitOrEndsWithTheFirstHeader)
     Ticks(1);
     EXPECT_EQ(PlatformControl::Boxes().at(0).Text, "     Set Configuration Error\n\nVXC setup error - Bad MAC/PC mode");
     EXPECT_THAT(LineEvents(), ElementsAre("STATE 0 IDLE", "CLOSE"));
+    EXPECT_TRUE(Traced("TIMEOUT Bad MAC/PC No Trace mode: WaitTrace 250 limit 250"));
+    EXPECT_EQ(Setting("Dynamic_Set_Conf", "LastAction"), "failed :Bad MAC/PC trace mode");
+    EXPECT_EQ(ProviderState.DeviceState, DEVICE_OUT_OF_SERVICE);
+    EXPECT_TRUE(Link.LinkStopped);
 }
 
 TEST_F(Ticking, BadStoredStringStopsUnderTheMutexAndOnlyOnce) {
@@ -133,6 +137,7 @@ TEST_F(Ticking, BadStoredStringStopsUnderTheMutexAndOnlyOnce) {
     EXPECT_EQ(PlatformControl::Boxes()[0].Text, "Corvane Service Provider internal error\n\nBad string definition");
     EXPECT_TRUE(PlatformControl::Boxes()[0].LineMutexHeld);
     EXPECT_TRUE(Link.LinkStopped);
+    EXPECT_EQ(ProviderState.DeviceState, DEVICE_OUT_OF_SERVICE);
     EXPECT_THAT(LineEvents(), IsEmpty());
 }
 
@@ -214,6 +219,12 @@ TEST_F(Ticking, RetriesAFailedLinkControlFrameOnceAndEndsTheTick) {
     EXPECT_EQ(Port.Incoming.size(), 4u) << "the tick ended before it read";
     Ticks(1);
     EXPECT_EQ(Port.Taken(), ACK) << "the answer to the frame read now";
+    PlatformControl::Port("COM1").WriteFails = true;
+    SendL2Msg(Serial.Port, ACK_FRAME);
+    Ticks(1);
+    TraceLines();
+    Ticks(1);
+    EXPECT_FALSE(Traced("Try to resend last l2")) << "one retry, also when it fails";
 }
 
 TEST_F(Ticking, PollsASilentLinkAndReconnectsWhenNothingComes) {
@@ -245,6 +256,19 @@ TEST_F(Ticking, PollsASilentLinkAndReconnectsWhenNothingComes) {
     Link.LinkIdleTicks = 60;
     SilentTicks(1);
     EXPECT_THAT(LineEvents(), ElementsAre("CLOSE")) << "a line that never was in service does not leave it";
+}
+
+TEST_F(Ticking, APortThatVanishedIsOpenedAgainOnceItIsBack) {
+    Serial.V24Trouble = true;  // the box has been shown
+    Link.LinkIdleTicks = 60;
+    PlatformControl::Port("COM1").OpenError = 2;
+    SilentTicks(1);
+    EXPECT_EQ(Serial.Port, INVALID_HANDLE_VALUE);
+    PlatformControl::Port("COM1").OpenError = 0;
+    SilentTicks(60);
+    EXPECT_EQ(Serial.Port, INVALID_HANDLE_VALUE) << "a failed try restarts the count too";
+    SilentTicks(1);
+    EXPECT_EQ(Port.Taken(), "02 60 85 19");
 }
 
 TEST_F(Ticking, WithoutAPortOneBoxAtATimeSaysSo) {

@@ -6,6 +6,7 @@
 #include "support/fixture.h"
 
 #include <filesystem>
+#include <fstream>
 #include <regex>
 
 namespace {
@@ -103,6 +104,31 @@ TEST_F(TraceLife, LineIsCutAtItsLimit) {
     const std::string text = TraceFile("tsptrac0.tr");
     EXPECT_EQ(text.size() - before, 2048u);
     EXPECT_THAT(text, testing::EndsWith("xyyyyyyyyyyyyyyy\n"));
+}
+
+TEST_F(TraceLife, FilesThatDoNotOpenAreTriedAgain) {
+    const auto path = [](const char* name) {
+        return PlatformControl::PosixPath(std::string("C:\\WINDOWS\\spitrace") + name);
+    };
+    std::filesystem::remove_all(path(""));
+    std::ofstream(path("")) << "in the way";
+    Trace(TRACE_ALWAYS, "lost with the header");
+    std::filesystem::remove(path(""));
+    Trace(TRACE_ALWAYS, "kept");
+    EXPECT_EQ(TraceFile("tsptrac0.tr"), "1000000 kept\n");
+    std::filesystem::create_directory(path("\\tsptrac1.tr"));
+    TraceLog.Counter = 2000;
+    Trace(TRACE_ALWAYS, "the other file does not open");
+    Trace(TRACE_ALWAYS, "lost until the next change");
+    EXPECT_EQ(TraceFile("tsptrac0.tr"), "1000000 kept\n");
+    TraceLog.Counter = 2000;
+    Trace(TRACE_ALWAYS, "back");
+    EXPECT_EQ(TraceFile("tsptrac0.tr"), "1000000 back\n");
+    TraceClose();
+    const std::string directory = "C:\\" + std::string(40, 'W');
+    PlatformControl::SetWindowsDirectory(directory);
+    Trace(TRACE_ALWAYS, "far below");
+    EXPECT_THAT(FileText(directory + "\\spitrace\\tsptrac0.tr"), testing::EndsWith(" far below\n"));
 }
 
 }  // namespace

@@ -28,12 +28,15 @@ TEST_F(Transfers, Transfer) {
                {"2H 9P 3H", 0, then2, boss},
                {"10P 2H 3H h1", 0, SOFT2, "Demande de transfert sur sonnerie - 2 appels sur touche diff"},
                {"2H 1P 3H h2", FAILED, "", impossible},
+               {"2H 1P 3H h0", 0, SOFT2, "Demande de transfert sur sonnerie - 2 appels sur touche diff"},
                {"1H 1P 2H", 0, SOFT2, shared},
                {"1C 1H 2H", 0, SOFT2, shared},
                {"1C 1R 2H", FAILED, "", impossible},
                {"1C 2H 1T", FAILED, "", impossible}},
               "        Transf");
     }
+    Check([] { return DoBlindTransfer(0); }, {{"1C 1H", UNAVAILABLE, "", "DoBlindTransfer | REPLY 9 80000049"}},
+          "2eApp");
     Check([] { return DoTransfer(CONF_CREF, -1); }, {{"1C 2H 3H", FAILED, "", impossible}}, "Transf");
 }
 

@@ -1,8 +1,8 @@
 #include "config/char_patterns.h"
 
+#include "platform/copy_text.h"
 #include "platform/platform.h"
 #include "trace/trace.h"
-#include "tracking/model.h"  // CopyText
 
 #include <algorithm>
 #include <cstring>

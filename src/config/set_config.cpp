@@ -6,6 +6,7 @@
 #include "link/omna.h"
 #include "link/payload.h"
 #include "link/tick.h"
+#include "platform/copy_text.h"
 #include "platform/text.h"
 #include "provider/events.h"
 #include "trace/trace.h"

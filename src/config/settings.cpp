@@ -1,16 +1,18 @@
 #include "config/settings.h"
 
+#include "platform/copy_text.h"
 #include "platform/text.h"
 #include "trace/trace.h"
 
 #include <algorithm>
 #include <cstdlib>
 #include <cstring>
+#include <string>
 #include <utility>
 
 SettingsRecord Settings = [] {
     SettingsRecord record{};
-    record.MaxDigitLocal = 8;
+    record.MaxDigitLocal = MAX_DIGIT_LOCAL.Default;
     record.SupervService = 1;
     return record;
 }();
@@ -241,12 +243,12 @@ void ReadMaxDigitLocal() {
     char text[5];
     RegReadSetting(SECTION_SETCONFIG, "MaxDigitLocal", "", text);
     const long digits = std::strtol(text, nullptr, 10);
-    if (digits >= 2 && digits <= 19) {
+    if (digits >= MAX_DIGIT_LOCAL.Least && digits <= MAX_DIGIT_LOCAL.Most) {
         Settings.MaxDigitLocal = static_cast<int>(digits);
         return;
     }
-    Settings.MaxDigitLocal = 8;
-    RegWriteSetting(SECTION_SETCONFIG, "MaxDigitLocal", "8");
+    Settings.MaxDigitLocal = MAX_DIGIT_LOCAL.Default;
+    RegWriteSetting(SECTION_SETCONFIG, "MaxDigitLocal", std::to_string(MAX_DIGIT_LOCAL.Default).c_str());
 }
 
 void GetOutsideAccess(std::span<char, 20> buffer) {

@@ -4,7 +4,6 @@
 #pragma once
 
 #include "provider/state.h"
-#include "tracking/model.h"  // CopyText
 
 #include <array>
 #include <cstdint>
@@ -55,6 +54,8 @@ enum CodeIndex {
 };
 enum StringIndex { STRING_HANG_UP, STRING_CANCEL_SECOND_CALL, STRING_DIAL };
 
+inline constexpr struct { int Least, Most, Default; } MAX_DIGIT_LOCAL = {2, 19, 8};
+
 constexpr std::size_t MCDU_SIZE = 25;  // the set's directory number, terminator included: what the store gives back
 
 // Configuration held in memory.
@@ -65,7 +66,7 @@ struct SettingsRecord {
     char SetMCDU[MCDU_SIZE];  // the set's own directory number
     char ExtPrefix[20];       // outside-call prefix
     int ExtPrefixDisp;        // 1: the prefix is shown before a caller's number
-    int MaxDigitLocal;        // longest internal number, 2 to 19
+    int MaxDigitLocal;        // longest internal number, MAX_DIGIT_LOCAL.Least to .Most
     int EnquiryCallMode;      // 0: a second call stands on another key; 1: on the same key
     char PublicOperator[20];
     int SupervService;  // 1: supervision keys are followed

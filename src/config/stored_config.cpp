@@ -4,6 +4,7 @@
 #include "config/settings.h"
 #include "link/link_layer.h"  // the settings of the sub-device test
 #include "link/tick.h"        // StringInitError
+#include "platform/copy_text.h"
 #include "trace/trace.h"
 #include "tracking/model.h"
 

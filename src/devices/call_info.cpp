@@ -4,6 +4,7 @@
 #include "control/requests.h"
 #include "devices/entry.h"
 #include "link/payload.h"
+#include "platform/copy_text.h"
 #include "trace/trace.h"
 #include "tracking/steps.h"
 

@@ -6,6 +6,7 @@
 #include "control/transfer.h"
 #include "devices/entry.h"
 #include "devices/line.h"
+#include "platform/copy_text.h"
 #include "provider/events.h"
 #include "trace/trace.h"
 #include "tracking/steps.h"

@@ -29,9 +29,8 @@ constexpr std::uint32_t INCOMPLETE_WAIT_MS = 200;  // wait for the rest of the l
 constexpr int TX_IDLE_LIMIT = 150;                 // kicks without acknowledgement before a frame is given up
 constexpr int TX_DROP_LIMIT = 2;                   // frames given up, each told to the card by an abort frame
 constexpr int SUSPENDED = -2;                      // NbInputBeforeSuspend: nothing is sent until the card restarts
-constexpr std::size_t DUMP_SIZE = 150;
-constexpr std::size_t FRAME_MAX = 257;      // length byte, 255 bytes counted, checksum
-constexpr std::size_t PIGGYBACK_EXTRA = 5;  // bytes in front of the queued frame in an 'o' frame that carries it
+constexpr std::size_t FRAME_MAX = 257;             // length byte, 255 bytes counted, checksum
+constexpr std::size_t PIGGYBACK_EXTRA = 5;         // bytes in front of the queued frame in an 'o' frame that carries it
 
 constexpr std::uint8_t NULL_ANSWER[] = {0x01, 0x00, 0xFF};
 constexpr std::uint8_t ALIVE_ANSWER[] = {0x01, 0x20, 0xDF};
@@ -573,9 +572,12 @@ void SetChecksum(std::span<std::uint8_t> frame) {
     frame.back() = static_cast<std::uint8_t>(-Sum(frame.first(frame.size() - 1)));
 }
 
+bool DumpIsTraced(std::uint32_t level) {
+    return level == TRACE_ALWAYS || (static_cast<std::uint32_t>(TraceMask) & (level | TRACE_CUT)) != 0;
+}
+
 void TraceDump(std::uint32_t level, const char* format, std::span<const std::uint8_t> bytes) {
-    // The dump of a long message traces a line of its own, for which it is made as well.
-    if (level != TRACE_ALWAYS && (static_cast<std::uint32_t>(TraceMask) & (level | TRACE_CUT)) == 0)
+    if (!DumpIsTraced(level))
         return;
     char text[DUMP_SIZE];
     HexDump(text, bytes);
@@ -645,7 +647,7 @@ int TxZTMsgFromFifo() {
         Trace(TRACE_LINK, "InQueue not empty - exiting TxZTMsgFromFifo");
         return 0;
     }
-    // Only a frame that goes out replaces the one that a refusal would have sent again.
+    // Only a frame that is handed to the port replaces the one that a refusal would have sent again.
     const Bytes frame = Bytes(room).first(length);
     std::copy(frame.begin(), frame.end(), Link.Transmit.begin());
     Link.LastWritten = static_cast<int>(length);

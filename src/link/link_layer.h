@@ -104,5 +104,8 @@ void StartLink();
 // Hands bytes to the port and does not wait for them to go out; a write that stays pending counts as written. False,
 // with the system error set, when the port refuses them.
 bool WritePort(HANDLE port, std::span<const std::uint8_t> bytes);
-// Traces a line whose one %s is a HexDump of the bytes in 150 characters. Dumps only what would be written.
+constexpr std::size_t DUMP_SIZE = 150;  // characters of a HexDump in a trace line
+// Whether a dump for a line of this level has to be made: one of a long message traces a line of its own as well.
+bool DumpIsTraced(std::uint32_t level);
+// Traces a line whose one %s is a HexDump of the bytes in DUMP_SIZE characters. Dumps only what would be written.
 void TraceDump(std::uint32_t level, const char* format, std::span<const std::uint8_t> bytes);

@@ -205,10 +205,13 @@ void RebuildSegment(std::span<const std::uint8_t> frame, bool acknowledge) {
 }
 
 void DispatchOmnaMsg(std::span<const std::uint8_t> message) {
-    TraceDump(TRACE_OMNA, "TAPI_OMNA MSG: %s", message);
     const OmnaEntry* const entry = FindEntry(message);
+    char dump[DUMP_SIZE] = "";
+    if (entry == nullptr || DumpIsTraced(TRACE_OMNA))
+        HexDump(dump, message);
+    Trace(TRACE_OMNA, "TAPI_OMNA MSG: %s", static_cast<const char*>(dump));
     if (entry == nullptr) {
-        TraceDump(TRACE_ALWAYS, "Unknown TAPI-OMNA msg received: %s", message);
+        Trace(TRACE_ALWAYS, "Unknown TAPI-OMNA msg received: %s", static_cast<const char*>(dump));
         return;
     }
     const std::uint8_t version = message[2];

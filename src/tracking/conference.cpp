@@ -6,10 +6,10 @@
 #include "tracking/steps.h"
 
 #include <cstring>
+#include <string_view>
 
 namespace {
 
-constexpr DWORD ACTIVE_PAIR = LINECALLSTATE_CONNECTED | LINECALLSTATE_ONHOLD;
 constexpr int PARTY_COLUMNS = 12;        // of each party's text on line 0 ...
 constexpr int SECOND_PARTY_COLUMN = 14;  // ... the second one from here
 
@@ -34,7 +34,8 @@ enum class Trigger { Icon, SoftKey, Display };
 // The common sequence. `joining` is the party that was on hold, `connected` the other.
 void Build(Trigger trigger, int joining, int connected) {
     Tracking.ConfInProgress = 1;
-    // Left behind when a key goes out before line 0 says who remained: they would end this conference at its first text.
+    // Left behind when a key goes out before line 0 says who remained: they would end this conference at its first
+    // text.
     Tracking.ConfBroken = 0;
     Tracking.ConfEndReq = 0;
     if (trigger == Trigger::SoftKey || (trigger == Trigger::Icon && Tracking.ConferenceReq == 0))
@@ -93,16 +94,11 @@ void SwapCalls() {
         Connect(held, Tracking.ActivCallTouch, "Icone:%d  - Etat:CONNECTED - Ref:%d cas 15");
 }
 
-bool BothConferenced() {
-    if (!HoldsTwoCalls(Tracking.ActivCallTouch))
-        return false;
-    const auto& calls = TouchOf(Tracking.ActivCallTouch).calls;
-    return std::all_of(calls.begin(), calls.end(),
-                       [](int cref) { return IsCref(cref) && CallOf(cref).state == LINECALLSTATE_CONFERENCED; });
-}
-
-bool StandsOnLine0(const char* text) {
-    return std::strstr(Display.Lines[0], text) != nullptr;
+// A zero byte that the set shows among others ends neither the line nor the text. An emptied text stands in every line.
+bool StandsOnLine0(const char (&text)[PARTY_COLUMNS + 1]) {
+    std::string_view party(text, PARTY_COLUMNS);
+    party = party.substr(0, party.find_last_not_of('\0') + 1);
+    return std::string_view(Display.Lines[0], DISPLAY_COLUMNS).find(party) != std::string_view::npos;
 }
 
 // A conference of two calls on one line comes down to one: `left` goes, `stays` is connected again.

@@ -3,6 +3,7 @@
 #include "config/settings.h"
 #include "control/requests.h"
 #include "link/terminal.h"
+#include "platform/copy_text.h"
 #include "platform/text.h"
 #include "trace/trace.h"
 #include "tracking/conference.h"
@@ -12,8 +13,6 @@
 #include <utility>
 
 namespace {
-
-constexpr DWORD ACTIVE_PAIR = LINECALLSTATE_CONNECTED | LINECALLSTATE_ONHOLD;
 
 using Text = char[DISPLAY_COLUMNS + 1];  // what a display line can hold
 
@@ -75,7 +74,7 @@ void SendCalledId(int cref) {
     SendCallInfo(cref, LINECALLINFOSTATE_CALLEDID);
 }
 
-// --- the called party's name, version 1 --------------------------------------------------------------------------------
+// --- the called party's name, version 1 -----------------------------------------------------------------------------
 
 // The text from column 0 up to the first two separators in a row. Separators stay as they are, other characters are
 // converted.
@@ -130,7 +129,7 @@ void EnquiryIfVersion1(int cref) {
         EnquiryConnectedName(cref);
 }
 
-// --- name and number of a call under way ---------------------------------------------------------------------------------
+// --- name and number of a call under way ----------------------------------------------------------------------------
 
 struct Party {
     bool Forwarded = false, NamePresent = false, NumberPresent = false;
@@ -233,7 +232,7 @@ void RequestDispName(int cref) {
     }
 }
 
-// --- soft-key line -------------------------------------------------------------------------------------------------------
+// --- soft-key line --------------------------------------------------------------------------------------------------
 
 void LeaveKey(int cref) {
     LeaveSlot(Tracking.ActivCallTouch, cref);
@@ -313,12 +312,6 @@ void DisconnectedOneLeft() {
     SendIdleIfDirected(cref);
     LeaveKey(cref);
     ResetCallRecord(cref);
-}
-
-bool BothConferenced() {
-    const auto& calls = TouchOf(Tracking.ActivCallTouch).calls;
-    return std::all_of(calls.begin(), calls.end(),
-                       [](int cref) { return IsCref(cref) && CallOf(cref).state == LINECALLSTATE_CONFERENCED; });
 }
 
 void SecondCallOfferedWithTwoCalls() {
@@ -467,7 +460,7 @@ void InterpretSoftKeys() {
         ConferenceByDisplay();
 }
 
-// --- information line ----------------------------------------------------------------------------------------------------
+// --- information line -----------------------------------------------------------------------------------------------
 
 // The set asks its user to hang up. True when a call was disconnected by it.
 bool HangUpAsked() {
@@ -626,7 +619,7 @@ void InterpretInformation(int p) {
         FollowDialledNumber(p);
 }
 
-// --- the caller of an incoming call --------------------------------------------------------------------------------------
+// --- the caller of an incoming call ---------------------------------------------------------------------------------
 
 // The key that line 0 names ("3:..."), or -1. Only keys 1 to 9 can be named.
 int NamedKey() {

@@ -2,8 +2,8 @@
 
 #include "control/requests.h"  // calls that requests wait for
 #include "link/terminal.h"     // the display buffer, which DisplayLine converts
-#include "provider/events.h"
 #include "trace/trace.h"
+#include "tracking/steps.h"
 
 #include <algorithm>
 #include <cstring>
@@ -22,7 +22,7 @@ char DialedNumber[NUMBER_SIZE];
 
 namespace {
 
-// The set's characters 0x80 to 0xFF as Windows-1252 codes; those below stand for themselves. Row R, column c: code R + c.
+// The set's characters 0x80 to 0xFF as Windows-1252 codes; those below stand for themselves. Row R, column c: R + c.
 constexpr std::uint8_t SetToWindows[128] = {
     // clang-format off
     //     +0    +1    +2    +3    +4    +5    +6    +7    +8    +9    +A    +B    +C    +D    +E    +F
@@ -49,28 +49,8 @@ char ToWindows(char c) {
     return code < 0x80 ? c : static_cast<char>(SetToWindows[code - 0x80]);
 }
 
-CallRecord& Record(int cref) {
-    return CallTable[static_cast<std::size_t>(cref)];
-}
-
-bool IsKey(int key) {
-    return key >= 0 && key < KEY_COUNT;
-}
-
-Touch& KeyAt(int key) {
-    return TouchTable[static_cast<std::size_t>(key)];
-}
-
-void SendState(int cref, DWORD state, DWORD mode = 0) {
-    DoLineEvent(LINE_CALLSTATE, state, mode, cref);
-}
-
 void TraceDirection(const CallRecord& call) {
     Trace(TRACE_CALL, "Inbound:%x Outbound:%x byMakeCall:%x", call.Inbound, call.Outbound, call.byMakeCall);
-}
-
-void ClearDirection(CallRecord& call) {
-    call.Inbound = call.Outbound = call.byMakeCall = 0;
 }
 
 // A request waits for the call of this record to show on a key.
@@ -92,9 +72,9 @@ int AllocCallRecord(DWORD state, int key) {
         DialedNumber[1] = 0;
     }
     for (int cref = 0; cref < CALL_COUNT; ++cref)
-        if (Record(cref).touch == 0 && !IsPromised(cref)) {
-            Record(cref).state = state;
-            Record(cref).touch = key;
+        if (CallOf(cref).touch == 0 && !IsPromised(cref)) {
+            CallOf(cref).state = state;
+            CallOf(cref).touch = key;
             return cref;
         }
     return -1;
@@ -103,7 +83,7 @@ int AllocCallRecord(DWORD state, int key) {
 void ResetCallRecord(int cref) {
     if (!IsCref(cref))
         return;
-    CallRecord& call = Record(cref);
+    CallRecord& call = CallOf(cref);
     for (char* text : {call.DestAddress, call.DestName, call.CalledAddress, call.CalledName, call.CallerAddress,
                        call.CallerName, call.RedirectionAddress, call.RedirectionName, call.RedirectingAddress,
                        call.RedirectingName, call.ConnectedAddress, call.ConnectedName})
@@ -114,10 +94,10 @@ void ResetCallRecord(int cref) {
 }
 
 int SearchState(int key, DWORD state) {
-    const std::int32_t kind = IsKey(key) ? KeyAt(key).kind : TOUCH_NONE;
+    const std::int32_t kind = IsKey(key) ? TouchOf(key).kind : TOUCH_NONE;
     const auto stands = [&](std::size_t slot) {
-        const int cref = KeyAt(key).calls[slot];
-        return IsCref(cref) && Record(cref).state == state ? cref : -1;
+        const int cref = TouchOf(key).calls[slot];
+        return IsCref(cref) && CallOf(cref).state == state ? cref : -1;
     };
     switch (kind) {
     case TOUCH_MULTI: {
@@ -134,14 +114,14 @@ int SearchState(int key, DWORD state) {
 int CallOnKey(int key) {
     if (!IsKey(key))
         return -1;
-    const auto& calls = KeyAt(key).calls;
+    const auto& calls = TouchOf(key).calls;
     return calls[0] != -1 ? calls[0] : calls[1];
 }
 
 void LeaveSlot(int key, int cref) {
     if (!IsKey(key))
         return;
-    auto& calls = KeyAt(key).calls;
+    auto& calls = TouchOf(key).calls;
     const auto held = std::find(calls.begin(), calls.end(), cref);
     if (held != calls.end())
         *held = -1;
@@ -151,18 +131,18 @@ void ClearCall(int cref) {
     Trace(TRACE_CALL, "ClearCall cref %d", cref);
     if (!IsCref(cref))
         return;
-    CallRecord& call = Record(cref);
+    CallRecord& call = CallOf(cref);
     TmpAddress[0] = 0;
     call.state = LINECALLSTATE_DISCONNECTED;
-    SendState(cref, LINECALLSTATE_DISCONNECTED, LINEDISCONNECTMODE_NORMAL);
+    SendCallState(cref, LINECALLSTATE_DISCONNECTED, LINEDISCONNECTMODE_NORMAL);
     call.state = LINECALLSTATE_IDLE;
-    SendState(cref, LINECALLSTATE_IDLE);
-    ClearDirection(call);
+    SendCallState(cref, LINECALLSTATE_IDLE);
+    ClearDirection(cref);
     const int key = call.touch;
     if (IsKey(key)) {
-        KeyAt(key).icon = IDLE_ICON;
+        TouchOf(key).icon = IDLE_ICON;
         LeaveSlot(key, cref);
-        if (key == Tracking.ActivCallTouch && KeyAt(key).calls[0] == -1 && KeyAt(key).calls[1] == -1)
+        if (key == Tracking.ActivCallTouch && TouchOf(key).calls[0] == -1 && TouchOf(key).calls[1] == -1)
             Tracking.ActivCallTouch = 0;
     }
     call.touch = 0;
@@ -180,18 +160,18 @@ int NewCall(int key, DWORD state) {
     Trace(TRACE_CALL, "NewCall tou:%d RINGBACK cref:%04x", key, cref);
     for (const DWORD step :
          {LINECALLSTATE_DIALTONE, LINECALLSTATE_DIALING, LINECALLSTATE_PROCEEDING, LINECALLSTATE_RINGBACK})
-        SendState(cref, step);
+        SendCallState(cref, step);
     Trace(TRACE_CALL, "DoLineEvent(LINE_CALLSTATE,  LINECALLSTATE_DIALTONE, 0, cref:%lx)", cref);
     Trace(TRACE_CALL, "DoLineEvent(LINE_CALLSTATE,  LINECALLSTATE_DIALING, 0, cref:%lx)", cref);
     Trace(TRACE_CALL, "DoLineEvent(LINE_CALLSTATE,  LINECALLSTATE_PROCEEDING, 0, cref:%lx)", cref);
     Trace(TRACE_CALL, "DoLineEvent(LINE_CALLSTATE,  LINECALLSTATE_RINGBACK, 0, cref:%lx)", cref);
-    CallRecord& call = Record(cref);
+    CallRecord& call = CallOf(cref);
     call.state = LINECALLSTATE_PROCEEDING;
     call.Outbound = 1;
     call.Inbound = 0;
     call.byMakeCall = 0;
     if (IsKey(key)) {
-        auto& calls = KeyAt(key).calls;
+        auto& calls = TouchOf(key).calls;
         calls[calls[0] == -1 ? 0 : 1] = cref;
         if (calls[0] != -1 && calls[1] != -1) {
             Tracking.DbCall = 1;
@@ -204,16 +184,16 @@ int NewCall(int key, DWORD state) {
 void NewState(int cref, int key, DWORD state) {
     if (!IsCref(cref) || !IsKey(key))
         return;
-    CallRecord& call = Record(cref);
+    CallRecord& call = CallOf(cref);
     const auto activate = [&] {
-        KeyAt(key).icon = ACTIV_ICON;
+        TouchOf(key).icon = ACTIV_ICON;
         Tracking.ActivCallTouch = key;
     };
     switch (state) {
     case LINECALLSTATE_CONNECTED:
         Trace(TRACE_CALL, "NewState tou:%d - Etat:CONNECTED - Ref:%04x", key, cref);
         call.state = LINECALLSTATE_CONNECTED;
-        SendState(cref, LINECALLSTATE_CONNECTED);
+        SendCallState(cref, LINECALLSTATE_CONNECTED);
         TraceDirection(call);
         activate();
         if (cref == Tracking.PickUpCref)
@@ -221,18 +201,18 @@ void NewState(int cref, int key, DWORD state) {
         break;
     case LINECALLSTATE_ONHOLD:
         Trace(TRACE_CALL, "NewState tou:%d - Etat:ONHOLD - Ref:%04x", key, cref);
-        SendState(cref, LINECALLSTATE_ONHOLD);
+        SendCallState(cref, LINECALLSTATE_ONHOLD);
         call.state = LINECALLSTATE_ONHOLD;
         break;
     case LINECALLSTATE_RINGBACK:
     case LINECALLSTATE_PROCEEDING: {
         const DWORD from = call.state;
         if (from == LINECALLSTATE_DIALTONE)
-            SendState(cref, LINECALLSTATE_DIALING);
+            SendCallState(cref, LINECALLSTATE_DIALING);
         if (from == LINECALLSTATE_DIALTONE || from == LINECALLSTATE_DIALING)
-            SendState(cref, LINECALLSTATE_PROCEEDING);
+            SendCallState(cref, LINECALLSTATE_PROCEEDING);
         if (from == LINECALLSTATE_DIALTONE || from == LINECALLSTATE_DIALING || from == LINECALLSTATE_PROCEEDING)
-            SendState(cref, LINECALLSTATE_RINGBACK);
+            SendCallState(cref, LINECALLSTATE_RINGBACK);
         if (from == LINECALLSTATE_DIALTONE || from == LINECALLSTATE_DIALING)
             call.state = LINECALLSTATE_PROCEEDING;
         Trace(TRACE_CALL, "NewState tou:%d - Etat:PROCEEDING - Ref:%04x", key, cref);
@@ -249,20 +229,20 @@ void ConferenceReset() {
     Tracking.ConferenceReq = 0;
     Tracking.ConfParty1 = -1;
     Tracking.ConfParty2 = -1;
-    ConfText1[0] = 0;
-    ConfText2[0] = 0;
+    std::memset(ConfText1, 0, sizeof ConfText1);
+    std::memset(ConfText2, 0, sizeof ConfText2);
 }
 
 void AllCallReset() {
     for (int cref = 0; cref < CALL_COUNT; ++cref)
-        if (Record(cref).state != 0 && Record(cref).state != LINECALLSTATE_IDLE) {
-            SendState(cref, LINECALLSTATE_IDLE);
+        if (CallOf(cref).state != 0 && CallOf(cref).state != LINECALLSTATE_IDLE) {
+            SendCallState(cref, LINECALLSTATE_IDLE);
             Trace(TRACE_ENTRY, "AllCallReset-DoLineEvent(LINECALLSTATE_IDLE,%d)", cref);
         }
     for (int cref = 0; cref < CALL_COUNT; ++cref) {
-        Record(cref).state = LINECALLSTATE_IDLE;
-        ClearDirection(Record(cref));
-        Record(cref).touch = 0;
+        CallOf(cref).state = LINECALLSTATE_IDLE;
+        ClearDirection(cref);
+        CallOf(cref).touch = 0;
         ResetCallRecord(cref);
     }
     for (Touch& touch : TouchTable)
@@ -280,12 +260,6 @@ void AllCallReset() {
 
 const char* CommandName(int code) {
     return code >= 0 && code < static_cast<int>(std::size(CommandNames)) ? CommandNames[code] : "";
-}
-
-void CopyText(char* field, std::size_t size, const char* text) {
-    const std::size_t length = std::min(std::strlen(text), size - 1);
-    std::memmove(field, text, length);
-    field[length] = 0;
 }
 
 const char* DisplayLine(int n) {

@@ -143,15 +143,9 @@ void AllCallReset();
 // The name by which traces print an icon code (0 to 15); empty for code 0, and for any other.
 const char* CommandName(int code);
 
-// Copies a text into a field of `size` bytes, cut to it, always terminated.
-void CopyText(char* field, std::size_t size, const char* text);
-template <std::size_t N> void CopyText(char (&field)[N], const char* text) {
-    CopyText(field, N, text);
-}
-
 // A 40-character copy of display line n, converted to Windows-1252. One shared buffer: use it before the next call.
 const char* DisplayLine(int n);
-// Copies the 40 characters of DisplayLine(n), unterminated, into `out`; nothing for n of 2 or more.
+// Copies the 40 characters of DisplayLine(n), unterminated, into `out`; nothing for any n but 0 and 1.
 void GetDisplayLine(int n, char* out);
 // Removes trailing blanks in place.
 void TrimRight(char* text);

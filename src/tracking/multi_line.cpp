@@ -16,10 +16,6 @@ namespace {
 // A step takes the key and the new icon.
 using Step = void (*)(int key, int icon);
 
-bool IsBossOrSecretary(int key) {
-    return TouchOf(key).kind == TOUCH_PATRON || TouchOf(key).kind == TOUCH_SECRETAIRE;
-}
-
 void StandOnKey(int key, int cref) {
     TouchOf(key).calls = {cref, -1};
 }

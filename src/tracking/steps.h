@@ -64,8 +64,8 @@ inline void SendIdleIfDirected(int cref) {
     ClearDirection(cref);
 }
 
-// The set shows the consultation call of the running lineSetupTransfer on this key: completes the request and gives the call,
-// now at dial tone there; -1 when the request names none.
+// The set shows the consultation call of the running lineSetupTransfer on this key: completes the request and gives the
+// call, now at dial tone there; -1 when the request names none.
 int EndSetupTransfer(int key);
 
 // The bitwise OR of the states of the calls on a key; an empty slot, or no key, counts as 0.
@@ -79,6 +79,15 @@ inline DWORD StatesOn(int key) {
 
 inline bool HoldsTwoCalls(int key) {
     return IsKey(key) && TouchOf(key).calls[0] != -1 && TouchOf(key).calls[1] != -1;
+}
+
+// The states on a key with one call in conversation and one held.
+constexpr DWORD ACTIVE_PAIR = LINECALLSTATE_CONNECTED | LINECALLSTATE_ONHOLD;
+
+// Both calls of the active key are parties of the conference.
+inline bool BothConferenced() {
+    const auto& calls = TouchOf(Tracking.ActivCallTouch).calls;
+    return StateOf(calls[0]) == LINECALLSTATE_CONFERENCED && StateOf(calls[1]) == LINECALLSTATE_CONFERENCED;
 }
 
 // SearchState on the active key.

@@ -135,6 +135,7 @@ void ResetProvider() {
     Tick = TickState{};
     Marks = RequestMarks{};
     RunningRequest = RunningRequestRecord{};
+    ConferenceReset();
     Tracking = TrackingState{};
     DynamicConfig = DynamicConfigRecord{};
     SetConfig = SetConfigState{};
@@ -151,7 +152,7 @@ void ResetProvider() {
     confstate = 0;
     LastHeldCref = PickUpSupervCref = SwapKeyTransferingCref = -1;
     WaitInfo.fill(-1);
-    ConfText1[0] = ConfText2[0] = TmpAddress[0] = DialedNumber[0] = 0;
+    TmpAddress[0] = DialedNumber[0] = 0;
     ::Display = DisplayRecord{};
     for (auto& line : ::Display.Lines)
         std::memset(line, ' ', DISPLAY_COLUMNS);

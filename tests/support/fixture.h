@@ -4,6 +4,7 @@
 #pragma once
 
 #include "platform/control.h"
+#include "platform/copy_text.h"
 #include "platform/platform.h"
 #include "tracking/model.h"
 

@@ -34,12 +34,13 @@ protected:
     // No calls, no marks, nothing captured: for the next row of a table.
     void Fresh() {
         CallTable.fill(CallRecord{});
+        ConferenceReset();
         Tracking = TrackingState{};
         RunningRequest = RunningRequestRecord{};
         ProviderState.PendingRequestID = 0;
         PickUpSupervCref = SwapKeyTransferingCref = -1;
         WaitInfo.fill(-1);
-        TmpAddress[0] = ConfText1[0] = ConfText2[0] = 0;
+        TmpAddress[0] = 0;
         confstate = 0;
         KeyLists = KeyListSet{};
         for (const int key : {1, 2, 3})

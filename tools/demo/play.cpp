@@ -63,7 +63,7 @@ std::vector<std::string> SetRows(const Eq::Machine& machine) {
     rows.push_back(keys);
     // Once the PBX has forwarded calls, it is worth saying when it no longer does.
     static bool everForwarded = false;
-    const bool forwarded = machine.config.forwardStatus < 4;
+    const bool forwarded = machine.config.Forwarded();
     everForwarded = everForwarded || forwarded;
     if (everForwarded)
         rows.push_back(forwarded ? " forwarded to " + machine.config.forwardDestination : " not forwarded");

@@ -243,7 +243,7 @@ std::vector<std::string> StateRows(const Eq::Machine& machine) {
     const Eq::SetState& set = machine.set;
     std::vector<std::string> rows = {std::string(" handset ") + (set.handsetOff ? "lifted" : "down") + "   " +
                                      (set.ringing ? "the set RINGS" : "no ring")};
-    if (machine.config.forwardStatus < 4)
+    if (machine.config.Forwarded())
         rows.push_back(" forwarded to " + machine.config.forwardDestination);
     for (const std::string& part : Wrapped(" lamps " + LampsText(set), LEFT_WIDTH - 1))
         rows.push_back(part);

@@ -49,6 +49,8 @@ struct Destination {
 
 enum Language : std::uint8_t { French = 1, English = 2, German = 4, Spanish = 5, Italian = 6 };
 
+constexpr std::uint8_t NotForwarded = 4;
+
 struct SetConfiguration {
     int omna = 2;  // TAPI_OMNA version 1, 2 or 3
     int cardMajor = 3, cardMinor = 6;
@@ -56,10 +58,11 @@ struct SetConfiguration {
     bool piggyback = false;             // flag 1
     std::uint8_t containerType = 0x6E;  // of super frames; 0x0B is the other one that providers take
     std::string number = "4711";
-    std::uint8_t deviceType = 3;     // 3: the kind of set that the provider serves
-    std::uint8_t multiMode = 0;      // 1: a second call is made on the same key
-    std::uint8_t forwardStatus = 4;  // 0 always, 1 busy, 2 no answer, 3 busy or no answer, 4 not forwarded
+    std::uint8_t deviceType = 3;                // 3: the kind of set that the provider serves
+    std::uint8_t multiMode = 0;                 // 1: a second call is made on the same key
+    std::uint8_t forwardStatus = NotForwarded;  // below: 0 always, 1 busy, 2 no answer, 3 busy or no answer
     std::uint8_t forwardType = 0;
+    bool Forwarded() const { return forwardStatus < NotForwarded; }
     std::string forwardDestination;
     std::vector<ModuleConfiguration> modules;
     std::vector<KeyConfiguration> keys = {{1, KindMulti, "4711"}, {2, KindMulti, "4711"}, {3, KindMulti, "4712"}};

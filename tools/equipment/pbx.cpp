@@ -139,7 +139,7 @@ Bytes AssociationPayload(const SetConfiguration& config) {
     payload.push_back(config.deviceType);
     payload.push_back(config.multiMode);
     payload.push_back(config.forwardStatus);
-    if (config.forwardStatus < 4) {
+    if (config.Forwarded()) {
         const Bytes destination = ToSet(config.forwardDestination.substr(0, 80));
         payload.push_back(Count(destination.size()));
         payload.push_back(config.forwardType);

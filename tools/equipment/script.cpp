@@ -307,9 +307,9 @@ std::string CarryModule(Machine& machine, Arguments& in) {
 }
 
 std::string CarryForward(Machine& machine, Arguments& in) {
-    const int status = in.Small("status", 0, 4);
+    const int status = in.Small("status", 0, NotForwarded);
     const std::string destination = in.More() ? in.Text("destination") : "";
-    if (status < 4 && destination.empty())
+    if (status < NotForwarded && destination.empty())
         in.Fail("destination is missing");
     if (!in.Done())
         return "";

@@ -11,7 +11,6 @@ namespace {
 // The codes in their order; the first four are the forward statuses 0 to 3.
 constexpr int CancelCode = 4;
 constexpr int PickUpCode = 6;
-constexpr std::uint8_t NotForwarded = 4;
 constexpr int PickedUp = 4;  // reason of an incoming call
 
 struct Keyed {

@@ -1,8 +1,9 @@
-// The two dialogs' procedures. They know UiConfig and the exchange, nothing of the provider.
+// The two dialogs' procedures. What they show and change is UiConfig; only the exchange reaches the provider.
+#include "config/settings.h"  // MAX_DIGIT_LOCAL
 #include "config/ui/resource.h"
 #include "config/ui/tuispi.h"
+#include "platform/copy_text.h"
 #include "provider/lifecycle.h"  // the module instance, whose resources the dialogs are
-#include "tracking/model.h"      // CopyText
 
 #include <cstdlib>
 #include <cstring>
@@ -15,7 +16,6 @@ constexpr const char* ADVANCED_HELP = "zt_spi62.hlp";
 constexpr ULONG_PTR ADVANCED_HELP_CONTEXT = 3;
 constexpr WPARAM PREFIX_LENGTH = 4;  // the store gives back no longer one
 constexpr std::size_t EDIT_SIZE = 41;
-constexpr long DIGITS_MIN = 2, DIGITS_MAX = 19;
 
 LRESULT Send(HWND dialog, int control, UINT message, WPARAM wParam = 0, const char* text = nullptr) {
     return SendDlgItemMessageA(dialog, control, message, wParam, reinterpret_cast<LPARAM>(text));
@@ -71,12 +71,12 @@ void TakeAdvanced(HWND dialog) {
     TakeNumber(data.EnquiryCallMode, Checked(dialog, IDC_PBX_MODE) ? 1 : 0);
     GetDlgItemTextA(dialog, IDC_DIGITS, text, sizeof text);
     const long digits = std::strtol(text, nullptr, 10);
-    if (digits >= DIGITS_MIN && digits <= DIGITS_MAX)
+    if (digits >= MAX_DIGIT_LOCAL.Least && digits <= MAX_DIGIT_LOCAL.Most)
         TakeNumber(data.MaxDigitLocal, static_cast<std::int32_t>(digits));
 }
 
 INT_PTR CALLBACK AdvancedDialog(HWND dialog, UINT message, WPARAM wParam, LPARAM) {
-    static constexpr AdvancedData Defaults{8, 0, 0, "0"};
+    static constexpr AdvancedData Defaults{MAX_DIGIT_LOCAL.Default, 0, 0, "0"};
     if (message == WM_INITDIALOG) {
         Send(dialog, IDC_PREFIX, EM_LIMITTEXT, PREFIX_LENGTH);
         ShowAdvanced(dialog, UiConfig.Advanced, "%02d");
@@ -97,10 +97,10 @@ INT_PTR CALLBACK AdvancedDialog(HWND dialog, UINT message, WPARAM wParam, LPARAM
 }
 
 void RunAdvanced(HWND owner) {
-    UiExchange(UiConfig.Callback, UiConfig.ObjectID, UiConfig.ObjectType, UI_SPI_EI_CFGDLG_ADV_GET);
+    ExchangeNow(UI_SPI_EI_CFGDLG_ADV_GET);
     if (RunDialog(IDD_ADVANCED, owner, AdvancedDialog) != 0 || !UiConfig.AdvancedChanged)
         return;
-    UiExchange(UiConfig.Callback, UiConfig.ObjectID, UiConfig.ObjectType, UI_SPI_EI_CFGDLG_ADV_SET);
+    ExchangeNow(UI_SPI_EI_CFGDLG_ADV_SET);
     UiConfig.AdvancedChanged = false;
 }
 

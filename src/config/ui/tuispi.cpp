@@ -1,9 +1,9 @@
 #include "config/ui/tuispi.h"
 
 #include "provider/lifecycle.h"  // the module instance
-#include "tracking/model.h"      // CopyText
 
 #include <cstring>
+#include <iterator>
 
 UiConfigRecord UiConfig;
 
@@ -37,10 +37,6 @@ void Begin(TUISPIDLLCALLBACK callback, DWORD objectType, DWORD_PTR objectID) {
     UiConfig.ObjectID = objectID;
 }
 
-void ExchangeNow(ExchangeCode code) {
-    UiExchange(UiConfig.Callback, UiConfig.ObjectID, UiConfig.ObjectType, code);
-}
-
 void Configure(HWND owner) {
     if (RunMainDialog(owner) != 0 || !UiConfig.PortChanged)
         return;
@@ -72,6 +68,10 @@ void UiExchange(TUISPIDLLCALLBACK callback, DWORD_PTR objectID, DWORD objectType
     }
     case UI_SPI_EI_TRACE: break;  // UiTraceText's
     }
+}
+
+void ExchangeNow(ExchangeCode code) {
+    UiExchange(UiConfig.Callback, UiConfig.ObjectID, UiConfig.ObjectType, code);
 }
 
 void UiTraceText(const char* format, const TraceArgument* arguments, std::size_t count) {

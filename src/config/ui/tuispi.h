@@ -21,6 +21,9 @@ extern UiConfigRecord UiConfig;
 // Sends UiConfig to the provider (the SET codes), or fetches it from there (the GET codes). Nothing without a callback.
 void UiExchange(TUISPIDLLCALLBACK callback, DWORD_PTR objectID, DWORD objectType, ExchangeCode code);
 
+// The same with UiConfig's own callback and object.
+void ExchangeNow(ExchangeCode code);
+
 // Writes a line into the provider's trace. Only UiTrace below calls it.
 void UiTraceText(const char* format, const TraceArgument* arguments, std::size_t count);
 

@@ -42,6 +42,19 @@ const std::vector<Dialog>& Resources() {
     return resources;
 }
 
+#undef DIALOG
+#undef END_DIALOG
+#undef GROUP
+#undef LABEL
+#undef VALUE
+#undef LIST
+#undef EDIT
+#undef CHECK
+#undef RADIO
+#undef LAST_RADIO
+#undef DEFAULT_BUTTON
+#undef BUTTON
+
 std::vector<Dialog*>& Open = *new std::vector<Dialog*>;  // the innermost last
 std::vector<PlatformControl::HelpCall>& Helps = *new std::vector<PlatformControl::HelpCall>;
 using User = std::function<void(Dialog&)>;
