@@ -39,7 +39,6 @@ void TryBox(const std::string& name, const char* text) {
     Expect(name + ": buttons", 1, buttons);
     Expect(name + ": the sign of an error",
            SendMessageA(icon, STM_GETICON, 0, 0) == reinterpret_cast<LRESULT>(LoadIconA(nullptr, IDI_HAND)));
-    Expect(name + ": above all windows", (GetWindowLongA(box.Dialog, GWL_EXSTYLE) & WS_EX_TOPMOST) != 0);
     box.Picture("box-" + name);
     PostMessageA(button, BM_CLICK, 0, 0);
     WaitFor(name + ": the button ends it", [&] { return box.Gone(); });
@@ -86,7 +85,7 @@ const Case Cases[] = {
     {"no-multiline", "no-multi on", "COM1", 0, "     Set Configuration Error\n\nYour set has not a multiline config",
      "CONNECTED INSERVICE CLOSE "},
     {"trace-mode", "no-headers on", "COM1", 0, "     Set Configuration Error\n\nVXC setup error - Bad MAC/PC mode",
-     "CLOSE "},
+     "CONNECTED INSERVICE CLOSE "},
 };
 
 void Try(const Case& entry, const char* library) {

@@ -123,6 +123,20 @@ Screen OpenAdvanced(const Screen& main) {
 
 // --- what is tried ---------------------------------------------------------------------------------------------------
 
+// The help files are not part of the library: the help program says that it misses the one that is asked for.
+void HelpIsAskedFor(const Screen& screen, int button, const std::string& file) {
+    screen.Press(button);
+    HWND help = nullptr;
+    WaitFor("the help program", [&] { return (help = FindWindowA("MS_WINHELP", nullptr)) != nullptr; });
+    const Screen question = FindDialog(nullptr, help);
+    const std::string asked = question.AllText();
+    Expect("help: asks for " + file + ": " + asked, asked.find(file) != std::string::npos);
+    question.Press(IDNO);
+    WaitFor("the question ends", [&] { return question.Gone(); });
+    WaitFor("the help program ends", [] { return FindWindowA("MS_WINHELP", nullptr) == nullptr; });
+    Expect("help: the dialog stays", !screen.Gone());
+}
+
 void MainDialogShowsSettingsAndVersions() {
     Application application(Configure);
     const Screen main = FindDialog(MAIN);
@@ -133,6 +147,7 @@ void MainDialogShowsSettingsAndVersions() {
     Expect("main: the application waits", !application.OwnerEnabled());
     Expect("main: tab order", Joined(std::vector<int>{PORT, OK, CANCEL, OPEN_ADVANCED, HELP}), Joined(main.TabOrder()));
     main.Picture("main");
+    HelpIsAskedFor(main, HELP, "zt_spi.hlp");
     LeaveWith(main, CANCEL);
     Expect("main: result", 0, application.Result());
 }
@@ -143,14 +158,13 @@ void PortListDropsDownWhole() {
     COMBOBOXINFO info{};
     info.cbSize = sizeof info;
     GetComboBoxInfo(main.Item(PORT), &info);
-    SendMessageA(main.Item(PORT), CB_SHOWDROPDOWN, TRUE, 0);
+    main.Key(VK_F4);
     WaitFor("the list drops down", [&] { return IsWindowVisible(info.hwndList) != 0; });
     RECT client{};
     GetClientRect(info.hwndList, &client);
     const LRESULT line = SendMessageA(info.hwndList, LB_GETITEMHEIGHT, 0, 0);
     Expect("main: the list shows all ports", client.bottom >= 3 * line);
-    main.Picture("main-ports", info.hwndList);
-    SendMessageA(main.Item(PORT), CB_SHOWDROPDOWN, FALSE, 0);
+    main.Key(VK_F4);
     LeaveWith(main, CANCEL);
 }
 
@@ -195,6 +209,7 @@ void AdvancedDialogShowsSettings(const Screen& main) {
            Joined(advanced.TabOrder()));
     Expect("advanced: the main dialog waits", !IsWindowEnabled(main.Dialog));
     advanced.Picture("advanced");
+    HelpIsAskedFor(advanced, ADVANCED_HELP, "zt_spi62.hlp");
     advanced.Type(PREFIX, "98765");
     Expect("advanced: a prefix has four characters", "9876", advanced.Text(PREFIX));
     advanced.Click(KEY_SYSTEM_MODE);
@@ -311,8 +326,8 @@ void TryConfiguration(const char* library) {
         ServiceProcess service(library);
         Service = &service;
         Expect("starting the provider", 0, service.Do(Job::Start));
-        MainDialogShowsSettingsAndVersions();
         PortListDropsDownWhole();
+        MainDialogShowsSettingsAndVersions();
         MnemonicReachesThePort();
         AdvancedDialog();
         PortIsStoredWithOkOnly();

@@ -109,6 +109,13 @@ std::string Screen::Text(int id) const {
     return TextOf(Item(id));
 }
 
+std::string Screen::AllText() const {
+    std::string all;
+    for (const HWND control : Children(Dialog))
+        all += TextOf(control) + " ";
+    return all;
+}
+
 std::vector<std::string> Screen::Entries(int list) const {
     std::vector<std::string> entries;
     const LRESULT count = SendMessageA(Item(list), CB_GETCOUNT, 0, 0);
@@ -204,25 +211,24 @@ void Screen::CheckLayout(const std::string& name) const {
     }
 }
 
-void Screen::Picture(const std::string& name, HWND list) const {
-    std::string request = "picture " + name + " " + XWindow(Dialog);
-    if (list != nullptr) {
-        RECT dialog{}, place{};
-        GetWindowRect(Dialog, &dialog);
-        GetWindowRect(list, &place);
-        request += " " + XWindow(list) + " +" + std::to_string(place.left - dialog.left) + "+" +
-                   std::to_string(place.top - dialog.top);
-    }
-    Ask(request);
+void Screen::Picture(const std::string& name) const {
+    Ask("picture " + name + " " + XWindow(Dialog));
 }
 
-Screen FindDialog(const char* caption, const Screen* notThis) {
+Screen FindDialog(const char* caption, HWND ofProcess) {
+    DWORD process = 0;
+    GetWindowThreadProcessId(ofProcess, &process);
+    const auto fits = [&](HWND window) {
+        DWORD its = 0;
+        GetWindowThreadProcessId(window, &its);
+        return IsWindowVisible(window) && (ofProcess == nullptr || its == process);
+    };
     HWND found = nullptr;
-    WaitFor(std::string("a window '") + caption + "'", [&] {
+    WaitFor(std::string("a window '") + (caption != nullptr ? caption : "") + "'", [&] {
         do
             found = FindWindowExA(nullptr, found, "#32770", caption);
-        while (found != nullptr && notThis != nullptr && found == notThis->Dialog);
-        return found != nullptr && IsWindowVisible(found);
+        while (found != nullptr && !fits(found));
+        return found != nullptr;
     });
     return {found};
 }

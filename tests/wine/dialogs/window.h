@@ -13,6 +13,7 @@ struct Screen {
     // Every control in its order: "id class text", then [tab], [group], [off], [default], [checked].
     std::vector<std::string> Controls() const;
     std::string Text(int id) const;
+    std::string AllText() const;  // of all its controls
     std::vector<std::string> Entries(int list) const;
     bool Enabled(int id) const { return IsWindowEnabled(Item(id)) != 0; }
     bool Checked(int id) const { return SendMessageA(Item(id), BM_GETCHECK, 0, 0) == BST_CHECKED; }
@@ -29,9 +30,9 @@ struct Screen {
 
     // Notes as failures what lies outside the client area, overlaps, or has no room for its text.
     void CheckLayout(const std::string& name) const;
-    // Asks the script for a picture of the window, with a list that lies on it where one is dropped down.
-    void Picture(const std::string& name, HWND list = nullptr) const;
+    // Asks the script for a picture of the window.
+    void Picture(const std::string& name) const;
 };
 
-// The dialog of that caption, once it is there and visible.
-Screen FindDialog(const char* caption, const Screen* notThis = nullptr);
+// The dialog of that caption (null: any), once it is there and visible; of the process of a given window.
+Screen FindDialog(const char* caption, HWND ofProcess = nullptr);
