@@ -151,24 +151,60 @@ void WatchBoxes() {
         std::thread(Watch, static_cast<std::uint32_t>(std::strtoul(setting, nullptr, 10))).detach();
 }
 
-// From the list of all processes: GetProcessHandleCount gives 0 under Wine.
-ProcessCounts CountProcess() {
-    std::vector<std::max_align_t> room;
-    ULONG needed = 64 * 1024;
-    do
-        room.resize((needed + 4096) / sizeof(std::max_align_t));
-    while (NtQuerySystemInformation(SystemProcessInformation, room.data(),
-                                    static_cast<ULONG>(room.size() * sizeof room[0]),
-                                    &needed) == static_cast<LONG>(0xC0000004));  // too small
-    const auto* at = reinterpret_cast<const char*>(room.data());
-    for (;;) {
+namespace {
+
+// What the system says of one class, whole.
+std::vector<std::max_align_t> Ask(int what) {
+    constexpr auto TOO_SMALL = static_cast<LONG>(0xC0000004);
+    std::vector<std::max_align_t> room(4096);
+    ULONG needed = 0;
+    while (NtQuerySystemInformation(static_cast<SYSTEM_INFORMATION_CLASS>(what), room.data(),
+                                    static_cast<ULONG>(room.size() * sizeof room[0]), &needed) == TOO_SMALL)
+        room.resize(room.size() * 2);
+    return room;
+}
+
+unsigned long CountThreads() {
+    const auto room = Ask(SystemProcessInformation);
+    for (const auto* at = reinterpret_cast<const char*>(room.data());;) {
         const auto* process = reinterpret_cast<const SYSTEM_PROCESS_INFORMATION*>(at);
         if (reinterpret_cast<std::uintptr_t>(process->UniqueProcessId) == GetCurrentProcessId())
-            return {process->NumberOfThreads, process->HandleCount};
+            return process->NumberOfThreads;
         if (process->NextEntryOffset == 0)
-            return {};
+            return 0;
         at += process->NextEntryOffset;
     }
+}
+
+// From the list of all handles: under Wine GetProcessHandleCount gives 0, and the list of processes the size of a table
+// that doubles when it is full.
+unsigned long CountHandles() {
+    constexpr int HANDLES = 64;  // SystemExtendedHandleInformation, in no header
+    struct Entry {
+        void* Object;
+        std::uintptr_t Process;
+        std::uintptr_t Handle;
+        std::uint32_t Access;
+        std::uint16_t Others[2];
+        std::uint32_t Attributes;
+        std::uint32_t Reserved;
+    };
+    struct List {
+        std::uintptr_t Count;
+        std::uintptr_t Reserved;
+    };
+    const auto room = Ask(HANDLES);
+    const auto* list = reinterpret_cast<const List*>(room.data());
+    const auto* first = reinterpret_cast<const Entry*>(list + 1);
+    const std::uintptr_t own = GetCurrentProcessId();
+    return static_cast<unsigned long>(
+        std::count_if(first, first + list->Count, [&](const Entry& entry) { return entry.Process == own; }));
+}
+
+}  // namespace
+
+ProcessCounts CountProcess() {
+    return {CountThreads(), CountHandles()};
 }
 
 }  // namespace Tsphost
