@@ -23,8 +23,11 @@
 
 #include <cstdio>
 
+// For the trace alone, which several processes write: whatever the mode, all is written at the file's end. One that another
+// process has emptied would else go on where it stood, into the other's lines.
 inline std::FILE* FileOpen(const char* path, const char* mode) {
-    return std::fopen(path, mode);
+    std::FILE* const file = std::fopen(path, mode);
+    return file == nullptr ? nullptr : std::freopen(path, "a", file);
 }
 inline int FileRename(const char* from, const char* to) {
     return std::rename(from, to);

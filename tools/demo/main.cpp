@@ -12,14 +12,23 @@ int main(int argc, char** argv) {
     const std::string program = argv[0];
     const std::size_t slash = program.rfind('/');
     const std::string directory = slash == std::string::npos ? "./" : program.substr(0, slash + 1);
-    const bool interactive = argc == 2 && std::strcmp(argv[1], "--interactive") == 0;
-    if (argc > 1 && !interactive) {
-        std::puts("zt_demo [--interactive]: plays calls between a simulated set and the telephony service's side");
-        return std::strcmp(argv[1], "--help") == 0 ? 0 : 2;
+    bool interactive = false;
+    std::string host;
+    for (int i = 1; i < argc; ++i) {
+        if (std::strcmp(argv[i], "--interactive") == 0) {
+            interactive = true;
+        } else if (std::strcmp(argv[i], "--host") == 0 && i + 1 < argc) {
+            host = argv[++i];
+        } else {
+            std::puts(
+                "zt_demo [--interactive] [--host PROGRAM]: plays calls between a simulated set and the telephony\n"
+                "service's side, which is tsphost beside this program, or PROGRAM with the same options");
+            return std::strcmp(argv[i], "--help") == 0 ? 0 : 2;
+        }
     }
     TrapSignals();
     Stage stage;
-    if (const std::string error = stage.Start(directory); !error.empty()) {
+    if (const std::string error = stage.Start(directory, host); !error.empty()) {
         std::fprintf(stderr, "zt_demo: %s\n", error.c_str());
         return 2;
     }

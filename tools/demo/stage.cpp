@@ -32,14 +32,14 @@ Stage::~Stage() {
         std::filesystem::remove_all(Root, ignored);
 }
 
-std::string Stage::Start(const std::string& directory) {
+std::string Stage::Start(const std::string& directory, const std::string& host) {
     Furnish(Machine);
     if (std::string error = Loop.Open(); !error.empty())
         return error;
     Root = PrepareRoot();
     if (Root.empty())
         return "no temporary directory";
-    return Host.Start(directory + "tsphost",
+    return Host.Start(host.empty() ? directory + "tsphost" : host,
                       {"--no-time", "--com1", Loop.Path(), "--root", Root, "--registry", Root + "/registry",
                        "--provider", directory + "zt_6232.tsp"},
                       {"ZT_BOX_MS=1500"});

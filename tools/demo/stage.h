@@ -18,8 +18,9 @@ struct Stage {
     std::string Root;  // the host's own directory: drive C:, registry
 
     ~Stage();
-    // `directory` holds the programs. Gives "", or what went wrong.
-    std::string Start(const std::string& directory);
+    // `directory` holds the programs; `host` is another host to play with, which takes the same options, "" for the one
+    // there. Gives "", or what went wrong.
+    std::string Start(const std::string& directory, const std::string& host = "");
     // Asks the host to end, plays the set for it meanwhile, and gives the host's status.
     int End();
 };

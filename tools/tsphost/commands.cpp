@@ -39,6 +39,7 @@ constexpr Command Table[] = {
      "RESULT is a number or a published name, like LINEERR_INVALCALLSTATE.", Fails},
     {"console", "sleep", "TIME", "does nothing for so long (500ms, 5s)", "", Sleep},
     {"console", "echo", "[TEXT...]", "prints TEXT", "", Echo},
+    {"console", "counts", "", "threads and handles (open files, not on Windows) of this process", "", Counts},
     {"console", "help", "[NAME]", "this list; arguments of a command", "", Help},
     {"console", "quit", "", "ends the console", "", Quit},
 
@@ -53,6 +54,11 @@ constexpr Command Table[] = {
     {"provider", "dialogdata", "TYPE BYTE...", "TSPI_providerGenericDialogData",
      "TYPE is 1 for the line, 2 for the phone, 3 for the provider. The bytes are given padded with zeroes to 256.",
      DialogData},
+    {"provider", "uiconfig", "", "TUISPI_providerConfig: the dialog, and what it asks of the provider", "", UiConfig},
+    {"provider", "uiline", "[DEVICE]", "TUISPI_lineConfigDialog", "", UiLine},
+    {"provider", "uiphone", "[DEVICE]", "TUISPI_phoneConfigDialog", "", UiPhone},
+    {"provider", "uiinstall", "", "TUISPI_providerInstall", "", UiInstall},
+    {"provider", "uiremove", "", "TUISPI_providerRemove", "", UiRemove},
 
     {"line", "negotiate", "[LOW [HIGH]]", "TSPI_lineNegotiateTSPIVersion", "", Negotiate},
     {"line", "extversion", "", "TSPI_lineNegotiateExtVersion", "", ExtVersion},

@@ -66,7 +66,8 @@ bool PrintFields(const Buffer& buffer, std::span<const Field> fields);
 // provider.cpp
 bool Enumerate(const Words&), Initialise(const Words&), Shutdown(const Words&), Identify(const Words&),
     Install(const Words&), Remove(const Words&), Configure(const Words&), FreeDialog(const Words&),
-    DialogData(const Words&);
+    DialogData(const Words&), UiConfig(const Words&), UiLine(const Words&), UiPhone(const Words&), UiInstall(const Words&),
+    UiRemove(const Words&);
 // line.cpp
 bool Negotiate(const Words&), ExtVersion(const Words&), OpenLine(const Words&), CloseLine(const Words&),
     DevCaps(const Words&), AddressCaps(const Words&), GetID(const Words&), NumAddress(const Words&),
@@ -87,7 +88,8 @@ bool PhoneNegotiate(const Words&), OpenPhone(const Words&), ClosePhone(const Wor
     PhoneOther(const Words&);
 std::string PhoneOtherNames();
 // scripts.cpp
-bool Wait(const Words&), Expect(const Words&), Completion(const Words&), Forget(const Words&), Sleep(const Words&), Echo(const Words&);
+bool Wait(const Words&), Expect(const Words&), Completion(const Words&), Forget(const Words&), Sleep(const Words&), Echo(const Words&),
+    Counts(const Words&);
 // clang-format on
 
 }  // namespace Tsphost

@@ -5,7 +5,7 @@
 #pragma once
 
 #include "platform/platform.h"
-#include "tsphost/library.h"
+#include "tsphost/system.h"
 
 #include <condition_variable>
 #include <cstdint>

@@ -2,16 +2,10 @@
 // console to call its entry points.
 #include "tsphost/commands.h"
 
-#include <readline/history.h>
-#include <readline/readline.h>
-
 #include <cstdio>
 #include <cstdlib>
-#include <cstring>
 #include <fstream>
 #include <iostream>
-
-#include <unistd.h>
 
 using namespace Tsphost;
 
@@ -20,7 +14,7 @@ namespace {
 constexpr const char* USAGE = R"(tsphost [options]: the telephony service's side of zt_6232.tsp
 
   --provider PATH   the provider to load (default: zt_6232.tsp beside this program)
-  --com1 PATH       terminal device behind COM1
+  --com1 PATH       terminal device behind COM1 (this and the next two: not on Windows)
   --root DIR        directory that holds drive C: (trace, INI file)
   --registry FILE   file that keeps the registry
   --line-base N     first line device identifier (default 0)
@@ -32,51 +26,10 @@ Commands come from standard input; on a terminal with line editing and history. 
 Ends with status 0 only when every command succeeded.
 )";
 
-// The tab key completes names of commands, and no file names.
-char* NextName(const char* start, int again) {
-    static std::size_t at = 0;
-    if (again == 0)
-        at = 0;
-    const std::span<const Command> all = Commands();
-    while (at < all.size())
-        if (const char* name = all[at++].name; std::string_view(name).starts_with(start))
-            return strdup(name);
-    return nullptr;
-}
-
-char** Complete(const char* start, int, int) {
-    rl_attempted_completion_over = 1;
-    return rl_completion_matches(start, NextName);
-}
-
-// Readline calls this several times a second while the user types: events that came meanwhile go above the line.
-int ShowEvents() {
-    if (PrintKept("\r\033[K")) {
-        rl_on_new_line();
-        rl_redisplay();
-    }
-    return 0;
-}
-
-bool Typed(std::string& line) {
-    rl_attempted_completion_function = Complete;
-    rl_event_hook = ShowEvents;
-    BeginTyping();
-    char* const typed = readline("tsphost> ");
-    EndTyping();
-    if (typed == nullptr)
-        return false;
-    if (*typed != 0)
-        add_history(typed);
-    line = typed;
-    std::free(typed);
-    return true;
-}
-
 // The next command; false at the end of the input. Those of a script are printed before what they bring.
 bool NextLine(std::istream* script, std::string& line) {
-    if (script == nullptr && isatty(STDIN_FILENO))
-        return Typed(line);
+    if (script == nullptr && TypesCommands())
+        return TypedLine(line);
     if (!std::getline(script != nullptr ? *script : std::cin, line))
         return false;
     if (script != nullptr && !line.empty() && line[0] != '#')
@@ -84,15 +37,11 @@ bool NextLine(std::istream* script, std::string& line) {
     return true;
 }
 
-std::string BesideThisProgram(const char* program) {
-    const char* slash = std::strrchr(program, '/');
-    return (slash == nullptr ? std::string("./") : std::string(program, slash + 1)) + "zt_6232.tsp";
-}
-
 }  // namespace
 
 int main(int argc, char** argv) {
-    TheHost.ProviderPath = BesideThisProgram(argv[0]);
+    PrepareStreams();
+    TheHost.ProviderPath = OwnDirectory(argv[0]) + "zt_6232.tsp";
     std::ifstream script;
     for (int i = 1; i < argc; ++i) {
         const std::string option = argv[i];
@@ -110,15 +59,15 @@ int main(int argc, char** argv) {
             return 2;
         }
         const char* value = argv[++i];
-        // The provider's own platform layer reads these when it is loaded.
+        bool usable = true;
         if (option == "--provider")
             TheHost.ProviderPath = value;
         else if (option == "--com1")
-            setenv("ZT_COM1", value, 1);
+            usable = SetPlace("ZT_COM1", value);
         else if (option == "--root")
-            setenv("ZT_ROOT", value, 1);
+            usable = SetPlace("ZT_ROOT", value);
         else if (option == "--registry")
-            setenv("ZT_REGISTRY", value, 1);
+            usable = SetPlace("ZT_REGISTRY", value);
         else if (option == "--line-base")
             TheHost.LineBase = static_cast<DWORD>(std::strtoul(value, nullptr, 0));
         else if (option == "--script")
@@ -127,11 +76,17 @@ int main(int argc, char** argv) {
             std::fprintf(stderr, "tsphost: %s: unknown option; --help lists them\n", option.c_str());
             return 2;
         }
+        if (!usable) {
+            std::fprintf(stderr, "tsphost: %s: port, registry and drive C: are the system's own here\n",
+                         option.c_str());
+            return 2;
+        }
         if (option == "--script" && !script) {
             std::fprintf(stderr, "tsphost: cannot read %s\n", value);
             return 2;
         }
     }
+    WatchBoxes();
     std::string error;
     TheHost.Library = LoadProvider(TheHost.ProviderPath, error);
     if (TheHost.Library == nullptr) {

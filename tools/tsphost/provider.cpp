@@ -84,4 +84,34 @@ bool DialogData(const Words& words) {
     return true;
 }
 
+namespace {
+
+// What a dialog asks of its provider. The service carries it from the application's process to its own; here it is one.
+LONG CALLBACK CarryDialogData(DWORD_PTR object, DWORD type, LPVOID data, DWORD size) {
+    return Export<decltype(&TSPI_providerGenericDialogData)>("TSPI_providerGenericDialogData")(object, type, data,
+                                                                                               size);
+}
+
+}  // namespace
+
+bool UiConfig(const Words&) {
+    return ZT_CALL(TUISPI_providerConfig, CarryDialogData, nullptr, TheHost.ProviderID);
+}
+
+bool UiLine(const Words& words) {
+    return ZT_CALL(TUISPI_lineConfigDialog, CarryDialogData, NumberAt(words, 1, TheHost.LineBase), nullptr, nullptr);
+}
+
+bool UiPhone(const Words& words) {
+    return ZT_CALL(TUISPI_phoneConfigDialog, CarryDialogData, NumberAt(words, 1, TheHost.PhoneBase), nullptr, nullptr);
+}
+
+bool UiInstall(const Words&) {
+    return ZT_CALL(TUISPI_providerInstall, CarryDialogData, nullptr, TheHost.ProviderID);
+}
+
+bool UiRemove(const Words&) {
+    return ZT_CALL(TUISPI_providerRemove, CarryDialogData, nullptr, TheHost.ProviderID);
+}
+
 }  // namespace Tsphost

@@ -90,4 +90,10 @@ bool Echo(const Words& words) {
     return true;
 }
 
+bool Counts(const Words&) {
+    const ProcessCounts counts = CountProcess();
+    Say("threads " + std::to_string(counts.Threads) + ", handles " + std::to_string(counts.Handles));
+    return true;
+}
+
 }  // namespace Tsphost

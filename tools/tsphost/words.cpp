@@ -131,7 +131,7 @@ std::uint32_t TakeTime(Words& words, std::uint32_t otherwise) {
     if (!last.ends_with("s") || !ParseNumber(last.substr(0, last.size() - (inMs ? 2 : 1)), time))
         return otherwise;
     words.pop_back();
-    return inMs ? time : std::min(time, LONGEST_S) * 1000;
+    return inMs ? time : std::min<std::uint32_t>(time, LONGEST_S) * 1000;
 }
 
 WideArgument TextAt(const Words& words, std::size_t at) {
