@@ -479,27 +479,4 @@ TEST(EquipmentEvents, CarryKeyReasonFlagsNumbersAndNames) {
     }
 }
 
-// --- scripts
-
-TEST(EquipmentScript, WaitsBetweenItsLines) {
-    TheOtherEnd end;
-    const auto& icon = end.machine.set.icons[1];
-    Script script;
-    const Texts lines = Parts("wait provider; icon 1 active; wait 500; icon 1 held; bad; wait 100; icon 1 dark; quit; "
-                              "icon 1 active");
-    script.lines.assign(lines.begin(), lines.end());
-    EXPECT_EQ(script.Step(end.machine, end.now), "");
-    EXPECT_EQ(icon, NoIcon);
-    end.Say("60 01");
-    EXPECT_EQ(script.Step(end.machine, end.now), "");
-    EXPECT_EQ(script.NextDue(end.now), 500u);
-    EXPECT_EQ(script.Step(end.machine, end.now + 499), "");
-    EXPECT_EQ(icon, ActiveIcon);
-    EXPECT_THAT(script.Step(end.machine, end.now + 500), testing::HasSubstr("bad: error: "));
-    EXPECT_EQ(icon, HeldIcon);
-    script.Step(end.machine, end.now + 600);
-    EXPECT_TRUE(script.quit);
-    EXPECT_EQ(icon, NoIcon);
-}
-
 }  // namespace

@@ -97,57 +97,13 @@ TEST_F(Service, StoredConfigurationIsUsedAtOnceAndOnlyWhatChangedIsSaved) {
 
 // --- calls ----------------------------------------------------------------------------------------------------------
 
-// A key that goes out with its call.
-std::string Dark(int key, const std::string& from, int cref) {
-    const std::string touch = std::to_string(key), call = std::to_string(cref);
-    return " VTA: ICON: " + touch + ", Value: 0 IDLE_ICON | Multi Icone " + touch + " Action: " + from +
-           "_ICON => IDLE_ICON | " + call + " DISCONNECTED 1 | Icone:" + touch +
-           " éteint - Etat:DISCONNECTED - Ref:" + call + " | " + call + " IDLE | Icone:" + touch +
-           " éteint - Etat:IDLE - Ref:" + call;
-}
-
-// What the set shows, in full: events between the lines of the trace.
 class Calls : public Scenario {
 protected:
     void SetUp() override {
         Scenario::SetUp();
         Machine.config.omna = 1;  // everything from icons and display
     }
-    void Track() {
-        Start();
-        Tracked = true;
-        TraceMask = TRACE_CALL;
-    }
 };
-
-// clang-format off
-TEST_F(Calls, SupervisedAndBoss) {
-    Machine.config.omna = 3;
-    Machine.config.keys = {{1, 11, "4711"}, {2, 11, "4711"}, {7, 7, "4720"}, {8, 8, "4730"}};
-    Track();
-    Play({
-        {"incoming 7 4750", "", "Superv Icone 7 Action: IDLE_ICON => INCOM_ICON | NEWCALL 0"
-         " | ICI - Etat:OFFERING - Ref:0 | 0 OFFERING | INFO 0 ORIGIN|REASON|CALLERID|CALLEDID"},
-        {"press 7", "", "Multi Icone 1 Action: IDLE_ICON => ACTIV_ICON"
-         " | InPickUpSupervFunction Icone:1 - Etat:CONNECTED - Ref:0 | 0 CONNECTED"
-         " |  VTA: ICON: 7, Value: 0 IDLE_ICON | Superv Icone 7 Action: INCOM_ICON => IDLE_ICON"
-         " | Icone:7 éteint - Superv Interceptee - Ref:0 | INFO 0 CONNECTEDID"},
-        {"release", "", Dark(1, "ACTIV", 0) + " | Avant test VaVien "},
-        {"incoming 8 4730", "", "Multi Icone 8 Action: IDLE_ICON => INCOM_ICON | NEWCALL 0"
-         " | ICI - Etat:OFFERING - Ref:0 | 0 OFFERING | INFO 0 ORIGIN|REASON|CALLERID|CALLEDID"},
-        {"answer 8", "", "Multi Icone 8 Action: INCOM_ICON => ACTIV_ICON | Icone:8 - Etat:CONNECTED - Ref:0 cas 5"
-         " | Inbound:1 | 0 CONNECTED | INFO 0 CONNECTEDID"},
-        {"move 8 2", "", " VTA: ICON: 8, Value: 0 IDLE_ICON | Multi Icone 8 Action: ACTIV_ICON => IDLE_ICON"
-         " | Icone:8 éteint - cref 0000 transfert touche PAT/SEC | Multi Icone 2 Action: IDLE_ICON => ACTIV_ICON"
-         " | SwapKeyTransfering cref 0000 new Icone:2"},
-        {"release", "", Dark(2, "ACTIV", 0) + " | Avant test VaVien "},
-        {"seize 8", "", "Multi Icone 8 Action: IDLE_ICON => ACTIV_ICON | NEWCALL 0"
-         " | Icone:8 - Etat:DIALTONE - Ref:0 | 0 DIALTONE | 0 DIALING | 0 PROCEEDING"
-         " | Icone:8 - Etat:PROCEEDING - Ref:0 cas 1 | 0 RINGBACK"},
-        {"release", "", Dark(8, "ACTIV", 0)},
-    });
-}
-// clang-format on
 
 // --- requests -------------------------------------------------------------------------------------------------------
 

@@ -155,14 +155,6 @@ TEST(TraceReader, TakesNothingForADumpThatIsNone) {
     EXPECT_EQ(Reader().Words({"ProcessInput(60.00.9F.)"}), "<- (no whole frame: its checksum does not fit)");
     EXPECT_EQ(Reader().Words({"SendL2Msg(02.60.00.)"}), "-> (no whole frame: its length or checksum does not fit)");
     EXPECT_EQ(Reader().Words({"TAPI_OMNA MSG: 00.07.02."}), "<- (no whole message: its length does not fit)");
-
-    // Whatever the bytes of a frame are, and wherever it ends.
-    for (const char* item : {"61 0B 05 47 01 20 20 FF 02 03 02 04", "6F 02 60 00 09 6E 03 26 20 05 03 26 03 01",
-                             "12 00 0C 02 00 17 01 02 00 FF 82", "0C 81 00 03 12 00", "26 04", "6E 00 00 01"})
-        for (Bytes bytes = *Equipment::ParseHex(item); !bytes.empty(); bytes.pop_back()) {
-            EXPECT_NE(Reader().Words({Received(Equipment::Hex(bytes))}), "") << Equipment::Hex(bytes);
-            EXPECT_NE(Reader().Words({Sent(Equipment::Hex(bytes))}), "") << Equipment::Hex(bytes);
-        }
 }
 
 TEST(TraceReader, ShowsLinesInUtf8WithTheTimeOfDay) {

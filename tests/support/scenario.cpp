@@ -261,10 +261,7 @@ std::string Scenario::Happen(const std::string& action) {
     events.insert(events.end(), later.begin(), later.end());
     for (std::string& event : events)
         event = Short(event, Request);
-    if (!Tracked)
-        return Joined(events, ", ");
-    static constexpr const char* Skipped[] = {"LinEv "};
-    return Interleaved(events, TraceLines(), Skipped);
+    return Joined(events, ", ");
 }
 
 void Scenario::Play(const std::vector<Step>& steps) {
@@ -282,7 +279,7 @@ void Scenario::Play(const std::vector<Step>& steps) {
         if (!Machine.config.superFrames)
             std::erase_if(presses, [](char c) { return c == '[' || c == ']'; });
         EXPECT_EQ(Pressed, presses);
-        EXPECT_EQ(happened, Chosen(step.Events, Tracked ? " | " : ", "));
+        EXPECT_EQ(happened, Chosen(step.Events, ", "));
         EXPECT_EQ(Missing(Split(Chosen(step.Traces, " | "), " | "), TraceLines()), "");
     }
     EXPECT_EQ(TheBooks.Balance(Machine), "") << trail;

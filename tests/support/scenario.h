@@ -28,8 +28,7 @@ struct Step {
 class Scenario : public Service {
 protected:
     Books TheBooks;
-    bool Phone = false;    // PHONE_STATE counts among the events
-    bool Tracked = false;  // events stand in the whole trace of the calls (mask 0x10), " | " between them
+    bool Phone = false;  // PHONE_STATE counts among the events
 
     // In service, and watched.
     void Start();
