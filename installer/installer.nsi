@@ -5,8 +5,8 @@
 ;
 ;   zt_6232-setup-ARCH.exe [/S] [/D=DIRECTORY]   /S: without a question, and without the provider's dialog
 ;   uninstall.exe [/S] [/ALL]                    /ALL: settings and trace files too, without asking
-; Exit codes: 0 done; ztsetup's own where the provider could not be added or removed; 1 for what stands in the way
-; before that; 7 when a file cannot be written.
+; Exit codes: 0 done; ztsetup's own where the provider could not be added or removed, and 8 where that was done but the
+; telephony service's account has not its rights; 1 for what stands in the way before that; 7 when a file cannot be written.
 Unicode true
 !if "${ARCH}" == "x64"
   Target amd64-unicode
@@ -58,16 +58,21 @@ Var Aside   ; where an earlier library was put
 Var Placed  ; the new library is in its place
 Var Update  ; there is an earlier installation
 
-; Tells why nothing more is done, and ends. A silent installation has no window: the text is in a file then.
-!macro Stop code text
-  SetErrorLevel ${code}
+; A silent installation has no window: the text is in a file then.
+!macro Tell icon text
   ${If} ${Silent}
     FileOpen $R9 "$TEMP\zt_6232-setup.txt" w
     FileWrite $R9 "${text}$\r$\n"
     FileClose $R9
   ${Else}
-    MessageBox MB_OK|MB_ICONSTOP "${text}"
+    MessageBox MB_OK|${icon} "${text}"
   ${EndIf}
+!macroend
+
+; Tells why nothing more is done, and ends.
+!macro Stop code text
+  SetErrorLevel ${code}
+  !insertmacro Tell MB_ICONSTOP "${text}"
   Quit
 !macroend
 
@@ -181,6 +186,7 @@ Section "Install" install_section
   !insertmacro Ztsetup "install $Quiet"
   ${If} $Code != 0
   ${AndIf} $Code != 5  ; installed already: an update
+  ${AndIf} $Code != 8  ; installed, without rights of the service's account: told at the end
     Call RollBack
     ${If} $Code == "error"
       StrCpy $Code 1
@@ -209,6 +215,11 @@ Section "Install" install_section
   WriteRegDWORD HKLM "${ENTRY}" "NoRepair" 1
   SectionGetSize ${install_section} $0
   WriteRegDWORD HKLM "${ENTRY}" "EstimatedSize" $0
+
+  ${If} $Code == 8
+    SetErrorLevel 8
+    !insertmacro Tell MB_ICONEXCLAMATION "$Said"
+  ${EndIf}
 SectionEnd
 
 Function un.onInit
@@ -225,6 +236,7 @@ Section "Uninstall"
     !insertmacro Ztsetup "remove"
     ${If} $Code != 0
     ${AndIf} $Code != 5  ; not in the list: removed by hand before
+    ${AndIf} $Code != 8  ; removed, with rights left to the service's account
       ${If} $Code == "error"
         StrCpy $Code 1
         StrCpy $Said "ztsetup.exe could not be started."
@@ -232,6 +244,8 @@ Section "Uninstall"
       MessageBox MB_YESNO|MB_ICONEXCLAMATION|MB_DEFBUTTON2 "Windows did not take the provider out of its list:$\r$\n$\r$\n$Said$\r$\nRemove its files all the same?" /SD IDNO IDYES files
       !insertmacro Stop $Code "The provider was not removed:$\r$\n$\r$\n$Said"
       files:
+    ${ElseIf} $Code == 8
+      SetErrorLevel 8
     ${EndIf}
   ${EndIf}
 

@@ -31,6 +31,8 @@ struct Windows {
     std::map<std::string, std::string> files{{PLACE, LibraryFor(MACHINE_X64)}};
     std::map<std::uint32_t, std::string> list{{1, "remotesp.tsp"}, {2, "kmddsp.tsp"}};
     std::uint32_t listError = 0, addError = 0, removeError = 0;
+    std::map<std::string, EntryList> places;  // what NETWORK SERVICE may do, there
+    std::map<std::string, std::uint32_t> refused;
     std::vector<std::string> calls;
 };
 Windows windows;
@@ -90,6 +92,37 @@ std::uint32_t RemoveProvider(std::uint32_t id) {
     if (windows.removeError == 0 && !windows.ignores)
         windows.list.erase(id);
     return windows.removeError;
+}
+
+Path WindowsDirectory() {
+    return Path(R"(C:\Windows)");
+}
+std::uint32_t MakePlace(const Place& place) {
+    windows.places[place.path.text];
+    return 0;
+}
+std::uint32_t ReadEntries(const Place& place, EntryList& list) {
+    const auto found = windows.places.find(place.path.text);
+    if (found == windows.places.end())
+        return PLACE_MISSING;
+    list = found->second;
+    return 0;
+}
+std::uint32_t AddEntry(const Place& place, const AccessEntry& entry) {
+    if (const std::uint32_t error = windows.refused[place.path.text]; error != 0)
+        return error;
+    EntryList& list = windows.places[place.path.text];
+    list.entries[list.count++] = entry;
+    return 0;
+}
+std::uint32_t RemoveEntries(const Place& place) {
+    if (const std::uint32_t error = windows.refused[place.path.text]; error != 0)
+        return error;
+    windows.places[place.path.text].count = 0;
+    return 0;
+}
+void RemoveEmpty(const Place& place) {
+    EXPECT_TRUE(windows.places[place.path.text].count == 0 || windows.refused[place.path.text] != 0) << place.path.text;
 }
 
 }  // namespace Setup
@@ -256,6 +289,74 @@ TEST(Ztsetup, AddsAndRemovesThisProviderAlone) {
     EXPECT_THAT(windows.calls, IsEmpty());
     EXPECT_EQ(Command({"remove"}).code, EXIT_DONE);
     EXPECT_EQ(windows.list, before);
+}
+
+std::size_t EntriesNow() {
+    std::size_t count = 0;
+    for (const auto& [path, list] : windows.places)
+        count += list.count;
+    return count;
+}
+
+// The service's account has one entry in each of the three places while the provider is installed, and at no other time.
+TEST(Ztsetup, GivesTheServicesAccountItsRightsWhileInstalled) {
+    struct Row {
+        const char* name;
+        std::vector<std::string_view> command;
+        ExitCode code;
+        std::size_t entries;
+        void (*make)();
+    };
+    const Row rows[] = {
+        {"TAPI refuses: taken back", {"install"}, EXIT_FAILED, 0, [] { windows.addError = 0x80000048; }},
+        {"installed", {"install"}, EXIT_DONE, 3, [] { windows.addError = 0; }},
+        {"status", {"status"}, EXIT_DONE, 3, [] {}},
+        {"once more: no second entries", {"install"}, EXIT_NOTHING, 3, [] {}},
+        {"not removed: they stay", {"remove"}, EXIT_SERVICE, 3, [] { windows.removeError = 0x8000000F; }},
+        {"removed", {"remove"}, EXIT_DONE, 0, [] { windows.removeError = 0; }},
+        {"an earlier version was installed", {"status"}, EXIT_ACCOUNT, 0, Installed},
+        {"an update gives them", {"install"}, EXIT_NOTHING, 3, [] {}},
+        {"not in the list: those left are taken", {"remove"}, EXIT_NOTHING, 0, [] { windows.list.erase(7); }},
+        {"one refused", {"install"}, EXIT_ACCOUNT, 2, [] { windows.refused[R"(SOFTWARE\Corvane)"] = 5; }},
+    };
+    windows = Windows{};
+    for (const Row& row : rows) {
+        SCOPED_TRACE(row.name);
+        row.make();
+        const Outcome outcome = Command(row.command);
+        EXPECT_EQ(outcome.code, row.code) << outcome.message.View();
+        EXPECT_EQ(EntriesNow(), row.entries);
+    }
+    EXPECT_EQ(windows.list.count(7), 1U) << "the installation went on";
+    EXPECT_THAT(std::string(Command({"install"}).message.View()),
+                HasSubstr("HKEY_LOCAL_MACHINE\\SOFTWARE\\Corvane (access is denied, error 5)"));
+}
+
+TEST(Ztsetup, KnowsWhichEntriesAreEnough) {
+    constexpr AccessEntry WANTED{true, 3, 0x1301BF};
+    struct Row {
+        const char* name;
+        std::vector<AccessEntry> entries;
+        bool enough;
+    };
+    const Row rows[] = {
+        {"none", {}, false},
+        {"full access, inherited itself", {{true, 0x13, 0x1F01FF}}, true},
+        {"in two", {{true, 3, 0x1200A9}, {true, 3, 0x110116}}, true},
+        {"to read", {{true, 3, 0x1200A9}}, false},
+        {"not for what is in it", {{true, 0, 0x1301BF}}, false},
+        {"only for what is in it", {{true, 11, 0x1301BF}}, false},
+        {"forbidden too", {{false, 3, 0x2}, {true, 3, 0x1301BF}}, false},
+    };
+    for (const Row& row : rows) {
+        EntryList list;
+        for (const AccessEntry& entry : row.entries)
+            list.entries[list.count++] = entry;
+        EXPECT_EQ(Grants(list, WANTED), row.enough) << row.name;
+    }
+    EntryList open;
+    open.open = true;
+    EXPECT_TRUE(Grants(open, WANTED)) << "no access list: everything is allowed";
 }
 
 // Files that a download broke, or that are something else: nothing is read past their end.

@@ -48,7 +48,7 @@ int wmain(int count, WCHAR** arguments) {
         words[used] = texts[used].View();
     }
     const Outcome outcome = Run(std::span(words).first(static_cast<std::size_t>(used)));
-    const bool answered = outcome.code == EXIT_DONE || outcome.code == EXIT_NOTHING;
+    const bool answered = outcome.code == EXIT_DONE || outcome.code == EXIT_NOTHING || outcome.code == EXIT_ACCOUNT;
     Print(outcome.message.View(), answered ? STD_OUTPUT_HANDLE : STD_ERROR_HANDLE);
     return outcome.code;
 }

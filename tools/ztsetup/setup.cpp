@@ -19,8 +19,10 @@ constexpr std::string_view HELP =
     "  install   adds it. The library must be in the Windows system directory under its own name; FILE, where it is\n"
     "            given, must name it there. Windows then opens its configuration dialog: choose the COM port.\n"
     "            --quiet  closes the dialog at once, as Cancel does: the settings stay as they are\n"
-    "  remove    takes it out of the list of providers; the library's file and the settings stay\n"
-    "  status    shows this Windows, the library, the list of providers and the telephony service\n"
+    "            It also gives NETWORK SERVICE, the telephony service's account, the rights to write the provider's\n"
+    "            settings (HKEY_LOCAL_MACHINE\\SOFTWARE\\Corvane, zt62cfg.ini) and trace (spitrace)\n"
+    "  remove    takes it out of the list of providers, and those rights back; library and settings stay\n"
+    "  status    shows this Windows, the library, the telephony service and its rights, and the list of providers\n"
     "\n"
     "install and remove need administrator rights.\n"
     "\n"
@@ -31,7 +33,8 @@ constexpr std::string_view HELP =
     "  3  administrator rights are missing\n"
     "  4  the library is missing, in the wrong place, or not for this Windows\n"
     "  5  nothing to do: already installed (install), not installed (remove, status)\n"
-    "  6  the telephony service does not run or is busy: try again\n";
+    "  6  the telephony service does not run or is busy: try again\n"
+    "  8  done, or installed (status), but the account NETWORK SERVICE has not the rights that it should have\n";
 
 // --- words for what TAPI answers -------------------------------------------------------------------------------------
 
@@ -197,6 +200,105 @@ bool LibraryFits(std::string_view named, Outcome& outcome) {
     return true;
 }
 
+// --- the rights of the telephony service's account -------------------------------------------------------------------
+
+// From Windows Vista on the telephony service runs as NETWORK SERVICE, which may write none of these by itself.
+constexpr std::string_view ACCOUNT = "NETWORK SERVICE";
+constexpr std::uint8_t TO_FILES = 1, TO_FOLDERS = 2, ONLY_BELOW = 8;  // ACE flags; keys are folders
+
+struct Need {
+    Kind kind;
+    std::string_view name;  // of a folder or file: in the Windows directory
+    AccessEntry entry;
+    std::string_view otherwise;
+};
+constexpr Need Needs[] = {
+    // Full access: the library opens its keys with it even to read.
+    {Kind::Key, "SOFTWARE\\Corvane", {true, TO_FOLDERS, 0x000F003F}, "the provider has neither port nor settings"},
+    // To change, that is without the rights to change rights and owner; the library renames its files.
+    {Kind::Folder, "spitrace", {true, TO_FILES | TO_FOLDERS, 0x001301BF}, "the provider writes no trace"},
+    // To read and write: Windows reads an INI file before it writes it.
+    {Kind::File, "zt62cfg.ini", {true, 0, 0x0012019F}, "the provider does not write its settings there too"},
+};
+
+Place PlaceOf(const Need& need) {
+    return {need.kind, need.kind == Kind::Key ? Path(need.name) : In(WindowsDirectory(), need.name)};
+}
+
+Message& AddPlace(Message& message, const Need& need) {
+    return message.Add(need.kind == Kind::Key ? "HKEY_LOCAL_MACHINE\\" : "").Add(PlaceOf(need).path.View());
+}
+
+Message& AddWindowsError(Message& message, std::uint32_t error) {
+    return message.Add(error == 5 ? "access is denied, " : "").Add("error ").AddNumber(error);
+}
+
+std::uint32_t GiveRight(const Need& need) {
+    const Place place = PlaceOf(need);
+    EntryList list;
+    std::uint32_t error = MakePlace(place);
+    if (error == 0)
+        error = ReadEntries(place, list);
+    return error != 0 || Grants(list, need.entry) ? error : AddEntry(place, need.entry);
+}
+
+// An installation goes on without them, and says so.
+void GiveRights(Outcome& outcome) {
+    for (const Need& need : Needs) {
+        const std::uint32_t error = GiveRight(need);
+        if (error == 0)
+            continue;
+        outcome.code = EXIT_ACCOUNT;
+        outcome.message.Add("Windows did not give the account ").Add(ACCOUNT).Add(" its rights to ");
+        AddWindowsError(AddPlace(outcome.message, need).Add(" ("), error)
+            .Add(").\n  Where the telephony service runs ");
+        outcome.message.Add("under that account, ").Add(need.otherwise).Add(".\n");
+    }
+}
+
+// Nothing is left of them; what is empty goes too.
+void TakeRights(Outcome& outcome) {
+    for (const Need& need : Needs) {
+        const Place place = PlaceOf(need);
+        EntryList list;
+        std::uint32_t error = ReadEntries(place, list);
+        if (error == PLACE_MISSING)
+            continue;
+        if (error == 0 && list.count != 0)
+            error = RemoveEntries(place);
+        RemoveEmpty(place);
+        if (error == 0)
+            continue;
+        outcome.code = EXIT_ACCOUNT;
+        outcome.message.Add("Windows did not take the rights to ");
+        AddWindowsError(AddPlace(outcome.message, need).Add(" from the account ").Add(ACCOUNT).Add(" ("), error);
+        outcome.message.Add(").\n");
+    }
+}
+
+enum class Holding { All, NotAll, Unknown };
+
+Holding AddHolding(Message& message) {
+    Holding holding = Holding::All;
+    message.Add("Service's account:  ").Add(ACCOUNT);
+    for (const Need& need : Needs) {
+        EntryList list;
+        const std::uint32_t error = ReadEntries(PlaceOf(need), list);
+        if (error == 0 && Grants(list, need.entry))
+            continue;
+        message.Add(holding == Holding::All ? "\n" : "");
+        if (error == 0 || error == PLACE_MISSING) {
+            holding = Holding::NotAll;
+            AddPlace(message.Add("  lacks rights to "), need).Add("\n");
+        } else {
+            holding = holding == Holding::All ? Holding::Unknown : holding;
+            AddWindowsError(AddPlace(message.Add("  may have rights to "), need).Add(": "), error).Add("\n");
+        }
+    }
+    message.Add(holding == Holding::All ? " has its rights\n" : "");
+    return holding;
+}
+
 // --- TAPI's list -----------------------------------------------------------------------------------------------------
 
 bool IsOurs(const Provider& provider) {
@@ -225,11 +327,16 @@ Outcome Install(std::string_view file, bool quiet) {
     if (const Provider* const ours = FindOurs(list)) {
         outcome.code = EXIT_NOTHING;
         outcome.message.Add("The provider is installed already, as provider ").AddNumber(ours->id).Add(".\n");
+        GiveRights(outcome);  // an earlier version did not
         return outcome;
     }
+    Outcome rights;
+    GiveRights(rights);  // before the service loads the library
     std::uint32_t id = 0;
-    if (const std::uint32_t error = AddProvider(LIBRARY, quiet, id); error != 0)
+    if (const std::uint32_t error = AddProvider(LIBRARY, quiet, id); error != 0) {
+        TakeRights(outcome);
         return TapiFailure("TAPI did not add the provider.\n", error);
+    }
     if (const std::uint32_t error = ListProviders(list); error != 0)
         return TapiFailure(LIST_FAILED, error);
     if (FindOurs(list) == nullptr)
@@ -237,6 +344,8 @@ Outcome Install(std::string_view file, bool quiet) {
     outcome.message.Add("The provider is installed, as provider ").AddNumber(id).Add(".\n");
     outcome.message.Add(
         "Its COM port is set in Control Panel, \"Phone and Modem\", tab \"Advanced\", \"Configure\".\n");
+    outcome.message.Add(rights.message.View());
+    outcome.code = rights.code;
     return outcome;
 }
 
@@ -247,8 +356,11 @@ Outcome Remove() {
     ProviderList list;
     if (const std::uint32_t error = ListProviders(list); error != 0)
         return TapiFailure(LIST_FAILED, error);
-    if (FindOurs(list) == nullptr)
-        return {EXIT_NOTHING, Message("The provider is not installed.\n")};
+    if (FindOurs(list) == nullptr) {
+        outcome = {EXIT_NOTHING, Message("The provider is not installed.\n")};
+        TakeRights(outcome);
+        return outcome;
+    }
     for (std::size_t i = 0; i < list.count; ++i) {  // someone may have added it twice
         if (!IsOurs(list.entries[i]))
             continue;
@@ -260,6 +372,7 @@ Outcome Remove() {
     if (FindOurs(list) != nullptr)
         return {EXIT_FAILED, Message("TAPI said that it removed the provider, but its list still has it.\n")};
     outcome.message.Add("The provider is removed from the list. Its settings stay.\n");
+    TakeRights(outcome);
     if (const Path place = In(SystemDirectory(), LIBRARY); InUse(place))
         outcome.message
             .Add("The telephony service still has the library loaded. End all programs that use the telephone "
@@ -279,7 +392,8 @@ Outcome Status() {
     message.Add("Windows:            ").Add(MachineWords(SystemMachine())).Add("\nLibrary:            ");
     message.Add(place.View()).Add(" ").Add(fault.length == 0 ? "is there, for this Windows" : fault.View());
     message.Add("\nTelephony service:  ").Add(WordsFor(TelephonyService()).status);
-    message.Add("\nList of providers:  ");
+    const Holding holding = AddHolding(message.Add("\n"));
+    message.Add("List of providers:  ");
     ProviderList list;
     if (const std::uint32_t error = ListProviders(list); error != 0) {
         outcome.code = EXIT_FAILED;
@@ -293,9 +407,11 @@ Outcome Status() {
         return outcome;
     }
     message.Add("in it, as provider ").AddNumber(ours->id).Add("\n");
-    outcome.code = fault.length == 0 ? EXIT_DONE : EXIT_LIBRARY;
+    outcome.code = fault.length != 0 ? EXIT_LIBRARY : holding == Holding::NotAll ? EXIT_ACCOUNT : EXIT_DONE;
     message.Add(fault.length == 0 ? "The provider is installed.\n"
                                   : "The provider is in the list, but Windows cannot load the library.\n");
+    if (outcome.code == EXIT_ACCOUNT)
+        message.Add("The account gets its rights by: ztsetup install\n");
     return outcome;
 }
 
@@ -318,6 +434,18 @@ std::uint16_t LibraryMachine(std::span<const std::uint8_t> head) {
     if (number(header) != ('P' | 'E' << 8) || number(header + 2) != 0 || (number(header + 22) & IS_DLL) == 0)
         return 0;
     return static_cast<std::uint16_t>(number(header + 4));
+}
+
+bool Grants(const EntryList& list, const AccessEntry& wanted) {
+    std::uint32_t allowed = 0, denied = 0;
+    for (const AccessEntry& entry : std::span(list.entries).first(list.count)) {
+        const bool below = (entry.flags & wanted.flags) == wanted.flags;
+        if (!entry.allows)
+            denied |= entry.access;
+        else if (below && (entry.flags & ONLY_BELOW) == 0)
+            allowed |= entry.access;
+    }
+    return list.open || (wanted.access & ~(allowed & ~denied)) == 0;
 }
 
 Outcome Run(std::span<const std::string_view> words) {

@@ -14,6 +14,7 @@ enum ExitCode {
     EXIT_LIBRARY = 4,
     EXIT_NOTHING = 5,
     EXIT_SERVICE = 6,
+    EXIT_ACCOUNT = 8,  // 7 is the installer's
 };
 
 struct Outcome {
@@ -25,5 +26,8 @@ Outcome Run(std::span<const std::string_view> words);  // the command line witho
 
 // The machine code in a program's header, 0 where the bytes are no dynamic library's.
 std::uint16_t LibraryMachine(std::span<const std::uint8_t> head);
+
+// Whether these entries of one account, in their order, give it `wanted`, with at least its inheritance.
+bool Grants(const EntryList& list, const AccessEntry& wanted);
 
 }  // namespace Setup

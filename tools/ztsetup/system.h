@@ -47,4 +47,28 @@ std::uint32_t ListProviders(ProviderList& list);
 std::uint32_t AddProvider(std::string_view file, bool quiet, std::uint32_t& id);
 std::uint32_t RemoveProvider(std::uint32_t id);
 
+// What the telephony service's account, NETWORK SERVICE, must be able to write. 0, or Windows' error code.
+enum class Kind { Key, Folder, File };
+struct Place {
+    Kind kind = Kind::Key;
+    Path path;  // a key's: below HKEY_LOCAL_MACHINE
+};
+struct AccessEntry {
+    bool allows = false;
+    std::uint8_t flags = 0;    // ACE flags
+    std::uint32_t access = 0;  // access mask
+};
+struct EntryList {
+    std::array<AccessEntry, 16> entries;
+    std::size_t count = 0;
+    bool open = false;  // no access list at all: everybody has every right
+};
+constexpr std::uint32_t PLACE_MISSING = 2;  // ERROR_FILE_NOT_FOUND
+Path WindowsDirectory();
+std::uint32_t MakePlace(const Place& place);                     // where it is missing
+std::uint32_t ReadEntries(const Place& place, EntryList& list);  // those of NETWORK SERVICE alone
+std::uint32_t AddEntry(const Place& place, const AccessEntry& entry);
+std::uint32_t RemoveEntries(const Place& place);
+void RemoveEmpty(const Place& place);  // only a place that has nothing in it
+
 }  // namespace Setup

@@ -6,6 +6,7 @@
 
 #include <windows.h>
 
+#include <aclapi.h>
 #include <tapi.h>
 
 #include <cstdlib>
@@ -90,6 +91,60 @@ private:
 
     HANDLE end, thread;
 };
+
+// NETWORK SERVICE, S-1-5-20: by number, as its name is another in other languages of Windows.
+struct ServiceAccount {
+    alignas(SID) BYTE room[SECURITY_MAX_SID_SIZE];
+    PSID sid = room;
+
+    ServiceAccount() {
+        DWORD size = sizeof room;
+        CreateWellKnownSid(WinNetworkServiceSid, nullptr, sid, &size);
+    }
+};
+
+// A place's access list, as long as this lives; `entries` is null where it has none.
+struct AccessList {
+    Wide name;
+    SE_OBJECT_TYPE type;
+    ACL* entries = nullptr;
+    PSECURITY_DESCRIPTOR descriptor = nullptr;
+    DWORD error;
+
+    explicit AccessList(const Place& place) : type(place.kind == Kind::Key ? SE_REGISTRY_KEY : SE_FILE_OBJECT) {
+        const Path path = Path(place.kind == Kind::Key ? "MACHINE\\" : "").Add(place.path.View());
+        ToWide(path.View(), name);
+        error = GetNamedSecurityInfoW(name, type, DACL_SECURITY_INFORMATION, nullptr, nullptr, &entries, nullptr,
+                                      &descriptor);
+    }
+    AccessList(const AccessList&) = delete;
+    AccessList& operator=(const AccessList&) = delete;
+    ~AccessList() { LocalFree(descriptor); }
+};
+
+// Changes this account's entries alone. A place without an access list stays as it is: one with a single entry would
+// shut everybody else out.
+std::uint32_t Change(const Place& place, ACCESS_MODE mode, const AccessEntry& entry) {
+    const ServiceAccount account;
+    AccessList access(place);
+    if (access.error != 0 || access.entries == nullptr)
+        return access.error;
+    EXPLICIT_ACCESSW change{};
+    change.grfAccessPermissions = entry.access;
+    change.grfAccessMode = mode;
+    change.grfInheritance = entry.flags;
+    change.Trustee.TrusteeForm = TRUSTEE_IS_SID;
+    change.Trustee.TrusteeType = TRUSTEE_IS_WELL_KNOWN_GROUP;
+    change.Trustee.ptstrName = static_cast<LPWSTR>(account.sid);
+    ACL* changed = nullptr;
+    DWORD error = SetEntriesInAclW(1, &change, access.entries, &changed);
+    if (error != 0)
+        return error;
+    error =
+        SetNamedSecurityInfoW(access.name, access.type, DACL_SECURITY_INFORMATION, nullptr, nullptr, changed, nullptr);
+    LocalFree(changed);
+    return error;
+}
 
 void TakeProviders(const LINEPROVIDERLIST& list, ProviderList& taken) {
     const auto* const bytes = reinterpret_cast<const char*>(&list);
@@ -250,6 +305,85 @@ std::uint32_t AddProvider(std::string_view file, bool quiet, std::uint32_t& id) 
 
 std::uint32_t RemoveProvider(std::uint32_t id) {
     return static_cast<std::uint32_t>(lineRemoveProvider(id, nullptr));
+}
+
+// --- rights ----------------------------------------------------------------------------------------------------------
+
+Path WindowsDirectory() {
+    Wide path;
+    return PathFrom(path, GetSystemWindowsDirectoryW(path, static_cast<UINT>(std::size(path))));
+}
+
+std::uint32_t MakePlace(const Place& place) {
+    Wide wide;
+    ToWide(place.path.View(), wide);
+    if (place.kind == Kind::Folder)
+        return CreateDirectoryW(wide, nullptr) || GetLastError() == ERROR_ALREADY_EXISTS ? 0 : GetLastError();
+    if (place.kind == Kind::Key) {
+        HKEY key = nullptr;
+        const LONG error = RegCreateKeyExW(HKEY_LOCAL_MACHINE, wide, 0, nullptr, REG_OPTION_NON_VOLATILE, KEY_READ,
+                                           nullptr, &key, nullptr);
+        if (error == 0)
+            RegCloseKey(key);
+        return static_cast<std::uint32_t>(error);
+    }
+    const HANDLE file = CreateFileW(wide, GENERIC_READ, FILE_SHARE_READ | FILE_SHARE_WRITE | FILE_SHARE_DELETE, nullptr,
+                                    OPEN_ALWAYS, FILE_ATTRIBUTE_NORMAL, nullptr);
+    if (file == INVALID_HANDLE_VALUE)
+        return GetLastError();
+    CloseHandle(file);
+    return 0;
+}
+
+std::uint32_t ReadEntries(const Place& place, EntryList& list) {
+    const ServiceAccount account;
+    AccessList access(place);
+    list = EntryList{};
+    list.open = access.error == 0 && access.entries == nullptr;
+    for (DWORD i = 0; access.entries != nullptr && i < access.entries->AceCount; ++i) {
+        void* found = nullptr;
+        if (!GetAce(access.entries, i, &found))
+            continue;
+        auto* const entry = static_cast<ACCESS_ALLOWED_ACE*>(found);  // one that denies is laid out the same
+        const BYTE type = entry->Header.AceType;
+        if ((type != ACCESS_ALLOWED_ACE_TYPE && type != ACCESS_DENIED_ACE_TYPE) ||
+            !EqualSid(&entry->SidStart, account.sid) || list.count == list.entries.size())
+            continue;
+        list.entries[list.count++] = {type == ACCESS_ALLOWED_ACE_TYPE, entry->Header.AceFlags, entry->Mask};
+    }
+    return access.error == ERROR_PATH_NOT_FOUND ? PLACE_MISSING : access.error;
+}
+
+std::uint32_t AddEntry(const Place& place, const AccessEntry& entry) {
+    return Change(place, GRANT_ACCESS, entry);
+}
+
+std::uint32_t RemoveEntries(const Place& place) {
+    return Change(place, REVOKE_ACCESS, {});
+}
+
+void RemoveEmpty(const Place& place) {
+    Wide wide;
+    ToWide(place.path.View(), wide);
+    if (place.kind == Kind::Folder) {
+        RemoveDirectoryW(wide);  // refuses one that is not
+        return;
+    }
+    if (place.kind == Kind::Key) {
+        HKEY key = nullptr;
+        DWORD keys = 1, values = 1;
+        if (RegOpenKeyExW(HKEY_LOCAL_MACHINE, wide, 0, KEY_READ, &key) != 0)
+            return;
+        RegQueryInfoKeyW(key, nullptr, nullptr, nullptr, &keys, nullptr, nullptr, &values, nullptr, nullptr, nullptr,
+                         nullptr);
+        RegCloseKey(key);
+        if (keys == 0 && values == 0)
+            RegDeleteKeyW(HKEY_LOCAL_MACHINE, wide);
+        return;
+    }
+    WIN32_FILE_ATTRIBUTE_DATA data;
+    if (GetFileAttributesExW(wide, GetFileExInfoStandard, &data) && data.nFileSizeHigh == 0 && data.nFileSizeLow == 0)
+        DeleteFileW(wide);
 }
 
 }  // namespace Setup
