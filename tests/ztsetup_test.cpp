@@ -309,7 +309,12 @@ TEST(Ztsetup, GivesTheServicesAccountItsRightsWhileInstalled) {
     };
     const Row rows[] = {
         {"TAPI refuses: taken back", {"install"}, EXIT_FAILED, 0, [] { windows.addError = 0x80000048; }},
-        {"installed", {"install"}, EXIT_DONE, 3, [] { windows.addError = 0; }},
+        {"its list lacks it: taken back",
+         {"install"},
+         EXIT_FAILED,
+         0,
+         [] { windows.addError = 0, windows.ignores = true; }},
+        {"installed", {"install"}, EXIT_DONE, 3, [] { windows.ignores = false; }},
         {"status", {"status"}, EXIT_DONE, 3, [] {}},
         {"once more: no second entries", {"install"}, EXIT_NOTHING, 3, [] {}},
         {"not removed: they stay", {"remove"}, EXIT_SERVICE, 3, [] { windows.removeError = 0x8000000F; }},

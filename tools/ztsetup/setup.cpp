@@ -276,6 +276,14 @@ void TakeRights(Outcome& outcome) {
     }
 }
 
+// An installation that failed keeps its own code, whatever becomes of the rights that it gave.
+Outcome TakenBack(Outcome failure) {
+    const ExitCode code = failure.code;
+    TakeRights(failure);
+    failure.code = code;
+    return failure;
+}
+
 enum class Holding { All, NotAll, Unknown };
 
 Holding AddHolding(Message& message) {
@@ -333,14 +341,13 @@ Outcome Install(std::string_view file, bool quiet) {
     Outcome rights;
     GiveRights(rights);  // before the service loads the library
     std::uint32_t id = 0;
-    if (const std::uint32_t error = AddProvider(LIBRARY, quiet, id); error != 0) {
-        TakeRights(outcome);
-        return TapiFailure("TAPI did not add the provider.\n", error);
-    }
+    if (const std::uint32_t error = AddProvider(LIBRARY, quiet, id); error != 0)
+        return TakenBack(TapiFailure("TAPI did not add the provider.\n", error));
     if (const std::uint32_t error = ListProviders(list); error != 0)
-        return TapiFailure(LIST_FAILED, error);
+        return TakenBack(TapiFailure(LIST_FAILED, error));
     if (FindOurs(list) == nullptr)
-        return {EXIT_FAILED, Message("TAPI said that it added the provider, but its list does not have it.\n")};
+        return TakenBack(
+            {EXIT_FAILED, Message("TAPI said that it added the provider, but its list does not have it.\n")});
     outcome.message.Add("The provider is installed, as provider ").AddNumber(id).Add(".\n");
     outcome.message.Add(
         "Its COM port is set in Control Panel, \"Phone and Modem\", tab \"Advanced\", \"Configure\".\n");
