@@ -172,6 +172,8 @@ Section "Install" install_section
   ${If} ${FileExists} "${LIBRARY}"
     !insertmacro MoveLibraryAway
     ${If} ${Errors}
+      StrCpy $Aside ""  ; it is where it was
+      Call RollBack
       !insertmacro Stop 7 "${LIBRARY} could not be replaced. End all programs that use the telephone, stop the telephony service (net stop tapisrv), and try again."
     ${EndIf}
   ${EndIf}
@@ -192,7 +194,7 @@ Section "Install" install_section
       StrCpy $Code 1
       StrCpy $Said "ztsetup.exe could not be started."
     ${EndIf}
-    !insertmacro Stop $Code "The provider could not be installed:$\r$\n$\r$\n$Said$\r$\nThe provider is as it was before."
+    !insertmacro Stop $Code "The provider could not be installed:$\r$\n$\r$\n$Said$\r$\nThe files are as they were before."
   ${EndIf}
 
   ${If} $Aside != ""
@@ -232,30 +234,33 @@ Function un.onInit
 FunctionEnd
 
 Section "Uninstall"
-  ${If} ${FileExists} "$INSTDIR\ztsetup.exe"
-    !insertmacro Ztsetup "remove"
-    ${If} $Code != 0
-    ${AndIf} $Code != 5  ; not in the list: removed by hand before
-    ${AndIf} $Code != 8  ; removed, with rights left to the service's account
-      ${If} $Code == "error"
-        StrCpy $Code 1
-        StrCpy $Said "ztsetup.exe could not be started."
-      ${EndIf}
-      MessageBox MB_YESNO|MB_ICONEXCLAMATION|MB_DEFBUTTON2 "Windows did not take the provider out of its list:$\r$\n$\r$\n$Said$\r$\nRemove its files all the same?" /SD IDNO IDYES files
-      !insertmacro Stop $Code "The provider was not removed:$\r$\n$\r$\n$Said"
-      files:
-    ${ElseIf} $Code == 8
-      SetErrorLevel 8
+  !insertmacro Ztsetup "remove"
+  ${If} $Code != 0
+  ${AndIf} $Code != 5  ; not in the list: removed by hand before
+  ${AndIf} $Code != 8  ; removed, with rights left to the service's account
+    ${If} $Code == "error"
+      StrCpy $Code 1
+      StrCpy $Said "$INSTDIR\ztsetup.exe, which does that, is not there or cannot be started. Install version ${VERSION} again, then remove it.$\r$\n"
     ${EndIf}
+    MessageBox MB_YESNO|MB_ICONEXCLAMATION|MB_DEFBUTTON2 "Windows did not take the provider out of its list:$\r$\n$\r$\n$Said$\r$\nRemove its files all the same?" /SD IDNO IDYES files
+    !insertmacro Stop $Code "The provider was not removed:$\r$\n$\r$\n$Said"
+    files:
+  ${ElseIf} $Code == 8
+    SetErrorLevel 8
   ${EndIf}
 
   Delete "${LIBRARY}"
   ${If} ${FileExists} "${LIBRARY}"
     !insertmacro MoveLibraryAway
+    StrCpy $Said "It was renamed to $Aside; Windows deletes it at its next start."
+    ${If} ${Errors}
+      StrCpy $Aside "${LIBRARY}"
+      StrCpy $Said "${LIBRARY} could not be renamed; Windows deletes it at its next start. Restart the PC before you install again: it would delete the new one."
+    ${EndIf}
     Delete /REBOOTOK $Aside
     SetRebootFlag false
-    DetailPrint "The telephony service still uses the library. Windows deletes it at its next start."
-    MessageBox MB_OK|MB_ICONINFORMATION "The telephony service still uses the library. It was renamed to $Aside; Windows deletes it at its next start." /SD IDOK
+    DetailPrint "The library is still in use. $Said"
+    MessageBox MB_OK|MB_ICONINFORMATION "The telephony service, or another program, still uses the library. $Said" /SD IDOK
   ${EndIf}
   Call un.RemovePrograms
   DeleteRegKey HKLM "${ENTRY}"

@@ -31,6 +31,7 @@ struct Windows {
     std::map<std::string, std::string> files{{PLACE, LibraryFor(MACHINE_X64)}};
     std::map<std::uint32_t, std::string> list{{1, "remotesp.tsp"}, {2, "kmddsp.tsp"}};
     std::uint32_t listError = 0, addError = 0, removeError = 0;
+    void (*onAdd)() = [] {};
     std::map<std::string, EntryList> places;  // what NETWORK SERVICE may do, there
     std::map<std::string, std::uint32_t> refused;
     std::vector<std::string> calls;
@@ -85,6 +86,7 @@ std::uint32_t AddProvider(std::string_view file, bool quiet, std::uint32_t& id) 
     id = 7;
     if (windows.addError == 0 && !windows.ignores)
         windows.list[id] = file;
+    windows.onAdd();
     return windows.addError;
 }
 std::uint32_t RemoveProvider(std::uint32_t id) {
@@ -227,7 +229,17 @@ const Trouble Troubles[] = {
      {"install"},
      EXIT_FAILED,
      {"its list does not have it"},
-     {"add zt_6232.tsp"}},
+     {"add zt_6232.tsp", "remove 7"}},
+    {"added, but then there is no list, and no way back",
+     [] {
+         windows.removeError = 0x8000000F;
+         windows.onAdd = [] { windows.listError = 0x8000000E, windows.refused[R"(SOFTWARE\Corvane)"] = 5; };
+     },
+     {"install"},
+     EXIT_FAILED,
+     {"LINEERR_INIFILECORRUPT", "did not remove it again. LINEERR_INUSE",
+      "Corvane from the account NETWORK SERVICE (acc"},
+     {"add zt_6232.tsp", "remove 7"}},
     {"not there", [] {}, {"remove"}, EXIT_NOTHING, {"is not installed"}},
     {"in use",
      [] { Installed(), windows.removeError = 0x8000000F; },
@@ -309,11 +321,15 @@ TEST(Ztsetup, GivesTheServicesAccountItsRightsWhileInstalled) {
     };
     const Row rows[] = {
         {"TAPI refuses: taken back", {"install"}, EXIT_FAILED, 0, [] { windows.addError = 0x80000048; }},
-        {"its list lacks it: taken back",
+        {"but not what others gave, enough or too little",
          {"install"},
          EXIT_FAILED,
-         0,
-         [] { windows.addError = 0, windows.ignores = true; }},
+         2,
+         [] {
+             windows.places[R"(SOFTWARE\Corvane)"] = {{{{true, 2, 0xF003F}}}, 1};
+             windows.places[R"(C:\Windows\spitrace)"] = {{{{true, 3, 0x20}, {true, 19, 0x1}}}, 2};
+         }},
+        {"not in the list: taken back", {"install"}, EXIT_FAILED, 0, [] { windows = {}, windows.ignores = true; }},
         {"installed", {"install"}, EXIT_DONE, 3, [] { windows.ignores = false; }},
         {"status", {"status"}, EXIT_DONE, 3, [] {}},
         {"once more: no second entries", {"install"}, EXIT_NOTHING, 3, [] {}},

@@ -34,9 +34,20 @@ void Print(std::string_view text, DWORD where) {
     WriteFile(out, narrow, static_cast<DWORD>(size), &done, nullptr);
 }
 
+// Libraries that others load by name alone come from the system directory too, and not from beside this program. Windows 7
+// without its updates cannot be told so.
+void KeepToSystemLibraries() {
+    using SetDirectories = BOOL(WINAPI*)(DWORD);
+    const auto set = reinterpret_cast<SetDirectories>(
+        reinterpret_cast<void*>(GetProcAddress(GetModuleHandleW(L"kernel32.dll"), "SetDefaultDllDirectories")));
+    if (set != nullptr)
+        set(LOAD_LIBRARY_SEARCH_SYSTEM32);
+}
+
 }  // namespace
 
 int wmain(int count, WCHAR** arguments) {
+    KeepToSystemLibraries();
     static Path texts[8];
     static std::string_view words[std::size(texts)];
     int used = 0;

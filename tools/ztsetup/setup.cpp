@@ -204,7 +204,7 @@ bool LibraryFits(std::string_view named, Outcome& outcome) {
 
 // From Windows Vista on the telephony service runs as NETWORK SERVICE, which may write none of these by itself.
 constexpr std::string_view ACCOUNT = "NETWORK SERVICE";
-constexpr std::uint8_t TO_FILES = 1, TO_FOLDERS = 2, ONLY_BELOW = 8;  // ACE flags; keys are folders
+constexpr std::uint8_t TO_FILES = 1, TO_FOLDERS = 2, ONLY_BELOW = 8, INHERITED = 16;  // ACE flags; keys are folders
 
 struct Need {
     Kind kind;
@@ -233,19 +233,33 @@ Message& AddWindowsError(Message& message, std::uint32_t error) {
     return message.Add(error == 5 ? "access is denied, " : "").Add("error ").AddNumber(error);
 }
 
-std::uint32_t GiveRight(const Need& need) {
+// What one run did to a place, so that it can be undone.
+struct Given {
+    bool made = false, added = false;
+    EntryList before;
+};
+using AllGiven = std::array<Given, std::size(Needs)>;
+
+std::uint32_t GiveRight(const Need& need, Given& given) {
     const Place place = PlaceOf(need);
-    EntryList list;
+    const bool missing = ReadEntries(place, given.before) == PLACE_MISSING;
     std::uint32_t error = MakePlace(place);
+    given.made = missing && error == 0;
     if (error == 0)
-        error = ReadEntries(place, list);
-    return error != 0 || Grants(list, need.entry) ? error : AddEntry(place, need.entry);
+        error = ReadEntries(place, given.before);
+    if (error != 0 || Grants(given.before, need.entry))
+        return error;
+    error = AddEntry(place, need.entry);
+    given.added = error == 0;
+    return error;
 }
 
 // An installation goes on without them, and says so.
-void GiveRights(Outcome& outcome) {
-    for (const Need& need : Needs) {
-        const std::uint32_t error = GiveRight(need);
+AllGiven GiveRights(Outcome& outcome) {
+    AllGiven all;
+    for (std::size_t i = 0; i < all.size(); ++i) {
+        const Need& need = Needs[i];
+        const std::uint32_t error = GiveRight(need, all[i]);
         if (error == 0)
             continue;
         outcome.code = EXIT_ACCOUNT;
@@ -254,9 +268,15 @@ void GiveRights(Outcome& outcome) {
             .Add(").\n  Where the telephony service runs ");
         outcome.message.Add("under that account, ").Add(need.otherwise).Add(".\n");
     }
+    return all;
 }
 
-// Nothing is left of them; what is empty goes too.
+void AddNotTaken(Message& message, const Need& need, std::uint32_t error) {
+    message.Add("Windows did not take the rights to ");
+    AddWindowsError(AddPlace(message, need).Add(" from the account ").Add(ACCOUNT).Add(" ("), error).Add(").\n");
+}
+
+// At a removal nothing is left of them, whoever gave them; what is empty goes too.
 void TakeRights(Outcome& outcome) {
     for (const Need& need : Needs) {
         const Place place = PlaceOf(need);
@@ -270,18 +290,28 @@ void TakeRights(Outcome& outcome) {
         if (error == 0)
             continue;
         outcome.code = EXIT_ACCOUNT;
-        outcome.message.Add("Windows did not take the rights to ");
-        AddWindowsError(AddPlace(outcome.message, need).Add(" from the account ").Add(ACCOUNT).Add(" ("), error);
-        outcome.message.Add(").\n");
+        AddNotTaken(outcome.message, need, error);
     }
 }
 
-// An installation that failed keeps its own code, whatever becomes of the rights that it gave.
-Outcome TakenBack(Outcome failure) {
-    const ExitCode code = failure.code;
-    TakeRights(failure);
-    failure.code = code;
-    return failure;
+std::uint32_t TakeBack(const Place& place, const Given& given) {
+    std::uint32_t error = 0;
+    if (given.added) {
+        error = RemoveEntries(place);
+        for (const AccessEntry& entry : std::span(given.before.entries).first(given.before.count))
+            if (error == 0 && (entry.flags & INHERITED) == 0)
+                error = AddEntry(place, entry);
+    }
+    if (given.made)
+        RemoveEmpty(place);
+    return error;
+}
+
+// After an installation that failed everything is as before it: others may have given the account rights too.
+void TakeBackRights(const AllGiven& all, Message& message) {
+    for (std::size_t i = 0; i < all.size(); ++i)
+        if (const std::uint32_t error = TakeBack(PlaceOf(Needs[i]), all[i]); error != 0)
+            AddNotTaken(message, Needs[i], error);
 }
 
 enum class Holding { All, NotAll, Unknown };
@@ -325,6 +355,26 @@ constexpr std::string_view LIST_FAILED = "TAPI does not give its list of provide
 
 // --- the commands ----------------------------------------------------------------------------------------------------
 
+// Where TAPI's list does not show what TAPI said it added, the provider is removed again: a failed installation must leave
+// none in the list, as its file may go.
+Outcome Add(bool quiet, std::uint32_t& id) {
+    if (const std::uint32_t error = AddProvider(LIBRARY, quiet, id); error != 0)
+        return TapiFailure("TAPI did not add the provider.\n", error);
+    Outcome outcome;
+    ProviderList list;
+    if (const std::uint32_t error = ListProviders(list); error != 0)
+        outcome = TapiFailure(LIST_FAILED, error);
+    else if (FindOurs(list) == nullptr)
+        outcome = {EXIT_FAILED, Message("TAPI said that it added the provider, but its list does not have it.\n")};
+    if (outcome.code == EXIT_DONE)
+        return outcome;
+    if (const std::uint32_t error = RemoveProvider(id); error != 0) {
+        AddTapiWords(outcome.message.Add("TAPI did not remove it again. "), error);
+        outcome.message.Add("Look later (ztsetup status), and remove it if it is in the list (ztsetup remove).\n");
+    }
+    return outcome;
+}
+
 Outcome Install(std::string_view file, bool quiet) {
     Outcome outcome;
     if (!SystemFits(outcome) || !HasRights(outcome) || !LibraryFits(file, outcome))
@@ -339,15 +389,13 @@ Outcome Install(std::string_view file, bool quiet) {
         return outcome;
     }
     Outcome rights;
-    GiveRights(rights);  // before the service loads the library
+    const AllGiven given = GiveRights(rights);  // before the service loads the library
     std::uint32_t id = 0;
-    if (const std::uint32_t error = AddProvider(LIBRARY, quiet, id); error != 0)
-        return TakenBack(TapiFailure("TAPI did not add the provider.\n", error));
-    if (const std::uint32_t error = ListProviders(list); error != 0)
-        return TakenBack(TapiFailure(LIST_FAILED, error));
-    if (FindOurs(list) == nullptr)
-        return TakenBack(
-            {EXIT_FAILED, Message("TAPI said that it added the provider, but its list does not have it.\n")});
+    outcome = Add(quiet, id);
+    if (outcome.code != EXIT_DONE) {
+        TakeBackRights(given, outcome.message);
+        return outcome;
+    }
     outcome.message.Add("The provider is installed, as provider ").AddNumber(id).Add(".\n");
     outcome.message.Add(
         "Its COM port is set in Control Panel, \"Phone and Modem\", tab \"Advanced\", \"Configure\".\n");

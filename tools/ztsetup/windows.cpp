@@ -48,14 +48,38 @@ HANDLE OpenFile(const Path& path, DWORD access) {
 }
 
 // A program that was started hidden shows its first window hidden, whatever it asks for. The installer starts this one
-// so; the first window is this, and not the provider's dialog.
+// so; the first window is this, and not the provider's dialog. Only a window with a caption that is shown in the ordinary
+// way counts as the first one; it is outside every screen for a start that was not hidden.
 void SpendHiddenStart() {
-    const HWND window = CreateWindowExW(WS_EX_TOOLWINDOW, L"STATIC", L"", WS_POPUP, 0, 0, 0, 0, nullptr, nullptr,
-                                        GetModuleHandleW(nullptr), nullptr);
+    const HWND window = CreateWindowExW(WS_EX_TOOLWINDOW, L"STATIC", L"", WS_OVERLAPPED | WS_CAPTION, -32000, -32000, 1,
+                                        1, nullptr, nullptr, GetModuleHandleW(nullptr), nullptr);
     if (window == nullptr)
         return;
-    ShowWindow(window, SW_SHOWNA);
+    ShowWindow(window, SW_SHOWNORMAL);
     DestroyWindow(window);
+}
+
+// Windows looks for an imported library, or one that is loaded by its name alone, beside the program first; this program
+// runs as administrator from wherever it was unpacked, so what lies there must not be taken for TAPI.
+template <class Function> Function FindTapi(const char* name) {
+    constexpr WCHAR TAPI[] = L"\\tapi32.dll";
+    Wide path;
+    const UINT length = GetSystemDirectoryW(path, static_cast<UINT>(std::size(path) - std::size(TAPI)));
+    if (length == 0 || length > std::size(path) - std::size(TAPI))
+        return nullptr;
+    lstrcpyW(path + length, TAPI);
+    const HMODULE tapi = LoadLibraryExW(path, nullptr, LOAD_WITH_ALTERED_SEARCH_PATH);  // what it needs: from there too
+    return tapi == nullptr ? nullptr : reinterpret_cast<Function>(reinterpret_cast<void*>(GetProcAddress(tapi, name)));
+}
+
+template <class Function, class... Arguments> LONG CallTapi(const char* name, Arguments... arguments) {
+    const auto function = FindTapi<Function>(name);
+    return function == nullptr ? static_cast<LONG>(LINEERR_OPERATIONUNAVAIL) : function(arguments...);
+}
+
+LONG CallAddProvider(std::string_view file, DWORD& id) {
+    Wide wide;
+    return CallTapi<decltype(&lineAddProviderW)>("lineAddProviderW", ToWide(file, wide), nullptr, &id);
 }
 
 // Closes the dialogs of this process while it lives, each as by its Cancel button.
@@ -275,7 +299,8 @@ std::uint32_t ListProviders(ProviderList& list) {
         if (found == nullptr)
             return LINEERR_NOMEM;
         found->dwTotalSize = size;
-        const LONG result = lineGetProviderListW(TAPI_CURRENT_VERSION, found);
+        const LONG result =
+            CallTapi<decltype(&lineGetProviderListW)>("lineGetProviderListW", DWORD{TAPI_CURRENT_VERSION}, found);
         const DWORD needed = found->dwNeededSize;
         const bool whole = needed <= size;
         if (result == 0 && whole)
@@ -289,22 +314,22 @@ std::uint32_t ListProviders(ProviderList& list) {
 }
 
 std::uint32_t AddProvider(std::string_view file, bool quiet, std::uint32_t& id) {
-    Wide wide;
     DWORD added = 0;
     SpendHiddenStart();
     LONG result = 0;
     if (quiet) {
         const DialogCloser closer;
-        result = lineAddProviderW(ToWide(file, wide), nullptr, &added);
+        result = CallAddProvider(file, added);
     } else {
-        result = lineAddProviderW(ToWide(file, wide), nullptr, &added);
+        result = CallAddProvider(file, added);
     }
     id = added;
     return static_cast<std::uint32_t>(result);
 }
 
 std::uint32_t RemoveProvider(std::uint32_t id) {
-    return static_cast<std::uint32_t>(lineRemoveProvider(id, nullptr));
+    return static_cast<std::uint32_t>(
+        CallTapi<decltype(&lineRemoveProvider)>("lineRemoveProvider", DWORD{id}, nullptr));
 }
 
 // --- rights ----------------------------------------------------------------------------------------------------------
@@ -355,7 +380,7 @@ std::uint32_t ReadEntries(const Place& place, EntryList& list) {
 }
 
 std::uint32_t AddEntry(const Place& place, const AccessEntry& entry) {
-    return Change(place, GRANT_ACCESS, entry);
+    return Change(place, entry.allows ? GRANT_ACCESS : DENY_ACCESS, entry);
 }
 
 std::uint32_t RemoveEntries(const Place& place) {
