@@ -10,7 +10,7 @@ namespace Demo {
 
 namespace {
 
-constexpr std::uint32_t END_MS = 5000;  // the host gets this long to close the line and end
+constexpr std::uint32_t END_MS = 30'000;  // the host gets this long to close the line and end
 
 volatile std::sig_atomic_t Stop = 0;
 

@@ -29,10 +29,12 @@ void RemoveRoot() {
         std::filesystem::remove_all(RootPath, ignored);
 }
 
+// A killed process of this number, and Wine gives numbers again, has left its files.
 void MakeRoot() {
     char directory[MAX_PATH] = {};
     GetTempPathA(sizeof directory, directory);
     RootPath = directory + ProcessName();
+    RemoveRoot();
     std::error_code ignored;
     std::filesystem::create_directories(RootPath + "\\c\\windows\\system32", ignored);
 }
@@ -121,7 +123,6 @@ struct LastRemoval {
 }  // namespace
 
 void ResetFiles() {
-    RemoveRoot();
     WindowsPath = "C:\\WINDOWS";
     MakeRoot();
 }

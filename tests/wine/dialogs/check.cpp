@@ -6,7 +6,7 @@
 namespace {
 
 int Failed = 0;
-constexpr DWORD PATIENCE_MS = 30'000;
+constexpr DWORD PATIENCE_MS = 90'000;
 constexpr DWORD POLL_MS = 10;
 
 }  // namespace

@@ -12,7 +12,7 @@ void Expect(const std::string& what, long wanted, long seen);
 void Expect(const std::string& what, bool holds);
 int Failures();
 
-// Waits until the condition holds; false, noted as a failure, when it does not within half a minute.
+// Waits until the condition holds; false, noted as a failure, when it does not within one and a half minutes.
 bool WaitFor(const std::string& what, const std::function<bool()>& condition);
 
 // Asks the script for something and waits until it has done it. Its answer, "ok" when it could.

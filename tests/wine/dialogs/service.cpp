@@ -137,7 +137,7 @@ ServiceProcess::ServiceProcess(const std::string& library) {
 
 ServiceProcess::~ServiceProcess() {
     CloseHandle(to);  // which ends it
-    Expect("the second process ends", WaitForSingleObject(process.hProcess, 30'000) == WAIT_OBJECT_0);
+    Expect("the second process ends", WaitForSingleObject(process.hProcess, 90'000) == WAIT_OBJECT_0);
     DWORD result = 1;
     GetExitCodeProcess(process.hProcess, &result);
     Expect("the second process's result", 0, static_cast<long>(result));
