@@ -15,7 +15,7 @@ struct Step {
     const char* app;                    // or a line of the host's console: an application does it
     const char* shows;                  // somewhere on the set afterwards; "" = whatever
     std::vector<std::string> expected;  // a box counts by its beginning; # stands for the step's request
-    std::uint32_t limitMs = 6000;
+    std::uint32_t limitMs = 20000;      // a step ends as soon as its events are there; a loaded machine takes its time
     bool configures = false;  // over only when the PBX has answered the last question about the set's configuration
     bool answers = false;     // what the console answers is compared too
 };
