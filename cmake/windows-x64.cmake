@@ -1,15 +1,4 @@
-# The Windows library for x64, cross-compiled with MinGW. The win32 thread model is enough for the product;
-# what is built to run under Wine (tests, host) sets ZT_THREADS to posix, for GoogleTest and std::mutex.
-set(CMAKE_SYSTEM_NAME Windows)
-set(CMAKE_SYSTEM_PROCESSOR x86_64)
-if(NOT DEFINED ZT_THREADS)
-  set(ZT_THREADS win32)
-endif()
-set(CMAKE_TRY_COMPILE_PLATFORM_VARIABLES ZT_THREADS)
-set(CMAKE_C_COMPILER x86_64-w64-mingw32-gcc-${ZT_THREADS})
-set(CMAKE_CXX_COMPILER x86_64-w64-mingw32-g++-${ZT_THREADS})
-set(CMAKE_RC_COMPILER x86_64-w64-mingw32-windres)
-set(CMAKE_FIND_ROOT_PATH /usr/x86_64-w64-mingw32)
-set(CMAKE_FIND_ROOT_PATH_MODE_PROGRAM NEVER)
-set(CMAKE_FIND_ROOT_PATH_MODE_LIBRARY ONLY)
-set(CMAKE_FIND_ROOT_PATH_MODE_INCLUDE ONLY)
+# The Windows library for x64.
+set(ZT_ARCHITECTURE x64)
+set(ZT_MACHINE x86_64)
+include(${CMAKE_CURRENT_LIST_DIR}/windows.cmake)

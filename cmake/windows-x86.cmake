@@ -1,15 +1,4 @@
-# The Windows library for x86, cross-compiled with MinGW. The win32 thread model is enough for the product;
-# what is built to run under Wine (tests, host) sets ZT_THREADS to posix, for GoogleTest and std::mutex.
-set(CMAKE_SYSTEM_NAME Windows)
-set(CMAKE_SYSTEM_PROCESSOR i686)
-if(NOT DEFINED ZT_THREADS)
-  set(ZT_THREADS win32)
-endif()
-set(CMAKE_TRY_COMPILE_PLATFORM_VARIABLES ZT_THREADS)
-set(CMAKE_C_COMPILER i686-w64-mingw32-gcc-${ZT_THREADS})
-set(CMAKE_CXX_COMPILER i686-w64-mingw32-g++-${ZT_THREADS})
-set(CMAKE_RC_COMPILER i686-w64-mingw32-windres)
-set(CMAKE_FIND_ROOT_PATH /usr/i686-w64-mingw32)
-set(CMAKE_FIND_ROOT_PATH_MODE_PROGRAM NEVER)
-set(CMAKE_FIND_ROOT_PATH_MODE_LIBRARY ONLY)
-set(CMAKE_FIND_ROOT_PATH_MODE_INCLUDE ONLY)
+# The Windows library for x86.
+set(ZT_ARCHITECTURE x86)
+set(ZT_MACHINE i686)
+include(${CMAKE_CURRENT_LIST_DIR}/windows.cmake)
