@@ -26,9 +26,6 @@ std::atomic<int> FilesOpen = 0;
 
 thread_local DWORD LastError = 0;
 
-bool AllocFails = false, LockFails = false;
-int StuckUnlocks = 0;
-
 // Removes the temporary root when the process ends.
 struct TemporaryRoot {
     ~TemporaryRoot() { Remove(); }
@@ -123,11 +120,6 @@ void ResetFiles() {
     RootPath.clear();
     WindowsPath = "C:\\WINDOWS";
     RootLocked();
-}
-
-void ResetMemory() {
-    AllocFails = LockFails = false;
-    StuckUnlocks = 0;
 }
 
 }  // namespace Simulated
@@ -248,7 +240,7 @@ int WINAPI WideCharToMultiByte(UINT, DWORD, LPCWSTR wide, int characters, LPSTR 
 // A block that need not be zeroed is filled with something else, as it may be on Windows.
 HGLOBAL WINAPI GlobalAlloc(UINT flags, SIZE_T bytes) {
     const Guard guard(Lock);
-    auto* block = AllocFails ? nullptr : static_cast<Block*>(std::calloc(1, sizeof(Block) + bytes));
+    auto* block = Faults.Alloc ? nullptr : static_cast<Block*>(std::calloc(1, sizeof(Block) + bytes));
     if (block == nullptr) {
         SetLastError(ERROR_NOT_ENOUGH_MEMORY);
         return nullptr;
@@ -260,7 +252,7 @@ HGLOBAL WINAPI GlobalAlloc(UINT flags, SIZE_T bytes) {
 
 LPVOID WINAPI GlobalLock(HGLOBAL handle) {
     const Guard guard(Lock);
-    if (LockFails || handle == nullptr)
+    if (Faults.MemoryLock || handle == nullptr)
         return nullptr;
     auto* block = static_cast<Block*>(handle);
     ++block->locks;
@@ -270,8 +262,8 @@ LPVOID WINAPI GlobalLock(HGLOBAL handle) {
 // Whether the block is still locked.
 BOOL WINAPI GlobalUnlock(HGLOBAL handle) {
     const Guard guard(Lock);
-    if (StuckUnlocks > 0) {
-        --StuckUnlocks;
+    if (Faults.StuckUnlocks > 0) {
+        --Faults.StuckUnlocks;
         return TRUE;
     }
     auto* block = static_cast<Block*>(handle);
@@ -281,19 +273,4 @@ BOOL WINAPI GlobalUnlock(HGLOBAL handle) {
 HGLOBAL WINAPI GlobalFree(HGLOBAL handle) {
     std::free(handle);
     return nullptr;
-}
-
-void PlatformControl::FailGlobalAlloc(bool fail) {
-    const Guard guard(Lock);
-    AllocFails = fail;
-}
-
-void PlatformControl::FailGlobalLock(bool fail) {
-    const Guard guard(Lock);
-    LockFails = fail;
-}
-
-void PlatformControl::StickGlobalUnlock(int times) {
-    const Guard guard(Lock);
-    StuckUnlocks = times;
 }

@@ -54,13 +54,6 @@ std::shared_ptr<Key> NewMachine() {
 std::shared_ptr<Key>& Machine = *new std::shared_ptr<Key>(NewMachine());
 std::string& FilePath = *new std::string;
 bool Chosen = false;  // whether FilePath has been decided
-struct Fault {
-    LONG error;
-    REGSAM rights;
-};
-std::map<std::string, Fault>& Refused = *new std::map<std::string, Fault>;
-bool ProfileRefused = false;
-
 std::shared_ptr<Key> Child(const Key& parent, const std::string& name) {
     for (const auto& key : parent.keys)
         if (Same(key->name, name))
@@ -225,17 +218,6 @@ std::shared_ptr<OpenKey> KeyOf(HKEY handle) {
     return std::dynamic_pointer_cast<OpenKey>(Find(reinterpret_cast<HANDLE>(handle)));
 }
 
-// Whether a test refuses this key, or this value of it.
-LONG Refusal(const std::string& path, const std::string& value = {}, REGSAM rights = 0) {
-    for (const auto& [refused, fault] : Refused) {
-        const bool key = path.size() >= refused.size() && Same(path.substr(path.size() - refused.size()), refused);
-        const bool asked = (rights & fault.rights) == fault.rights;
-        if (fault.error != 0 && asked && (key || (!value.empty() && Same(value, refused))))
-            return fault.error;
-    }
-    return ERROR_SUCCESS;
-}
-
 // The key behind a handle when calls on it, or on this value of it, may go on; null with the error to give.
 std::shared_ptr<OpenKey> UsableKey(HKEY handle, const std::string& value, LONG& error) {
     auto open = KeyOf(handle);
@@ -289,8 +271,6 @@ void ResetRegistry() {
     Machine = NewMachine();
     FilePath.clear();
     Chosen = true;
-    Refused.clear();
-    ProfileRefused = false;
 }
 
 }  // namespace Simulated
@@ -411,7 +391,7 @@ LONG WINAPI RegCloseKey(HKEY handle) {
 BOOL WINAPI WritePrivateProfileStringA(LPCSTR section, LPCSTR name, LPCSTR text, LPCSTR file) {
     {
         const Guard guard(Lock);
-        if (ProfileRefused) {
+        if (Faults.Profile) {
             SetLastError(ERROR_ACCESS_DENIED);
             return FALSE;
         }
@@ -466,14 +446,4 @@ void PlatformControl::RegistryInFile(const std::string& path) {
     Chosen = true;
     FilePath = path;
     Load();
-}
-
-void PlatformControl::RefuseRegistry(const std::string& keyOrValue, LONG error, REGSAM rights) {
-    const Guard guard(Lock);
-    Refused[keyOrValue] = {error, rights};
-}
-
-void PlatformControl::RefuseProfile(bool refuse) {
-    const Guard guard(Lock);
-    ProfileRefused = refuse;
 }

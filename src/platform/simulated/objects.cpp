@@ -305,5 +305,5 @@ void PlatformControl::Reset() {
     ResetPorts();
     ResetRegistry();
     ResetFiles();
-    ResetMemory();
+    ResetFaults();
 }

@@ -69,6 +69,17 @@ struct Wire {
 // A serial device of the system, held by this process alone; null with the error set. Per system.
 std::unique_ptr<Wire> OpenTerminal(const std::string& path);
 
+// --- faults (faults.cpp), all used with Lock held
+struct FaultRecord {
+    bool Profile = false;  // writes to private profiles
+    bool Alloc = false, MemoryLock = false;
+    int StuckUnlocks = 0;
+};
+extern FaultRecord Faults;
+// The error that a test wants of a registry call on this key, or on this value of it, with these rights asked for; 0 =
+// none.
+LONG Refusal(const std::string& path, const std::string& value = {}, REGSAM rights = 0);
+
 // --- start values, for PlatformControl::Reset
 void ResetClock();
 void ResetMessages();
@@ -76,6 +87,6 @@ void ResetDialogs();
 void ResetPorts();
 void ResetRegistry();
 void ResetFiles();
-void ResetMemory();
+void ResetFaults();
 
 }  // namespace Simulated

@@ -54,12 +54,6 @@ UINT GiveDirectory(const std::string& path, LPSTR buffer, UINT size) {
 // --- a registry of our own, below the user's
 HKEY& Machine = *new HKEY(nullptr);
 std::map<HKEY, std::string>& Paths = *new std::map<HKEY, std::string>;  // of the keys that are open
-struct Fault {
-    LONG error;
-    REGSAM rights;
-};
-std::map<std::string, Fault>& Refused = *new std::map<std::string, Fault>;
-bool ProfileRefused = false;
 
 std::string MachinePath() {
     return "Software\\" + ProcessName();
@@ -82,20 +76,9 @@ std::string PathOf(HKEY key) {
     return found == Paths.end() ? "HKEY_LOCAL_MACHINE" : found->second;
 }
 
-bool Same(const std::string& a, const std::string& b) {
-    return lstrcmpiA(a.c_str(), b.c_str()) == 0;
-}
-
-// Whether a test refuses this key, or this value of it.
-LONG Refusal(const std::string& path, const std::string& value = {}, REGSAM rights = 0) {
+LONG RefusalOf(const std::string& path, const std::string& value = {}, REGSAM rights = 0) {
     const Guard guard(Lock);
-    for (const auto& [refused, fault] : Refused) {
-        const bool key = path.size() >= refused.size() && Same(path.substr(path.size() - refused.size()), refused);
-        const bool asked = (rights & fault.rights) == fault.rights;
-        if (fault.error != 0 && asked && (key || (!value.empty() && Same(value, refused))))
-            return fault.error;
-    }
-    return ERROR_SUCCESS;
+    return Refusal(path, value, rights);
 }
 
 std::string NameOf(LPCSTR name) {
@@ -109,9 +92,6 @@ LONG Opened(LONG error, const std::string& path, PHKEY key) {
     }
     return error;
 }
-
-bool AllocFails = false, LockFails = false;
-int StuckUnlocks = 0;
 
 struct LastRemoval {
     ~LastRemoval() {
@@ -131,17 +111,10 @@ void ResetFiles() {
 void ResetRegistry() {
     RemoveRegistry();
     Paths.clear();
-    Refused.clear();
-    ProfileRefused = false;
     HKEY software = nullptr;
     RegCreateKeyA(HKEY_CURRENT_USER, MachinePath().c_str(), &Machine);
     RegCreateKeyA(Machine, "SOFTWARE", &software);
     RegCloseKey(software);
-}
-
-void ResetMemory() {
-    AllocFails = LockFails = false;
-    StuckUnlocks = 0;
 }
 
 // Files and keys.
@@ -217,7 +190,7 @@ HFILE WINAPI Sim_lclose(HFILE file) {
 
 LONG WINAPI SimRegOpenKeyExA(HKEY parent, LPCSTR name, DWORD options, REGSAM access, PHKEY key) {
     const std::string path = PathOf(parent) + '\\' + name;
-    if (const LONG error = Refusal(path, {}, access))
+    if (const LONG error = RefusalOf(path, {}, access))
         return error;
     return Opened(RegOpenKeyExA(RealKey(parent), name, options, access, key), path, key);
 }
@@ -225,7 +198,7 @@ LONG WINAPI SimRegOpenKeyExA(HKEY parent, LPCSTR name, DWORD options, REGSAM acc
 LONG WINAPI SimRegCreateKeyExA(HKEY parent, LPCSTR name, DWORD reserved, LPSTR keyClass, DWORD options, REGSAM access,
                                SECURITY_ATTRIBUTES* security, PHKEY key, DWORD* disposition) {
     const std::string path = PathOf(parent) + '\\' + name;
-    if (const LONG error = Refusal(path, {}, access))
+    if (const LONG error = RefusalOf(path, {}, access))
         return error;
     return Opened(
         RegCreateKeyExA(RealKey(parent), name, reserved, keyClass, options, access, security, key, disposition), path,
@@ -233,25 +206,25 @@ LONG WINAPI SimRegCreateKeyExA(HKEY parent, LPCSTR name, DWORD reserved, LPSTR k
 }
 
 LONG WINAPI SimRegQueryValueExA(HKEY key, LPCSTR name, DWORD* reserved, DWORD* type, BYTE* data, DWORD* size) {
-    if (const LONG error = Refusal(PathOf(key), NameOf(name)))
+    if (const LONG error = RefusalOf(PathOf(key), NameOf(name)))
         return error;
     return RegQueryValueExA(RealKey(key), name, reserved, type, data, size);
 }
 
 LONG WINAPI SimRegSetValueExA(HKEY key, LPCSTR name, DWORD reserved, DWORD type, const BYTE* data, DWORD size) {
-    if (const LONG error = Refusal(PathOf(key), NameOf(name)))
+    if (const LONG error = RefusalOf(PathOf(key), NameOf(name)))
         return error;
     return RegSetValueExA(RealKey(key), name, reserved, type, data, size);
 }
 
 LONG WINAPI SimRegDeleteKeyA(HKEY parent, LPCSTR name) {
-    if (const LONG error = Refusal(PathOf(parent) + '\\' + name))
+    if (const LONG error = RefusalOf(PathOf(parent) + '\\' + name))
         return error;
     return RegDeleteKeyA(RealKey(parent), name);
 }
 
 LONG WINAPI SimRegEnumKeyA(HKEY key, DWORD index, LPSTR name, DWORD size) {
-    if (const LONG error = Refusal(PathOf(key)))
+    if (const LONG error = RefusalOf(PathOf(key)))
         return error;
     return RegEnumKeyA(RealKey(key), index, name, size);
 }
@@ -259,7 +232,7 @@ LONG WINAPI SimRegEnumKeyA(HKEY key, DWORD index, LPSTR name, DWORD size) {
 LONG WINAPI SimRegEnumValueA(HKEY key, DWORD index, LPSTR name, DWORD* nameSize, DWORD* reserved, DWORD* type,
                              BYTE* data, DWORD* size) {
     const LONG error = RegEnumValueA(RealKey(key), index, name, nameSize, reserved, type, data, size);
-    const LONG refusal = Refusal(PathOf(key), error == ERROR_SUCCESS ? name : "");
+    const LONG refusal = RefusalOf(PathOf(key), error == ERROR_SUCCESS ? name : "");
     return refusal != ERROR_SUCCESS ? refusal : error;
 }
 
@@ -274,7 +247,7 @@ LONG WINAPI SimRegCloseKey(HKEY key) {
 }
 
 BOOL WINAPI SimWritePrivateProfileStringA(LPCSTR section, LPCSTR name, LPCSTR text, LPCSTR file) {
-    if (ProfileRefused) {
+    if (Faults.Profile) {
         SetLastError(ERROR_ACCESS_DENIED);
         return FALSE;
     }
@@ -284,7 +257,7 @@ BOOL WINAPI SimWritePrivateProfileStringA(LPCSTR section, LPCSTR name, LPCSTR te
 }
 
 HGLOBAL WINAPI SimGlobalAlloc(UINT flags, SIZE_T bytes) {
-    if (AllocFails) {
+    if (Faults.Alloc) {
         SetLastError(ERROR_NOT_ENOUGH_MEMORY);
         return nullptr;
     }
@@ -292,34 +265,13 @@ HGLOBAL WINAPI SimGlobalAlloc(UINT flags, SIZE_T bytes) {
 }
 
 LPVOID WINAPI SimGlobalLock(HGLOBAL block) {
-    return LockFails ? nullptr : GlobalLock(block);
+    return Faults.MemoryLock ? nullptr : GlobalLock(block);
 }
 
 BOOL WINAPI SimGlobalUnlock(HGLOBAL block) {
-    if (StuckUnlocks > 0) {
-        --StuckUnlocks;
+    if (Faults.StuckUnlocks > 0) {
+        --Faults.StuckUnlocks;
         return TRUE;
     }
     return GlobalUnlock(block);
-}
-
-void PlatformControl::RefuseRegistry(const std::string& keyOrValue, LONG error, REGSAM rights) {
-    const Guard guard(Lock);
-    Refused[keyOrValue] = {error, rights};
-}
-
-void PlatformControl::RefuseProfile(bool refuse) {
-    ProfileRefused = refuse;
-}
-
-void PlatformControl::FailGlobalAlloc(bool fail) {
-    AllocFails = fail;
-}
-
-void PlatformControl::FailGlobalLock(bool fail) {
-    LockFails = fail;
-}
-
-void PlatformControl::StickGlobalUnlock(int times) {
-    StuckUnlocks = times;
 }
