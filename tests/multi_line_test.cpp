@@ -1,4 +1,5 @@
 // The icon machine and the supervision keys: traces and events in their order, and what stands on the key afterwards.
+#include "control/make_call.h"
 #include "support/requests.h"
 #include "tracking/supervision.h"
 
@@ -111,6 +112,38 @@ TEST_F(MultiLine, AnswerHoldRetrieve) {
         {"1C 1H", 1, A, H, "Impossible 2 appels sur la même Touche en garde ??", A, 1},
         {"1T", 1, A, H, notConnected, A, 1},
     });
+}
+
+// A record at dial tone on key 3 or 8 comes to stand on another key before its own has gone out.
+TEST_F(MultiLine, KeyThatItsCallHasLeftWaitsForTheNext) {
+    const auto leaves = [&](int from, int to, const Given& move) {
+        Stand("", "");
+        Call(from, 0, DIALTONE);
+        Active(from);
+        move();
+        EXPECT_EQ(Record(0).touch, to);
+        EXPECT_THAT(At(from).calls, ElementsAre(-1, -1));
+        Steps();
+        Icon(from, O);
+        EXPECT_EQ(Steps(), "") << "the call lives on key " << to;
+        Icon(from, I);
+        EXPECT_THAT(Steps(), testing::StartsWith("NEWCALL"));
+    };
+    const Given transfer = [] { RunningRequest = {REQUEST_SETUP_TRANSFER, 5, 0}; };
+    leaves(3, 1, [&] { transfer(), Settings.EnquiryCallMode = 0, Icon(1, A); });
+    leaves(3, 1, [&] {
+        transfer(), Settings.EnquiryCallMode = 1;
+        RunningRequest.Cref = Call(1, 0, CONNECTED);
+        Active(1), Display(1, "Fin2Ap");
+    });
+    leaves(3, 8, [&] {
+        Key(8, TOUCH_PATRON, "4730");
+        CopyText(Record(0).DestAddress, "4730");
+        EXPECT_EQ(DoMakeCall(0, REQUEST_MAKE_CALL), 0);
+    });
+    leaves(8, 1, [&] { SwapKeyTransferingCref = 0, Icon(1, A); });
+    leaves(8, 1, [&] { SwapKeyTransferingCref = 0, Icon(1, I); });
+    leaves(3, 1, [&] { Tracking.PickUpCref = 0, Icon(1, A), Tracking.PickUpCref = -1; });
 }
 
 TEST_F(MultiLine, KeyThatRingsAgain) {

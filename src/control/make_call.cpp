@@ -51,8 +51,7 @@ void EnterCall(int cref, int key) {
     call.byMakeCall = 1;
     call.state = LINECALLSTATE_PROCEEDING;
     if (IsKey(key)) {
-        call.touch = key;
-        TouchOf(key).calls = {cref, -1};
+        StandOnKey(key, cref);
         Marks.MakeCallWatch = {true, 0};
     }
     Trace(TRACE_CALL, "Icone:%d - Etat PROCEEDING - Ref:%d", call.touch, cref);

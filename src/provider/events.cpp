@@ -96,7 +96,8 @@ void FailPendingRequest() {
 void FailRunningTransfer(int cref) {
     const bool transfer =
         RunningRequest.Code == REQUEST_BLIND_TRANSFER || RunningRequest.Code == REQUEST_SETUP_TRANSFER;
-    if (RunningRequest.Cref != cref || !transfer)
+    const bool consultation = RunningRequest.Code == REQUEST_SETUP_TRANSFER && RunningRequest.ConsultCref == cref;
+    if (!transfer || (RunningRequest.Cref != cref && !consultation))
         return;
     Trace(TRACE_ENTRY, "Transfer Running cref %04x IDLE => LINE_REPLY failed", cref);
     FailPendingRequest();

@@ -16,10 +16,6 @@ namespace {
 // A step takes the key and the new icon.
 using Step = void (*)(int key, int icon);
 
-void StandOnKey(int key, int cref) {
-    TouchOf(key).calls = {cref, -1};
-}
-
 void Activate(int key) {
     TouchOf(key).icon = ACTIV_ICON;
     Tracking.ActivCallTouch = key;
@@ -63,7 +59,6 @@ void MoveIncomingTo(int key, int cref) {
     call.byMakeCall = 0;
     call.Inbound = 1;
     call.Outbound = 0;
-    call.touch = key;
     StandOnKey(key, cref);
 }
 
@@ -90,7 +85,6 @@ void TakeWaitingCalls(int key) {
     }
     if (IsCref(SwapKeyTransferingCref)) {
         const int cref = SwapKeyTransferingCref;
-        CallOf(cref).touch = key;
         StandOnKey(key, cref);
         Trace(TRACE_CALL, "SwapKeyTransfering cref %04x new Icone:%d", cref, key);
         Activate(key);
@@ -122,7 +116,6 @@ void Ringing(int key, int) {
     }
     if (IsCref(SwapKeyTransferingCref)) {
         const int cref = std::exchange(SwapKeyTransferingCref, -1);
-        CallOf(cref).touch = key;
         StandOnKey(key, cref);
         Trace(TRACE_CALL, "SwapKeyTransfering cref %04x new Icone:%d state INCOMING", cref, key);
         touch.icon = INCOM_ICON;

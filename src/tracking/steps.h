@@ -81,6 +81,10 @@ inline bool HoldsTwoCalls(int key) {
     return IsKey(key) && TouchOf(key).calls[0] != -1 && TouchOf(key).calls[1] != -1;
 }
 
+// Puts a call alone on a key. The key that it came from lets go of it and waits for its next call: it goes out by itself,
+// and would end the call where it stands now. A supervision key keeps its call, which it knows for intercepted by that.
+void StandOnKey(int key, int cref);
+
 // The states on a key with one call in conversation and one held.
 constexpr DWORD ACTIVE_PAIR = LINECALLSTATE_CONNECTED | LINECALLSTATE_ONHOLD;
 

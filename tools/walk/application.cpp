@@ -1,6 +1,7 @@
 #include "platform/text.h"
 #include "walk/walker.h"
 
+#include "control/keys.h"
 #include "control/requests.h"
 
 #include <algorithm>
@@ -155,9 +156,6 @@ bool Walker::RequestOnLine() {
         const HTAPICALL handle = TheBook.Handle();
         const DRV_REQUESTID id = TheBook.Ask("lineMakeCall", -1, handle);
         const auto before = Known();
-        std::array<int, CALL_COUNT> keys{};
-        for (int cref = 0; cref < CALL_COUNT; ++cref)
-            keys[static_cast<std::size_t>(cref)] = KeyOf(cref);
         const LONG result = TSPI_lineMakeCall(id, Line, handle, &made,
                                               Once(40)   ? nullptr
                                               : Once(10) ? odd.c_str()
@@ -169,14 +167,13 @@ bool Walker::RequestOnLine() {
             TheBook.Requests[id].Cref = call->Cref = static_cast<int>(cref);
             call->Deferred = Marks.DeferredMakeCall.Set;
             TapiCall* const lost = before.at(cref);
-            const int key = keys.at(cref);
             Asked(id, result);
             TakeOver(lost, *call, result);
             if (call->Is == Life::Asked && !call->Deferred && KeyOf(static_cast<int>(cref)) == 0 &&
                 Tracking.DbCall != 0)
                 Spoil("a make call in a double call dials into the call at dial tone, and stands on no key");
-            else if (key != 0 && KeyOf(static_cast<int>(cref)) != key)
-                Spoil("a make call to a boss or secretary leaves the call at dial tone on its old key too");
+            else if (result >= 0 && Tracking.DbCall != 0 && FindFreeBossSecretaryKey(static_cast<int>(cref)) != -1)
+                Spoil("a make call in a double call presses a boss's key, which the set does not take then");
             else if (lost != nullptr && lost->Is == Life::Lost && call->Is != Life::Asked && call->Is != Life::Alive)
                 Spoil("a make call that failed has ended the call at dial tone, whose key stays taken");
             return true;
