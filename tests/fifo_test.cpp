@@ -82,12 +82,11 @@ TEST_F(Fifo, PackingMakesSuperFramesOfRunsOfPresses) {
 
 TEST_F(Fifo, MemoryTroubleIsShownAndLosesOnlyTheFrame) {
     FifoPut(LINK_FIFO, Five);
-    PlatformControl::FailGlobalAlloc(true);
+    PlatformControl::FailCall("GlobalAlloc");
     EXPECT_EQ(FifoPut(LINK_FIFO, Six), 0);
-    PlatformControl::FailGlobalAlloc(false);
-    PlatformControl::FailGlobalLock(true);
+    PlatformControl::FailCall("GlobalLock");
     EXPECT_EQ(FifoPut(LINK_FIFO, Six), 0);
-    PlatformControl::FailGlobalLock(false);
+    PlatformControl::CallsWork();
     EXPECT_THAT(Drain(), ElementsAre(Five));
     EXPECT_EQ(BoxTexts(), "FIFO - GlobalAlloc - failed; FIFO - GlobalLock put - failed; ");
 }

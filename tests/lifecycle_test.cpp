@@ -65,7 +65,7 @@ TEST_F(StartAndStop, ThreadThatEndedByItselfOrWasNeverMadeIsNotStoppedAndLeavesN
     PlatformControl::FailCreate("SP62Evt_Serial_Ready", 8);
     EXPECT_EQ(static_cast<DWORD>(StartSerialThread()), 0x80000043);
     PlatformControl::FailCreate("SP62Evt_Serial_Ready", 0);
-    PlatformControl::FailCreateThread(1450);
+    PlatformControl::FailCall("CreateThread");
     EXPECT_EQ(static_cast<DWORD>(StartSerialThread()), 0x80000043);
     EXPECT_EQ(PlatformControl::Boxes().back().Text, "Error in creating Serial thread: 1450");
     EXPECT_EQ(PlatformControl::OpenHandles(), before + 1);

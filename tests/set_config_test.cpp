@@ -154,7 +154,8 @@ TEST_F(Dialogue, EverythingIsSavedTheFirstTimeAndOnlyWhatChangedLater) {
 
     for (const char* section : {"SoftKey_Des", "String_Des"})
         PlatformControl::RefuseRegistry(section, 5);
-    PlatformControl::RefuseProfile(true);  // keys are kept in the INI file too: that alone is a failure
+    PlatformControl::FailCall(
+        "WritePrivateProfileStringA");  // keys are kept in the INI file too: that alone is a failure
     DynamicConfig.LastActionState = 0;
     TraceLines();
     Again();

@@ -333,7 +333,7 @@ TEST_F(Ticking, ReadErrorEndsTheReadingOfThisTickACalledOffReadCounts) {
 }
 
 TEST_F(Ticking, TicksInsideAHandlersBoxNeitherSeeItsBytesAgainNorWriteOverThem) {
-    PlatformControl::FailGlobalAlloc(true);  // the tempo frame finds no memory: a box
+    PlatformControl::FailCall("GlobalAlloc");  // the tempo frame finds no memory: a box
     PlatformControl::AnswerBoxes([&](const PlatformControl::Box&) {
         Ticks(7);  // the frame that is being handled is no half frame
         EXPECT_EQ(Port.Taken(), "");

@@ -124,20 +124,27 @@ void RegistryInFile(const std::string& path);
 // Every registry call whose full key path ends with this text (case-insensitive), or that touches this value name, fails
 // with the error; 0 lifts it. With `rights`, only opening the key fails, and only when all of these are asked for.
 void RefuseRegistry(const std::string& keyOrValue, LONG error, REGSAM rights = 0);
-// Writes to private profile files fail while set.
-void RefuseProfile(bool refuse);
 std::string Root();                                     // POSIX path of the directory that holds drive C:
 void SetWindowsDirectory(const std::string& path);      // default "C:\\WINDOWS"; the system directory is below it
 std::string PosixPath(const std::string& windowsPath);  // where a Windows path of this layer lies
 
+// --- calls that fail ---------------------------------------------------------------------------------------------
+// The functions that may fail for a reason outside the caller, by their published names. Left out are those that fail
+// only where the caller has made a mistake (closing, freeing) and have nothing to give back then.
+std::vector<std::string> FallibleCalls();
+enum class Failing { Once, FromThenOn };
+// The n-th call of this function from now on (1: the next one) fails with an error that its documentation names, and
+// with `FromThenOn` every one behind it. One function at a time; throws for one that is not among FallibleCalls.
+void FailCall(const std::string& function, int n = 1, Failing failing = Failing::FromThenOn);
+void CallsWork();   // again
+bool CallFailed();  // whether the n-th call has come since FailCall
+
 // --- memory, waits, handles --------------------------------------------------------------------------------------
-void FailGlobalAlloc(bool fail);
-void FailGlobalLock(bool fail);
 void StickGlobalUnlock(int times);  // the next n unlocks report that the block is still locked
 // The next wait for the mutex of this name ends with this result (WAIT_ABANDONED gives the mutex, WAIT_TIMEOUT not).
 void NextWait(const std::string& mutexName, DWORD result);
 void FailCreate(const std::string& objectName, DWORD error);  // CreateMutexA, CreateEventA; 0 lifts it
-void FailCreateThread(DWORD error);
-int OpenHandles();  // handles of every kind, timers and files that are open; for leak tests
+// What has not been given back, for leak tests: handles of every kind, timers, files, memory, threads that run.
+int OpenHandles();
 
 }  // namespace PlatformControl

@@ -22,7 +22,7 @@ namespace {
 std::string& RootPath = *new std::string;  // holds drive C:
 bool RootIsOurs = false;                   // a temporary one, removed at the end
 std::string& WindowsPath = *new std::string("C:\\WINDOWS");
-std::atomic<int> FilesOpen = 0;
+std::atomic<int> FilesOpen = 0, Blocks = 0;
 
 thread_local DWORD LastError = 0;
 
@@ -135,11 +135,15 @@ void WINAPI SetLastError(DWORD error) {
 }
 
 UINT WINAPI GetWindowsDirectoryA(LPSTR buffer, UINT size) {
+    if (Fails("GetWindowsDirectoryA"))
+        return 0;
     const Guard guard(Lock);
     return GiveDirectory(WindowsPath, buffer, size);
 }
 
 UINT WINAPI GetSystemDirectoryA(LPSTR buffer, UINT size) {
+    if (Fails("GetSystemDirectoryA"))
+        return 0;
     const Guard guard(Lock);
     return GiveDirectory(WindowsPath + "\\SYSTEM32", buffer, size);
 }
@@ -166,15 +170,17 @@ void PlatformControl::SetWindowsDirectory(const std::string& path) {
 }
 
 int _mkdir(const char* path) {
-    return mkdir(PlatformControl::PosixPath(path).c_str(), 0777);
+    return Fails("_mkdir") ? -1 : mkdir(PlatformControl::PosixPath(path).c_str(), 0777);
 }
 
 std::FILE* FileOpen(const char* path, const char* mode) {
-    return std::fopen(PlatformControl::PosixPath(path).c_str(), mode);
+    return Fails("FileOpen") ? nullptr : std::fopen(PlatformControl::PosixPath(path).c_str(), mode);
 }
 
 // As on Windows, the new name must be free.
 int FileRename(const char* from, const char* to) {
+    if (Fails("FileRename"))
+        return -1;
     const std::string target = PlatformControl::PosixPath(to);
     if (access(target.c_str(), F_OK) == 0) {
         errno = EEXIST;
@@ -184,7 +190,7 @@ int FileRename(const char* from, const char* to) {
 }
 
 int FileRemove(const char* path) {
-    return std::remove(PlatformControl::PosixPath(path).c_str());
+    return Fails("FileRemove") ? -1 : std::remove(PlatformControl::PosixPath(path).c_str());
 }
 
 namespace {
@@ -198,15 +204,19 @@ HFILE Counted(int file) {
 }  // namespace
 
 int Simulated::OpenFiles() {
-    return FilesOpen;
+    return FilesOpen + Blocks;
 }
 
 HFILE WINAPI _lopen(LPCSTR path, int mode) {
+    if (Fails("_lopen"))
+        return HFILE_ERROR;
     const int flags = mode == OF_READ ? O_RDONLY : mode == OF_WRITE ? O_WRONLY : O_RDWR;
     return Counted(open(PlatformControl::PosixPath(path).c_str(), flags | O_CLOEXEC));
 }
 
 HFILE WINAPI _lcreat(LPCSTR path, int) {
+    if (Fails("_lcreat"))
+        return HFILE_ERROR;
     return Counted(open(PlatformControl::PosixPath(path).c_str(), O_RDWR | O_CREAT | O_TRUNC | O_CLOEXEC, 0666));
 }
 
@@ -215,6 +225,8 @@ UINT WINAPI _lread(HFILE file, LPVOID buffer, UINT count) {
 }
 
 UINT WINAPI _lwrite(HFILE file, LPCSTR bytes, UINT count) {
+    if (Fails("_lwrite"))
+        return static_cast<UINT>(HFILE_ERROR);
     return static_cast<UINT>(write(file, bytes, count));
 }
 
@@ -230,30 +242,36 @@ HFILE WINAPI _lclose(HFILE file) {
 }
 
 int WINAPI MultiByteToWideChar(UINT, DWORD, LPCSTR text, int bytes, LPWSTR wide, int room) {
+    if (Fails("MultiByteToWideChar"))
+        return 0;
     return Transcode(text, bytes, wide, room, [](char c) { return ToWide(static_cast<unsigned char>(c)); });
 }
 
 int WINAPI WideCharToMultiByte(UINT, DWORD, LPCWSTR wide, int characters, LPSTR text, int room, LPCSTR, BOOL*) {
+    if (Fails("WideCharToMultiByte"))
+        return 0;
     return Transcode(wide, characters, text, room, ToNarrow);
 }
 
 // A block that need not be zeroed is filled with something else, as it may be on Windows.
 HGLOBAL WINAPI GlobalAlloc(UINT flags, SIZE_T bytes) {
-    const Guard guard(Lock);
-    auto* block = Faults.Alloc ? nullptr : static_cast<Block*>(std::calloc(1, sizeof(Block) + bytes));
+    if (Fails("GlobalAlloc"))
+        return nullptr;
+    auto* block = static_cast<Block*>(std::calloc(1, sizeof(Block) + bytes));
     if (block == nullptr) {
         SetLastError(ERROR_NOT_ENOUGH_MEMORY);
         return nullptr;
     }
     if ((flags & GMEM_ZEROINIT) == 0)
         std::memset(static_cast<void*>(block + 1), 0xCD, bytes);
+    ++Blocks;
     return block;
 }
 
 LPVOID WINAPI GlobalLock(HGLOBAL handle) {
-    const Guard guard(Lock);
-    if (Faults.MemoryLock || handle == nullptr)
+    if (handle == nullptr || Fails("GlobalLock"))
         return nullptr;
+    const Guard guard(Lock);
     auto* block = static_cast<Block*>(handle);
     ++block->locks;
     return block + 1;
@@ -262,8 +280,8 @@ LPVOID WINAPI GlobalLock(HGLOBAL handle) {
 // Whether the block is still locked.
 BOOL WINAPI GlobalUnlock(HGLOBAL handle) {
     const Guard guard(Lock);
-    if (Faults.StuckUnlocks > 0) {
-        --Faults.StuckUnlocks;
+    if (StuckUnlocks > 0) {
+        --StuckUnlocks;
         return TRUE;
     }
     auto* block = static_cast<Block*>(handle);
@@ -271,6 +289,8 @@ BOOL WINAPI GlobalUnlock(HGLOBAL handle) {
 }
 
 HGLOBAL WINAPI GlobalFree(HGLOBAL handle) {
+    if (handle != nullptr)
+        --Blocks;
     std::free(handle);
     return nullptr;
 }

@@ -278,12 +278,16 @@ void ResetRegistry() {
 using namespace Simulated;
 
 LONG WINAPI RegOpenKeyExA(HKEY parent, LPCSTR name, DWORD, REGSAM rights, PHKEY key) {
+    if (const DWORD failure = Failure("RegOpenKeyExA"))
+        return static_cast<LONG>(failure);
     const Guard guard(Lock);
     return Open(parent, name, rights, false, key);
 }
 
 LONG WINAPI RegCreateKeyExA(HKEY parent, LPCSTR name, DWORD, LPSTR, DWORD, REGSAM rights, SECURITY_ATTRIBUTES*,
                             PHKEY key, DWORD* disposition) {
+    if (const DWORD failure = Failure("RegCreateKeyExA"))
+        return static_cast<LONG>(failure);
     constexpr DWORD CREATED = 1, OPENED = 2;
     const Guard guard(Lock);
     LONG result = Open(parent, name, rights, false, key);
@@ -298,6 +302,8 @@ LONG WINAPI RegCreateKeyExA(HKEY parent, LPCSTR name, DWORD, LPSTR, DWORD, REGSA
 }
 
 LONG WINAPI RegQueryValueExA(HKEY handle, LPCSTR name, DWORD*, DWORD* type, BYTE* data, DWORD* size) {
+    if (const DWORD failure = Failure("RegQueryValueExA"))
+        return static_cast<LONG>(failure);
     const Guard guard(Lock);
     LONG error = ERROR_SUCCESS;
     const auto open = UsableKey(handle, NameOf(name), error);
@@ -308,6 +314,8 @@ LONG WINAPI RegQueryValueExA(HKEY handle, LPCSTR name, DWORD*, DWORD* type, BYTE
 }
 
 LONG WINAPI RegSetValueExA(HKEY handle, LPCSTR name, DWORD, DWORD type, const BYTE* data, DWORD size) {
+    if (const DWORD failure = Failure("RegSetValueExA"))
+        return static_cast<LONG>(failure);
     const Guard guard(Lock);
     LONG error = ERROR_SUCCESS;
     const auto open = UsableKey(handle, NameOf(name), error);
@@ -325,6 +333,8 @@ LONG WINAPI RegSetValueExA(HKEY handle, LPCSTR name, DWORD, DWORD type, const BY
 }
 
 LONG WINAPI RegDeleteKeyA(HKEY parent, LPCSTR name) {
+    if (const DWORD failure = Failure("RegDeleteKeyA"))
+        return static_cast<LONG>(failure);
     const Guard guard(Lock);
     LONG error = ERROR_SUCCESS;
     const auto above = UsableKey(parent, {}, error);
@@ -348,6 +358,8 @@ LONG WINAPI RegDeleteKeyA(HKEY parent, LPCSTR name) {
 }
 
 LONG WINAPI RegEnumKeyA(HKEY handle, DWORD index, LPSTR name, DWORD size) {
+    if (const DWORD failure = Failure("RegEnumKeyA"))
+        return static_cast<LONG>(failure);
     const Guard guard(Lock);
     LONG error = ERROR_SUCCESS;
     const auto open = UsableKey(handle, {}, error);
@@ -364,6 +376,8 @@ LONG WINAPI RegEnumKeyA(HKEY handle, DWORD index, LPSTR name, DWORD size) {
 
 LONG WINAPI RegEnumValueA(HKEY handle, DWORD index, LPSTR name, DWORD* nameSize, DWORD*, DWORD* type, BYTE* data,
                           DWORD* size) {
+    if (const DWORD failure = Failure("RegEnumValueA"))
+        return static_cast<LONG>(failure);
     const Guard guard(Lock);
     LONG error = ERROR_SUCCESS;
     const auto open = UsableKey(handle, {}, error);
@@ -389,13 +403,8 @@ LONG WINAPI RegCloseKey(HKEY handle) {
 
 // A file named without a path lies in the Windows directory. A null name removes the section, a null text the entry.
 BOOL WINAPI WritePrivateProfileStringA(LPCSTR section, LPCSTR name, LPCSTR text, LPCSTR file) {
-    {
-        const Guard guard(Lock);
-        if (Faults.Profile) {
-            SetLastError(ERROR_ACCESS_DENIED);
-            return FALSE;
-        }
-    }
+    if (Fails("WritePrivateProfileStringA"))
+        return FALSE;
     std::string path = file;
     if (path.find('\\') == std::string::npos) {
         char directory[512];

@@ -143,6 +143,8 @@ bool Dialog::Select(int id, const std::string& text) {
 }
 
 INT_PTR WINAPI DialogBoxParamA(HINSTANCE, LPCSTR resource, HWND, DLGPROC procedure, LPARAM parameter) {
+    if (Fails("DialogBoxParamA"))
+        return -1;
     const auto& resources = Resources();
     const auto found = std::find_if(resources.begin(), resources.end(),
                                     [&](const Dialog& dialog) { return MAKEINTRESOURCEA(dialog.Id) == resource; });
@@ -169,10 +171,16 @@ BOOL WINAPI EndDialog(HWND handle, INT_PTR result) {
 }
 
 HWND WINAPI GetDlgItem(HWND dialog, int id) {
+    if (Fails("GetDlgItem"))
+        return nullptr;
     return HandleOf(FindItem(dialog, id));
 }
 
 UINT WINAPI GetDlgItemTextA(HWND dialog, int id, LPSTR text, int size) {
+    if (Fails("GetDlgItemTextA")) {
+        text[0] = 0;
+        return 0;
+    }
     const Control* control = FindItem(dialog, id);
     const std::string whole = control == nullptr ? "" : control->Text;
     const std::size_t length = std::min(whole.size(), static_cast<std::size_t>(size) - 1);

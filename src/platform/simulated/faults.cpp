@@ -1,16 +1,91 @@
-// The calls of registry, private profiles and memory that a test lets fail.
+// The calls that a test lets fail.
 #include "platform/simulated/state.h"
 
 #include <algorithm>
+#include <atomic>
 #include <cctype>
+#include <cstring>
+#include <iterator>
 #include <map>
+#include <stdexcept>
 #include <string_view>
 
 namespace Simulated {
 
-FaultRecord Faults;
+int StuckUnlocks = 0;
 
 namespace {
+
+// Errors that have no name elsewhere in this layer.
+constexpr DWORD INVALID_WINDOW = 1400, NO_RESOURCES = 1450, NOT_ENOUGH_QUOTA = 1816,
+                NO_MEMORY = ERROR_NOT_ENOUGH_MEMORY, DISK_FULL = 112, NO_UNICODE = 1113;
+
+struct Fallible {
+    const char* Function;
+    DWORD Error;
+};
+constexpr Fallible Functions[] = {
+    // objects and threads; a failed wait gives WAIT_FAILED
+    {"CreateMutexA", NO_RESOURCES},
+    {"ReleaseMutex", ERROR_NOT_OWNER},
+    {"CreateEventA", NO_RESOURCES},
+    {"SetEvent", ERROR_INVALID_HANDLE},
+    {"CreateThread", NO_RESOURCES},
+    {"WaitForSingleObject", NO_MEMORY},
+    // messages
+    {"GetMessageA", INVALID_WINDOW},
+    {"SetTimer", NO_RESOURCES},
+    {"KillTimer", ERROR_INVALID_PARAMETER},
+    {"MessageBoxA", NO_MEMORY},
+    {"DialogBoxParamA", NO_MEMORY},
+    {"GetDlgItem", INVALID_WINDOW},
+    {"GetDlgItemTextA", INVALID_WINDOW},
+    // ports
+    {"CreateFileA", ERROR_FILE_NOT_FOUND},
+    {"GetCommState", ERROR_IO_DEVICE},
+    {"SetCommState", ERROR_INVALID_PARAMETER},
+    {"GetCommTimeouts", ERROR_IO_DEVICE},
+    {"SetCommTimeouts", ERROR_IO_DEVICE},
+    {"EscapeCommFunction", ERROR_IO_DEVICE},
+    {"ClearCommError", ERROR_IO_DEVICE},
+    {"ReadFile", ERROR_IO_DEVICE},
+    {"WriteFile", NOT_ENOUGH_QUOTA},
+    {"GetOverlappedResult", ERROR_IO_DEVICE},
+    {"CancelIoEx", ERROR_FILE_NOT_FOUND},
+    {"FlushFileBuffers", ERROR_IO_DEVICE},
+    // registry and private profiles
+    {"RegOpenKeyExA", NO_RESOURCES},
+    {"RegCreateKeyExA", ERROR_ACCESS_DENIED},
+    {"RegQueryValueExA", NO_RESOURCES},
+    {"RegSetValueExA", ERROR_ACCESS_DENIED},
+    {"RegDeleteKeyA", ERROR_ACCESS_DENIED},
+    {"RegEnumKeyA", NO_RESOURCES},
+    {"RegEnumValueA", NO_RESOURCES},
+    {"WritePrivateProfileStringA", ERROR_ACCESS_DENIED},
+    // directories and files
+    {"GetWindowsDirectoryA", NO_MEMORY},
+    {"GetSystemDirectoryA", NO_MEMORY},
+    {"_mkdir", ERROR_ACCESS_DENIED},
+    {"FileOpen", ERROR_ACCESS_DENIED},
+    {"FileRename", ERROR_ACCESS_DENIED},
+    {"FileRemove", ERROR_ACCESS_DENIED},
+    {"_lopen", ERROR_ACCESS_DENIED},
+    {"_lcreat", ERROR_ACCESS_DENIED},
+    {"_lwrite", DISK_FULL},
+    // text and memory
+    {"MultiByteToWideChar", NO_UNICODE},
+    {"WideCharToMultiByte", NO_UNICODE},
+    {"GlobalAlloc", NO_MEMORY},
+    {"GlobalLock", NO_MEMORY},
+};
+
+// The function that fails, and how.
+struct {
+    const Fallible* Of = nullptr;
+    int CallsLeft = 0;  // until it does
+    bool Lasting = false;
+} Chosen;
+std::atomic<bool> Armed = false;  // so that nobody takes the lock in vain
 
 struct RegistryFault {
     LONG error;
@@ -26,6 +101,21 @@ bool Same(std::string_view a, std::string_view b) {
 
 }  // namespace
 
+DWORD Failure(const char* function) {
+    if (!Armed)
+        return 0;
+    const Guard guard(Lock);
+    if (Chosen.Of == nullptr || std::strcmp(Chosen.Of->Function, function) != 0)
+        return 0;
+    if (Chosen.CallsLeft > 0 && --Chosen.CallsLeft > 0)
+        return 0;
+    const DWORD error = Chosen.Of->Error;
+    if (!Chosen.Lasting)
+        Armed = false;
+    SetLastError(error);
+    return error;
+}
+
 LONG Refusal(const std::string& path, const std::string& value, REGSAM rights) {
     for (const auto& [refused, fault] : Refused) {
         const bool key =
@@ -39,34 +129,48 @@ LONG Refusal(const std::string& path, const std::string& value, REGSAM rights) {
 
 void ResetFaults() {
     Refused.clear();
-    Faults = FaultRecord{};
+    StuckUnlocks = 0;
+    Chosen = {};
+    Armed = false;
 }
 
 }  // namespace Simulated
 
 using namespace Simulated;
 
+std::vector<std::string> PlatformControl::FallibleCalls() {
+    std::vector<std::string> names;
+    for (const Fallible& fallible : Functions)
+        names.emplace_back(fallible.Function);
+    return names;
+}
+
+void PlatformControl::FailCall(const std::string& function, int n, Failing failing) {
+    const Fallible* found = std::find_if(std::begin(Functions), std::end(Functions),
+                                         [&](const Fallible& fallible) { return fallible.Function == function; });
+    if (found == std::end(Functions) || n < 1)
+        throw std::invalid_argument(function);
+    const Guard guard(Lock);
+    Chosen = {found, n, failing == Failing::FromThenOn};
+    Armed = true;
+}
+
+void PlatformControl::CallsWork() {
+    const Guard guard(Lock);
+    Armed = false;
+}
+
+bool PlatformControl::CallFailed() {
+    const Guard guard(Lock);
+    return Chosen.Of != nullptr && Chosen.CallsLeft == 0;
+}
+
 void PlatformControl::RefuseRegistry(const std::string& keyOrValue, LONG error, REGSAM rights) {
     const Guard guard(Lock);
     Refused[keyOrValue] = {error, rights};
 }
 
-void PlatformControl::RefuseProfile(bool refuse) {
-    const Guard guard(Lock);
-    Faults.Profile = refuse;
-}
-
-void PlatformControl::FailGlobalAlloc(bool fail) {
-    const Guard guard(Lock);
-    Faults.Alloc = fail;
-}
-
-void PlatformControl::FailGlobalLock(bool fail) {
-    const Guard guard(Lock);
-    Faults.MemoryLock = fail;
-}
-
 void PlatformControl::StickGlobalUnlock(int times) {
     const Guard guard(Lock);
-    Faults.StuckUnlocks = times;
+    StuckUnlocks = times;
 }

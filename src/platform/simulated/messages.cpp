@@ -148,6 +148,8 @@ void ResetMessages() {
 using namespace Simulated;
 
 BOOL WINAPI GetMessageA(MSG* message, HWND, UINT, UINT) {
+    if (Fails("GetMessageA"))
+        return -1;
     Guard guard(Lock);
     Await(guard, *message, nullptr);
     return message->message != WM_QUIT;
@@ -176,6 +178,8 @@ BOOL WINAPI PostThreadMessageA(DWORD threadID, UINT message, WPARAM wParam, LPAR
 }
 
 UINT_PTR WINAPI SetTimer(HWND, UINT_PTR, UINT milliseconds, TIMERPROC procedure) {
+    if (Fails("SetTimer"))
+        return 0;
     const Guard guard(Lock);
     const UINT period = std::max(milliseconds, 10u);  // the shortest that Windows grants
     Timers.push_back({NextTimerID, GetCurrentThreadId(), period, NowLocked() + period, procedure});
@@ -184,12 +188,16 @@ UINT_PTR WINAPI SetTimer(HWND, UINT_PTR, UINT milliseconds, TIMERPROC procedure)
 }
 
 BOOL WINAPI KillTimer(HWND, UINT_PTR id) {
+    if (Fails("KillTimer"))
+        return FALSE;
     const Guard guard(Lock);
     return std::erase_if(Timers, [&](const Timer& timer) { return timer.id == id; }) > 0;
 }
 
 // Stays open for its time, dispatching the thread's messages meanwhile, as the system's own boxes do.
 int WINAPI MessageBoxA(HWND, LPCSTR text, LPCSTR caption, UINT style) {
+    if (Fails("MessageBoxA"))
+        return 0;
     PlatformControl::Box box{text == nullptr ? "" : text, caption == nullptr ? "Error" : caption, style, false};
     Guard guard(Lock);
     box.LineMutexHeld = HoldsMutex("SP62LineMutex");

@@ -55,7 +55,7 @@ std::map<std::string, DWORD>& CreateErrors = *new std::map<std::string, DWORD>;
 std::map<std::string, DWORD>& NextWaits = *new std::map<std::string, DWORD>;
 // Over, but their last instructions may still be running, in code that goes away when the library is unloaded.
 std::vector<std::shared_ptr<Thread>>& Ended = *new std::vector<std::shared_ptr<Thread>>;
-DWORD ThreadError = 0;
+int Running = 0;  // threads that have not ended
 std::atomic<DWORD> NextThreadID = 1;
 thread_local DWORD ThreadID = 0;
 
@@ -117,6 +117,7 @@ void RunThread(const std::shared_ptr<Thread>& thread, LPTHREAD_START_ROUTINE sta
     start(argument);
     const Guard ended(Lock);
     thread->over = true;
+    --Running;
     Ended.push_back(thread);
     Abandon(id);
     ThreadEnds();
@@ -155,6 +156,8 @@ DWORD WINAPI GetCurrentThreadId() {
 }
 
 HANDLE WINAPI CreateMutexA(SECURITY_ATTRIBUTES*, BOOL initialOwner, LPCSTR name) {
+    if (Fails("CreateMutexA"))
+        return nullptr;
     const Guard guard(Lock);
     bool existed = false;
     const auto mutex = Named<Mutex>(name, existed);
@@ -167,6 +170,8 @@ HANDLE WINAPI CreateMutexA(SECURITY_ATTRIBUTES*, BOOL initialOwner, LPCSTR name)
 }
 
 BOOL WINAPI ReleaseMutex(HANDLE handle) {
+    if (Fails("ReleaseMutex"))
+        return FALSE;
     const Guard guard(Lock);
     const auto mutex = std::dynamic_pointer_cast<Mutex>(Find(handle));
     if (mutex == nullptr || mutex->owner != GetCurrentThreadId()) {
@@ -181,6 +186,8 @@ BOOL WINAPI ReleaseMutex(HANDLE handle) {
 }
 
 HANDLE WINAPI CreateEventA(SECURITY_ATTRIBUTES*, BOOL manualReset, BOOL initialState, LPCSTR name) {
+    if (Fails("CreateEventA"))
+        return nullptr;
     const Guard guard(Lock);
     bool existed = false;
     const auto event = Named<Event>(name, existed);
@@ -195,6 +202,8 @@ HANDLE WINAPI CreateEventA(SECURITY_ATTRIBUTES*, BOOL manualReset, BOOL initialS
 }
 
 BOOL WINAPI SetEvent(HANDLE handle) {
+    if (Fails("SetEvent"))
+        return FALSE;
     const Guard guard(Lock);
     const auto event = std::dynamic_pointer_cast<Event>(Find(handle));
     if (event == nullptr) {
@@ -208,11 +217,9 @@ BOOL WINAPI SetEvent(HANDLE handle) {
 
 HANDLE WINAPI CreateThread(SECURITY_ATTRIBUTES*, SIZE_T, LPTHREAD_START_ROUTINE start, LPVOID argument, DWORD,
                            DWORD* threadID) {
-    const Guard guard(Lock);
-    if (ThreadError != 0) {
-        SetLastError(ThreadError);
+    if (Fails("CreateThread"))
         return nullptr;
-    }
+    const Guard guard(Lock);
     const auto thread = std::make_shared<Thread>();
     const DWORD id = NextThreadID++;
     try {
@@ -221,6 +228,7 @@ HANDLE WINAPI CreateThread(SECURITY_ATTRIBUTES*, SIZE_T, LPTHREAD_START_ROUTINE 
         SetLastError(ERROR_NOT_ENOUGH_MEMORY);
         return nullptr;
     }
+    ++Running;
     ThreadAnnounced();  // it cannot have looked yet: the lock is held
     if (threadID != nullptr)
         *threadID = id;
@@ -228,6 +236,8 @@ HANDLE WINAPI CreateThread(SECURITY_ATTRIBUTES*, SIZE_T, LPTHREAD_START_ROUTINE 
 }
 
 DWORD WINAPI WaitForSingleObject(HANDLE handle, DWORD milliseconds) {
+    if (Fails("WaitForSingleObject"))
+        return WAIT_FAILED;
     Guard guard(Lock);
     const auto object = std::dynamic_pointer_cast<Waitable>(Find(handle));
     if (object == nullptr) {
@@ -274,14 +284,9 @@ void PlatformControl::FailCreate(const std::string& objectName, DWORD error) {
     CreateErrors[objectName] = error;
 }
 
-void PlatformControl::FailCreateThread(DWORD error) {
-    const Guard guard(Lock);
-    ThreadError = error;
-}
-
 int PlatformControl::OpenHandles() {
     const Guard guard(Lock);
-    return static_cast<int>(Handles.size()) + TimerCount() + OpenFiles();
+    return static_cast<int>(Handles.size()) + TimerCount() + OpenFiles() + Running;
 }
 
 void PlatformControl::Reset() {
@@ -298,7 +303,7 @@ void PlatformControl::Reset() {
     Names.clear();
     CreateErrors.clear();
     NextWaits.clear();
-    ThreadError = 0;
+    Running = 0;
     ResetClock();
     ResetMessages();
     ResetDialogs();

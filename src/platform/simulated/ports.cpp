@@ -125,6 +125,8 @@ HANDLE Refuse(DWORD error) {
 }  // namespace
 
 HANDLE WINAPI CreateFileA(LPCSTR name, DWORD access, DWORD share, SECURITY_ATTRIBUTES*, DWORD, DWORD flags, HANDLE) {
+    if (Fails("CreateFileA"))
+        return INVALID_HANDLE_VALUE;
     PlatformControl::PortDevice* device = nullptr;
     std::string path;
     {
@@ -157,6 +159,8 @@ HANDLE WINAPI CreateFileA(LPCSTR name, DWORD access, DWORD share, SECURITY_ATTRI
 }
 
 BOOL WINAPI GetCommState(HANDLE handle, DCB* dcb) {
+    if (Fails("GetCommState"))
+        return FALSE;
     const auto port = PortOf(handle);
     if (port == nullptr)
         return FALSE;
@@ -169,6 +173,8 @@ BOOL WINAPI GetCommState(HANDLE handle, DCB* dcb) {
 }
 
 BOOL WINAPI SetCommState(HANDLE handle, DCB* dcb) {
+    if (Fails("SetCommState"))
+        return FALSE;
     const auto port = PortOf(handle);
     if (port == nullptr)
         return FALSE;
@@ -181,6 +187,8 @@ BOOL WINAPI SetCommState(HANDLE handle, DCB* dcb) {
 }
 
 BOOL WINAPI GetCommTimeouts(HANDLE handle, COMMTIMEOUTS* timeouts) {
+    if (Fails("GetCommTimeouts"))
+        return FALSE;
     const auto port = PortOf(handle);
     if (port == nullptr)
         return FALSE;
@@ -190,6 +198,8 @@ BOOL WINAPI GetCommTimeouts(HANDLE handle, COMMTIMEOUTS* timeouts) {
 
 // Reads never wait here whatever the time-outs say; they are kept for the asking.
 BOOL WINAPI SetCommTimeouts(HANDLE handle, COMMTIMEOUTS* timeouts) {
+    if (Fails("SetCommTimeouts"))
+        return FALSE;
     const auto port = PortOf(handle);
     if (port == nullptr)
         return FALSE;
@@ -198,6 +208,8 @@ BOOL WINAPI SetCommTimeouts(HANDLE handle, COMMTIMEOUTS* timeouts) {
 }
 
 BOOL WINAPI EscapeCommFunction(HANDLE handle, DWORD function) {
+    if (Fails("EscapeCommFunction"))
+        return FALSE;
     const auto port = PortOf(handle);
     if (port == nullptr)
         return FALSE;
@@ -214,6 +226,8 @@ BOOL WINAPI ClearCommError(HANDLE handle, DWORD* errors, COMSTAT* status) {
     COMSTAT ignored;
     COMSTAT& told = status != nullptr ? *status : ignored;
     told = COMSTAT{};
+    if (Fails("ClearCommError"))
+        return FALSE;
     const auto port = PortOf(handle);
     if (port == nullptr)
         return FALSE;
@@ -224,6 +238,8 @@ BOOL WINAPI ClearCommError(HANDLE handle, DWORD* errors, COMSTAT* status) {
 
 BOOL WINAPI ReadFile(HANDLE handle, LPVOID buffer, DWORD wanted, DWORD* got, OVERLAPPED* overlapped) {
     *got = 0;
+    if (Fails("ReadFile"))
+        return FALSE;
     const auto port = PortOf(handle);
     if (port == nullptr)
         return FALSE;
@@ -243,6 +259,8 @@ BOOL WINAPI ReadFile(HANDLE handle, LPVOID buffer, DWORD wanted, DWORD* got, OVE
 
 BOOL WINAPI WriteFile(HANDLE handle, LPCVOID data, DWORD count, DWORD* written, OVERLAPPED* overlapped) {
     *written = 0;
+    if (Fails("WriteFile"))
+        return FALSE;
     const auto port = PortOf(handle);
     if (port == nullptr)
         return FALSE;
@@ -263,6 +281,8 @@ BOOL WINAPI WriteFile(HANDLE handle, LPCVOID data, DWORD count, DWORD* written, 
 // Reads and writes have no more use for their buffers when they return, those reported as pending included.
 BOOL WINAPI GetOverlappedResult(HANDLE handle, OVERLAPPED* overlapped, DWORD* count, BOOL) {
     *count = 0;
+    if (Fails("GetOverlappedResult"))
+        return FALSE;
     const auto port = PortOf(handle);
     if (port == nullptr)
         return FALSE;
@@ -271,12 +291,12 @@ BOOL WINAPI GetOverlappedResult(HANDLE handle, OVERLAPPED* overlapped, DWORD* co
 }
 
 BOOL WINAPI CancelIoEx(HANDLE handle, OVERLAPPED*) {
-    return PortOf(handle) != nullptr;
+    return !Fails("CancelIoEx") && PortOf(handle) != nullptr;
 }
 
 // Neither waits nor throws anything away: what has been taken goes out by itself.
 BOOL WINAPI FlushFileBuffers(HANDLE handle) {
-    return PortOf(handle) != nullptr;
+    return !Fails("FlushFileBuffers") && PortOf(handle) != nullptr;
 }
 
 void PlatformControl::MapPort(const std::string& name, PortDevice* device) {

@@ -52,7 +52,7 @@ struct Object {
 HANDLE Register(std::shared_ptr<Object> object);
 std::shared_ptr<Object> Find(HANDLE handle);
 bool HoldsMutex(const std::string& name);  // the calling thread; with Lock held
-int OpenFiles();                           // files opened with _lopen and _lcreat (files.cpp)
+int OpenFiles();                           // files opened with _lopen and _lcreat, and memory (files.cpp)
 
 // --- ports (ports.cpp)
 // What is behind an open port. Each call gives 0, or the error that the caller gets.
@@ -69,13 +69,15 @@ struct Wire {
 // A serial device of the system, held by this process alone; null with the error set. Per system.
 std::unique_ptr<Wire> OpenTerminal(const std::string& path);
 
-// --- faults (faults.cpp), all used with Lock held
-struct FaultRecord {
-    bool Profile = false;  // writes to private profiles
-    bool Alloc = false, MemoryLock = false;
-    int StuckUnlocks = 0;
-};
-extern FaultRecord Faults;
+// --- faults (faults.cpp)
+// The error that a test wants of this call of a function, set as the last one too; 0 = none, and the last error as it
+// was. Asked without Lock, once a call, in front of everything.
+DWORD Failure(const char* function);
+inline bool Fails(const char* function) {
+    return Failure(function) != 0;
+}
+// The rest with Lock held.
+extern int StuckUnlocks;
 // The error that a test wants of a registry call on this key, or on this value of it, with these rights asked for; 0 =
 // none.
 LONG Refusal(const std::string& path, const std::string& value = {}, REGSAM rights = 0);

@@ -21,7 +21,7 @@ std::string ProcessName() {
 // --- a drive C: of our own, below the directory for temporary files
 std::string& RootPath = *new std::string;
 std::string& WindowsPath = *new std::string("C:\\WINDOWS");
-std::atomic<int> FilesOpen = 0;
+std::atomic<int> FilesOpen = 0, Blocks = 0;
 
 void RemoveRoot() {
     std::error_code ignored;
@@ -117,9 +117,9 @@ void ResetRegistry() {
     RegCloseKey(software);
 }
 
-// Files and keys.
+// Files, keys and memory.
 int OpenFiles() {
-    return FilesOpen + static_cast<int>(Paths.size());
+    return FilesOpen + Blocks + static_cast<int>(Paths.size());
 }
 
 // Tests have devices in process; a real port is tried with the library as it is shipped.
@@ -133,10 +133,14 @@ std::unique_ptr<Wire> OpenTerminal(const std::string&) {
 using namespace Simulated;
 
 UINT WINAPI SimGetWindowsDirectoryA(LPSTR buffer, UINT size) {
+    if (Fails("GetWindowsDirectoryA"))
+        return 0;
     return GiveDirectory(WindowsPath, buffer, size);
 }
 
 UINT WINAPI SimGetSystemDirectoryA(LPSTR buffer, UINT size) {
+    if (Fails("GetSystemDirectoryA"))
+        return 0;
     return GiveDirectory(WindowsPath + "\\SYSTEM32", buffer, size);
 }
 
@@ -155,28 +159,32 @@ void PlatformControl::SetWindowsDirectory(const std::string& path) {
 }
 
 int Sim_mkdir(const char* path) {
-    return _mkdir(Mapped(path).c_str());
+    return Fails("_mkdir") ? -1 : _mkdir(Mapped(path).c_str());
 }
 
 std::FILE* SimFileOpen(const char* path, const char* mode) {
-    return FileOpen(Mapped(path).c_str(), mode);
+    return Fails("FileOpen") ? nullptr : FileOpen(Mapped(path).c_str(), mode);
 }
 
 int SimFileRename(const char* from, const char* to) {
-    return FileRename(Mapped(from).c_str(), Mapped(to).c_str());
+    return Fails("FileRename") ? -1 : FileRename(Mapped(from).c_str(), Mapped(to).c_str());
 }
 
 int SimFileRemove(const char* path) {
-    return FileRemove(Mapped(path).c_str());
+    return Fails("FileRemove") ? -1 : FileRemove(Mapped(path).c_str());
 }
 
 HFILE WINAPI Sim_lopen(LPCSTR path, int mode) {
+    if (Fails("_lopen"))
+        return HFILE_ERROR;
     const HFILE file = _lopen(Mapped(path).c_str(), mode);
     FilesOpen += file != HFILE_ERROR;
     return file;
 }
 
 HFILE WINAPI Sim_lcreat(LPCSTR path, int attributes) {
+    if (Fails("_lcreat"))
+        return HFILE_ERROR;
     const HFILE file = _lcreat(Mapped(path).c_str(), attributes);
     FilesOpen += file != HFILE_ERROR;
     return file;
@@ -189,6 +197,8 @@ HFILE WINAPI Sim_lclose(HFILE file) {
 }
 
 LONG WINAPI SimRegOpenKeyExA(HKEY parent, LPCSTR name, DWORD options, REGSAM access, PHKEY key) {
+    if (const DWORD failure = Failure("RegOpenKeyExA"))
+        return static_cast<LONG>(failure);
     const std::string path = PathOf(parent) + '\\' + name;
     if (const LONG error = RefusalOf(path, {}, access))
         return error;
@@ -197,6 +207,8 @@ LONG WINAPI SimRegOpenKeyExA(HKEY parent, LPCSTR name, DWORD options, REGSAM acc
 
 LONG WINAPI SimRegCreateKeyExA(HKEY parent, LPCSTR name, DWORD reserved, LPSTR keyClass, DWORD options, REGSAM access,
                                SECURITY_ATTRIBUTES* security, PHKEY key, DWORD* disposition) {
+    if (const DWORD failure = Failure("RegCreateKeyExA"))
+        return static_cast<LONG>(failure);
     const std::string path = PathOf(parent) + '\\' + name;
     if (const LONG error = RefusalOf(path, {}, access))
         return error;
@@ -206,24 +218,32 @@ LONG WINAPI SimRegCreateKeyExA(HKEY parent, LPCSTR name, DWORD reserved, LPSTR k
 }
 
 LONG WINAPI SimRegQueryValueExA(HKEY key, LPCSTR name, DWORD* reserved, DWORD* type, BYTE* data, DWORD* size) {
+    if (const DWORD failure = Failure("RegQueryValueExA"))
+        return static_cast<LONG>(failure);
     if (const LONG error = RefusalOf(PathOf(key), NameOf(name)))
         return error;
     return RegQueryValueExA(RealKey(key), name, reserved, type, data, size);
 }
 
 LONG WINAPI SimRegSetValueExA(HKEY key, LPCSTR name, DWORD reserved, DWORD type, const BYTE* data, DWORD size) {
+    if (const DWORD failure = Failure("RegSetValueExA"))
+        return static_cast<LONG>(failure);
     if (const LONG error = RefusalOf(PathOf(key), NameOf(name)))
         return error;
     return RegSetValueExA(RealKey(key), name, reserved, type, data, size);
 }
 
 LONG WINAPI SimRegDeleteKeyA(HKEY parent, LPCSTR name) {
+    if (const DWORD failure = Failure("RegDeleteKeyA"))
+        return static_cast<LONG>(failure);
     if (const LONG error = RefusalOf(PathOf(parent) + '\\' + name))
         return error;
     return RegDeleteKeyA(RealKey(parent), name);
 }
 
 LONG WINAPI SimRegEnumKeyA(HKEY key, DWORD index, LPSTR name, DWORD size) {
+    if (const DWORD failure = Failure("RegEnumKeyA"))
+        return static_cast<LONG>(failure);
     if (const LONG error = RefusalOf(PathOf(key)))
         return error;
     return RegEnumKeyA(RealKey(key), index, name, size);
@@ -231,6 +251,8 @@ LONG WINAPI SimRegEnumKeyA(HKEY key, DWORD index, LPSTR name, DWORD size) {
 
 LONG WINAPI SimRegEnumValueA(HKEY key, DWORD index, LPSTR name, DWORD* nameSize, DWORD* reserved, DWORD* type,
                              BYTE* data, DWORD* size) {
+    if (const DWORD failure = Failure("RegEnumValueA"))
+        return static_cast<LONG>(failure);
     const LONG error = RegEnumValueA(RealKey(key), index, name, nameSize, reserved, type, data, size);
     const LONG refusal = RefusalOf(PathOf(key), error == ERROR_SUCCESS ? name : "");
     return refusal != ERROR_SUCCESS ? refusal : error;
@@ -247,31 +269,32 @@ LONG WINAPI SimRegCloseKey(HKEY key) {
 }
 
 BOOL WINAPI SimWritePrivateProfileStringA(LPCSTR section, LPCSTR name, LPCSTR text, LPCSTR file) {
-    if (Faults.Profile) {
-        SetLastError(ERROR_ACCESS_DENIED);
+    if (Fails("WritePrivateProfileStringA"))
         return FALSE;
-    }
     const std::string path = file;
     const bool whole = path.find('\\') != std::string::npos;  // without a path it lies in the Windows directory
     return WritePrivateProfileStringA(section, name, text, Mapped(whole ? path : WindowsPath + '\\' + path).c_str());
 }
 
 HGLOBAL WINAPI SimGlobalAlloc(UINT flags, SIZE_T bytes) {
-    if (Faults.Alloc) {
-        SetLastError(ERROR_NOT_ENOUGH_MEMORY);
-        return nullptr;
-    }
-    return GlobalAlloc(flags, bytes);
+    const HGLOBAL block = Fails("GlobalAlloc") ? nullptr : GlobalAlloc(flags, bytes);
+    Blocks += block != nullptr;
+    return block;
 }
 
 LPVOID WINAPI SimGlobalLock(HGLOBAL block) {
-    return Faults.MemoryLock ? nullptr : GlobalLock(block);
+    return Fails("GlobalLock") ? nullptr : GlobalLock(block);
 }
 
 BOOL WINAPI SimGlobalUnlock(HGLOBAL block) {
-    if (Faults.StuckUnlocks > 0) {
-        --Faults.StuckUnlocks;
+    if (StuckUnlocks > 0) {
+        --StuckUnlocks;
         return TRUE;
     }
     return GlobalUnlock(block);
+}
+
+HGLOBAL WINAPI SimGlobalFree(HGLOBAL block) {
+    Blocks -= block != nullptr;
+    return GlobalFree(block);
 }

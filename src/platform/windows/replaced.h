@@ -70,6 +70,7 @@ decltype(_lclose) Sim_lclose;
 decltype(GlobalAlloc) SimGlobalAlloc;
 decltype(GlobalLock) SimGlobalLock;
 decltype(GlobalUnlock) SimGlobalUnlock;
+decltype(GlobalFree) SimGlobalFree;
 std::FILE* SimFileOpen(const char* path, const char* mode);
 int SimFileRename(const char* from, const char* to);
 int SimFileRemove(const char* path);
@@ -134,6 +135,7 @@ extern "C" BOOL WINAPI DllMain(HINSTANCE instance, DWORD reason, LPVOID);
 #define GlobalAlloc SimGlobalAlloc
 #define GlobalLock SimGlobalLock
 #define GlobalUnlock SimGlobalUnlock
+#define GlobalFree SimGlobalFree
 #define FileOpen SimFileOpen
 #define FileRename SimFileRename
 #define FileRemove SimFileRemove
