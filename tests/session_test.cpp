@@ -130,7 +130,7 @@ bool AsRecorded(std::string_view line, std::string_view wanted) {
 
 TEST_P(Session, WritesItsTrace) {
     const auto [version, mask] = GetParam();
-    char name[64];
+    char name[sizeof ZT_SESSIONS + 64];
     std::snprintf(name, sizeof name, ZT_SESSIONS "/version%d-level%02x.txt", version, static_cast<unsigned>(mask));
     const std::string written = Record(mask);
     if (std::getenv("ZT_RECORD_SESSIONS") != nullptr) {
