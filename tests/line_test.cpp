@@ -231,6 +231,11 @@ TEST_F(LineEdges, TheOneAddressIsFoundByItsExactNumber) {
     EXPECT_THAT(TraceLines(), testing::IsSupersetOf({"Entering TSPI_lineGetAddressID lpsAddress '4711'",
                                                      "Entering TSPI_lineGetAddressID lineaddr '4711'",
                                                      "Entering TSPI_lineGetAddressID Address  '4711'"}));
+    std::vector<WCHAR> endless(81, WCHAR{'1'});
+    endless.resize(100, WCHAR{'2'});  // another's memory
+    EXPECT_EQ(Code(TSPI_lineGetAddressID(Line, &id, 1, endless.data(), 0)), LINEERR_INVALADDRESS);
+    EXPECT_THAT(TraceLines(),
+                testing::Contains("Entering TSPI_lineGetAddressID lpsAddress '" + std::string(81, '1') + "'"));
     EXPECT_EQ(TSPI_lineGetNumAddressIDs(Line, &count), 0);
     EXPECT_EQ(count, DWORD{1});
 }

@@ -6,6 +6,7 @@
 #include "trace/trace.h"
 #include "tracking/model.h"
 
+#include <algorithm>
 #include <atomic>
 #include <cstddef>
 #include <cstring>
@@ -298,7 +299,9 @@ LONG WINAPI TSPI_lineGetAddressID(HDRVLINE hdLine, LPDWORD lpdwAddressID, DWORD 
     if (lpdwAddressID == nullptr || lpsAddress == nullptr)
         return Refuse(LINEERR_INVALPOINTER);
     const NarrowText address(lpsAddress);
-    Trace(TRACE_ENTRY, "Entering TSPI_lineGetAddressID lpsAddress '%S'", lpsAddress);
+    WCHAR given[WIDE_LIMIT + 1] = {};  // a trace of the caller's own text would look for its end past his memory
+    std::copy_n(lpsAddress, address.Wide, given);
+    Trace(TRACE_ENTRY, "Entering TSPI_lineGetAddressID lpsAddress '%S'", static_cast<const WCHAR*>(given));
     Trace(TRACE_ENTRY, "Entering TSPI_lineGetAddressID lineaddr '%s'",
           static_cast<const char*>(ProviderState.LineAddress));
     Trace(TRACE_ENTRY, "Entering TSPI_lineGetAddressID Address  '%s'", address.Text());
