@@ -59,23 +59,21 @@ TEST_F(EventsTest, CallEventsNameTheirCallAndTheMediaModeAndANewCallForgetsItsFo
                             "DoLineEventNewCall send cref:3", "DoLineEventNewConf send"));
 }
 
-TEST_F(EventsTest, TransferWhoseCallEndsIsNotLeftWaiting) {
-    for (const RequestCode code : {REQUEST_BLIND_TRANSFER, REQUEST_SETUP_TRANSFER}) {
-        ProviderState.PendingRequestID = 7;
-        RunningRequest = {code, 2, 5};
-        DoLineEvent(LINE_CALLSTATE, LINECALLSTATE_IDLE, 0, 3);
-        DoLineEvent(LINE_CALLSTATE, LINECALLSTATE_DISCONNECTED, 0, 2);
-        EXPECT_EQ(ProviderState.PendingRequestID, 7u);
-        Events();
-        DoLineEvent(LINE_CALLSTATE, LINECALLSTATE_IDLE, 0, 2);
-        EXPECT_EQ(Events().back(), "REPLY 7 80000048");
-        EXPECT_EQ(RunningRequest.Code, REQUEST_NONE);
-    }
-    // A consultation call that took the record of one at dial tone, and ended with that.
-    ProviderState.PendingRequestID = 7;
-    RunningRequest = {REQUEST_SETUP_TRANSFER, 2, 5};
-    DoLineEvent(LINE_CALLSTATE, LINECALLSTATE_IDLE, 0, 5);
-    EXPECT_EQ(Events().back(), "REPLY 7 80000048");
+TEST_F(EventsTest, TransferOneOfWhoseCallsEndsIsNotLeftWaiting) {
+    for (const RequestCode code : {REQUEST_BLIND_TRANSFER, REQUEST_SETUP_TRANSFER})
+        for (const int ended : {2, 5})
+            for (const DWORD state : {DISCONNECTED, IDLE}) {
+                ProviderState.PendingRequestID = 7;
+                RunningRequest = {code, 2, 5};
+                DoLineEvent(LINE_CALLSTATE, state, 0, 3);
+                DoLineEvent(LINE_CALLSTATE, ONHOLD, 0, ended);
+                DoLineEvent(LINE_CALLINFO, state, 0, ended);
+                EXPECT_EQ(ProviderState.PendingRequestID, 7u);
+                Events();
+                DoLineEvent(LINE_CALLSTATE, state, 0, ended);
+                EXPECT_EQ(Events().back(), "REPLY 7 80000048");
+                EXPECT_EQ(RunningRequest.Code, REQUEST_NONE);
+            }
 }
 
 // The application drops its next call as soon as it hears that the request before is done.

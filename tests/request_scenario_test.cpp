@@ -226,11 +226,14 @@ TEST_P(Asked, BlindTransfer) {
         {"app answer 0", "K1", "REPLY, " + Taken(0)},
         {"app blind 0 4759", "[4 7 5 9]",
          "0 ONHOLD, NEWCALL 1, 1 DIALTONE, !1k?1 DIALING, !1k?1 PROCEEDING, !1k?1 RINGBACK, 23?INFO 1 CALLEDID, "
-         "1 DISCONNECTED 1"},
-        {"app drop 1", "", "= 8000004b"},
-        {"release", "", "1 IDLE, k?0 OFFERING"},
-        {"caller-hangs-up 1", "", Ended(0) + ", REPLY 5 80000048",
-         "Transfer Running cref 0000 IDLE => LINE_REPLY failed"},
+         "1 DISCONNECTED 1, REPLY 80000048",
+         "Transfer Running cref 0001 ended => LINE_REPLY failed"},
+        {"app drop 1", "REL", "1 IDLE, REPLY, k?0 OFFERING"},
+        {"k?app answer 0", "K1", "REPLY, 0 CONNECTED"},
+        {"o?app unhold 0", "K1", "REPLY, 0 CONNECTED"},
+        {"app setup 0", "S1", "0 ONHOLD, REPLY, 1 DIALTONE"},
+        {"app dial 1 4751", "[4 7 5 1]", "REPLY, " + Dialled(1)},  // whose Transfer key nobody presses
+        {"app transfer 0 1", "S4", "REPLY, " + Ended(0, "k?") + ", " + Ended(1) + ", " + Ended(0, "o?")},
     });
     MakeTwoCalls();
     Play({

@@ -33,7 +33,7 @@ enum RequestCode : int {
 struct RunningRequestRecord {
     int Code = REQUEST_NONE;
     int Cref = -1;
-    int ConsultCref = -1;
+    int ConsultCref = -1;  // second call of a transfer; of a blind one -1 until the set shows it
 };
 extern RunningRequestRecord RunningRequest;
 

@@ -22,6 +22,27 @@ HTAPICALL HandleOf(int cref) {
     return IsCref(cref) ? CallTable[static_cast<std::size_t>(cref)].htCall : HTAPICALL{};
 }
 
+// What the new state of a call means for the running request: a drop is done when its call is idle; a transfer one of
+// whose calls is over can no more be shown by the set, and TAPI must not wait for it, nor be refused all else.
+void EndRunningRequest(int cref, DWORD_PTR state) {
+    const bool idle = state == LINECALLSTATE_IDLE, over = idle || state == LINECALLSTATE_DISCONNECTED;
+    const bool its = cref == RunningRequest.Cref || cref == RunningRequest.ConsultCref;
+    switch (RunningRequest.Code) {
+    case REQUEST_DROP:
+        if (idle)
+            CompleteRunningDrop(cref);
+        break;
+    case REQUEST_BLIND_TRANSFER:
+    case REQUEST_SETUP_TRANSFER:
+        if (!over || !its)
+            break;
+        Trace(TRACE_ENTRY, "Transfer Running cref %04x ended => LINE_REPLY failed", cref);
+        FailPendingRequest();
+        break;
+    default: break;
+    }
+}
+
 // TAPI writes its handle through the second parameter while it handles the event.
 void SendNewCall(int cref, HTAPICALL& handle) {
     handle = HTAPICALL{};
@@ -59,13 +80,15 @@ void DoLineEvent(DWORD message, DWORD_PTR param1, DWORD_PTR param2, int cref) {
     }
     if (message == LINE_CALLSTATE && param1 == LINECALLSTATE_ONHOLD)
         LastHeldCref = cref;
+    const DRV_REQUESTID pending = ProviderState.PendingRequestID;
     ProviderState.LineEventProc(ProviderState.htLine, HandleOf(cref), message, param1, param2,
                                 LINEMEDIAMODE_INTERACTIVEVOICE);
-    if (message == LINE_CALLSTATE && param1 == LINECALLSTATE_IDLE) {
-        CompleteRunningDrop(cref);
-        FailRunningTransfer(cref);
+    if (message != LINE_CALLSTATE)
+        return;
+    if (pending == ProviderState.PendingRequestID)  // else what TAPI has asked for meanwhile, which this does not end
+        EndRunningRequest(cref, param1);
+    if (param1 == LINECALLSTATE_IDLE)
         ForgetPickUp(cref);
-    }
 }
 
 void DoLineEventNewCall(int cref) {
@@ -91,16 +114,6 @@ void ForgetPickUp(int cref) {
 void FailPendingRequest() {
     RunningRequest = RunningRequestRecord{};
     SendCompletion(ProviderState, static_cast<LONG>(LINEERR_OPERATIONFAILED));
-}
-
-void FailRunningTransfer(int cref) {
-    const bool transfer =
-        RunningRequest.Code == REQUEST_BLIND_TRANSFER || RunningRequest.Code == REQUEST_SETUP_TRANSFER;
-    const bool consultation = RunningRequest.Code == REQUEST_SETUP_TRANSFER && RunningRequest.ConsultCref == cref;
-    if (!transfer || (RunningRequest.Cref != cref && !consultation))
-        return;
-    Trace(TRACE_ENTRY, "Transfer Running cref %04x IDLE => LINE_REPLY failed", cref);
-    FailPendingRequest();
 }
 
 void CompleteRunningDrop(int cref) {

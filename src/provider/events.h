@@ -36,11 +36,6 @@ void DoLineEventNewConf();
 // Completes a running lineDrop with 0 when its call is this one, and clears RunningRequest.
 void CompleteRunningDrop(int cref);
 
-// Completes a running blind or set-up transfer with LINEERR_OPERATIONFAILED when its call is this one, which has ended
-// before the set could show the transfer: TAPI must not wait for ever, and no request could follow. The consultation call
-// of a set-up transfer counts too: it may be one at dial tone that was there before, and is over for TAPI with its IDLE.
-void FailRunningTransfer(int cref);
-
 // Ends the wait of a linePickup whose call is this one, which has shown on a key and gone without an answer: the next line
 // seized is not its call.
 void ForgetPickUp(int cref);

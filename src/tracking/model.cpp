@@ -59,6 +59,14 @@ bool IsPromised(int cref) {
            (RunningRequest.Code == REQUEST_SETUP_TRANSFER && cref == RunningRequest.ConsultCref);
 }
 
+// The first call that goes out while a blind transfer runs is the one to its destination.
+void NoteSecondCall(int cref) {
+    const bool outgoing = StateOf(cref) == LINECALLSTATE_DIALTONE || StateOf(cref) == LINECALLSTATE_RINGBACK ||
+                          StateOf(cref) == LINECALLSTATE_PROCEEDING;
+    if (outgoing && RunningRequest.Code == REQUEST_BLIND_TRANSFER && RunningRequest.ConsultCref == -1)
+        RunningRequest.ConsultCref = cref;
+}
+
 }  // namespace
 
 bool IsCref(int cref) {
@@ -75,6 +83,7 @@ int AllocCallRecord(DWORD state, int key) {
         if (CallOf(cref).touch == 0 && !IsPromised(cref)) {
             CallOf(cref).state = state;
             CallOf(cref).touch = key;
+            NoteSecondCall(cref);
             return cref;
         }
     return -1;
