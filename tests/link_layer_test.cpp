@@ -415,11 +415,21 @@ TEST_F(LinkLayer, AFailedWriteIsTracedAndADirectOneKept) {
                             "SendL2Msg - WriteCommResult :0", "COMSTAT  - cbInQue:0 - cbOutQue:0", " "));
     ResetTransmitState(false);
     PlatformControl::Port("COM1").WriteFails = false;
-    PlatformControl::Port("COM1").WritePends = true;
-    for (int i = 0; i < 50; ++i)
-        SendL2Msg(Serial.Port, ACK_FRAME);
+}
+
+TEST_F(LinkLayer, PendingWritesCountAsWrittenAndKeepTheirBytesUntilThereIsNoPlaceForMore) {
+    PlatformControl::Port("COM1").How = PlatformControl::Transfers::InPieces;
+    std::string wanted;
+    for (int i = 0; i < 16; ++i) {
+        SendL2Msg(Serial.Port, i % 2 == 0 ? ACK_FRAME : NACK_FRAME);
+        wanted += (i > 0 ? " " : "") + (i % 2 == 0 ? ACK : NACK);
+    }
     EXPECT_FALSE(Link.WriteFailed);
-    EXPECT_EQ(Port.Written.size(), 200u);
+    SendL2Msg(Serial.Port, ACK_FRAME);
+    EXPECT_TRUE(Link.WriteFailed) << "kept for its retry";
+    PlatformControl::Advance(200);
+    EXPECT_EQ(SendingBlocked(), 0);
+    EXPECT_EQ(Port.Taken(), wanted);
 }
 
 TEST_F(LinkLayer, WithoutAPortNothingGoesOutAndNothingBreaks) {

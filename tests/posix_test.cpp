@@ -94,6 +94,36 @@ TEST_F(TerminalPort, IsHeldAloneAndFailsWhenItVanishes) {
     EXPECT_FALSE(ClearCommError(Port, &Count, &status));
 }
 
+// What nothing could ever end is a failed test, not a hung one.
+TEST_F(Files, AWaitForAPortThatNeverEndsTellsWhoWaitsWhereAndWithWhichMutexes) {
+    struct Nothing : PlatformControl::PortDevice {
+        void Write(std::span<const std::uint8_t>, std::uint32_t) override {}
+        std::size_t Available(std::uint32_t) override { return 0; }
+        std::size_t Read(std::span<std::uint8_t>, std::uint32_t) override { return 0; }
+    } device;
+    PlatformControl::MapPort("COM1", &device);
+    const HANDLE port =
+        CreateFileA("COM1", GENERIC_READ | GENERIC_WRITE, 0, nullptr, OPEN_EXISTING, FILE_FLAG_OVERLAPPED, nullptr);
+    const HANDLE mutex = CreateMutexA(nullptr, TRUE, "SP62LineMutex");
+    OVERLAPPED overlapped{};
+    DWORD count = 0;
+    PlatformControl::Port("COM1").How = PlatformControl::Transfers::Later;
+    EXPECT_FALSE(WriteFile(port, "abc", 3, &count, &overlapped));
+    EXPECT_TRUE(FlushFileBuffers(port)) << "CTS is high: a matter of milliseconds";
+    PlatformControl::Port("COM1").CtsLow = true;
+    EXPECT_FALSE(WriteFile(port, "abc", 3, &count, &overlapped));
+    EXPECT_DEATH(FlushFileBuffers(port),
+                 "the test's own thread waits for ever: .* it is in FlushFileBuffers, CTS of COM1 "
+                 "being low, and holds SP62LineMutex");
+    EXPECT_DEATH(GetOverlappedResult(port, &overlapped, &count, TRUE), "GetOverlappedResult and holds SP62LineMutex");
+    EXPECT_TRUE(PurgeComm(port, PURGE_TXABORT)) << "and then nothing is left to wait for";
+    EXPECT_TRUE(FlushFileBuffers(port));
+    EXPECT_FALSE(GetOverlappedResult(port, &overlapped, &count, TRUE));
+    EXPECT_EQ(GetLastError(), ERROR_OPERATION_ABORTED);
+    CloseHandle(port);
+    CloseHandle(mutex);
+}
+
 // --- registry -------------------------------------------------------------------------------------------------------
 
 // All values of a key, written into it or read, in the order of their enumeration.

@@ -4,6 +4,7 @@
 #include "control/keys.h"
 #include "link/fifo.h"
 #include "link/omna.h"
+#include "link/port_io.h"
 #include "link/serial.h"
 #include "link/terminal.h"
 #include "link/tick.h"
@@ -491,30 +492,6 @@ Burst CheckBurst(Bytes input) {
 
 // --- writing -------------------------------------------------------------------------------------------------------
 
-// A write may still use its bytes and its OVERLAPPED when the call has returned, for as long as CTS holds the port
-// back: each has a place of its own, used again only when the system has let go of it.
-struct PendingWrite {
-    OVERLAPPED overlapped{};
-    std::array<std::uint8_t, 1024> bytes{};
-
-    bool Free() const { return static_cast<DWORD>(overlapped.Internal) != WRITE_PENDING; }
-    static constexpr DWORD WRITE_PENDING = 0x103;  // STATUS_PENDING, while the system works on it
-};
-std::array<PendingWrite, 16> Writes;
-std::size_t LastWrite = 0;
-
-// The free place that was used longest ago, or null.
-PendingWrite* TakeWrite() {
-    for (std::size_t i = 1; i <= Writes.size(); ++i) {
-        const std::size_t place = (LastWrite + i) % Writes.size();
-        if (Writes[place].Free()) {
-            LastWrite = place;
-            return &Writes[place];
-        }
-    }
-    return nullptr;
-}
-
 // What Resend_Last_Msg writes again.
 void RememberSent(Bytes frame) {
     const std::size_t length = std::min(frame.size(), Link.Transmit.size());
@@ -680,24 +657,6 @@ void Resend_Last_Msg() {
     TraceDump(TRACE_LINK, "Resend_Last_Msg(%s)", frame);
 }
 
-bool WritePort(HANDLE port, std::span<const std::uint8_t> bytes) {
-    if (bytes.empty())
-        return true;
-    PendingWrite* const write = bytes.size() <= sizeof PendingWrite::bytes ? TakeWrite() : nullptr;
-    if (write == nullptr) {
-        SetLastError(ERROR_IO_INCOMPLETE);
-        return false;
-    }
-    std::copy(bytes.begin(), bytes.end(), write->bytes.begin());
-    write->overlapped = OVERLAPPED{};
-    DWORD written = 0;
-    if (WriteFile(port, write->bytes.data(), static_cast<DWORD>(bytes.size()), &written, &write->overlapped) ||
-        GetLastError() == ERROR_IO_PENDING)
-        return true;
-    write->overlapped.Internal = 0;  // refused at once: the system holds nothing of it
-    return false;
-}
-
 int ReadAfterL2Timeout() {
     char text[15];
     RegReadSetting(SECTION_ZT_INFO, "After_L2_timeout", "10", text);
@@ -718,10 +677,6 @@ void ResetTransmitState(bool keepSavedFrame) {
         Link.SavedLength = 0;
     }
     Link.LinkIdleTicks = 0;
-    // The port that earlier writes went to is closed, and they with it; a thread that has ended may have left some
-    // without a final status.
-    for (PendingWrite& write : Writes)
-        write.overlapped.Internal = 0;
 }
 
 void StartLink() {

@@ -101,9 +101,6 @@ void ResetTransmitState(bool keepSavedFrame);
 // Writes the resynchronisation frame and queues poll, special function, configuration enquiry and the device
 // association request: how every link starts.
 void StartLink();
-// Hands bytes to the port and does not wait for them to go out; a write that stays pending counts as written. False,
-// with the system error set, when the port refuses them.
-bool WritePort(HANDLE port, std::span<const std::uint8_t> bytes);
 constexpr std::size_t DUMP_SIZE = 150;  // characters of a HexDump in a trace line
 // Whether a dump for a line of this level has to be made: one of a long message traces a line of its own as well.
 bool DumpIsTraced(std::uint32_t level);

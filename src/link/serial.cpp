@@ -5,6 +5,7 @@
 #include "control/requests.h"
 #include "link/fifo.h"
 #include "link/link_layer.h"
+#include "link/port_io.h"
 #include "link/tick.h"
 #include "platform/text.h"
 #include "provider/events.h"
@@ -70,6 +71,7 @@ bool OpenPort(const char* name, const char* speed, bool abortOnError) {
         CreateFileA(name, GENERIC_READ | GENERIC_WRITE, 0, nullptr, OPEN_EXISTING, FILE_FLAG_OVERLAPPED, nullptr);
     if (Serial.Port == INVALID_HANDLE_VALUE)
         return false;
+    BeginTransfers();
     DCB dcb{};
     dcb.DCBlength = sizeof dcb;
     if (!GetCommState(Serial.Port, &dcb))
@@ -170,17 +172,14 @@ HANDLE SerialOpenComms(const char* name, const char* speed) {
         return INVALID_HANDLE_VALUE;
     }
     if (!OpenPort(name, speed, false)) {
-        const DWORD error = GetLastError();
         if (Serial.Port != INVALID_HANDLE_VALUE)
-            CloseHandle(std::exchange(Serial.Port, INVALID_HANDLE_VALUE));
+            ClosePort(Serial.Port);  // the thread decides by the error what the user is told
         Trace(TRACE_ALWAYS, "***Comm port failed to open");
-        SetLastError(error);  // the thread decides by it what the user is told
         return INVALID_HANDLE_VALUE;
     }
     SetTimeouts();
     RaiseRts();
     ResetComPort(3);
-    Serial.ReadEvent = CreateEventA(nullptr, TRUE, FALSE, nullptr);
     Link.After_L2_timeout = ReadAfterL2Timeout();
     Trace(TRACE_ALWAYS, "* After_L2_timeout = %d *", Link.After_L2_timeout);
     ResetTransmitState(false);
@@ -190,14 +189,13 @@ HANDLE SerialOpenComms(const char* name, const char* speed) {
 }
 
 void SerialCloseComms() {
+    RenewPortWait();
     ResetComPort(3);
     FifoClear(LINK_FIFO);
     if (Serial.Port != INVALID_HANDLE_VALUE) {
         EscapeCommFunction(Serial.Port, CLRRTS);
-        CloseHandle(std::exchange(Serial.Port, INVALID_HANDLE_VALUE));
+        ClosePort(Serial.Port);
     }
-    if (Serial.ReadEvent != nullptr)
-        CloseHandle(std::exchange(Serial.ReadEvent, nullptr));
     // The timer goes too where a reconnection has left no port: nothing else would end it.
     if (Serial.Timer != 0)
         KillTimer(nullptr, std::exchange(Serial.Timer, 0));
@@ -211,7 +209,7 @@ void ResetComPort(int reason) {
     }
     Link.Receiving = false;
     CheckSerialError(Serial.Port);
-    FlushFileBuffers(Serial.Port);
+    FlushWrites(Serial.Port);
     CheckSerialError(Serial.Port);
     Link.AckWaitTicks = ACK_WAIT_LIMIT - 1;  // nothing is sent for about two ticks
 }
@@ -225,7 +223,7 @@ void Reconnect() {
         Tick.WaitConfigCount = 0;
     Tick.WaitTrace = 0;
     if (Serial.Port != INVALID_HANDLE_VALUE)
-        CloseHandle(std::exchange(Serial.Port, INVALID_HANDLE_VALUE));
+        ClosePort(Serial.Port);
     if (!IsComPort(ProviderState.PortName) || !OpenPort(ProviderState.PortName, ProviderState.SpeedText, true))
         return;
     RaiseRts();

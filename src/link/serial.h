@@ -8,7 +8,6 @@
 
 struct SerialState {
     HANDLE Port = INVALID_HANDLE_VALUE;
-    HANDLE ReadEvent = nullptr;  // for reads that a driver finishes late; manual reset, closed with the port
     UINT_PTR Timer = 0;
     bool PortFailed = false;  // the thread could not open the port; SerialOpenComms refuses while set
     char PortDigit = '1';     // fourth character of the port name

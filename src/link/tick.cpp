@@ -8,6 +8,7 @@
 #include "control/requests.h"
 #include "link/fifo.h"
 #include "link/link_layer.h"
+#include "link/port_io.h"
 #include "link/serial.h"
 #include "platform/text.h"
 #include "provider/events.h"
@@ -17,6 +18,7 @@
 #include "tracking/model.h"
 
 #include <algorithm>
+#include <span>
 #include <utility>
 
 TickState Tick;
@@ -31,7 +33,6 @@ constexpr int FV_LIMIT = 40;
 constexpr int OFFER_LIMIT = 10;
 constexpr int RX_IDLE_LIMIT = 4;         // the card never pauses half a second inside a frame
 constexpr int CONTACT_LOST_MARGIN = 30;  // ticks after the poll that nobody answered
-constexpr DWORD READ_PENDING_MS = 50;
 constexpr std::uint8_t DEV_TYPE_KB2 = 3;
 
 void CloseLine() {
@@ -246,31 +247,6 @@ bool SuperviseLink(bool& held) {
     return true;
 }
 
-// Reads what has arrived behind the kept bytes. Gives the number of bytes, or -1 on a failure.
-int ReadPort() {
-    COMSTAT status{};
-    DWORD errors = 0;
-    ClearCommError(Serial.Port, &errors, &status);
-    // Asking for no more than is there completes at once; a read left pending would take later bytes unseen.
-    const DWORD room = static_cast<DWORD>(Tick.ReadBuffer.size()) - static_cast<DWORD>(Tick.Kept);
-    const DWORD wanted = std::min(room, status.cbInQue);
-    if (wanted == 0)
-        return 0;
-    OVERLAPPED overlapped{};
-    overlapped.hEvent = Serial.ReadEvent;
-    DWORD got = 0;
-    if (ReadFile(Serial.Port, Tick.ReadBuffer.data() + Tick.Kept, wanted, &got, &overlapped))
-        return static_cast<int>(got);
-    if (GetLastError() != ERROR_IO_PENDING)
-        return -1;
-    // Some drivers finish even such a read a moment later. It must be over before this returns, since it writes to the
-    // buffer: waited for briefly, then called off.
-    if (WaitForSingleObject(Serial.ReadEvent, READ_PENDING_MS) != WAIT_OBJECT_0)
-        CancelIoEx(Serial.Port, &overlapped);
-    GetOverlappedResult(Serial.Port, &overlapped, &got, TRUE);
-    return static_cast<int>(got);  // what a read got before it was called off counts too
-}
-
 // Hands on all that is there. The bytes are taken out of the buffer first: a box that a handler shows dispatches ticks,
 // which must neither offer the same bytes again nor write over those that are still being walked.
 void OfferBytes() {
@@ -287,7 +263,7 @@ void ReceiveAll() {
     CheckSerialError(Serial.Port);
     int got = 0;
     do {
-        got = ReadPort();
+        got = ReadPort(Serial.Port, std::span(Tick.ReadBuffer).subspan(static_cast<std::size_t>(Tick.Kept)));
         if (got < 0) {
             CheckSerialError(Serial.Port);
             return;
@@ -349,6 +325,7 @@ void CALLBACK SerialTick(HWND, UINT, UINT_PTR, DWORD) {
     bool held = GotLineMutex(WaitLineMutex());
     if (!held)
         return;  // without the mutex nothing may be touched
+    RenewPortWait();
     RunTick(held);
     if (held)
         ReleaseLineMutex(0);

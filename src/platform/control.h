@@ -7,6 +7,7 @@
 //   ZT_COM1 .. ZT_COM4   path of the terminal device behind COM1 .. COM4
 //   ZT_ROOT              directory that holds the "C:" drive (Windows and system directories); made when missing
 //   ZT_REGISTRY          file that keeps the registry; without it the registry is in memory and starts empty
+//   ZT_TRANSFERS         "later" or "pieces": how ports carry reads and writes out under the test clock
 //   ZT_BOX_MS            how long a message box stays open before it answers IDOK (default 0)
 // A message box is also written to standard error, one line "[box] caption: text", line feeds as " / ". A dialog is
 // cancelled at once.
@@ -39,6 +40,8 @@ void UseTestClock(std::uint32_t now);
 std::uint32_t Now();  // of the clock in use, ms
 // Moves the test clock, firing each timer as it comes due and waiting until its thread rests again.
 void Advance(std::uint32_t milliseconds);
+// The longest that a timer's procedure has run since Reset, ms of the clock; those that have shown a box left out.
+std::uint32_t LongestTimer();
 // Waits until every product thread rests in a message loop, a box or a wait, or has ended. Test clock only.
 void Settle();
 
@@ -55,13 +58,22 @@ struct PortDevice {
 void MapPort(const std::string& name, PortDevice* device);  // "COM1" .. "COM4"; null unmaps
 void MapPortToTerminal(const std::string& name, const std::string& path);
 
-// What a port does wrong, and what was set on it.
+// How a port carries out overlapped reads and writes: at once; pending for as long as the bytes take; or pending and a
+// few bytes at a time, where a read is over with the first few.
+enum class Transfers { AtOnce, Later, InPieces };
+
+// What a port does wrong, and what was set on it. Transfers that pend need the test clock.
 struct PortRecord {
     DWORD OpenError = 0;  // CreateFileA fails with this
     bool GetStateFails = false, SetStateFails = false;
     bool WriteFails = false, ReadFails = false;  // with ERROR_IO_DEVICE
-    bool WritePends = false;                     // writes are reported as pending (ERROR_IO_PENDING), and carried out
-    bool ReadPends = false;  // reads stay pending (ERROR_IO_PENDING) and, called off, fail with what they have got
+    Transfers How = Transfers::AtOnce;
+    bool CtsLow = false;          // overlapped writes stay pending
+    bool ReadPends = false;       // overlapped reads stay pending and, called off, fail with what they have got
+    std::uint32_t CallOffMs = 0;  // how much later a transfer is over that has been called off
+    bool PulledOut = false;       // by PullOut and PutBack, as the next two
+    std::uint32_t BackAt = 0;
+    std::vector<std::uint8_t> Stale{};
     int Opens = 0, Closes = 0;
     DCB Dcb{};
     COMMTIMEOUTS Timeouts{};
@@ -69,6 +81,14 @@ struct PortRecord {
     DWORD Access = 0, Share = 0, Flags = 0;  // as CreateFileA got them
 };
 PortRecord& Port(const std::string& name);
+// An adapter pulled out: what is pending and every later call on the open port fail with the error (22, 31, 5 or 995),
+// opening with 2. Put back, it can be opened again, `after` ms later and with stale bytes in it. A port that is still
+// open stays dead, and keeps the name.
+void PullOut(const std::string& name, DWORD error);
+void PutBack(const std::string& name, std::uint32_t after = 0, const std::vector<std::uint8_t>& stale = {});
+// A break or framing error (CE_BREAK, CE_FRAME) on the open port, with the byte that it leaves among those received. Where
+// fAbortOnError is set, all transfers fail with 995 until ClearCommError.
+void LineError(const std::string& name, DWORD errors, std::uint8_t garbage);
 
 // --- message boxes -----------------------------------------------------------------------------------------------
 struct Box {

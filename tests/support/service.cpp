@@ -23,6 +23,7 @@ void Service::SetUp() {
 }
 
 void Service::TearDown() {
+    EXPECT_LE(PlatformControl::LongestTimer(), 200u) << "the port has held up a tick, and the line mutex with it";
     TSPI_providerShutdown(0x20000, PROVIDER_ID);
     DllMain(nullptr, DLL_PROCESS_DETACH, nullptr);
     PlatformControl::MapPort("COM1", nullptr);

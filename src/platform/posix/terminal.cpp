@@ -137,6 +137,12 @@ public:
         pending = !unsent.empty();
         return 0;
     }
+    void Purge(bool in, bool out) override {
+        if (out)
+            unsent.clear();
+        if (in || out)
+            tcflush(fd, in && out ? TCIOFLUSH : in ? TCIFLUSH : TCOFLUSH);
+    }
 };
 
 }  // namespace

@@ -137,6 +137,8 @@ inline constexpr DWORD GENERIC_READ = 0x80000000, GENERIC_WRITE = 0x40000000, OP
 inline constexpr BYTE NOPARITY = 0, ONESTOPBIT = 0, TWOSTOPBITS = 2;
 inline constexpr DWORD DTR_CONTROL_DISABLE = 0, RTS_CONTROL_DISABLE = 0;
 inline constexpr DWORD SETRTS = 3, CLRRTS = 4;
+inline constexpr DWORD PURGE_TXABORT = 1, PURGE_RXABORT = 2, PURGE_TXCLEAR = 4, PURGE_RXCLEAR = 8;
+inline constexpr DWORD CE_FRAME = 8, CE_BREAK = 16;
 struct DCB {
     DWORD DCBlength;
     DWORD BaudRate;
@@ -173,6 +175,7 @@ BOOL WINAPI ReadFile(HANDLE port, LPVOID buffer, DWORD wanted, DWORD* got, OVERL
 BOOL WINAPI WriteFile(HANDLE port, LPCVOID bytes, DWORD count, DWORD* written, OVERLAPPED* overlapped);
 BOOL WINAPI GetOverlappedResult(HANDLE port, OVERLAPPED* overlapped, DWORD* count, BOOL wait);
 BOOL WINAPI CancelIoEx(HANDLE port, OVERLAPPED* overlapped);
+BOOL WINAPI PurgeComm(HANDLE port, DWORD flags);
 BOOL WINAPI FlushFileBuffers(HANDLE port);
 
 // --- registry and private profiles

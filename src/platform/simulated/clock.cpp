@@ -3,7 +3,6 @@
 
 #include <algorithm>
 #include <chrono>
-#include <cstdlib>
 #include <list>
 #include <thread>
 
@@ -52,6 +51,11 @@ bool AtRest() {
 // When the next thing happens by itself: a timer, or the end of a wait.
 bool NextEvent(std::uint32_t& due) {
     bool found = NextTimer(TestNow, due);
+    if (std::uint32_t transfer = 0;
+        NextTransfer(TestNow, transfer) && (!found || static_cast<std::int32_t>(transfer - due) < 0)) {
+        due = transfer;
+        found = true;
+    }
     for (const Waiter* waiter : Waiters)
         if (!waiter->endless && (!found || static_cast<std::int32_t>(waiter->limit - due) < 0)) {
             due = waiter->limit;
@@ -62,6 +66,9 @@ bool NextEvent(std::uint32_t& due) {
 
 void MoveTo(Guard& guard, std::uint32_t now) {
     TestNow = now;
+    ++Busy;  // nobody goes on meanwhile
+    RunTransfers(guard, now);
+    --Busy;
     Wake.notify_all();
     Wake.wait(guard, AtRest);
 }
@@ -84,10 +91,8 @@ bool DriveUntil(Guard& guard, DWORD milliseconds, const std::function<bool()>& r
     while (!ready() && milliseconds != 0) {
         if (StepTowards(guard, limit))
             continue;
-        if (milliseconds == INFINITE) {
-            std::fputs("the test's own thread waits for ever: nothing is left that could end it\n", stderr);
-            std::abort();
-        }
+        if (milliseconds == INFINITE)
+            NeverEnds("a wait without a limit");
         MoveTo(guard, limit);
         break;
     }
@@ -116,7 +121,7 @@ std::uint32_t NowLocked() {
 }
 
 bool WaitUntil(Guard& guard, DWORD milliseconds, const std::function<bool()>& ready) {
-    if (TestClock && std::this_thread::get_id() == Driver)
+    if (DrivesClock())
         return DriveUntil(guard, milliseconds, ready);
     if (ready())
         return true;
@@ -128,6 +133,10 @@ bool WaitUntil(Guard& guard, DWORD milliseconds, const std::function<bool()>& re
         return Wake.wait_for(guard, std::chrono::milliseconds(milliseconds), ready);
     Wake.wait(guard, ready);
     return true;
+}
+
+bool DrivesClock() {
+    return TestClock && std::this_thread::get_id() == Driver;
 }
 
 void Changed() {

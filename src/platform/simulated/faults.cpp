@@ -52,6 +52,7 @@ constexpr Fallible Functions[] = {
     {"WriteFile", NOT_ENOUGH_QUOTA},
     {"GetOverlappedResult", ERROR_IO_DEVICE},
     {"CancelIoEx", ERROR_FILE_NOT_FOUND},
+    {"PurgeComm", ERROR_IO_DEVICE},
     {"FlushFileBuffers", ERROR_IO_DEVICE},
     // registry and private profiles
     {"RegOpenKeyExA", NO_RESOURCES},

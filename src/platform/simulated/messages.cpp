@@ -25,7 +25,8 @@ std::vector<PlatformControl::Box>& Shown = *new std::vector<PlatformControl::Box
 std::uint32_t BoxOpenMs = 0;
 using Answer = std::function<int(const PlatformControl::Box&)>;
 Answer& BoxAnswer = *new Answer;
-bool BoxesPrinted = true;  // on standard error; tests look at Boxes() instead
+std::uint32_t LongestTimer = 0;  // ms, of a timer's procedure that has shown no box
+bool BoxesPrinted = true;        // on standard error; tests look at Boxes() instead
 
 Timer* DueTimer(DWORD threadID) {
     const std::uint32_t now = NowLocked();
@@ -139,6 +140,7 @@ void ResetMessages() {
     Queues.clear();
     Shown.clear();
     BoxOpenMs = 0;
+    LongestTimer = 0;
     BoxAnswer = nullptr;
     BoxesPrinted = false;
 }
@@ -160,8 +162,16 @@ BOOL WINAPI TranslateMessage(const MSG*) {
 }
 
 LRESULT WINAPI DispatchMessageA(const MSG* message) {
-    if (message->message == WM_TIMER && message->lParam != 0)
-        reinterpret_cast<TIMERPROC>(message->lParam)(nullptr, WM_TIMER, message->wParam, message->time);
+    if (message->message != WM_TIMER || message->lParam == 0)
+        return 0;
+    Guard guard(Lock);
+    const std::uint32_t began = NowLocked();
+    const std::size_t boxes = Shown.size();
+    guard.unlock();
+    reinterpret_cast<TIMERPROC>(message->lParam)(nullptr, WM_TIMER, message->wParam, message->time);
+    guard.lock();
+    if (Shown.size() == boxes)
+        LongestTimer = std::max(LongestTimer, NowLocked() - began);
     return 0;
 }
 
@@ -239,4 +249,9 @@ void PlatformControl::KeepBoxesOpen(std::uint32_t milliseconds) {
 void PlatformControl::AnswerBoxes(std::function<int(const Box&)> answer) {
     const Guard guard(Lock);
     BoxAnswer = std::move(answer);
+}
+
+std::uint32_t PlatformControl::LongestTimer() {
+    const Guard guard(Lock);
+    return Simulated::LongestTimer;
 }

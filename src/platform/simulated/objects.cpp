@@ -2,6 +2,7 @@
 #include "platform/simulated/state.h"
 
 #include <atomic>
+#include <cstdlib>
 #include <map>
 #include <system_error>
 #include <thread>
@@ -145,6 +146,28 @@ bool HoldsMutex(const std::string& name) {
     return mutex != nullptr && mutex->owner == GetCurrentThreadId();
 }
 
+void Signal(HANDLE handle, bool signalled) {
+    const auto event = std::dynamic_pointer_cast<Event>(Find(handle));
+    if (event == nullptr)
+        return;
+    event->signalled = signalled;
+    if (signalled)
+        Changed();
+}
+
+void NeverEnds(const std::string& what) {
+    const DWORD self = GetCurrentThreadId();
+    std::string held;
+    for (const auto& [name, object] : Names)
+        if (const auto mutex = std::dynamic_pointer_cast<Mutex>(object.lock());
+            mutex != nullptr && mutex->owner == self)
+            held += (held.empty() ? "" : ", ") + name;
+    std::fprintf(stderr, "%s waits for ever: nothing is left that could end it; it is in %s and holds %s\n",
+                 DrivesClock() ? "the test's own thread" : ("the product's thread " + std::to_string(self)).c_str(),
+                 what.c_str(), held.empty() ? "no mutex" : held.c_str());
+    std::abort();
+}
+
 }  // namespace Simulated
 
 using namespace Simulated;
@@ -205,13 +228,11 @@ BOOL WINAPI SetEvent(HANDLE handle) {
     if (Fails("SetEvent"))
         return FALSE;
     const Guard guard(Lock);
-    const auto event = std::dynamic_pointer_cast<Event>(Find(handle));
-    if (event == nullptr) {
+    if (std::dynamic_pointer_cast<Event>(Find(handle)) == nullptr) {
         SetLastError(ERROR_INVALID_HANDLE);
         return FALSE;
     }
-    event->signalled = true;
-    Changed();
+    Signal(handle, true);
     return TRUE;
 }
 

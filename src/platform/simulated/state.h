@@ -13,6 +13,7 @@
 #include <mutex>
 #include <span>
 #include <string>
+#include <vector>
 
 namespace Simulated {
 
@@ -32,6 +33,7 @@ std::uint32_t NowLocked();  // with Lock held
 // while no other product thread runs; the driving thread (the one that called Reset) lets all others come to rest
 // before it looks, and moves the time while it waits.
 bool WaitUntil(Guard& guard, DWORD milliseconds, const std::function<bool()>& ready);
+bool DrivesClock();  // whether the calling thread moves the test clock
 // Something that a waiting thread may be waiting for has changed.
 void Changed();
 // The calling thread begins and ends as a product thread; ThreadAnnounced comes first, from the one that makes it, so
@@ -51,10 +53,14 @@ struct Object {
 };
 HANDLE Register(std::shared_ptr<Object> object);
 std::shared_ptr<Object> Find(HANDLE handle);
-bool HoldsMutex(const std::string& name);  // the calling thread; with Lock held
-int OpenFiles();                           // files opened with _lopen and _lcreat, and memory (files.cpp)
+bool HoldsMutex(const std::string& name);   // the calling thread; with Lock held
+void Signal(HANDLE event, bool signalled);  // SetEvent and ResetEvent with Lock held; nothing for no event
+// The calling thread is about to wait for ever: says so on standard error, with the mutexes that it holds, and ends the
+// process. With Lock held.
+[[noreturn]] void NeverEnds(const std::string& what);
+int OpenFiles();  // files opened with _lopen and _lcreat, and memory (files.cpp)
 
-// --- ports (ports.cpp)
+// --- ports (ports.cpp); the two about transfers with Lock held
 // What is behind an open port. Each call gives 0, or the error that the caller gets.
 struct Wire {
     virtual ~Wire() = default;
@@ -65,7 +71,12 @@ struct Wire {
     virtual DWORD Read(std::span<std::uint8_t> into, DWORD& got) = 0;
     // `pending` when the bytes have been taken and are not all out yet.
     virtual DWORD Write(std::span<const std::uint8_t> bytes, bool& pending) = 0;
+    virtual void Purge(bool, bool) {}  // throws away what has been received, and what has not gone out
 };
+// When the earliest transfer that is under way goes on, `now` or later; false when none will by itself.
+bool NextTransfer(std::uint32_t now, std::uint32_t& due);
+// With all product threads held at rest; gives the lock away meanwhile.
+void RunTransfers(Guard& guard, std::uint32_t now);
 // A serial device of the system, held by this process alone; null with the error set. Per system.
 std::unique_ptr<Wire> OpenTerminal(const std::string& path);
 

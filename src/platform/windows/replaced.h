@@ -48,6 +48,7 @@ decltype(ReadFile) SimReadFile;
 decltype(WriteFile) SimWriteFile;
 decltype(GetOverlappedResult) SimGetOverlappedResult;
 decltype(CancelIoEx) SimCancelIoEx;
+decltype(PurgeComm) SimPurgeComm;
 decltype(FlushFileBuffers) SimFlushFileBuffers;
 // registry
 decltype(RegOpenKeyExA) SimRegOpenKeyExA;
@@ -116,6 +117,7 @@ extern "C" BOOL WINAPI DllMain(HINSTANCE instance, DWORD reason, LPVOID);
 #define WriteFile SimWriteFile
 #define GetOverlappedResult SimGetOverlappedResult
 #define CancelIoEx SimCancelIoEx
+#define PurgeComm SimPurgeComm
 #define FlushFileBuffers SimFlushFileBuffers
 #define RegOpenKeyExA SimRegOpenKeyExA
 #define RegCreateKeyExA SimRegCreateKeyExA
