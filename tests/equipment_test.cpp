@@ -232,6 +232,7 @@ TEST(EquipmentFaults, EachDoesWhatItSaysAsOftenAsItSays) {
         {"lose 1 data", {good, good, good}},
         {"lose-every 2", {good, "", good}},
         {"flip 2", {bad, bad, good}},
+        {"flip-every 2", {good, bad, good}},
         {"cut 1", {"02 60", good, good}},
         {"repeat 1 control", {good + " " + good, good, good}},
         {"join 1", {"", good + " " + good, good}},

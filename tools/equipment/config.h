@@ -94,11 +94,13 @@ enum class FaultTarget : std::uint8_t { Any, Data, Control };
 
 // Misbehaviour. Counts run down to 0 as they are used up.
 struct Faults {
-    bool silent = false;                    // cable off: nothing in, nothing out; the set still lives
-    FaultTarget target = FaultTarget::Any;  // of the next six
+    bool silent = false;  // cable off: nothing in, nothing out; the set still lives
+    bool ctsLow = false;  // the provider may not send: nothing is taken from the port (by whoever moves the bytes)
+    FaultTarget target = FaultTarget::Any;  // of the next seven
     int loseNext = 0;
     int loseEvery = 0;  // every n-th frame; 0 = none
     int flipNext = 0;   // one bit of the frame changed
+    int flipEvery = 0;  // every n-th frame; 0 = none
     int flipByte = -1;  // which byte of the frame; -1 = one in its middle
     int cutNext = 0;    // only the first half of the frame is sent
     int joinNext = 0;   // kept back, then sent in one piece with the frame after it

@@ -179,7 +179,7 @@ void Machine::Write(ByteSpan frame, bool data) {
             Log("lost: " + Hex(bytes));
             return;
         }
-        if (use(faults.flipNext)) {
+        if (use(faults.flipNext) || (faults.flipEvery > 0 && faultCount % faults.flipEvery == 0)) {
             const std::size_t middle = bytes.size() / 2;
             const std::size_t at = faults.flipByte < 0 ? middle : static_cast<std::size_t>(faults.flipByte);
             bytes[std::min(at, bytes.size() - 1)] ^= 0x01;

@@ -2,12 +2,14 @@
 // from files.
 #include "equipment/pty.h"
 #include "equipment/script.h"
+#include "web/view.h"
 
 #include <algorithm>
 #include <cerrno>
 #include <csignal>
 #include <cstdio>
 #include <cstring>
+#include <optional>
 #include <string>
 #include <unistd.h>
 
@@ -23,13 +25,16 @@ constexpr const char* Usage =
     "  --config FILE   commands carried out first, all at once\n"
     "  --script FILE   commands carried out then, with their waits\n"
     "  --bps N         speed of the line (default 9600; 0 = no pacing)\n"
+    "  --web [ADDRESS:PORT]  show the set in a browser, at 127.0.0.1:6232 without an address; the second line of "
+    "output\n"
+    "                  is what to open. An address of another machine's reach takes the token in that link\n"
     "  --log           show frames and what happens\n"
     "  --help          this text\n";
 
 volatile std::sig_atomic_t Stop = 0;
 
 struct Options {
-    std::string device, link, omna, config, script, bps;
+    std::string device, link, omna, config, script, bps, web;
     bool log = false, help = false;
 };
 
@@ -44,6 +49,11 @@ std::string Read(int count, char** words, Options& options) {
         const std::string word = words[i];
         if (word == "--log" || word == "--help") {
             (word == "--log" ? options.log : options.help) = true;
+            continue;
+        }
+        if (word == "--web") {
+            const bool place = i + 1 < count && words[i + 1][0] != '-';
+            options.web = place ? words[++i] : std::string(Web::DefaultPlace);
             continue;
         }
         const auto entry = std::find_if(std::begin(table), std::end(table), [&](auto& e) { return word == e.name; });
@@ -142,6 +152,16 @@ int main(int count, char** words) {
         };
     }
 
+    std::optional<Web::View> view;
+    if (!options.web.empty()) {
+        view.emplace(machine);
+        if (const std::string error = view->Open(options.web); !error.empty()) {
+            std::fprintf(stderr, "zt_equipment: %s\n", error.c_str());
+            return 1;
+        }
+        Say(view->Link() + "\n");
+    }
+
     std::signal(SIGINT, OnSignal);
     std::signal(SIGTERM, OnSignal);
     std::string kept;
@@ -150,8 +170,11 @@ int main(int count, char** words) {
     while (Stop == 0 && !script.quit && !typed.quit) {
         const std::uint32_t now = PtyLoop::Now();
         Say(script.Step(machine, now) + typed.Step(machine, now));
-        const std::uint32_t due = std::min({script.NextDue(now), typed.NextDue(now), std::uint32_t{500}});
-        std::vector<int> watch;
+        if (view)
+            view->Step(now);
+        const std::uint32_t due =
+            std::min({script.NextDue(now), typed.NextDue(now), view ? view->NextDue() : std::uint32_t{500}});
+        std::vector<int> watch = view ? view->Handles() : std::vector<int>{};
         if (listening)
             watch.push_back(STDIN_FILENO);
         if (!loop.Step(static_cast<int>(due), watch)) {

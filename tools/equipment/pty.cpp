@@ -8,6 +8,7 @@
 #include <cstring>
 #include <fcntl.h>
 #include <poll.h>
+#include <sys/ioctl.h>
 #include <termios.h>
 #include <unistd.h>
 
@@ -104,7 +105,9 @@ bool PtyLoop::Step(int timeoutMs, const std::vector<int>& watch) {
 
     const std::uint32_t due = machine.NextDue(Now());
     const int wait = due < static_cast<std::uint32_t>(std::max(timeoutMs, 0)) ? static_cast<int>(due) : timeoutMs;
-    std::vector<pollfd> files{{master, POLLIN, 0}};
+    ShowCts();
+    // What the provider has written stays with the system until it may be sent.
+    std::vector<pollfd> files{{master, static_cast<short>(machine.faults.ctsLow ? 0 : POLLIN), 0}};
     for (const int file : watch)
         files.push_back({file, POLLIN, 0});
     if (poll(files.data(), files.size(), wait) < 0)
@@ -122,6 +125,15 @@ bool PtyLoop::Step(int timeoutMs, const std::vector<int>& watch) {
         return false;
     }
     return true;
+}
+
+// The card's RTS is the provider's CTS; a pseudo-terminal has neither.
+void PtyLoop::ShowCts() {
+    if (machine.faults.ctsLow == ctsLow)
+        return;
+    ctsLow = machine.faults.ctsLow;
+    const int rts = TIOCM_RTS;
+    ioctl(master, ctsLow ? TIOCMBIC : TIOCMBIS, &rts);
 }
 
 bool PtyLoop::Readable(int file) const {

@@ -46,6 +46,9 @@ private:
     int slave = -1;  // kept open, never read
     std::string path;
     std::vector<int> readable;
+    bool ctsLow = false;  // as last shown on a port that has the wire
+
+    void ShowCts();
 };
 
 }  // namespace Equipment

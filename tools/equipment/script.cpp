@@ -739,9 +739,11 @@ constexpr CommandEntry Commands[] = {
     {"contact", CarryControl<ControlContact>, "contact", "the card has lost contact (60 87)"},
     {"reset", CarryControl<ControlReset>, "reset", "the card starts its link anew (60 88)"},
     {"silence", CarrySwitch<&Faults::silent>, "silence on|off", "the cable is off"},
+    {"cts-low", CarrySwitch<&Faults::ctsLow>, "cts-low on|off", "the provider may not send"},
     {"lose", CarryFault<&Faults::loseNext>, "lose N [data|control]", "the next N frames are lost"},
     {"lose-every", CarryFault<&Faults::loseEvery>, "lose-every N [data|control]", "every N-th frame; 0 = none"},
     {"flip", CarryFault<&Faults::flipNext>, "flip N [data|control]", "one bit of each is wrong"},
+    {"flip-every", CarryFault<&Faults::flipEvery>, "flip-every N [data|control]", "in every N-th frame; 0 = none"},
     {"cut", CarryFault<&Faults::cutNext>, "cut N [data|control]", "only half of each comes"},
     {"join", CarryFault<&Faults::joinNext>, "join N [data|control]", "they come in one piece with the next"},
     {"repeat", CarryFault<&Faults::repeatNext>, "repeat N [data|control]", "each comes twice"},
@@ -782,21 +784,27 @@ bool IsError(const std::string& answer) {
 }
 
 std::string Execute(Machine& machine, const std::string& line, std::uint32_t nowMs) {
-    const std::lock_guard lock(machine.guard);
-    machine.Tick(nowMs);
     const auto words = Split(line);
     if (!words)
         return "error: a quotation mark is missing";
-    if (words->empty() || (*words)[0][0] == '#')
+    if (!words->empty() && words->front().starts_with('#'))
+        return Execute(machine, Words{}, nowMs);
+    return Execute(machine, *words, nowMs);
+}
+
+std::string Execute(Machine& machine, const std::vector<std::string>& words, std::uint32_t nowMs) {
+    const std::lock_guard lock(machine.guard);
+    machine.Tick(nowMs);
+    if (words.empty())
         return "";
     for (const CommandEntry& entry : Commands) {
-        if (entry.carry == nullptr || (*words)[0] != entry.name)
+        if (entry.carry == nullptr || words[0] != entry.name)
             continue;
-        Arguments in{*words};
+        Arguments in{words};
         const std::string answer = entry.carry(machine, in);
         return in.error.empty() ? answer : "error: " + in.error;
     }
-    return "error: there is no command '" + (*words)[0] + "' (help lists them)";
+    return "error: there is no command '" + words[0] + "' (help lists them)";
 }
 
 bool Script::Load(const std::string& path) {

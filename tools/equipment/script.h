@@ -7,6 +7,7 @@
 #include <cstdint>
 #include <deque>
 #include <string>
+#include <vector>
 
 namespace Equipment {
 
@@ -14,6 +15,8 @@ namespace Equipment {
 // gives a text that begins with "error: " and changes nothing. `wait` and `quit` are known but do nothing here: they
 // are for whoever reads the lines, see Script.
 std::string Execute(Machine& machine, const std::string& line, std::uint32_t nowMs);
+// The same with the line's words, each as it is: nothing in them is a quotation mark or a comment.
+std::string Execute(Machine& machine, const std::vector<std::string>& words, std::uint32_t nowMs);
 bool IsError(const std::string& answer);
 std::string HelpText();
 
