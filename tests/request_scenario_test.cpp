@@ -147,6 +147,7 @@ TEST_P(Asked, AnswerAndDrop) {
         {"app answer 0", "", "= 8000001c"},
         {"incoming 2 4722", "", Offered(0)},
         {"app drop 0"},  // waits for the caller
+        {"wait 60000"},
         {"app answer 0", "", "= 8000004b", "can't do two async requests at the same time!"},
         {"caller-hangs-up 2", "", Ended(0) + ", REPLY 6 0"},
         {"app drop 7", "", "= 80000048", "Quit TSPI_lineDrop:dwRequestID:8, cref:7"},

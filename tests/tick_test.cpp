@@ -160,6 +160,26 @@ TEST_F(Ticking, MadeCallThatLightsNoKeyEndsAtThe20thTick) {
     EXPECT_TRUE(Traced("Time out:Icone:3 éteint - Etat:IDLE - Ref:0"));
 }
 
+TEST_F(Ticking, RequestThatNothingAnswersFailsWhenItsTimeIsOver) {
+    Link.LinkStopped = true;  // whose presses are lost
+    for (const auto& [request, limit] : {std::pair{RunningRequestRecord{REQUEST_DROP, 0}, 600},
+                                         {RunningRequestRecord{REQUEST_BLIND_TRANSFER, 0}, 600},
+                                         {RunningRequestRecord{REQUEST_SETUP_TRANSFER, 0, 1}, 600},
+                                         {RunningRequestRecord{REQUEST_DROP, 0, -1, false}, 3000}}) {
+        ProviderState.PendingRequestID = 7;
+        RunningRequest = request;
+        Tracking.SecondCallDropReq = 1;
+        Ticks(limit - 1);
+        EXPECT_THAT(LineEvents(), IsEmpty());
+        Ticks(1);
+        EXPECT_THAT(LineEvents(), ElementsAre("REPLY 7 80000048"));
+        EXPECT_EQ(RunningRequest.Code, REQUEST_NONE);
+        EXPECT_EQ(Tracking.SecondCallDropReq, request.Code == REQUEST_DROP ? 0 : 1);
+    }
+    Ticks(3000);
+    EXPECT_THAT(LineEvents(), IsEmpty());
+}
+
 TEST_F(Ticking, PressesTheVoiceFrequencyKeyOnceFourSecondsAfterDigits) {
     Link.ProcessData = true;
     CopyText(Settings.SoftKeyLabels[SK_CANCEL_FREQ_VOCALE], "FV!");

@@ -19,6 +19,11 @@ RequestMarks Marks;
 
 namespace {
 
+// Ticks of 100 ms. A press shows within seconds, the Transfer key of a blind transfer when its destination rings, on a
+// public network too; a caller rings for a few minutes at most.
+constexpr int PRESSED_LIMIT = 600;
+constexpr int WAITING_LIMIT = 3000;
+
 using Request = const ProviderStateRecord&;
 
 // lineMakeCall and lineDial.
@@ -110,7 +115,8 @@ LONG Finish(End ends, LONG result, DRV_REQUESTID request, ProviderStateRecord& p
             provider.PendingRequestID = 0;
             return result;
         }
-        RunningRequest = {REQUEST_DROP, provider.RequestCref, -1};
+        RunningRequest = {REQUEST_DROP, provider.RequestCref};
+        RunningRequest.Pressed = result == 0;
         return static_cast<LONG>(request);
     case End::LATER: return static_cast<LONG>(request);
     case End::ANSWERED: break;
@@ -119,6 +125,17 @@ LONG Finish(End ends, LONG result, DRV_REQUESTID request, ProviderStateRecord& p
 }
 
 }  // namespace
+
+void WatchRunningRequest() {
+    if (RunningRequest.Code == REQUEST_NONE ||
+        ++RunningRequest.Ticks < (RunningRequest.Pressed ? PRESSED_LIMIT : WAITING_LIMIT))
+        return;
+    Trace(TRACE_ALWAYS, "Request %d Running cref %04x: nothing shown after %d ticks => LINE_REPLY failed",
+          RunningRequest.Code, RunningRequest.Cref, RunningRequest.Ticks);
+    if (RunningRequest.Code == REQUEST_DROP)
+        Tracking.SecondCallDropReq = 0;  // else the end of the held call would be taken for that of the other
+    FailPendingRequest();
+}
 
 LONG DispatchRequest(int code, ProviderStateRecord& provider) {
     if (Tick.SpStopped)

@@ -34,8 +34,13 @@ struct RunningRequestRecord {
     int Code = REQUEST_NONE;
     int Cref = -1;
     int ConsultCref = -1;  // second call of a transfer; of a blind one -1 until the set shows it
+    bool Pressed = true;   // false: a drop that waits for its call to end by itself
+    int Ticks = 0;
 };
 extern RunningRequestRecord RunningRequest;
+// Counts its time, at every tick. One that the set does not answer (a lost press) fails when that is over: all other
+// requests wait for it.
+void WatchRunningRequest();
 
 struct CrefMark {
     bool Set = false;

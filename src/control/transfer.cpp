@@ -124,7 +124,7 @@ LONG DoBlindTransfer(int cref) {
     PressSequence presses;
     presses.DialString(destination);
     presses.Send();
-    RunningRequest = {REQUEST_BLIND_TRANSFER, cref, -1};
+    RunningRequest = {REQUEST_BLIND_TRANSFER, cref};
     Trace(TRACE_ENTRY, "BlindTransfer Running ReqId %d cref %d", ProviderState.PendingRequestID, cref);
     return 0;
 }

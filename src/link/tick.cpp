@@ -290,6 +290,7 @@ void KickTransmitter() {
 
 // One tick; a step that gives true ends it.
 void RunTick(bool& held) {
+    WatchRunningRequest();  // of a stopped link too, whose presses are lost
     if (Link.LinkStopped || Tick.SpStopped)
         return;
     if (Tracking.ForwardAckTicks > 0)
