@@ -58,11 +58,14 @@ void GetConfig(const Object& object, ConfigData& data) {
 }
 
 // Whether the serial thread runs with the old port. TAPI is then told to start the provider anew, and nothing opens
-// before it has.
-bool AskForRestart() {
+// before it has; without a thread the new port is the one that the next open takes.
+bool NeedsRestart() {
     const HeldLineMutex mutex;  // where it cannot be had, the restart is asked for all the same
-    if (!SerialThreadRuns())
+    if (!SerialThreadRuns()) {
+        if (mutex.held)
+            LoadIniStrings(ProviderState.PermanentProviderID);
         return false;
+    }
     DoLineEvent(LINE_LINEDEVSTATE, LINEDEVSTATE_REINIT, 0, -1);
     Process.RestartRequired = true;
     return true;
@@ -72,7 +75,7 @@ void SetConfigPort(const Object&, ConfigData& data) {
     data.PortName[SETTING_SIZE - 1] = 0;
     Trace(TRACE_ENTRY, " Rcv Port '%s'", static_cast<const char*>(data.PortName));
     RegWriteSetting(SECTION_PROVIDER, "Port", data.PortName);
-    if (AskForRestart())
+    if (NeedsRestart())
         ErrorBox("Serial Port configuration modified.\n\nClose and restart the application.");
 }
 
