@@ -4,6 +4,7 @@
 
 #include "config/settings.h"
 #include "control/requests.h"
+#include "devices/line_requests.h"
 #include "link/serial.h"
 #include "platform/text.h"
 #include "support/fixture.h"
@@ -133,6 +134,54 @@ TEST_F(StartAndStop, SecondOpenStartsTheRecordsAnewUnderTheMutexWhileTicksRun) {
     EXPECT_EQ(TSPI_providerShutdown(0x20000, 4), 0);
     EXPECT_FALSE(Process.RestartRequired);
     EXPECT_EQ(Process.LineMutex, nullptr);
+}
+
+// An application that asks for more as soon as it hears of an end.
+bool CompletedUnderTheMutex;
+std::vector<DRV_REQUESTID> Completed;
+void CALLBACK AskNext(DRV_REQUESTID request, LONG) {
+    Completed.push_back(request);
+    CompletedUnderTheMutex = ReleaseMutex(Process.LineMutex) != 0;
+    WaitForSingleObject(Process.LineMutex, INFINITE);
+    if (request != 7)
+        return;
+    if (SerialThreadRuns()) {
+        ProviderState.PendingRequestID = 8;
+        RunningRequest = {REQUEST_DROP, 3};
+    } else {
+        appCall(0, REQUEST_HOLD, ProviderState, 8);
+    }
+}
+
+TEST_F(StartAndStop, RequestFromWithinACompletionIsNeitherLostNorStartsAgainWhatStops) {
+    ASSERT_EQ(Open(), 0);
+    ProviderState.CompletionProc = AskNext;
+    for (const bool opens : {true, false}) {
+        Completed.clear();
+        ProviderState.PendingRequestID = 7;
+        EXPECT_EQ(opens ? Open() : TSPI_lineClose(Line), 0);
+        EXPECT_TRUE(CompletedUnderTheMutex);
+        EXPECT_EQ(SerialThreadRuns(), opens);
+        EXPECT_EQ(RunningRequest.Code, opens ? REQUEST_DROP : REQUEST_NONE);
+        EXPECT_EQ(ProviderState.PendingRequestID, opens ? 8u : 0u);
+        EXPECT_EQ(Completed.back(), opens ? 7u : 8u) << "none is left without its completion";
+    }
+    EXPECT_FALSE(HeldTheMutex());
+    EXPECT_EQ(Open(), 0) << "as ever";
+}
+
+TEST_F(StartAndStop, PortChosenWithoutAThreadIsTheOneThatTheNextOpenTakes) {
+    for (const char* before : {"NONE", "COM3"}) {
+        Process.OpenCount = 0;
+        Initialise(before);
+        std::uint8_t chosen[176] = {2, 172};  // a new serial port, from the dialog
+        std::memcpy(chosen + 12, "COM1", 4);
+        EXPECT_EQ(TSPI_providerGenericDialogData(6, 1, chosen, sizeof chosen), 0);
+        EXPECT_FALSE(HeldTheMutex());
+        EXPECT_EQ(Open(), 0) << before;
+        EXPECT_STREQ(ProviderState.PortName, "COM1");
+        ASSERT_EQ(TSPI_lineClose(Line), 0);
+    }
 }
 
 TEST_F(StartAndStop, LineMutexOfAnotherProcessIsWaitedForAndLeftFree) {

@@ -50,12 +50,12 @@ struct EntryTexts {
     const char* Negative;  // result, code
 };
 
-// The request itself is lost; TAPI is told so. lineMakeCall refuses by itself when the port did not open, and a request is
+// The request itself is lost; TAPI is told so. Nothing is started under a stop, whose completion it may have come from. lineMakeCall refuses by itself when the port did not open, and a request is
 // never answered twice.
 LONG StartInstead(int code, const ProviderStateRecord& provider, DRV_REQUESTID request, const char* text) {
     Trace(TRACE_ENTRY, text);
     FailPendingRequest();  // of a thread that ended by itself
-    if (StartSerialThread() == 0)
+    if (!Process.Stopping && StartSerialThread() == 0)
         ReleaseLineMutex(0);  // the start's hold; the entry point keeps its own
     if (code != REQUEST_MAKE_CALL || provider.DeviceState != DEVICE_OUT_OF_SERVICE)
         CompleteRequest(ProviderState, request, Error(LINEERR_OPERATIONFAILED));

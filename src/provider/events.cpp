@@ -111,9 +111,13 @@ void ForgetPickUp(int cref) {
         Tracking.PickUpCref = -1;
 }
 
-void FailPendingRequest() {
+DRV_REQUESTID TakePendingRequest() {
     RunningRequest = RunningRequestRecord{};
-    SendCompletion(ProviderState, static_cast<LONG>(LINEERR_OPERATIONFAILED));
+    return std::exchange(ProviderState.PendingRequestID, 0);
+}
+
+void FailPendingRequest() {
+    CompleteRequest(ProviderState, TakePendingRequest(), static_cast<LONG>(LINEERR_OPERATIONFAILED));
 }
 
 void CompleteRunningDrop(int cref) {

@@ -40,6 +40,10 @@ void CompleteRunningDrop(int cref);
 // seized is not its call.
 void ForgetPickUp(int cref);
 
+// Takes the pending request back without completing it: no request is pending or running any more. Gives its identifier,
+// 0 if there was none.
+DRV_REQUESTID TakePendingRequest();
+
 // Completes whatever request is pending with LINEERR_OPERATIONFAILED: the serial thread that could have ended it is gone, or
 // its records are about to start anew.
 void FailPendingRequest();

@@ -102,16 +102,25 @@ void ProviderInitAgain() {
     // While a serial thread runs for the other device, its ticks read the same records.
     const bool shared = SerialThreadRuns();
     const LONG wait = shared ? WaitLineMutex() : -1;
-    FailPendingRequest();
+    const DRV_REQUESTID pending = TakePendingRequest();
     ProviderInitCommon(ProviderState.PermanentProviderID, ProviderState.ProviderHandle, ProviderState.LineDeviceID,
                        ProviderState.PhoneDeviceID, ProviderState.CompletionProc);
+    // Told behind all this, which would wipe out what TAPI asks for when it hears of it. Under the mutex, which there may
+    // be none of before and behind.
+    if (pending != 0) {
+        const LONG own = WaitLineMutex();
+        CompleteRequest(ProviderState, pending, OPERATION_FAILED);
+        if (GotLineMutex(own))
+            ReleaseLineMutex(0);
+    }
     // A port that is no longer configured has shut the provider down, mutex included.
     if (GotLineMutex(wait) && Process.LineMutex != nullptr)
         ReleaseLineMutex(0);
 }
 
 bool SerialThreadRuns() {
-    if (Process.SerialThread != nullptr && WaitForSingleObject(Process.SerialThread, 0) == WAIT_OBJECT_0)
+    if (Process.SerialThread != nullptr && !Process.Stopping &&  // else its handle is the stop's
+        WaitForSingleObject(Process.SerialThread, 0) == WAIT_OBJECT_0)
         CloseAndForget(Process.SerialThread);
     return Process.SerialThread != nullptr;
 }
@@ -154,6 +163,7 @@ LONG StopSerialThread() {
         return 0;
     }
     Trace(TRACE_ENTRY, "StopSerialThread Request");
+    Process.Stopping = true;
     ReleaseLineMutex(0);  // the serial thread's last tick may need it
     StopRequest = true;
     const DWORD wait = WaitForSingleObject(Process.SerialThread, STOP_WAIT_MS);
@@ -166,6 +176,7 @@ LONG StopSerialThread() {
     CloseAndForget(Process.SerialReadyEvent);
     WaitLineMutex();
     FailPendingRequest();
+    Process.Stopping = false;
     return 0;
 }
 

@@ -18,6 +18,7 @@ struct ProcessRecord {
     HANDLE SerialThread = nullptr;      // null while no serial thread runs
     DWORD SerialThreadID = 0;
     std::int32_t OpenCount = 0;    // opens of line and phone, never decremented
+    bool Stopping = false;         // the thread is being stopped: no request starts it again meanwhile
     bool RestartRequired = false;  // the serial port setting was changed: opens refuse until the provider restarts
 };
 extern ProcessRecord Process;
