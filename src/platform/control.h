@@ -33,8 +33,10 @@ void Reset();
 // With the test clock nothing waits for real time. Time moves only by Advance, or while the test's own thread is inside
 // a wait with a time-out (or without one) that nothing satisfies: then due timers fire one after the other, in order,
 // until the wait is satisfied or its time is over. Whenever time stands still, every thread with a message loop has
-// come to rest in it. Product threads run one at a time, in the order in which they were made, and a wait of the test's
-// own thread lets all of them come to rest before it looks: the same test gives the same order each time.
+// come to rest in it. Product threads run one at a time, in the order in which they were made, and only while the test's
+// own thread waits or moves the time: a wait of that one lets all of them come to rest before it looks. The same test
+// gives the same order each time. A thread belongs to the clock under which it was made: none may be left when the other
+// clock comes.
 void UseSystemClock();
 void UseTestClock(std::uint32_t now);
 std::uint32_t Now();  // of the clock in use, ms

@@ -1,10 +1,15 @@
-// The clock and everything that waits for it.
+// The clock and everything that waits for it. Under the system's clock the product's threads are threads, and wait on one
+// condition variable. Under the test clock they are fibers of the driving thread: it resumes them one after the other
+// whenever it waits itself or moves the time, each until it waits.
+#include "platform/simulated/fiber.h"
 #include "platform/simulated/state.h"
 
 #include <algorithm>
 #include <chrono>
-#include <list>
+#include <cstdlib>
+#include <iterator>
 #include <thread>
+#include <vector>
 
 namespace Simulated {
 
@@ -16,36 +21,53 @@ std::condition_variable& Wake = *new std::condition_variable;
 bool TestClock = false;
 std::uint32_t TestNow = 0;
 std::thread::id Driver;  // the thread that moves the test clock
-int Busy = 0;            // product threads that are neither waiting nor ended
-thread_local bool IsProductThread = false;
 
 std::uint32_t SystemNow() {
     using namespace std::chrono;
     return static_cast<std::uint32_t>(duration_cast<milliseconds>(steady_clock::now().time_since_epoch()).count());
 }
 
-// A wait in progress by another thread than the driving one. One that could end now is not at rest, though its thread
-// may not have woken up yet.
-struct Waiter {
-    DWORD thread;
-    const std::function<bool()>& ready;
-    bool endless;
-    std::uint32_t limit;
-    bool Over() const { return ready() || (!endless && Passed(TestNow, limit)); }
+// A product thread under the test clock, and what it waits for: at first for its turn.
+struct FiberThread {
+    FiberThread(DWORD number, std::function<void()> body) : id(number), fiber(std::move(body)) {}
+    DWORD id;
+    Fiber fiber;
+    std::uint32_t limit = 0;  // of its wait
+    const std::function<bool()>* ready = nullptr;
+    bool endless = false;
+    DWORD error = 0;  // its last error: the system keeps one for the driving thread
+    bool WaitIsOver() const { return ready == nullptr || (*ready)() || (!endless && Passed(TestNow, limit)); }
 };
-std::list<const Waiter*>& Waiters = *new std::list<const Waiter*>;
+std::vector<std::unique_ptr<FiberThread>>& FiberThreads = *new std::vector<std::unique_ptr<FiberThread>>;
+// Of tests that are over. They never go on, but what stands on their stacks stays in reach of the leak checker.
+std::vector<std::unique_ptr<FiberThread>>& Stranded = *new std::vector<std::unique_ptr<FiberThread>>;
+FiberThread* Current = nullptr;  // the one that runs; null: the driving thread itself
 
-// Of those whose wait could end now, the thread that was made first: an order that no scheduler changes.
-const Waiter* FirstOver() {
-    const Waiter* first = nullptr;
-    for (const Waiter* waiter : Waiters)
-        if (waiter->Over() && (first == nullptr || waiter->thread < first->thread))
-            first = waiter;
-    return first;
-}
-
-bool AtRest() {
-    return Busy == 0 && FirstOver() == nullptr;
+// Those that can go on do so until all wait, in the order in which they were made.
+void LetAllRest(Guard& guard) {
+    if (Current != nullptr) {
+        std::fputs("a product thread moves the test clock\n", stderr);
+        std::abort();
+    }
+    const auto next = [] {
+        return std::find_if(FiberThreads.begin(), FiberThreads.end(),
+                            [](const auto& thread) { return thread->WaitIsOver(); });
+    };
+    for (auto turn = next(); turn != FiberThreads.end(); turn = next()) {
+        FiberThread& thread = **turn;
+        guard.unlock();
+        const DWORD ownID = SwapThreadID(thread.id), ownError = GetLastError();
+        Current = &thread;
+        SetLastError(thread.error);
+        thread.fiber.Resume();
+        thread.error = GetLastError();
+        Current = nullptr;
+        SwapThreadID(ownID);
+        SetLastError(ownError);
+        guard.lock();
+        if (thread.fiber.Over())
+            std::erase_if(FiberThreads, [&](const auto& over) { return over.get() == &thread; });
+    }
 }
 
 // When the next thing happens by itself: a timer, or the end of a wait.
@@ -56,9 +78,9 @@ bool NextEvent(std::uint32_t& due) {
         due = transfer;
         found = true;
     }
-    for (const Waiter* waiter : Waiters)
-        if (!waiter->endless && (!found || static_cast<std::int32_t>(waiter->limit - due) < 0)) {
-            due = waiter->limit;
+    for (const auto& thread : FiberThreads)
+        if (!thread->endless && (!found || static_cast<std::int32_t>(thread->limit - due) < 0)) {
+            due = thread->limit;
             found = true;
         }
     return found;
@@ -66,11 +88,8 @@ bool NextEvent(std::uint32_t& due) {
 
 void MoveTo(Guard& guard, std::uint32_t now) {
     TestNow = now;
-    ++Busy;  // nobody goes on meanwhile
     RunTransfers(guard, now);
-    --Busy;
-    Wake.notify_all();
-    Wake.wait(guard, AtRest);
+    LetAllRest(guard);
 }
 
 // Moves the time to the next event at `limit` or before, and lets it run; false when there is none. A timer whose
@@ -87,7 +106,7 @@ bool StepTowards(Guard& guard, std::uint32_t limit) {
 bool DriveUntil(Guard& guard, DWORD milliseconds, const std::function<bool()>& ready) {
     constexpr std::uint32_t FOREVER = 0x40000000;  // 12 days: an endless wait that nothing can end
     const std::uint32_t limit = TestNow + std::min<std::uint32_t>(milliseconds, FOREVER);
-    Wake.wait(guard, AtRest);
+    LetAllRest(guard);
     while (!ready() && milliseconds != 0) {
         if (StepTowards(guard, limit))
             continue;
@@ -99,18 +118,14 @@ bool DriveUntil(Guard& guard, DWORD milliseconds, const std::function<bool()>& r
     return ready();
 }
 
-// Any other thread under the test clock. Product threads go on one at a time.
 bool WaitForTurn(Guard& guard, DWORD milliseconds, const std::function<bool()>& ready) {
-    const Waiter waiter{GetCurrentThreadId(), ready, milliseconds == INFINITE, TestNow + milliseconds};
-    Waiters.push_back(&waiter);
-    if (IsProductThread)
-        --Busy;
-    Wake.notify_all();
-    Wake.wait(guard, [&] { return Busy == 0 && FirstOver() == &waiter; });
-    if (IsProductThread)
-        ++Busy;
-    Waiters.remove(&waiter);
-    Wake.notify_all();  // it may have been in front of another one
+    FiberThread& self = *Current;
+    self.ready = &ready;
+    self.endless = milliseconds == INFINITE;
+    self.limit = TestNow + milliseconds;
+    guard.unlock();
+    self.fiber.Suspend();
+    guard.lock();
     return ready();
 }
 
@@ -127,7 +142,7 @@ bool WaitUntil(Guard& guard, DWORD milliseconds, const std::function<bool()>& re
         return true;
     if (milliseconds == 0)
         return false;
-    if (TestClock)
+    if (Current != nullptr)
         return WaitForTurn(guard, milliseconds, ready);
     if (milliseconds != INFINITE)
         return Wake.wait_for(guard, std::chrono::milliseconds(milliseconds), ready);
@@ -136,33 +151,26 @@ bool WaitUntil(Guard& guard, DWORD milliseconds, const std::function<bool()>& re
 }
 
 bool DrivesClock() {
-    return TestClock && std::this_thread::get_id() == Driver;
+    return TestClock && Current == nullptr && std::this_thread::get_id() == Driver;
 }
 
 void Changed() {
     Wake.notify_all();
 }
 
-void ThreadAnnounced() {
-    ++Busy;
-}
-
-void ThreadBegins(Guard& guard) {
-    IsProductThread = true;
-    if (TestClock)
-        WaitForTurn(guard, 0, [] { return true; });
-}
-
-void ThreadEnds() {
-    --Busy;
-    Wake.notify_all();
+bool StartFiberThread(DWORD id, std::function<void()> body) {
+    if (!TestClock)
+        return false;
+    FiberThreads.push_back(std::make_unique<FiberThread>(id, std::move(body)));
+    return true;
 }
 
 void ResetClock() {
     TestClock = true;
     TestNow = 1'000'000;
     Driver = std::this_thread::get_id();
-    Busy = 0;
+    std::move(FiberThreads.begin(), FiberThreads.end(), std::back_inserter(Stranded));
+    FiberThreads.clear();
 }
 
 }  // namespace Simulated
@@ -195,7 +203,7 @@ void PlatformControl::Advance(std::uint32_t milliseconds) {
     if (!TestClock)
         return;
     const std::uint32_t limit = TestNow + milliseconds;
-    Wake.wait(guard, AtRest);
+    LetAllRest(guard);
     while (StepTowards(guard, limit)) {
     }
     MoveTo(guard, limit);
@@ -204,5 +212,5 @@ void PlatformControl::Advance(std::uint32_t milliseconds) {
 void PlatformControl::Settle() {
     Guard guard(Lock);
     if (TestClock)
-        Wake.wait(guard, AtRest);
+        LetAllRest(guard);
 }

@@ -101,7 +101,8 @@ void JoinEnded() {
         ended.swap(Ended);
     }
     for (const auto& thread : ended)
-        thread->system.join();
+        if (thread->system.joinable())
+            thread->system.join();
 }
 
 // At the end of the process, or when the library is unloaded. Threads that still run then are not waited for.
@@ -111,17 +112,13 @@ struct LastJoin {
 
 void RunThread(const std::shared_ptr<Thread>& thread, LPTHREAD_START_ROUTINE start, LPVOID argument, DWORD id) {
     ThreadID = id;
-    {
-        Guard guard(Lock);
-        ThreadBegins(guard);
-    }
     start(argument);
     const Guard ended(Lock);
     thread->over = true;
     --Running;
     Ended.push_back(thread);
     Abandon(id);
-    ThreadEnds();
+    Changed();
 }
 
 }  // namespace
@@ -136,6 +133,10 @@ HANDLE Register(std::shared_ptr<Object> object) {
 std::shared_ptr<Object> Find(HANDLE handle) {
     const auto found = Handles.find(handle);
     return found == Handles.end() ? nullptr : found->second;
+}
+
+DWORD SwapThreadID(DWORD id) {
+    return std::exchange(ThreadID, id);
 }
 
 bool HoldsMutex(const std::string& name) {
@@ -244,13 +245,13 @@ HANDLE WINAPI CreateThread(SECURITY_ATTRIBUTES*, SIZE_T, LPTHREAD_START_ROUTINE 
     const auto thread = std::make_shared<Thread>();
     const DWORD id = NextThreadID++;
     try {
-        thread->system = std::thread(RunThread, thread, start, argument, id);
+        if (!StartFiberThread(id, [=] { RunThread(thread, start, argument, id); }))
+            thread->system = std::thread(RunThread, thread, start, argument, id);
     } catch (const std::system_error&) {
         SetLastError(ERROR_NOT_ENOUGH_MEMORY);
         return nullptr;
     }
     ++Running;
-    ThreadAnnounced();  // it cannot have looked yet: the lock is held
     if (threadID != nullptr)
         *threadID = id;
     return Register(thread);

@@ -29,18 +29,16 @@ inline bool Passed(std::uint32_t now, std::uint32_t due) {
 // --- the clock (clock.cpp)
 std::uint32_t NowLocked();  // with Lock held
 // Waits, with the lock held, until `ready` holds (true), or until `milliseconds` have passed (false; INFINITE never).
-// `ready` may be asked by any thread. With the test clock, a thread that waits here counts as at rest, and goes on only
-// while no other product thread runs; the driving thread (the one that called Reset) lets all others come to rest
-// before it looks, and moves the time while it waits.
+// `ready` may be asked by any thread. With the test clock, a thread that waits here counts as at rest, and goes on when
+// the driving thread (the one that called Reset) waits or moves the time: that one lets all others come to rest before it
+// looks, and moves the time while it waits.
 bool WaitUntil(Guard& guard, DWORD milliseconds, const std::function<bool()>& ready);
-bool DrivesClock();  // whether the calling thread moves the test clock
+bool DrivesClock();  // whether the caller is the driving thread itself
 // Something that a waiting thread may be waiting for has changed.
 void Changed();
-// The calling thread begins and ends as a product thread; ThreadAnnounced comes first, from the one that makes it, so
-// that nobody finds everything at rest in between.
-void ThreadAnnounced();
-void ThreadBegins(Guard& guard);
-void ThreadEnds();
+// With the test clock: `body` is a product thread of this number, and begins when the driving thread waits next. False
+// with the system's clock, under which it takes a thread of the system.
+bool StartFiberThread(DWORD id, std::function<void()> body);
 // Earliest due time after `now` of all timers; false when there is none. In messages.cpp.
 bool NextTimer(std::uint32_t now, std::uint32_t& due);
 void ForgetTimersOf(DWORD threadID);
@@ -53,6 +51,7 @@ struct Object {
 };
 HANDLE Register(std::shared_ptr<Object> object);
 std::shared_ptr<Object> Find(HANDLE handle);
+DWORD SwapThreadID(DWORD id);               // gives the calling thread another number; returns the one that it had
 bool HoldsMutex(const std::string& name);   // the calling thread; with Lock held
 void Signal(HANDLE event, bool signalled);  // SetEvent and ResetEvent with Lock held; nothing for no event
 // The calling thread is about to wait for ever: says so on standard error, with the mutexes that it holds, and ends the
