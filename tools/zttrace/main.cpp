@@ -1,5 +1,6 @@
 // zttrace: the provider's trace files in words.
 #include "zttrace/files.h"
+#include "zttrace/html.h"
 #include "zttrace/replay.h"
 #include "zttrace/report.h"
 #include "zttrace/texts.h"
@@ -27,15 +28,17 @@ constexpr const char* Usage =
     "              commas between; lines that are always written, and texts that are not known, stay\n"
     "  -c CREF     only lines about the call with this reference (decimal)\n"
     "  -k KEY      only lines, frames and messages about this key; with -c: about either\n"
+    "  --html FILE write all of it as one page for a browser: what went wrong, who said what, the calls, the set\n"
+    "  --summary   print what went wrong, or may have, and nothing else\n"
     "  -r FILE     write what was received to FILE, as a script for zt_equipment --script, and print nothing\n"
     "  --help      this text\n";
 
 constexpr auto PollPause = std::chrono::milliseconds(200);
 
 struct Options {
-    bool follow = false, help = false;
+    bool follow = false, help = false, summary = false;
     Filter filter;
-    std::string replay;
+    std::string replay, html;
     std::vector<Path> files;
 };
 
@@ -53,12 +56,14 @@ std::string ReadOptions(const std::vector<std::string>& words, Options& options)
             options.follow = true;
         } else if (word == "--help") {
             options.help = true;
-        } else if (word == "-l" || word == "-c" || word == "-k" || word == "-r") {
+        } else if (word == "--summary") {
+            options.summary = true;
+        } else if (word == "-l" || word == "-c" || word == "-k" || word == "-r" || word == "--html") {
             if (++i == words.size())
                 return word + " needs a value";
             const std::string& value = words[i];
-            if (word == "-r") {
-                options.replay = value;
+            if (word == "-r" || word == "--html") {
+                (word == "-r" ? options.replay : options.html) = value;
                 continue;
             }
             const auto number = ReadNumber(value);
@@ -80,8 +85,10 @@ std::string ReadOptions(const std::vector<std::string>& words, Options& options)
         return "no file is named";
     if (options.follow && (options.files.size() != 1 || options.files[0] == "-"))
         return "-f follows one file, or one directory";
-    if (options.follow && !options.replay.empty())
-        return "-f and -r do not go together";
+    const int outputs = (options.follow ? 1 : 0) + (options.replay.empty() ? 0 : 1) + (options.html.empty() ? 0 : 1) +
+                        (options.summary ? 1 : 0);
+    if (outputs > 1)
+        return "of -f, -r, --html and --summary one at a time";
     return "";
 }
 
@@ -117,6 +124,21 @@ int Follow(const Path& named, const TakeLine& take) {
     }
 }
 
+int WriteStory(const Options& options, const Story& story) {
+    if (story.lines.empty())
+        return Fail("the trace is empty");
+    if (options.summary) {
+        std::fputs(Summary(story).c_str(), stdout);
+        return 0;
+    }
+    std::ofstream out(options.html, std::ios::binary);
+    WriteHtml(out, story, options.files[0].filename().string());
+    out << std::flush;
+    if (!out)
+        return Fail(options.html + " cannot be written");
+    return 0;
+}
+
 int WriteReplay(const std::string& name, const Replay& replay) {
     if (replay.frames == 0)
         return Fail("no received frame in the trace: its mask must hold 4 (input)");
@@ -146,13 +168,20 @@ int main(int count, char** words) {
 
     Report report;
     Replay replay;
+    StoryTeller teller;
+    const bool story = options.summary || !options.html.empty();
     report.filter = options.filter;
     if (options.replay.empty()) {
         report.print = [](const std::string& line) { std::fputs((line + "\n").c_str(), stdout); };
     } else {
         report.onDump = [&](const Line& line, const Dump& dump) { replay.Take(line, dump); };
     }
-    const TakeLine take = [&](const std::string& line) { report.Take(line); };
+    const TakeLine take = [&](const std::string& line) {
+        if (story)
+            teller.Take(line);
+        else
+            report.Take(line);
+    };
     if (options.follow)
         return Follow(options.files[0], take);
 
@@ -162,6 +191,8 @@ int main(int count, char** words) {
     for (const Path& file : files)
         if (!ReadWhole(file, take))
             return Fail(file.string() + " cannot be read");
+    if (story)
+        return WriteStory(options, teller.Finish());
     if (!options.replay.empty())
         return WriteReplay(options.replay, replay);
     if (report.printed == 0)
