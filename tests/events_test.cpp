@@ -2,6 +2,7 @@
 #include "provider/events.h"
 
 #include "config/settings.h"
+#include "control/make_call.h"
 #include "control/requests.h"
 #include "link/link_layer.h"
 #include "support/tracked.h"
@@ -95,6 +96,28 @@ TEST_F(EventsTest, RequestStartedFromTheCompletionKeepsRunning) {
     ends(REQUEST_SETUP_TRANSFER, 0, [&] { Icon(2, ACTIV_ICON); });
     ends(REQUEST_SETUP_TRANSFER, 1, [&] { Active(1), Display(1, "Fin2Ap"); });
     EXPECT_EQ(CallTable[5].touch, 1) << "the consultation call, all the same";
+}
+
+void CALLBACK CallAgain(DRV_REQUESTID, LONG) {
+    CopyText(CallTable[0].DestAddress, "12");
+    EXPECT_EQ(DoMakeCall(0, REQUEST_MAKE_CALL), 0);
+}
+
+TEST_F(EventsTest, CallMadeFromTheCompletionOfADropKeepsItsRecordAndItsKey) {
+    Call(1, 0, CONNECTED);
+    Active(1);
+    RunningRequest = {REQUEST_DROP, 0};
+    ProviderState.PendingRequestID = 7;
+    ProviderState.CompletionProc = CallAgain;
+    Icon(1, IDLE_ICON);
+    EXPECT_EQ(Record(0).state, PROCEEDING);
+    EXPECT_EQ(Record(0).byMakeCall, 1);
+    EXPECT_STREQ(Record(0).DestAddress, "12");
+    EXPECT_EQ(Record(0).touch, 1);
+    EXPECT_THAT(At(1).calls, ElementsAre(0, -1));
+    Events();
+    Icon(2, INCOM_ICON);
+    EXPECT_THAT(Events(), ElementsAre("NEWCALL 1")) << "no record is shared";
 }
 
 TEST_F(EventsTest, OnlyTheEndOfItsCallCompletesADrop) {

@@ -162,14 +162,9 @@ void ReleaseSupervisedCall(int key, int cref) {
     call.state = LINECALLSTATE_DISCONNECTED;
     SendCallState(cref, LINECALLSTATE_DISCONNECTED, LINEDISCONNECTMODE_NORMAL);
     Trace(TRACE_CALL, "Icone:%d Ref:%04x- Etat:DISCONNECTED -", key, cref);
-    call.state = LINECALLSTATE_IDLE;
-    SendCallState(cref, LINECALLSTATE_IDLE);
-    Trace(TRACE_CALL, "Icone:%d Ref:%04x- Etat:IDLE -", key, cref);
     TouchOf(key).icon = IDLE_ICON;
-    TouchOf(key).calls[0] = -1;
-    call.touch = 0;
-    ClearDirection(cref);
-    ResetCallRecord(cref);
+    EndCall(cref, key);
+    Trace(TRACE_CALL, "Icone:%d Ref:%04x- Etat:IDLE -", key, cref);
 }
 
 int OfferSupervisedCall(int key) {

@@ -113,9 +113,10 @@ bool WatchStrings() {
 void RunDeferredMakeCall() {
     if (Tick.InitDataPending || !Marks.DeferredMakeCall.Set || !Tick.ConfigUsable)
         return;
-    DoMakeCall(Marks.DeferredMakeCall.Cref, REQUEST_MAKE_CALL);
-    Marks.MakeCallReport = {true, Marks.DeferredMakeCall.Cref};
-    Marks.DeferredMakeCall = {};
+    // Both marks first: from the IDLE of a call that cannot be made TAPI may ask for the next.
+    const int cref = std::exchange(Marks.DeferredMakeCall, {}).Cref;
+    Marks.MakeCallReport = {true, cref};
+    DoMakeCall(cref, REQUEST_MAKE_CALL);
 }
 
 // A made call whose key stays dark never reached the PBX.

@@ -83,12 +83,9 @@ void DoLineEvent(DWORD message, DWORD_PTR param1, DWORD_PTR param2, int cref) {
     const DRV_REQUESTID pending = ProviderState.PendingRequestID;
     ProviderState.LineEventProc(ProviderState.htLine, HandleOf(cref), message, param1, param2,
                                 LINEMEDIAMODE_INTERACTIVEVOICE);
-    if (message != LINE_CALLSTATE)
-        return;
-    if (pending == ProviderState.PendingRequestID)  // else what TAPI has asked for meanwhile, which this does not end
+    // What TAPI has asked for meanwhile is not ended by this.
+    if (message == LINE_CALLSTATE && pending == ProviderState.PendingRequestID)
         EndRunningRequest(cref, param1);
-    if (param1 == LINECALLSTATE_IDLE)
-        ForgetPickUp(cref);
 }
 
 void DoLineEventNewCall(int cref) {

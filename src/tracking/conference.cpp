@@ -53,11 +53,6 @@ void Build(Trigger trigger, int joining, int connected) {
     Tracking.ConferenceReq = 0;
 }
 
-void LeaveActiveKey(int cref) {
-    LeaveSlot(Tracking.ActivCallTouch, cref);
-    CallOf(cref).touch = 0;
-}
-
 // Soft key 1: the user ends the call in conversation, the held one is connected again.
 void EndSecondCall() {
     const int active = Tracking.ActivCallTouch;
@@ -72,12 +67,9 @@ void EndSecondCall() {
         SendIfDirected(held, LINECALLSTATE_CONNECTED);
     }
     if (const int ended = OnActive(LINECALLSTATE_DISCONNECTED); ended != -1) {
-        CallOf(ended).state = LINECALLSTATE_IDLE;
         Trace(TRACE_CALL, "Icone:%d  - Etat:IDLE - Ref:%d", active, ended);
-        SendIdleIfDirected(ended);
-        LeaveActiveKey(ended);
         Tracking.DbCall = 0;
-        ResetCallRecord(ended);
+        EndCallIfDirected(ended, active);
     }
 }
 
@@ -110,51 +102,32 @@ void OneStays(int stays, int left, const char* trace) {
         CallOf(left).state = LINECALLSTATE_DISCONNECTED;
         SendIfDirected(left, LINECALLSTATE_DISCONNECTED, LINEDISCONNECTMODE_NORMAL);
         Trace(TRACE_CALL, "Icone:%d  - Etat:DISCONNECTED - Ref:%d", active, left);
-        CallOf(left).state = LINECALLSTATE_IDLE;
-        SendIdleIfDirected(left);
-        Trace(TRACE_CALL, "Icone:%d  - Etat:IDLE - Ref:%d", active, left);
-        LeaveActiveKey(left);
-        ResetCallRecord(left);
     }
     ConferenceReset();
     Tracking.DbCall = 0;
     Tracking.ConfBroken = 0;
-}
-
-// IDLE for a conferenced call whose key went out; it keeps Outbound until the record is freed.
-void IdleOfParty(int cref) {
-    if (!CallOf(cref).HasDirection())
+    if (!IsCref(left))
         return;
-    SendCallState(cref, LINECALLSTATE_IDLE);
-    CallOf(cref).byMakeCall = 0;
-    CallOf(cref).Inbound = 0;
+    EndCallIfDirected(left, active);
+    Trace(TRACE_CALL, "Icone:%d  - Etat:IDLE - Ref:%d", active, left);
 }
 
-void FreeParty(int key, std::size_t slot, int cref) {
-    TouchOf(key).calls[slot] = -1;
-    CallOf(cref).touch = 0;
-    ClearDirection(cref);
-    ResetCallRecord(cref);
-}
-
-void PartyOnAnotherKeyLeft(int key, std::size_t slot, int cref) {
+void PartyOnAnotherKeyLeft(int key, int cref) {
     const int active = Tracking.ActivCallTouch;
     Trace(TRACE_CALL, "* Fin de la conférence icon %d idle conferenced activtou %d*"_cp1252, key, active);
     CallOf(cref).state = LINECALLSTATE_DISCONNECTED;
+    Tracking.ConfInProgress = 0;
+    Tracking.ConferenceReq = 0;
+    confstate = LINECALLSTATE_IDLE;
+    TouchOf(key).icon = IDLE_ICON;
     SendCallState(CONF_CREF, LINECALLSTATE_IDLE);
     SendIfDirected(cref, LINECALLSTATE_DISCONNECTED, LINEDISCONNECTMODE_NORMAL);
     Trace(TRACE_CALL, "Icone:%d éteint - Etat:DISCONNECTED - Ref:%d"_cp1252, key, cref);
-    CallOf(cref).state = LINECALLSTATE_IDLE;
-    Tracking.ConfInProgress = 0;
-    Tracking.ConferenceReq = 0;
-    IdleOfParty(cref);
+    EndCallIfDirected(cref, key);
     Trace(TRACE_CALL, "Icone:%d éteint - Etat:IDLE - Ref:%d"_cp1252, key, cref);
-    FreeParty(key, slot, cref);
     const int remaining = SearchState(active, LINECALLSTATE_CONFERENCED);
     if (remaining != -1)
         Connect(remaining, active, "Icone:%d - Etat:CONNECTED - Ref:%d cas 1");
-    confstate = LINECALLSTATE_IDLE;
-    TouchOf(key).icon = IDLE_ICON;
     if (ProviderState.TAPI_OMNA_Ver == 1 && remaining != -1)
         ResetCallRecord(remaining);
 }
@@ -166,30 +139,27 @@ void BothPartiesOnOneKeyLeft(int key) {
         CallOf(cref).state = LINECALLSTATE_DISCONNECTED;
         SendCallState(cref, LINECALLSTATE_DISCONNECTED, LINEDISCONNECTMODE_NORMAL);
     }
-    for (const int cref : calls) {
-        CallOf(cref).state = LINECALLSTATE_IDLE;
-        SendCallState(cref, LINECALLSTATE_IDLE);
-    }
-    for (std::size_t slot = 0; slot < calls.size(); ++slot)
-        FreeParty(key, slot, calls[slot]);
     Tracking.DbCall = 0;
     Tracking.ActivCallTouch = 0;
-    Trace(TRACE_CALL, "Icone:%d éteint - Etat:IDLE - Ref:%d"_cp1252, key, CONF_CREF);
     TouchOf(key).icon = IDLE_ICON;
+    for (const int cref : calls)
+        EndCall(cref, key);
+    Trace(TRACE_CALL, "Icone:%d éteint - Etat:IDLE - Ref:%d"_cp1252, key, CONF_CREF);
     confstate = LINECALLSTATE_IDLE;
-    SendCallState(CONF_CREF, LINECALLSTATE_IDLE);
     ConferenceReset();
+    SendCallState(CONF_CREF, LINECALLSTATE_IDLE);
 }
 
-void ActiveKeyLeft(int key, std::size_t slot, int cref) {
+void ActiveKeyLeft(int key, int cref) {
     Trace(TRACE_CALL, "* Fin de la conférence icon %d (= activtou) idle conferenced *"_cp1252, key);
     SendCallState(CONF_CREF, LINECALLSTATE_DISCONNECTED, LINEDISCONNECTMODE_NORMAL);
+    Tracking.ConfInProgress = 0;
+    Tracking.ConferenceReq = 0;
+    confstate = LINECALLSTATE_IDLE;
     SendCallState(CONF_CREF, LINECALLSTATE_IDLE);
     CallOf(cref).state = LINECALLSTATE_DISCONNECTED;
     SendIfDirected(cref, LINECALLSTATE_DISCONNECTED, LINEDISCONNECTMODE_NORMAL);
     Trace(TRACE_CALL, "Icone:%d éteint - Etat:DISCONNECTED - Ref:%d"_cp1252, key, cref);
-    Tracking.ConfInProgress = 0;
-    Tracking.ConferenceReq = 0;
     TouchOf(key).icon = IDLE_ICON;
     if (const int remaining = FindCallByState(LINECALLSTATE_CONFERENCED); remaining == -1) {
         Trace(TRACE_CALL, "Problème d'état xA ..."_cp1252);
@@ -200,11 +170,8 @@ void ActiveKeyLeft(int key, std::size_t slot, int cref) {
         Trace(TRACE_CALL, "Icone:%d - Etat:CONNECTED - Ref:%d cas 2", Tracking.ActivCallTouch, remaining);
     }
     Trace(TRACE_CALL, "Icone:%d éteint - Etat:IDLE - Ref:%d"_cp1252, key, cref);
-    CallOf(cref).state = LINECALLSTATE_IDLE;
-    IdleOfParty(cref);
+    EndCallIfDirected(cref, key);
     Trace(TRACE_CALL, "Icone:%d éteint - Etat:IDLE - Ref:%d"_cp1252, key, cref);
-    confstate = LINECALLSTATE_IDLE;
-    FreeParty(key, slot, cref);
 }
 
 }  // namespace
@@ -301,15 +268,12 @@ void ConferenceEndRequested() {
         }
         if (IsCref(stays))
             Connect(stays, active, "Icone:%d  - Etat:CONNECTED - Ref:%d cas 13");
-        if (IsCref(left)) {
-            CallOf(left).state = LINECALLSTATE_IDLE;
-            SendIdleIfDirected(left);
-            Trace(TRACE_CALL, "Icone:%d  - Etat:IDLE - Ref:%d", active, left);
-            LeaveActiveKey(left);
-        }
         Tracking.DbCall = 0;
         Tracking.ConfEndReq = 0;
-        ResetCallRecord(left);
+        if (IsCref(left)) {
+            EndCallIfDirected(left, active);
+            Trace(TRACE_CALL, "Icone:%d  - Etat:IDLE - Ref:%d", active, left);
+        }
     }
     Trace(TRACE_CALL, "Pb de detection de string");
 }
@@ -323,9 +287,9 @@ void ConferenceEndOnKey(int key, int slotNumber) {
         return;
     const int other = TouchOf(key).calls[1];
     if (key != Tracking.ActivCallTouch)
-        PartyOnAnotherKeyLeft(key, slot, cref);
+        PartyOnAnotherKeyLeft(key, cref);
     else if (slot == 0 && IsCref(other) && CallOf(other).state == LINECALLSTATE_CONFERENCED)
         BothPartiesOnOneKeyLeft(key);
     else
-        ActiveKeyLeft(key, slot, cref);
+        ActiveKeyLeft(key, cref);
 }

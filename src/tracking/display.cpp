@@ -234,11 +234,6 @@ void RequestDispName(int cref) {
 
 // --- soft-key line --------------------------------------------------------------------------------------------------
 
-void LeaveKey(int cref) {
-    LeaveSlot(Tracking.ActivCallTouch, cref);
-    CallOf(cref).touch = 0;
-}
-
 void ReconnectHeld(const char* trace) {
     const int held = OnActive(LINECALLSTATE_ONHOLD);
     if (held == -1)
@@ -255,25 +250,22 @@ void DisconnectIfDirected(int cref) {
 }
 
 void IdleIfDirected(int cref) {
-    CallOf(cref).state = LINECALLSTATE_IDLE;
-    SendIdleIfDirected(cref);
+    EndCallIfDirected(cref, Tracking.ActivCallTouch);
     Trace(TRACE_CALL, "Icone:%d  - Etat:IDLE - Ref:%d", Tracking.ActivCallTouch, cref);
 }
 
 // The second call was abandoned before it was answered.
 void SecondCallAbandoned() {
+    Tracking.DbCall = 0;
     if (const int cref = OnActive(LINECALLSTATE_PROCEEDING); cref != -1) {
         CallOf(cref).state = LINECALLSTATE_DISCONNECTED;
         Trace(TRACE_CALL, "Icone:%d  - Etat:DISCONNECTED - Ref:%d", Tracking.ActivCallTouch, cref);
         SendCallState(cref, LINECALLSTATE_DISCONNECTED, LINEDISCONNECTMODE_NORMAL);
-        CallOf(cref).state = LINECALLSTATE_IDLE;
+        FreeCall(cref, Tracking.ActivCallTouch);
         SendCallState(cref, LINECALLSTATE_IDLE);
         Trace(TRACE_CALL, "Icone:%d  - Etat:IDLE - Ref:%d", Tracking.ActivCallTouch, cref);
-        LeaveKey(cref);
-        ResetCallRecord(cref);
     }
     ReconnectHeld("Icone:%d  - Etat:CONNECTED - Ref:%d cas 7");
-    Tracking.DbCall = 0;
 }
 
 // One of two answered calls ended: the held one, or the other when its end was asked for.
@@ -281,10 +273,8 @@ void OneOfTwoEnded() {
     if (Tracking.SecondCallDropReq == 0) {
         if (const int held = OnActive(LINECALLSTATE_ONHOLD); held != -1) {
             DisconnectIfDirected(held);
-            IdleIfDirected(held);
-            LeaveKey(held);
             Tracking.DbCall = 0;
-            ResetCallRecord(held);
+            IdleIfDirected(held);
         }
         return;
     }
@@ -292,14 +282,10 @@ void OneOfTwoEnded() {
     if (cref != -1)
         DisconnectIfDirected(cref);
     ReconnectHeld("Icone:%d  - Etat:CONNECTED - Ref:%d cas 8");
-    if (cref != -1) {
-        IdleIfDirected(cref);
-        LeaveKey(cref);
-    }
     Tracking.DbCall = 0;
     Tracking.SecondCallDropReq = 0;
     if (cref != -1)
-        ResetCallRecord(cref);
+        IdleIfDirected(cref);
 }
 
 void DisconnectedOneLeft() {
@@ -307,11 +293,8 @@ void DisconnectedOneLeft() {
     const int cref = OnActive(LINECALLSTATE_DISCONNECTED);
     if (cref == -1)
         return;
-    CallOf(cref).state = LINECALLSTATE_IDLE;
     Trace(TRACE_CALL, "Icone:%d  - Etat:IDLE - Ref:%d", Tracking.ActivCallTouch, cref);
-    SendIdleIfDirected(cref);
-    LeaveKey(cref);
-    ResetCallRecord(cref);
+    EndCallIfDirected(cref, Tracking.ActivCallTouch);
 }
 
 void SecondCallOfferedWithTwoCalls() {

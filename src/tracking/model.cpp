@@ -144,19 +144,14 @@ void ClearCall(int cref) {
     TmpAddress[0] = 0;
     call.state = LINECALLSTATE_DISCONNECTED;
     SendCallState(cref, LINECALLSTATE_DISCONNECTED, LINEDISCONNECTMODE_NORMAL);
-    call.state = LINECALLSTATE_IDLE;
-    SendCallState(cref, LINECALLSTATE_IDLE);
-    ClearDirection(cref);
     const int key = call.touch;
     if (IsKey(key)) {
         TouchOf(key).icon = IDLE_ICON;
         LeaveSlot(key, cref);
-        if (key == Tracking.ActivCallTouch && TouchOf(key).calls[0] == -1 && TouchOf(key).calls[1] == -1)
+        if (key == Tracking.ActivCallTouch && CallOnKey(key) == -1)
             Tracking.ActivCallTouch = 0;
     }
-    call.touch = 0;
-    ResetCallRecord(cref);
-    call.DispNamePending = 0;
+    EndCall(cref, key);
 }
 
 int NewCall(int key, DWORD state) {
@@ -243,16 +238,13 @@ void ConferenceReset() {
 }
 
 void AllCallReset() {
-    for (int cref = 0; cref < CALL_COUNT; ++cref)
-        if (CallOf(cref).state != 0 && CallOf(cref).state != LINECALLSTATE_IDLE) {
-            SendCallState(cref, LINECALLSTATE_IDLE);
-            Trace(TRACE_ENTRY, "AllCallReset-DoLineEvent(LINECALLSTATE_IDLE,%d)", cref);
-        }
+    // All is emptied before TAPI is told, and may call anew; until its own turn a live call keeps its state, and with it
+    // its record.
+    std::array<DWORD, CALL_COUNT> states{};
     for (int cref = 0; cref < CALL_COUNT; ++cref) {
-        CallOf(cref).state = LINECALLSTATE_IDLE;
+        states[static_cast<std::size_t>(cref)] = CallOf(cref).state;
+        FreeCall(cref, 0);
         ClearDirection(cref);
-        CallOf(cref).touch = 0;
-        ResetCallRecord(cref);
     }
     for (Touch& touch : TouchTable)
         if (touch.kind == TOUCH_MULTI)
@@ -264,6 +256,16 @@ void AllCallReset() {
     Tracking.ConfBroken = 0;
     Tracking.SecondCallDropReq = 0;
     confstate = LINECALLSTATE_IDLE;
+    for (std::size_t cref = 0; cref < states.size(); ++cref)
+        if (states[cref] != 0)
+            CallTable[cref].state = states[cref];
+    for (int cref = 0; cref < CALL_COUNT; ++cref) {
+        if (states[static_cast<std::size_t>(cref)] == 0 || StateOf(cref) == LINECALLSTATE_IDLE)
+            continue;
+        CallOf(cref).state = LINECALLSTATE_IDLE;
+        SendCallState(cref, LINECALLSTATE_IDLE);
+        Trace(TRACE_ENTRY, "AllCallReset-DoLineEvent(LINECALLSTATE_IDLE,%d)", cref);
+    }
     CompleteRunningDrop(CONF_CREF);  // its IDLE is not reported
 }
 

@@ -279,18 +279,15 @@ void AbandonedThenHeldRings(int key, DWORD abandoned) {
     CallOf(cref).state = LINECALLSTATE_DISCONNECTED;
     SendIfDirected(cref, LINECALLSTATE_DISCONNECTED, LINEDISCONNECTMODE_NORMAL);
     Trace(TRACE_CALL, "Icone:%d - Etat:IDLE - Ref:%d", key, cref);
-    CallOf(cref).state = LINECALLSTATE_IDLE;
+    Tracking.DbCall = 0;
+    TouchOf(key).icon = INCOM_ICON;
+    FreeCall(cref, key);
     SendIfDirected(cref, LINECALLSTATE_IDLE);
-    CallOf(cref).touch = 0;
-    LeaveSlot(key, cref);
-    ResetCallRecord(cref);
     if (const int held = SearchState(key, LINECALLSTATE_ONHOLD); held != -1) {
         CallOf(held).state = STATE_REOFFERING;
         Trace(TRACE_CALL, "Icone:%d - Etat:REOFFERING - Ref:%d", key, held);
         SendIfDirected(held, LINECALLSTATE_OFFERING);
     }
-    Tracking.DbCall = 0;
-    TouchOf(key).icon = INCOM_ICON;
 }
 
 void ProceedingThenHeldRings(int key) {
@@ -302,23 +299,21 @@ void DialtoneThenHeldRings(int key) {
 }
 
 void DisconnectedThenHeldRings(int key) {
-    if (const int cref = SearchState(key, LINECALLSTATE_DISCONNECTED); cref != -1) {
-        CallOf(cref).state = LINECALLSTATE_IDLE;
-        SendIdleIfDirected(cref);
+    const int cref = SearchState(key, LINECALLSTATE_DISCONNECTED);
+    if (cref != -1)
+        LeaveSlot(Tracking.ActivCallTouch, cref);  // where it rings on a key that is not the active one
+    TouchOf(key).icon = INCOM_ICON;
+    Tracking.ActivCallTouch = key;
+    Tracking.DbCall = 0;
+    if (cref != -1) {
+        EndCallIfDirected(cref, key);
         Trace(TRACE_CALL, "Icone:%d - Etat:IDLE - Ref:%d", key, cref);
-        LeaveSlot(Tracking.ActivCallTouch, cref);
-        LeaveSlot(key, cref);  // where it rings on a key that is not the active one
-        CallOf(cref).touch = 0;
-        ResetCallRecord(cref);
     }
     if (const int held = SearchState(key, LINECALLSTATE_ONHOLD); held != -1) {
         CallOf(held).state = STATE_REOFFERING;
         SendIfDirected(held, LINECALLSTATE_OFFERING);
         Trace(TRACE_CALL, "Icone:%d - Etat:REOFFERING - Ref:%d", key, held);
     }
-    TouchOf(key).icon = INCOM_ICON;
-    Tracking.ActivCallTouch = key;
-    Tracking.DbCall = 0;
 }
 
 void DisconnectedRings(int key) {
@@ -355,24 +350,16 @@ void RingAgain(int key, int) {
 
 enum class Then { NextSlot, Stop };
 
-void FreeRecord(int cref) {
-    CallOf(cref).touch = 0;
-    ClearDirection(cref);
-    ResetCallRecord(cref);
-}
-
 void ReportEnded(int key, int cref) {
     CallOf(cref).state = LINECALLSTATE_DISCONNECTED;
     SendCallState(cref, LINECALLSTATE_DISCONNECTED, LINEDISCONNECTMODE_NORMAL);
     Trace(TRACE_CALL, "Icone:%d éteint - Etat:DISCONNECTED - Ref:%d"_cp1252, key, cref);
 }
 
-void ReportIdle(int key, std::size_t slot, int cref) {
-    CallOf(cref).state = LINECALLSTATE_IDLE;
-    SendCallState(cref, LINECALLSTATE_IDLE);
-    Trace(TRACE_CALL, "Icone:%d éteint - Etat:IDLE - Ref:%d"_cp1252, key, cref);
+void ReportIdle(int key, int cref) {
     TouchOf(key).icon = IDLE_ICON;
-    TouchOf(key).calls[slot] = -1;
+    EndCall(cref, key);
+    Trace(TRACE_CALL, "Icone:%d éteint - Etat:IDLE - Ref:%d"_cp1252, key, cref);
 }
 
 Then EndEstablished(int key, int icon, std::size_t slot, int cref) {
@@ -393,10 +380,9 @@ Then EndEstablished(int key, int icon, std::size_t slot, int cref) {
         CompleteRunningDrop(cref);
         return Then::Stop;
     }
-    ReportIdle(key, slot, cref);
     if (CallOf(cref).touch == Tracking.ActivCallTouch)
         Tracking.ActivCallTouch = 0;
-    FreeRecord(cref);
+    ReportIdle(key, cref);
     return Then::NextSlot;
 }
 
@@ -408,21 +394,17 @@ Then EndRinging(int key, std::size_t slot, int cref) {
         return Then::Stop;
     }
     ReportEnded(key, cref);
-    ReportIdle(key, slot, cref);
-    FreeRecord(cref);
+    ReportIdle(key, cref);
     return Then::NextSlot;
 }
 
-Then EndDisconnected(int key, int icon, std::size_t slot, int cref) {
+Then EndDisconnected(int key, int icon, int cref) {
     if (TouchOf(key).kind == TOUCH_MULTI && icon == RESERVED_ICON) {
         CompleteRunningDrop(cref);
         return Then::Stop;
     }
-    ReportIdle(key, slot, cref);
-    CallOf(cref).touch = 0;
-    ClearDirection(cref);
     Tracking.ActivCallTouch = 0;
-    ResetCallRecord(cref);
+    ReportIdle(key, cref);
     return Then::NextSlot;
 }
 
@@ -435,7 +417,7 @@ Then EndSlot(int key, int icon, std::size_t slot, int cref) {
     case LINECALLSTATE_ONHOLD: return EndEstablished(key, icon, slot, cref);
     case LINECALLSTATE_OFFERING:
     case STATE_REOFFERING: return EndRinging(key, slot, cref);
-    case LINECALLSTATE_DISCONNECTED: return EndDisconnected(key, icon, slot, cref);
+    case LINECALLSTATE_DISCONNECTED: return EndDisconnected(key, icon, cref);
     case LINECALLSTATE_CONFERENCED: ConferenceEndOnKey(key, static_cast<int>(slot)); return Then::NextSlot;
     default: return Then::NextSlot;
     }

@@ -21,20 +21,41 @@ void LeaveKey(int to, int cref) {
 
 }  // namespace
 
+void FreeCall(int cref, int key) {
+    CallOf(cref).state = LINECALLSTATE_IDLE;
+    LeaveSlot(key, cref);
+    ForgetPickUp(cref);
+    CallOf(cref).touch = 0;
+    ResetCallRecord(cref);
+}
+
+void EndCall(int cref, int key) {
+    FreeCall(cref, key);
+    ClearDirection(cref);
+    SendCallState(cref, LINECALLSTATE_IDLE);
+}
+
+void EndCallIfDirected(int cref, int key) {
+    if (CallOf(cref).HasDirection())
+        EndCall(cref, key);
+    else
+        FreeCall(cref, key);
+}
+
 int EndSetupTransfer(int key) {
-    // Cleared first: the completion's callback may start the next one.
+    // Cleared first, and the call at dial tone: from the completion TAPI may dial, or start the next one.
     const int cref = std::exchange(RunningRequest, {}).ConsultCref;
+    if (IsCref(cref)) {
+        CallRecord& call = CallOf(cref);
+        LeaveKey(key, cref);
+        call.state = LINECALLSTATE_DIALTONE;
+        call.touch = key;
+        call.Inbound = 0;
+        call.byMakeCall = 1;
+    }
     SendCompletion(ProviderState, 0);
     Trace(TRACE_CALL, "sendCompletion SetupTransfer ");
-    if (!IsCref(cref))
-        return -1;
-    CallRecord& call = CallOf(cref);
-    LeaveKey(key, cref);
-    call.state = LINECALLSTATE_DIALTONE;
-    call.touch = key;
-    call.Inbound = 0;
-    call.byMakeCall = 1;
-    return cref;
+    return IsCref(cref) ? cref : -1;
 }
 
 void StandOnKey(int key, int cref) {

@@ -56,13 +56,14 @@ inline void ClearDirection(int cref) {
     CallOf(cref).Inbound = CallOf(cref).Outbound = CallOf(cref).byMakeCall = 0;
 }
 
-// IDLE for a call with a direction, which then loses it; nothing for one without.
-inline void SendIdleIfDirected(int cref) {
-    if (!CallOf(cref).HasDirection())
-        return;
-    SendCallState(cref, LINECALLSTATE_IDLE);
-    ClearDirection(cref);
-}
+// How every call ends: the record and the slot of `key` that holds it are freed, then TAPI is told IDLE. From within the
+// callback, or the completion of the call's drop, TAPI may make its next call, with this record and on this key: behind it
+// nothing of the call, its key's icon, DbCall or ActivCallTouch is written any more.
+void EndCall(int cref, int key);
+// The same, IDLE only for a call with a direction.
+void EndCallIfDirected(int cref, int key);
+// The first half alone, for the steps that leave the record its direction.
+void FreeCall(int cref, int key);
 
 // The set shows the consultation call of the running lineSetupTransfer on this key: completes the request and gives the
 // call, now at dial tone there; -1 when the request names none.

@@ -31,18 +31,14 @@ void EndSupervisedCall(int key, int cref) {
     call.state = LINECALLSTATE_DISCONNECTED;
     SendCallState(cref, LINECALLSTATE_DISCONNECTED, LINEDISCONNECTMODE_NORMAL);
     Trace(TRACE_CALL, "Icone:%d éteint - Etat:DISCONNECTED - Ref:%d"_cp1252, key, cref);
-    call.state = LINECALLSTATE_IDLE;
-    SendCallState(cref, LINECALLSTATE_IDLE);
-    Trace(TRACE_CALL, "Icone:%d éteint - Etat:IDLE - Ref:%d"_cp1252, key, cref);
     TouchOf(key).icon = IDLE_ICON;
-    TouchOf(key).calls[0] = -1;
-    call.touch = 0;
-    ClearDirection(cref);
-    ResetCallRecord(cref);
-    if (cref == PickUpSupervCref) {
+    const bool wanted = cref == PickUpSupervCref;
+    if (wanted)
         PickUpSupervCref = -1;
+    EndCall(cref, key);
+    Trace(TRACE_CALL, "Icone:%d éteint - Etat:IDLE - Ref:%d"_cp1252, key, cref);
+    if (wanted)
         Trace(TRACE_CALL, "Annulation PickUpSupervProceeding %04x ", cref);
-    }
 }
 
 // The supervised line has stopped ringing.

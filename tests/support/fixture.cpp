@@ -18,8 +18,11 @@
 #include "tracking/multi_line.h"
 
 #include <algorithm>
+#include <array>
+#include <cstddef>
 #include <cstring>
 #include <fstream>
+#include <map>
 #include <mutex>
 #include <utility>
 
@@ -79,13 +82,36 @@ std::string Hex(DWORD_PTR value) {
     return text;
 }
 
+// Records as they were when TAPI was told of the end of their call: nothing is written to them behind that.
+std::map<std::size_t, std::array<std::byte, sizeof(CallRecord)>> Ended;
+
+void NoteEnd(HTAPICALL call, DWORD state) {
+    const std::size_t cref = reinterpret_cast<std::uintptr_t>(call) - 0x100;
+    if (cref >= CallTable.size())
+        return;
+    if (state == LINECALLSTATE_IDLE)
+        std::memcpy(Ended[cref].data(), &CallTable[cref], sizeof(CallRecord));
+    else
+        Ended.erase(cref);
+}
+
+void ExpectEndedLeftAlone() {
+    for (const auto& [cref, record] : std::exchange(Ended, {}))
+        if (CallTable[cref].htCall != HTAPICALL{}) {  // else a test has emptied the table
+            EXPECT_EQ(std::memcmp(record.data(), &CallTable[cref], sizeof(CallRecord)), 0)
+                << "call " << cref << " was written to behind its end";
+        }
+}
+
 void CALLBACK CaptureLine(HTAPILINE line, HTAPICALL call, DWORD message, DWORD_PTR p1, DWORD_PTR p2, DWORD_PTR) {
     const DWORD value = static_cast<DWORD>(p1);
     switch (message) {
     case LINE_NEWCALL:  // TAPI gives its handle during the call
+        Ended.erase(p1);
         *reinterpret_cast<HTAPICALL*>(p2) = reinterpret_cast<HTAPICALL>(static_cast<std::uintptr_t>(0x100 + p1));
         return Record("NEWCALL " + std::to_string(p1));
     case LINE_CALLSTATE:
+        NoteEnd(call, value);
         return Record("STATE " + CallName(call) + " " + Flags(value, States) + (p2 != 0 ? " " + Hex(p2) : ""));
     case LINE_CALLINFO: return Record("INFO " + CallName(call) + " " + Flags(value, Infos));
     case LINE_LINEDEVSTATE:
@@ -231,6 +257,7 @@ std::string Interleaved(const std::vector<std::string>& events, const std::vecto
         steps += !sent ? line : next < events.size() ? events[next++] : "(event missing)";
     }
     EXPECT_EQ(next, events.size());
+    ExpectEndedLeftAlone();
     return steps;
 }
 
@@ -254,6 +281,7 @@ void OnTheLine::SetUp() {
     ResetProvider();
     TraceOffset = 0;
     Captured.clear();
+    Ended.clear();
     TraceMask = 0;
     DllMain(nullptr, DLL_PROCESS_ATTACH, nullptr);
     TraceMask = 0xFF;
