@@ -82,6 +82,7 @@ TEST_F(Model, ResetOfAllCallsClearsTheMarksOfDoubleCallsAndConferences) {
                        "AllCallReset-DoLineEvent(LINECALLSTATE_IDLE,1) | STATE 2 IDLE | "
                        "AllCallReset-DoLineEvent(LINECALLSTATE_IDLE,2)");
     EXPECT_THAT(At(1).calls, ElementsAre(-1, -1));
+    EXPECT_EQ(At(1).icon, IDLE_ICON) << "else it hears of no call any more";
     EXPECT_THAT(At(8).calls, ElementsAre(2, -1)) << "only multi-line keys are emptied";
     EXPECT_EQ(Tracking.ConfInProgress | Tracking.ConferenceReq | Tracking.ConfEndReq | Tracking.ConfBroken, 0);
     EXPECT_EQ(Tracking.SecondCallDropReq | Tracking.DbCall | Tracking.ActivCallTouch, 0);

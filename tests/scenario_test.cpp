@@ -130,6 +130,9 @@ TEST_F(Calls, MadeBeforeTheSetIsKnownWaitsForIt) {
 // --- a bad line -----------------------------------------------------------------------------------------------------
 
 TEST_F(Calls, LossOfContactAndRecovery) {
+    GoInService();  // the configuration is stored: a dialogue leaves the keys' icons alone from now on
+    CloseLine();
+    Machine.Restart();
     Start();
     Do([](auto& m) { return Eq::Incoming(m, 1, "4720", ""); });
     Do([](auto& m) { return Eq::Answer(m, 1); });
@@ -148,6 +151,11 @@ TEST_F(Calls, LossOfContactAndRecovery) {
     Advance(30'000);
     EXPECT_THAT(LineEvents(), ElementsAre("LINEDEV CONNECTED|INSERVICE"));
     EXPECT_EQ(ProviderState.DeviceState, DEVICE_IN_SERVICE);
+    Do([](auto& m) { return Eq::FarHangsUp(m, 1); });
+    EXPECT_THAT(LineEvents(), IsEmpty()) << "a call that has been reported idle";
+    Do([](auto& m) { return Eq::Incoming(m, 1, "4721", ""); });
+    EXPECT_THAT(LineEvents(), ElementsAre("NEWCALL 0", "STATE 0 OFFERING", "INFO 0 CALLERID|CALLEDID"))
+        << "its key is not deaf";
 }
 
 TEST_F(Calls, TheHardwareProblemBoxKeepsTheTicksRunningWhileItIsOpen) {

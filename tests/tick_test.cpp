@@ -102,6 +102,15 @@ TEST_F(Ticking, StopsAtItsLimitWithoutTheConfiguration) {
     }
 }
 
+TEST_F(Ticking, AReceivedConfigurationIsNotWatchedAtWhateverTheCountStopped) {
+    for (const int limit : {90, 140}) {
+        Tick.WaitConfigCount = limit;
+        Tick.DeviceAssocAck = false;  // as after a lost contact
+        Ticks(1);
+        EXPECT_FALSE(Tick.SpStopped) << limit;
+    }
+}
+
 TEST_F(Ticking, TraceModeWatchdogStopsTheLinkAtItsLimitOrEndsWithTheFirstHeader) {
     DynamicConfig.WaitTraceMode = 1;
     Link.TraceModeSeen = true;

@@ -42,6 +42,8 @@ void CloseLine() {
 // The set's configuration has not come in time. True when the provider has stopped itself; `held` says whether the line
 // mutex is still this tick's.
 bool WatchConfiguration(bool& held) {
+    if (Tick.ConfigReceived)
+        return false;  // the count stands, maybe at a limit
     if (Tick.WaitConfigCount == CONFIG_LIMIT_ASSOC && !Tick.DeviceAssocAck) {
         Tick.SpStopped = true;
         ProviderState.DeviceState = DEVICE_OUT_OF_SERVICE;

@@ -247,8 +247,10 @@ void AllCallReset() {
         ClearDirection(cref);
     }
     for (Touch& touch : TouchTable)
-        if (touch.kind == TOUCH_MULTI)
+        if (touch.kind == TOUCH_MULTI) {
             touch.calls = {-1, -1};
+            touch.icon = IDLE_ICON;  // a key without a call that is not idle follows nothing any more
+        }
     Tracking.DbCall = 0;
     Tracking.ActivCallTouch = 0;
     ConferenceReset();
