@@ -122,6 +122,21 @@ TEST_F(Dialogue, ReceivedKeysReplaceWhatWasThereAndACountStartsThemAnew) {
     EXPECT_EQ(Setting("Set_Des", "T44"), "(none)");
 }
 
+TEST_F(Dialogue, SpecialKeysThatAreNoneAnyMoreLeaveTheWorkingLists) {
+    for (const int version : {2, 3}) {
+        WholeDialogue(3);
+        EXPECT_THAT(std::vector<int>(KeyLists.Patron.begin(), KeyLists.Patron.end()), ElementsAre(9));
+        DynamicConfig.LastActionState = 1;
+        ResetOmnaLink();
+        Associate(version);
+        HandleKeyAck(1, Payload("1"));
+        HandleKeyInfoAck(1, Payload("1  1 '4711' 0"));
+        if (version >= 3)
+            HandleKeySpeAck(1, Payload("0 0 0 0"));
+        EXPECT_EQ(KeyLists.Superv.Count + KeyLists.Patron.Count + KeyLists.SecrDebord.Count, 0) << version;
+    }
+}
+
 TEST_F(Dialogue, EverythingIsSavedTheFirstTimeAndOnlyWhatChangedLater) {
     WholeDialogue(3);
     EXPECT_EQ(Setting("SetConfig", "SetMCDU"), "4711");

@@ -188,9 +188,19 @@ void ClearKey(int key) {
     touch.icon = IDLE_ICON;
 }
 
+// The keys' kinds as received. A key that has lost its special kind leaves that kind's list: nothing would be pressed there.
 void TakeKinds() {
     for (std::size_t key = 1; key < TouchTable.size(); ++key)
         TouchTable[key].kind = SetConfig.RcvKind[key];
+    for (const KeyKind& kind : KeyKinds) {
+        if (kind.Kind == TOUCH_MULTI)
+            continue;
+        KeyList& list = kind.ListOf(KeyLists);
+        const auto known = std::exchange(list, KeyList(list.Room));
+        for (const int key : known)
+            if (TouchTable[static_cast<std::size_t>(key)].kind == kind.Kind)
+                list.Append(key);
+    }
 }
 
 // Calls in progress survive a configuration that comes again.
