@@ -406,27 +406,44 @@ void FrameComplete() {
             --Link.NbInputBeforeSuspend;
         DispatchReceived(frame.first(count - 1));
     }
-    Link.Receiving = false;
+    Link.Receiving = Link.Expected != 0;  // those ticks may have left half a frame
 }
 
-void CutFrames(Bytes input) {
-    while (!input.empty()) {
+// A read that is being cut. A tick inside a handler's box reads what comes behind it, and first cuts the rest of it:
+// bytes count in the order in which they came.
+struct Cutting {
+    Bytes Left;
+    Cutting* Outer;
+};
+Cutting* Innermost = nullptr;
+
+void CutRest(Cutting& read) {
+    if (read.Outer != nullptr)
+        CutRest(*read.Outer);
+    while (!read.Left.empty()) {
         Link.RxIdleTicks = 0;
         if (!Link.Receiving || Link.Expected == 0) {
-            Link.Expected = input[0] + 1;
+            Link.Expected = read.Left[0] + 1;
             Link.Collected = 0;
             Link.Receiving = true;
-            input = input.subspan(1);
+            read.Left = read.Left.subspan(1);
             continue;
         }
         const std::size_t wanted = static_cast<std::size_t>(Link.Expected - Link.Collected);
-        const std::size_t taken = std::min(wanted, input.size());
-        std::copy_n(input.begin(), taken, Link.Receive.begin() + Link.Collected);
+        const std::size_t taken = std::min(wanted, read.Left.size());
+        std::copy_n(read.Left.begin(), taken, Link.Receive.begin() + Link.Collected);
         Link.Collected += static_cast<int>(taken);
-        input = input.subspan(taken);
+        read.Left = read.Left.subspan(taken);
         if (Link.Collected == Link.Expected)
             FrameComplete();
     }
+}
+
+void CutFrames(Bytes input) {
+    Cutting read{input, Innermost};
+    Innermost = &read;
+    CutRest(read);
+    Innermost = read.Outer;
 }
 
 // --- reads of more than one frame ----------------------------------------------------------------------------------
@@ -458,8 +475,7 @@ void AnswerRestart() {
         return;
     }
     SendL2Msg(Serial.Port, RESYNC_FRAME);
-    Link.Expected = 0;
-    Link.Collected = 0;
+    ResetReceiver();
 }
 
 // Several refusals in one read answer one frame, which must go out again only once.
@@ -559,6 +575,12 @@ void TraceDump(std::uint32_t level, const char* format, std::span<const std::uin
     char text[DUMP_SIZE];
     HexDump(text, bytes);
     Trace(level, format, static_cast<const char*>(text));
+}
+
+void ResetReceiver() {
+    Link.Receiving = false;
+    Link.Expected = 0;
+    Link.Collected = 0;
 }
 
 int ProcessInput(int count, const std::uint8_t* bytes) {
@@ -669,7 +691,7 @@ void ResetTransmitState(bool keepSavedFrame) {
     Link.AckWaitTicks = 0;
     Link.TxIdleCount = 0;
     Link.TxDropCount = 0;
-    Link.Receiving = false;
+    ResetReceiver();
     Link.SuperMsgSupported = false;
     Link.PiggybackMode = false;
     if (!keepSavedFrame) {

@@ -79,6 +79,8 @@ extern LinkState Link;
 // Fills in the last byte of a frame so that all bytes add up to 0 modulo 256.
 void SetChecksum(std::span<std::uint8_t> frame);
 
+// The receiver waits for a length byte; what it has of a frame is dropped.
+void ResetReceiver();
 // Takes bytes as read from the port. Gives 0, or the count when they must be kept and offered again with the next read.
 int ProcessInput(int count, const std::uint8_t* bytes);
 

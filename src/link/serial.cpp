@@ -207,7 +207,7 @@ void ResetComPort(int reason) {
         Trace(TRACE_ENTRY, "No hcd ");
         return;
     }
-    Link.Receiving = false;
+    ResetReceiver();
     CheckSerialError(Serial.Port);
     FlushWrites(Serial.Port);
     CheckSerialError(Serial.Port);

@@ -185,7 +185,7 @@ void FlushHalfFrame() {
     // A frame whose handler shows a box still counts as received, but nothing of it is missing.
     if (!Link.Receiving || Link.Expected == 0 || ++Link.RxIdleTicks <= RX_IDLE_LIMIT)
         return;
-    Link.Receiving = false;
+    ResetReceiver();
     Link.RxIdleTicks = 0;
     Link.LinkIdleTicks = 0;
     Trace(TRACE_ALWAYS, "Inactivity - flush rx queue");
