@@ -17,10 +17,15 @@ TEST_F(Forwarding, NeedsAnIdleSetAndItsCode) {
         Check(DoPickup, {{live, FAILED, "", ""}});
     }
     EXPECT_EQ(Tracking.PickUpCref, -1);
-    Settings.ServiceCodes[CODE_CALL_PICKUP][0] = Settings.ServiceCodes[CODE_CANCEL_FORWARDING][0] = 0;
-    Check(DoPickup, {{"1C", UNAVAILABLE, "", ""}});
-    Check(DoCancelForward, {{"", 0, RELEASE, ""}});
-    EXPECT_EQ(Tracking.ForwardAckTicks, 0) << "no code was pressed";
+    CopyText(ProviderState.ForwardDestination, "4750");
+    for (const char* none : {"", "AB"}) {  // letters are left out of codes
+        for (auto& code : Settings.ServiceCodes)
+            CopyText(code, none);
+        Check(DoPickup, {{"1C", UNAVAILABLE, "", ""}});
+        Check(DoCancelForward, {{"", UNAVAILABLE, "", ""}});
+        for (const ForwardingMode& mode : ForwardingModes)
+            Check([&] { return DoForward(mode); }, {{"", UNAVAILABLE, "", ""}});
+    }
 }
 
 }  // namespace

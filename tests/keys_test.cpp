@@ -29,7 +29,7 @@ TEST_F(Keys, PressesHaveTheirBytes) {
     SendZTNondigitKey(35);
     char letters[] = "*#Ab";
     SendDialString(letters, nullptr);
-    EXPECT_EQ(PressServiceCode("*A1", nullptr), 2);
+    PressServiceCode("*A1", nullptr);
     EXPECT_THAT(QueuedFrames(),
                 ElementsAre("03 26 20 1C 9B", "05 26 04 1A 20 03 94", "03 26 03 0A CA", "03 26 03 0B C9",
                             "03 26 20 41 76", "03 26 20 62 55", "03 26 03 0A CA", "03 26 03 01 D3"));
@@ -104,6 +104,22 @@ TEST_F(Keys, NewCallSeizesAKeyLikeThatOfTheCallInConversation) {
     Call(2, 0, CONNECTED);
     EXPECT_EQ(FindFreeMultiLine(), 3) << "no other key of its number: the set's own";
     EXPECT_EQ(Steps(), "FindFreeMultiLine tou 3 (mcdu principal)");
+}
+
+TEST_F(Keys, NoKeyIsChosenThatCannotBePressed) {
+    for (const int key : {1, 2, 3})
+        Call(key, 0, CONNECTED);
+    Key(35, TOUCH_MULTI);
+    Key(36, TOUCH_PATRON, "4730");
+    CopyText(Record(4).DestAddress, "4730");
+    for (const auto& [offset, chosen] : {std::pair{28, true}, {36, false}}) {
+        Modules({{2, offset}});
+        EXPECT_EQ(FindFreeMultiLine(), chosen ? 35 : -1) << offset;
+        EXPECT_EQ(FindFreeBossSecretaryKey(4), chosen ? 36 : -1) << offset;
+    }
+    Modules({});
+    EXPECT_EQ(FindFreeMultiLine(), -1);
+    EXPECT_EQ(FindFreeBossSecretaryKey(4), -1);
 }
 
 TEST_F(Keys, BossKeyIsTakenBeforeTheSecretaryKeyOfTheSameNumber) {

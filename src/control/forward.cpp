@@ -7,17 +7,21 @@
 
 namespace {
 
+constexpr LONG UNAVAILABLE = Error(LINEERR_OPERATIONUNAVAIL);
 constexpr int FORWARD_ACK_TICKS = 15;  // 1.5 s for the PBX's acknowledgement
 
-// A forwarding code, with a number behind it or none (null).
-void PressForwarding(CodeIndex code, char* destination) {
+// A forwarding code, with a number behind it or none (null). Without the code the number alone would be called.
+LONG PressForwarding(CodeIndex index, char* destination) {
+    const char* code = Settings.ServiceCodes[index];
+    if (!IsServiceCode(code))
+        return UNAVAILABLE;
     PressSequence presses;
-    const int pressed = presses.ServiceCode(Settings.ServiceCodes[code]);
+    presses.ServiceCode(code);
     if (destination != nullptr)
         presses.DialString(destination);
     presses.Send();
-    if (presses.Together || pressed > 0)
-        Tracking.ForwardAckTicks = FORWARD_ACK_TICKS;
+    Tracking.ForwardAckTicks = FORWARD_ACK_TICKS;
+    return 0;
 }
 
 }  // namespace
@@ -27,22 +31,22 @@ LONG DoForward(const ForwardingMode& mode) {
         Trace(TRACE_ENTRY, "RedirectCallFailed cref:%d,state%lx", cref, StateOf(cref));
         return OPERATION_FAILED;
     }
-    PressForwarding(mode.Code, ProviderState.ForwardDestination);
-    return 0;
+    return PressForwarding(mode.Code, ProviderState.ForwardDestination);
 }
 
 LONG DoCancelForward() {
     if (LiveCall() != -1)
         return OPERATION_FAILED;
-    PressForwarding(CODE_CANCEL_FORWARDING, nullptr);
-    PressKeyCode(RELEASE_KEY);
-    return 0;
+    const LONG result = PressForwarding(CODE_CANCEL_FORWARDING, nullptr);
+    if (result == 0)
+        PressKeyCode(RELEASE_KEY);
+    return result;
 }
 
 LONG DoPickup() {
     const char* code = Settings.ServiceCodes[CODE_CALL_PICKUP];
-    if (code[0] == 0)
-        return Error(LINEERR_OPERATIONUNAVAIL);
+    if (!IsServiceCode(code))
+        return UNAVAILABLE;
     if (LiveCall() != -1)
         return OPERATION_FAILED;
     Tracking.PickUpCref = ProviderState.RequestCref;

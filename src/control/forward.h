@@ -1,5 +1,6 @@
 // Forwarding and pickup, as service codes. Both change nothing but an idle set: while any call lives they give
-// LINEERR_OPERATIONFAILED and press nothing. What they press comes from ProviderState, where the entry points put it.
+// LINEERR_OPERATIONFAILED and press nothing; nor do they where the PBX gave no service code for it, with
+// LINEERR_OPERATIONUNAVAIL. What they press comes from ProviderState, where the entry points put it.
 #pragma once
 
 #include "config/settings.h"
@@ -24,13 +25,10 @@ inline constexpr std::array<ForwardingMode, 4> ForwardingModes{{
     // clang-format on
 }};
 
-// Forwards to ForwardDestination. The line is released when the PBX acknowledges the new forwarding. Gives 0 or
-// LINEERR_OPERATIONFAILED.
+// Forwards to ForwardDestination. The line is released when the PBX acknowledges the new forwarding.
 LONG DoForward(const ForwardingMode& mode);
 
-// Gives 0 or LINEERR_OPERATIONFAILED.
 LONG DoCancelForward();
 
-// Picks up a call that rings at PickupAddress; it becomes the call RequestCref. Gives 0, LINEERR_OPERATIONUNAVAIL
-// without a service code, or LINEERR_OPERATIONFAILED.
+// Picks up a call that rings at PickupAddress; it becomes the call RequestCref.
 LONG DoPickup();

@@ -83,6 +83,14 @@ bool IsFree(int key) {
     return TouchOf(key).calls[0] == -1 && TouchOf(key).calls[1] == -1;
 }
 
+// The set has the key: one of its own, or one above the offset of a module that it has.
+bool CanPress(int key) {
+    if (key <= SET_KEYS)
+        return true;
+    const int entry = GetAomIndex(key);
+    return entry >= 0 && key > Aom(entry).offset;
+}
+
 }  // namespace
 
 void SortAomModules() {
@@ -140,8 +148,8 @@ void PressSequence::DialString(char* text) {
     SendDialString(text, Together ? &Message : nullptr);
 }
 
-int PressSequence::ServiceCode(const char* code) {
-    return PressServiceCode(code, Together ? &Message : nullptr);
+void PressSequence::ServiceCode(const char* code) {
+    PressServiceCode(code, Together ? &Message : nullptr);
 }
 
 void PressSequence::Send() {
@@ -194,21 +202,22 @@ void SendDialString(char* text, SuperMsgBuffer* message, void (*removed)(int cod
     }
 }
 
-int PressServiceCode(const char* code, SuperMsgBuffer* message) {
-    int pressed = 0;
+void PressServiceCode(const char* code, SuperMsgBuffer* message) {
     for (const char* at = code; *at != 0; ++at) {
-        if (const auto digit = PrepareDigitKey(*at)) {
+        if (const auto digit = PrepareDigitKey(*at))
             AppendOrQueue(*digit, message);
-            ++pressed;
-        } else
+        else
             Trace(TRACE_ALWAYS, "Service code '%s': character %x left out", code, static_cast<unsigned char>(*at));
     }
-    return pressed;
+}
+
+bool IsServiceCode(const char* code) {
+    return std::any_of(code, code + std::strlen(code), IsDialDigit);
 }
 
 int FirstFree(const KeyList& keys, const char* label) {
     for (const int key : keys)
-        if (IsFree(key) && (label == nullptr || std::strcmp(TouchOf(key).label, label) == 0))
+        if (IsFree(key) && CanPress(key) && (label == nullptr || std::strcmp(TouchOf(key).label, label) == 0))
             return key;
     return -1;
 }

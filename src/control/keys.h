@@ -56,11 +56,10 @@ struct PressSequence {
     bool Together;  // one Super Message
     SuperMsgBuffer Message;
 
-    void Key(int key);            // programmable key
-    void SoftKey(int position);   // 1 to 5
-    void DialString(char* text);  // SendDialString
-    // PressServiceCode; gives the number of presses.
-    int ServiceCode(const char* code);
+    void Key(int key);                   // programmable key
+    void SoftKey(int position);          // 1 to 5
+    void DialString(char* text);         // SendDialString
+    void ServiceCode(const char* code);  // PressServiceCode
     void Send();
 };
 
@@ -81,10 +80,13 @@ std::optional<std::array<std::uint8_t, 4>> PrepareDigitKey(char c);
 // Any other character is removed from the text in place, after `removed` (may be null) was told its code.
 void SendDialString(char* text, SuperMsgBuffer* message, void (*removed)(int code) = nullptr);
 // Presses a service code's digits, stars and hashes, as SendDialString does; any other character is left out, traced at
-// level 0. Gives the number of presses.
-int PressServiceCode(const char* code, SuperMsgBuffer* message);
+// level 0.
+void PressServiceCode(const char* code, SuperMsgBuffer* message);
+// The code presses something: the PBX gave one, with a digit, star or hash in it.
+bool IsServiceCode(const char* code);
 
-// The first key of the list without a call, with this label if one is given; -1 when there is none.
+// The first key of the list without a call, with this label if one is given; -1 when there is none. A key on a module that
+// the set is not known to have cannot be pressed, and is not chosen.
 int FirstFree(const KeyList& keys, const char* label = nullptr);
 // The multi-line key that a new call seizes: a free one of the directory number of the call in conversation, else of the
 // set's own number, else any free one; -1 when none is free.
