@@ -145,8 +145,9 @@ void ReportMadeCall() {
         return;
     Marks.MakeCallReport.Set = false;
     const int cref = Marks.MakeCallReport.Cref;
-    for (const DWORD state :
-         {LINECALLSTATE_DIALTONE, LINECALLSTATE_DIALING, LINECALLSTATE_PROCEEDING, LINECALLSTATE_RINGBACK})
+    static constexpr DWORD steps[] = {LINECALLSTATE_DIALTONE, LINECALLSTATE_DIALING, LINECALLSTATE_PROCEEDING,
+                                      LINECALLSTATE_RINGBACK};
+    for (const DWORD state : steps)
         DoLineEvent(LINE_CALLSTATE, state, 0, cref);
     Trace(TRACE_CALL, "DoLineEvent\t(LINE_CALLSTATE, \tLINECALLSTATE_DIALTONE, 0, cref:%lx)", cref);
     Trace(TRACE_CALL, "DoLineEvent(LINE_CALLSTATE,  LINECALLSTATE_DIALING, 0, cref:%lx)", cref);

@@ -323,8 +323,9 @@ void SecondCallOfferedWithOneCall() {
     if (const int cref = OnActive(LINECALLSTATE_DIALTONE); cref != -1) {
         Trace(TRACE_CALL, "Apparition de 2App - 1 appel DIALTONE -> Interception");
         CallOf(cref).state = LINECALLSTATE_CONNECTED;
-        for (const DWORD state :
-             {LINECALLSTATE_DIALING, LINECALLSTATE_PROCEEDING, LINECALLSTATE_RINGBACK, LINECALLSTATE_CONNECTED})
+        static constexpr DWORD steps[] = {LINECALLSTATE_DIALING, LINECALLSTATE_PROCEEDING, LINECALLSTATE_RINGBACK,
+                                          LINECALLSTATE_CONNECTED};
+        for (const DWORD state : steps)
             SendCallState(cref, state);
         Trace(TRACE_CALL, "Icone:%d  - Etat:CONNECTED - Ref:%d cas 6.1", Tracking.ActivCallTouch, cref);
         EnquiryIfVersion1(cref);

@@ -162,8 +162,9 @@ int NewCall(int key, DWORD state) {
     if (state != LINECALLSTATE_RINGBACK && state != LINECALLSTATE_PROCEEDING)
         return cref;
     Trace(TRACE_CALL, "NewCall tou:%d RINGBACK cref:%04x", key, cref);
-    for (const DWORD step :
-         {LINECALLSTATE_DIALTONE, LINECALLSTATE_DIALING, LINECALLSTATE_PROCEEDING, LINECALLSTATE_RINGBACK})
+    static constexpr DWORD steps[] = {LINECALLSTATE_DIALTONE, LINECALLSTATE_DIALING, LINECALLSTATE_PROCEEDING,
+                                      LINECALLSTATE_RINGBACK};
+    for (const DWORD step : steps)
         SendCallState(cref, step);
     Trace(TRACE_CALL, "DoLineEvent(LINE_CALLSTATE,  LINECALLSTATE_DIALTONE, 0, cref:%lx)", cref);
     Trace(TRACE_CALL, "DoLineEvent(LINE_CALLSTATE,  LINECALLSTATE_DIALING, 0, cref:%lx)", cref);
