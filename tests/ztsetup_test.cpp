@@ -34,6 +34,8 @@ struct Windows {
     void (*onAdd)() = [] {};
     std::map<std::string, EntryList> places;  // what NETWORK SERVICE may do, there
     std::map<std::string, std::uint32_t> refused;
+    std::map<std::string, std::string> logSources;
+    std::uint32_t logError = 0;
     std::vector<std::string> calls;
 };
 Windows windows;
@@ -125,6 +127,17 @@ std::uint32_t RemoveEntries(const Place& place) {
 }
 void RemoveEmpty(const Place& place) {
     EXPECT_TRUE(windows.places[place.path.text].count == 0 || windows.refused[place.path.text] != 0) << place.path.text;
+}
+
+std::uint32_t AddLogSource(std::string_view source, std::string_view file) {
+    if (windows.logError == 0)
+        windows.logSources[std::string(source)] = file;
+    return windows.logError;
+}
+std::uint32_t RemoveLogSource(std::string_view source) {
+    if (windows.logError == 0)
+        windows.logSources.erase(std::string(source));
+    return windows.logError;
 }
 
 }  // namespace Setup
@@ -310,35 +323,37 @@ std::size_t EntriesNow() {
     return count;
 }
 
-// The service's account has one entry in each of the three places while the provider is installed, and at no other time.
+// The service's account has one entry in each of the three places while the provider is installed, and at no other time; the
+// event log then knows its source.
 TEST(Ztsetup, GivesTheServicesAccountItsRightsWhileInstalled) {
     struct Row {
         const char* name;
         std::vector<std::string_view> command;
         ExitCode code;
-        std::size_t entries;
+        std::size_t entries, source;
         void (*make)();
     };
     const Row rows[] = {
-        {"TAPI refuses: taken back", {"install"}, EXIT_FAILED, 0, [] { windows.addError = 0x80000048; }},
+        {"TAPI refuses: taken back", {"install"}, EXIT_FAILED, 0, 0, [] { windows.addError = 0x80000048; }},
         {"but not what others gave, enough or too little",
          {"install"},
          EXIT_FAILED,
          2,
+         0,
          [] {
              windows.places[R"(SOFTWARE\Corvane)"] = {{{{true, 2, 0xF003F}}}, 1};
              windows.places[R"(C:\Windows\spitrace)"] = {{{{true, 3, 0x20}, {true, 19, 0x1}}}, 2};
          }},
-        {"not in the list: taken back", {"install"}, EXIT_FAILED, 0, [] { windows = {}, windows.ignores = true; }},
-        {"installed", {"install"}, EXIT_DONE, 3, [] { windows.ignores = false; }},
-        {"status", {"status"}, EXIT_DONE, 3, [] {}},
-        {"once more: no second entries", {"install"}, EXIT_NOTHING, 3, [] {}},
-        {"not removed: they stay", {"remove"}, EXIT_SERVICE, 3, [] { windows.removeError = 0x8000000F; }},
-        {"removed", {"remove"}, EXIT_DONE, 0, [] { windows.removeError = 0; }},
-        {"an earlier version was installed", {"status"}, EXIT_ACCOUNT, 0, Installed},
-        {"an update gives them", {"install"}, EXIT_NOTHING, 3, [] {}},
-        {"not in the list: those left are taken", {"remove"}, EXIT_NOTHING, 0, [] { windows.list.erase(7); }},
-        {"one refused", {"install"}, EXIT_ACCOUNT, 2, [] { windows.refused[R"(SOFTWARE\Corvane)"] = 5; }},
+        {"not in the list: taken back", {"install"}, EXIT_FAILED, 0, 0, [] { windows = {}, windows.ignores = true; }},
+        {"installed", {"install"}, EXIT_DONE, 3, 1, [] { windows.ignores = false; }},
+        {"status", {"status"}, EXIT_DONE, 3, 1, [] {}},
+        {"once more: no second entries", {"install"}, EXIT_NOTHING, 3, 1, [] {}},
+        {"not removed: they stay", {"remove"}, EXIT_SERVICE, 3, 1, [] { windows.removeError = 0x8000000F; }},
+        {"removed", {"remove"}, EXIT_DONE, 0, 0, [] { windows.removeError = 0; }},
+        {"an earlier version was installed", {"status"}, EXIT_ACCOUNT, 0, 0, Installed},
+        {"an update gives them", {"install"}, EXIT_NOTHING, 3, 1, [] {}},
+        {"not in the list: those left are taken", {"remove"}, EXIT_NOTHING, 0, 0, [] { windows.list.erase(7); }},
+        {"one refused", {"install"}, EXIT_ACCOUNT, 2, 1, [] { windows.refused[R"(SOFTWARE\Corvane)"] = 5; }},
     };
     windows = Windows{};
     for (const Row& row : rows) {
@@ -347,7 +362,14 @@ TEST(Ztsetup, GivesTheServicesAccountItsRightsWhileInstalled) {
         const Outcome outcome = Command(row.command);
         EXPECT_EQ(outcome.code, row.code) << outcome.message.View();
         EXPECT_EQ(EntriesNow(), row.entries);
+        EXPECT_EQ(windows.logSources.size(), row.source);
     }
+    EXPECT_EQ(windows.logSources["zt_6232"], R"(%SystemRoot%\System32\zt_6232.tsp)");
+    windows.logError = 5;
+    EXPECT_THAT(std::string(Command({"remove"}).message.View()),
+                HasSubstr("sources of its event log (access is denied"));
+    windows.list.erase(7);
+    EXPECT_THAT(std::string(Command({"install"}).message.View()), HasSubstr("entries without their sentences"));
     EXPECT_EQ(windows.list.count(7), 1U) << "the installation went on";
     EXPECT_THAT(std::string(Command({"install"}).message.View()),
                 HasSubstr("HKEY_LOCAL_MACHINE\\SOFTWARE\\Corvane (access is denied, error 5)"));

@@ -8,6 +8,7 @@
 #include "link/tick.h"
 #include "platform/copy_text.h"
 #include "platform/text.h"
+#include "provider/event_log.h"
 #include "provider/events.h"
 #include "trace/trace.h"
 
@@ -371,6 +372,7 @@ void HandleDeviceAssocAck(std::uint8_t, Bytes payload) {
         Tick.ConfigUsable = true;
     ProviderState.DeviceState = DEVICE_IN_SERVICE;
     DoLineEvent(LINE_LINEDEVSTATE, LINEDEVSTATE_CONNECTED | LINEDEVSTATE_INSERVICE, 0, -1);
+    LogEvent(EVENT_LINE_IN_SERVICE, ProviderState.PortName);
 }
 
 void HandleKeyAck(std::uint8_t, Bytes payload) {

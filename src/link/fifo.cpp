@@ -2,6 +2,7 @@
 
 #include "link/link_layer.h"
 #include "platform/platform.h"
+#include "provider/error_box.h"
 #include "provider/lifecycle.h"
 
 #include <algorithm>

@@ -9,6 +9,7 @@
 #include "link/terminal.h"
 #include "link/tick.h"
 #include "platform/text.h"
+#include "provider/event_log.h"
 #include "provider/events.h"
 #include "provider/state.h"
 #include "trace/trace.h"
@@ -18,6 +19,7 @@
 #include <cstdlib>
 #include <cstring>
 #include <numeric>
+#include <utility>
 
 LinkState Link;
 
@@ -88,7 +90,7 @@ void Acknowledged(Bytes, bool) {
 
 void PollAnswered(Bytes control, bool acknowledge) {
     Link.ProcessData = true;
-    Link.LinkIdleTicks = 0;
+    LinkProven();
     Acknowledged(control, acknowledge);
 }
 
@@ -125,7 +127,7 @@ void ConfigResponse(Bytes control, bool) {
     Trace(TRACE_ALWAYS, "* Subdevice Mac/pc %d.%.02d *", major, minor);
     ProviderState.AdapterMajor = major;
     ProviderState.AdapterMinor = minor;
-    Link.LinkIdleTicks = 0;
+    LinkProven();
     Link.LinkPollPeriod = POLL_PERIOD_ANSWERED;
     if (Serial.V24Trouble && !Tick.ConfigReceived)
         Tick.WaitConfigCount = 0;
@@ -133,7 +135,7 @@ void ConfigResponse(Bytes control, bool) {
 
 void TempoAnswered(Bytes control, bool acknowledge) {
     Acknowledged(control, acknowledge);
-    Link.LinkIdleTicks = 0;
+    LinkProven();
     Link.LinkPollPeriod = POLL_PERIOD_ANSWERED;
 }
 
@@ -257,7 +259,7 @@ void SystemTrace(Bytes message, bool acknowledge) {
               Link.ProcessData);
     Link.SystemTraceSeen = true;
     Link.TraceModeSeen = true;
-    Link.LinkIdleTicks = 0;
+    LinkProven();
     AcknowledgeOnly(message, acknowledge);
     if (Link.ProcessData)
         DecodeSuperMessage(message.subspan(1), 0, 255);
@@ -269,7 +271,7 @@ void VtaTrace(Bytes message, bool acknowledge) {
         Trace(TRACE_ENTRY, "RX: First TRACEMODE VTA Trace Header WaitTrace %d", Tick.WaitTrace);
     Link.VtaTraceSeen = true;
     Link.TraceModeSeen = true;
-    Link.LinkIdleTicks = 0;
+    LinkProven();
     AcknowledgeOnly(message, acknowledge);
     const Bytes event = message.subspan(1);
     if (Link.ProcessData && (ByteAt(event, 0) & 0x7F) != IGNORED_COMMAND)
@@ -699,6 +701,12 @@ void ResetTransmitState(bool keepSavedFrame) {
         Link.SavedLength = 0;
     }
     Link.LinkIdleTicks = 0;
+}
+
+void LinkProven() {
+    Link.LinkIdleTicks = 0;
+    if (std::exchange(Link.ContactLost, false))
+        LogEvent(EVENT_CONTACT_BACK, ProviderState.PortName);
 }
 
 void StartLink() {

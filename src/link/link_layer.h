@@ -50,6 +50,7 @@ struct LinkState {
     std::array<std::uint8_t, 1024> Receive{};
     int RxIdleTicks = 0;         // ticks without a byte while collecting
     int LinkIdleTicks = 0;       // ticks since a frame that proves the link
+    bool ContactLost = false;    // it has been silent for too long, and no such frame has come since
     int LinkPollPeriod = 30;     // ticks of silence before a poll; 160 once the card has answered
     bool ProcessData = false;    // terminal commands and TAPI_OMNA messages are processed
     bool TraceModeSeen = false;  // a trace header has been received
@@ -100,6 +101,8 @@ int ReadAfterL2Timeout();
 // What an opened port puts back before the link starts: the transmit side and the card's modes. A reconnection keeps the
 // link-control frame that waits for its retry.
 void ResetTransmitState(bool keepSavedFrame);
+// A frame has come that proves the link: its silence begins anew, and lost contact is back.
+void LinkProven();
 // Writes the resynchronisation frame and queues poll, special function, configuration enquiry and the device
 // association request: how every link starts.
 void StartLink();

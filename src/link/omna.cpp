@@ -6,6 +6,7 @@
 #include "link/fifo.h"
 #include "link/link_layer.h"
 #include "link/serial.h"
+#include "provider/error_box.h"
 #include "provider/lifecycle.h"
 #include "provider/state.h"
 #include "trace/trace.h"

@@ -8,6 +8,8 @@
 #include "link/port_io.h"
 #include "link/tick.h"
 #include "platform/text.h"
+#include "provider/error_box.h"
+#include "provider/event_log.h"
 #include "provider/events.h"
 #include "provider/lifecycle.h"
 #include "trace/trace.h"
@@ -122,6 +124,7 @@ DWORD ReportOpenFailure(DWORD error) {
                                        [&](const Report& report) { return report.Error == error; });
     const Report& report = found == std::end(Reports) ? Other : *found;
     const DWORD completed = SendCompletion(ProviderState, report.Completion);
+    LogPortFailure(ProviderState.PortName, error);
     ErrorBox(report.Text);
     return completed;
 }
@@ -132,8 +135,10 @@ DWORD WINAPI SerialThreadBody(LPVOID) {
     ResetThreadState();
     if (Serial.Port == INVALID_HANDLE_VALUE) {
         const char* name = ProviderState.PortName;
-        if (std::strlen(name) != 4 || name[3] < '1' || name[3] > '4')
+        if (std::strlen(name) != 4 || name[3] < '1' || name[3] > '4') {
+            LogEvent(EVENT_NO_PORT, name);
             return 0;
+        }
         Serial.PortDigit = name[3];
         SerialOpenComms(name, ProviderState.SpeedText);
         const DWORD error = GetLastError();  // before a trace line touches it
@@ -224,8 +229,12 @@ void Reconnect() {
     Tick.WaitTrace = 0;
     if (Serial.Port != INVALID_HANDLE_VALUE)
         ClosePort(Serial.Port);
-    if (!IsComPort(ProviderState.PortName) || !OpenPort(ProviderState.PortName, ProviderState.SpeedText, true))
+    if (!IsComPort(ProviderState.PortName))
         return;
+    if (!OpenPort(ProviderState.PortName, ProviderState.SpeedText, true)) {
+        LogPortFailure(ProviderState.PortName, GetLastError());
+        return;
+    }
     RaiseRts();
     ResetComPort(3);
     Link.After_L2_timeout = ReadAfterL2Timeout();

@@ -194,7 +194,7 @@ void Handset(Bytes command, Origin) {
 
 void LinkAlive(Bytes, Origin) {
     if (Link.LinkPollPeriod == POLL_PERIOD_ANSWERED)
-        Link.LinkIdleTicks = 0;
+        LinkProven();
 }
 
 void Speaker(Bytes, Origin) {

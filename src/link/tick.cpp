@@ -11,6 +11,8 @@
 #include "link/port_io.h"
 #include "link/serial.h"
 #include "platform/text.h"
+#include "provider/error_box.h"
+#include "provider/event_log.h"
 #include "provider/events.h"
 #include "provider/lifecycle.h"
 #include "trace/trace.h"
@@ -51,6 +53,7 @@ bool WatchConfiguration(bool& held) {
         Trace(TRACE_ALWAYS, "Config dynamic not received: WaitConfigCount %ld LIMIT %d Cas 1", Tick.WaitConfigCount,
               CONFIG_LIMIT_ASSOC);
         RecordLastAction("failed :Config dynamic :Device association ack not received");
+        LogEvent(EVENT_STOPPED_NO_ASSOCIATION, ProviderState.PortName);
         NoConfigurationBox(held);
         if (held)
             CloseLine();
@@ -66,13 +69,16 @@ bool WatchConfiguration(bool& held) {
     if (ProviderState.TAPI_OMNA_Ver >= 2 && ProviderState.Dev_type != DEV_TYPE_KB2) {
         Trace(TRACE_ALWAYS, "MessageBox Poste non KB2");
         RecordLastAction("failed :Not a KB2(7120) set");
+        LogEvent(EVENT_STOPPED_WRONG_SET, ProviderState.PortName);
         ErrorBox("     Set Configuration Error\n\nYour set is not a 7120/7121 Corvane set");
     } else if (SetConfig.MultiAnnounced == 0) {
         Trace(TRACE_ALWAYS, "MessageBox Poste MONO");
         RecordLastAction("failed :Not a multiline set");
+        LogEvent(EVENT_STOPPED_NO_MULTI_LINE, ProviderState.PortName);
         ErrorBox("     Set Configuration Error\n\nYour set has not a multiline config");
     } else {
         RecordLastAction("failed :Config dynamic not received");
+        LogEvent(EVENT_STOPPED_NO_CONFIGURATION, ProviderState.PortName);
         NoConfigurationBox(held);
     }
     if (held)
@@ -95,6 +101,7 @@ bool WatchTraceMode() {
     ProviderState.DeviceState = DEVICE_OUT_OF_SERVICE;
     DynamicConfig.WaitTraceMode = 0;
     RecordLastAction("failed :Bad MAC/PC trace mode");
+    LogEvent(EVENT_STOPPED_NO_TRACE_MODE, ProviderState.PortName);
     ErrorBox("     Set Configuration Error\n\nVXC setup error - Bad MAC/PC mode");
     AllCallReset();
     CloseLine();
@@ -108,6 +115,7 @@ bool WatchStrings() {
     Link.LinkStopped = true;
     ProviderState.DeviceState = DEVICE_OUT_OF_SERVICE;
     Tick.StringInitError = false;
+    LogEvent(EVENT_STOPPED_BAD_STRING, ProviderState.PortName);
     ErrorBox("Corvane Service Provider internal error\n\nBad string definition");
     return true;
 }
@@ -216,6 +224,8 @@ void PortBlockedBox() {
 }
 
 void LoseContact(bool& held) {
+    if (!std::exchange(Link.ContactLost, true))
+        LogEvent(EVENT_CONTACT_LOST, ProviderState.PortName);
     Reconnect();
     if (Serial.V24Trouble)
         return;
@@ -295,6 +305,7 @@ void KickTransmitter() {
 // One tick; a step that gives true ends it.
 void RunTick(bool& held) {
     WatchRunningRequest();  // of a stopped link too, whose presses are lost
+    LogLeftOut();
     if (Link.LinkStopped || Tick.SpStopped)
         return;
     if (Tracking.ForwardAckTicks > 0)

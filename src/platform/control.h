@@ -97,12 +97,28 @@ struct Box {
     std::string Text, Caption;  // bytes as given, Windows-1252
     UINT Style = 0;
     bool LineMutexHeld = false;  // whether the showing thread held a mutex named SP62LineMutex while it was open
+    bool InSession = false;      // sent to a user's session by a process without a screen
+    DWORD Seconds = 0;           // after which such a box closes by itself; 0 = never
 };
 std::vector<Box> Boxes();  // all shown since Reset
 // Boxes stay open this long by the clock; meanwhile the showing thread's timers are dispatched, as on Windows.
 void KeepBoxesOpen(std::uint32_t milliseconds);
 // Decides the answer; runs on the showing thread when the box closes. Default: IDOK.
 void AnswerBoxes(std::function<int(const Box&)> answer);
+// Where this process's boxes can be seen. With another than Own it has no visible window station, as a service has
+// none: boxes then reach the session at the computer's screen, if somebody is logged on there.
+enum class Screen { Own, UsersSession, NobodyLoggedOn, NoSession };
+void UseScreen(Screen screen);
+int PinnedLibraries();  // how often the library has been kept from being unloaded
+
+// --- the event log -----------------------------------------------------------------------------------------------
+struct LogEntry {
+    std::string Source;
+    WORD Type;
+    DWORD Event;
+    std::vector<std::string> Texts;
+};
+std::vector<LogEntry> LogEntries();  // all since Reset
 
 // --- dialogs -----------------------------------------------------------------------------------------------------
 // A dialog shows nowhere. It is made of its resource's rows and told WM_INITDIALOG; then a user, who is a function of

@@ -18,6 +18,7 @@
 
 #include <tapi.h>
 #include <tspi.h>
+#include <wtsapi32.h>
 
 #include <direct.h>
 

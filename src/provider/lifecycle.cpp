@@ -4,6 +4,8 @@
 #include "control/requests.h"  // the marks of requests, which name calls
 #include "link/serial.h"       // the thread that is started and stopped here
 #include "platform/text.h"
+#include "provider/error_box.h"
+#include "provider/event_log.h"
 #include "provider/events.h"
 #include "provider/state.h"
 #include "provider/tapi.h"
@@ -27,8 +29,28 @@ constexpr DWORD MUTEX_WAIT_MS = 20'000;
 constexpr DWORD READY_WAIT_MS = 20'000;
 constexpr DWORD STOP_WAIT_MS = 30'000;
 constexpr DWORD TSPI_VERSION = 0x20000;
-constexpr UINT ERROR_BOX_STYLE = MB_ICONHAND | MB_SYSTEMMODAL | MB_TASKMODAL | MB_DEFAULT_DESKTOP_ONLY;
 constexpr LONG NO_DRIVER = static_cast<LONG>(LINEERR_NODRIVER);
+
+// Its owner alone writes who holds the line mutex; another thread only sees that it is not itself.
+std::atomic_ref<DWORD> Holder() {
+    return std::atomic_ref(Process.LineMutexHolder);
+}
+
+void MutexTaken() {
+    const DWORD self = GetCurrentThreadId();
+    if (Holder() != self) {  // also where a thread that ended has left it
+        Holder() = self;
+        Process.LineMutexDepth = 0;
+        Process.LineMutexSince = timeGetTime();
+    }
+    ++Process.LineMutexDepth;
+}
+
+bool ReleaseTaken() {
+    if (Holder() == GetCurrentThreadId() && --Process.LineMutexDepth == 0)
+        Holder() = 0;
+    return ReleaseMutex(Process.LineMutex) != 0;
+}
 
 bool PortConfigured() {
     return std::strcmp(ProviderState.PortName, "NONE") != 0 && std::strlen(ProviderState.PortName) == 4;
@@ -95,6 +117,7 @@ void ProviderInitCommon(DWORD permanentProviderID, HPROVIDER provider, DWORD lin
     if (PortConfigured())
         return;
     Trace(TRACE_ALWAYS, "pas de choix à provider config -> on stoppe le SP"_cp1252);
+    LogEvent(EVENT_NO_PORT, ProviderState.PortName);
     TSPI_providerShutdown(TSPI_VERSION, permanentProviderID);
 }
 
@@ -184,6 +207,8 @@ LONG WaitLineMutex() {
     const std::atomic_ref shared(Process.LineMutex);  // two threads may be the first to ask
     if (const HANDLE mutex = shared.load(); mutex != nullptr) {
         const DWORD wait = WaitForSingleObject(mutex, MUTEX_WAIT_MS);
+        if (GotLineMutex(static_cast<LONG>(wait)))
+            MutexTaken();
         if (wait == WAIT_ABANDONED)
             Trace(TRACE_ALWAYS, "WAITLINEMUTEX PRB WAIT_ABANDONED");
         else if (wait == WAIT_TIMEOUT)
@@ -201,7 +226,10 @@ LONG WaitLineMutex() {
     if (!shared.compare_exchange_strong(none, made))
         CloseHandle(made);  // another thread's handle to the same mutex was first
     // Where it existed already, here or in another process, making it has not given it to this thread.
-    return error == ERROR_ALREADY_EXISTS ? WaitLineMutex() : 0;
+    if (error == ERROR_ALREADY_EXISTS)
+        return WaitLineMutex();
+    MutexTaken();
+    return 0;
 }
 
 bool GotLineMutex(LONG wait) {
@@ -209,13 +237,13 @@ bool GotLineMutex(LONG wait) {
 }
 
 LONG ReleaseLineMutex(LONG result) {
-    if (!ReleaseMutex(Process.LineMutex))
+    if (!ReleaseTaken())
         Trace(TRACE_ALWAYS, "REL_LINE_MUTEX PRB %lx", GetLastError());
     return result;
 }
 
-int ErrorBox(const char* text) {
-    return MessageBoxA(nullptr, text, "Corvane 6200 SP Error", ERROR_BOX_STYLE);
+DWORD LineMutexHeldFor() {
+    return Holder() == GetCurrentThreadId() ? timeGetTime() - Process.LineMutexSince : NOT_HELD;
 }
 
 // --- the provider's entry points -------------------------------------------------------------------------------------
@@ -247,7 +275,7 @@ LONG WINAPI TSPI_providerShutdown(DWORD dwTSPIVersion, DWORD dwPermanentProvider
     Trace(TRACE_ENTRY, "Entering TSPI_providerShutdown(%lx %lx)", dwTSPIVersion, dwPermanentProviderID);
     StopSerialThread();
     Process.RestartRequired = false;
-    ReleaseMutex(Process.LineMutex);  // held where a thread was stopped; it lives on if another process uses it too
+    ReleaseTaken();  // held where a thread was stopped; it lives on if another process uses it too
     CloseAndForget(Process.LineMutex);
     return 0;
 }

@@ -1,5 +1,5 @@
 // The provider's skeleton: library entry point, TSPI_provider entry points, common initialisation, start and stop of
-// the serial thread, the line mutex and the error box.
+// the serial thread, and the line mutex.
 //
 // The line mutex "SP62LineMutex" guards all shared state. TAPI's threads take it at the start of every entry point but
 // the opens and version negotiations; every tick of the serial thread holds it. It is recursive for its owner.
@@ -14,6 +14,9 @@
 struct ProcessRecord {
     HINSTANCE ModuleInstance = nullptr;
     HANDLE LineMutex = nullptr;         // null until first use
+    DWORD LineMutexHolder = 0;          // thread identifier; 0 = no thread of this process
+    int LineMutexDepth = 0;             // how often it has taken it
+    DWORD LineMutexSince = 0;           // when it took it first, ms
     HANDLE SerialReadyEvent = nullptr;  // auto-reset, made anew by each thread start
     HANDLE SerialThread = nullptr;      // null while no serial thread runs
     DWORD SerialThreadID = 0;
@@ -54,5 +57,6 @@ bool GotLineMutex(LONG wait);
 // Releases the line mutex and gives its argument back, so that an entry point can end in one statement.
 LONG ReleaseLineMutex(LONG result);
 
-// Shows a modal message box under the title "Corvane 6200 SP Error" and gives its result. Takes Windows-1252 text.
-int ErrorBox(const char* text);
+// How long, in ms, the calling thread has held the line mutex since it took it first; NOT_HELD where it does not hold it.
+constexpr DWORD NOT_HELD = 0xFFFFFFFF;
+DWORD LineMutexHeldFor();

@@ -11,6 +11,7 @@
 #include "link/serial.h"
 #include "link/terminal.h"
 #include "link/tick.h"
+#include "provider/event_log.h"
 #include "provider/events.h"
 #include "provider/lifecycle.h"
 #include "trace/trace.h"
@@ -190,6 +191,7 @@ void ResetProvider() {
     ProviderState.ProtocolLevel = 2;
     ProviderState.FwdStatus = FWD_NOT_FORWARDED;
     TraceLog = TraceRecord{};
+    ResetEventLog();
 }
 
 std::vector<std::string> Events() {

@@ -20,8 +20,10 @@ constexpr std::string_view HELP =
     "            given, must name it there. Windows then opens its configuration dialog: choose the COM port.\n"
     "            --quiet  closes the dialog at once, as Cancel does: the settings stay as they are\n"
     "            It also gives NETWORK SERVICE, the telephony service's account, the rights to write the provider's\n"
-    "            settings (HKEY_LOCAL_MACHINE\\SOFTWARE\\Corvane, zt62cfg.ini) and trace (spitrace)\n"
-    "  remove    takes it out of the list of providers, and those rights back; library and settings stay\n"
+    "            settings (HKEY_LOCAL_MACHINE\\SOFTWARE\\Corvane, zt62cfg.ini) and trace (spitrace), and makes its\n"
+    "            entries known to the Event Viewer (source zt_6232)\n"
+    "  remove    takes it out of the list of providers, those rights back, and that source away; library and settings\n"
+    "            stay\n"
     "  status    shows this Windows, the library, the telephony service and its rights, and the list of providers\n"
     "\n"
     "install and remove need administrator rights.\n"
@@ -337,6 +339,26 @@ Holding AddHolding(Message& message) {
     return holding;
 }
 
+// --- the event log ---------------------------------------------------------------------------------------------------
+
+constexpr std::string_view LOG_SOURCE = "zt_6232";
+constexpr std::string_view LOG_FILE = "%SystemRoot%\\System32\\zt_6232.tsp";
+
+// Without it the provider's entries come all the same, but the Event Viewer does not find their sentences.
+void AddToEventLog(Message& message) {
+    if (const std::uint32_t error = AddLogSource(LOG_SOURCE, LOG_FILE); error != 0)
+        AddWindowsError(message.Add("Windows did not take ").Add(LOG_SOURCE).Add(" as a source of its event log ("),
+                        error)
+            .Add(").\n  The Event Viewer shows its entries without their sentences.\n");
+}
+
+void RemoveFromEventLog(Message& message) {
+    if (const std::uint32_t error = RemoveLogSource(LOG_SOURCE); error != 0)
+        AddWindowsError(
+            message.Add("Windows did not remove ").Add(LOG_SOURCE).Add(" from the sources of its event log ("), error)
+            .Add(").\n");
+}
+
 // --- TAPI's list -----------------------------------------------------------------------------------------------------
 
 bool IsOurs(const Provider& provider) {
@@ -386,6 +408,7 @@ Outcome Install(std::string_view file, bool quiet) {
         outcome.code = EXIT_NOTHING;
         outcome.message.Add("The provider is installed already, as provider ").AddNumber(ours->id).Add(".\n");
         GiveRights(outcome);  // an earlier version did not
+        AddToEventLog(outcome.message);
         return outcome;
     }
     Outcome rights;
@@ -400,6 +423,7 @@ Outcome Install(std::string_view file, bool quiet) {
     outcome.message.Add(
         "Its COM port is set in Control Panel, \"Phone and Modem\", tab \"Advanced\", \"Configure\".\n");
     outcome.message.Add(rights.message.View());
+    AddToEventLog(outcome.message);
     outcome.code = rights.code;
     return outcome;
 }
@@ -414,6 +438,7 @@ Outcome Remove() {
     if (FindOurs(list) == nullptr) {
         outcome = {EXIT_NOTHING, Message("The provider is not installed.\n")};
         TakeRights(outcome);
+        RemoveFromEventLog(outcome.message);
         return outcome;
     }
     for (std::size_t i = 0; i < list.count; ++i) {  // someone may have added it twice
@@ -428,6 +453,7 @@ Outcome Remove() {
         return {EXIT_FAILED, Message("TAPI said that it removed the provider, but its list still has it.\n")};
     outcome.message.Add("The provider is removed from the list. Its settings stay.\n");
     TakeRights(outcome);
+    RemoveFromEventLog(outcome.message);
     if (const Path place = In(SystemDirectory(), LIBRARY); InUse(place))
         outcome.message
             .Add("The telephony service still has the library loaded. End all programs that use the telephone "

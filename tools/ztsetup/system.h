@@ -71,4 +71,9 @@ std::uint32_t AddEntry(const Place& place, const AccessEntry& entry);
 std::uint32_t RemoveEntries(const Place& place);
 void RemoveEmpty(const Place& place);  // only a place that has nothing in it
 
+// A source of entries in the Application log, with the file that has their sentences (with environment variables in it).
+// 0, or Windows' error code; one that is not there counts as removed.
+std::uint32_t AddLogSource(std::string_view source, std::string_view file);
+std::uint32_t RemoveLogSource(std::string_view source);
+
 }  // namespace Setup

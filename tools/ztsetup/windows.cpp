@@ -411,4 +411,39 @@ void RemoveEmpty(const Place& place) {
         DeleteFileW(wide);
 }
 
+// --- the event log ---------------------------------------------------------------------------------------------------
+
+namespace {
+
+const WCHAR* LogSourceKey(std::string_view source, Wide& key) {
+    const Path path = Path("SYSTEM\\CurrentControlSet\\Services\\EventLog\\Application\\").Add(source);
+    return ToWide(path.View(), key);
+}
+
+}  // namespace
+
+std::uint32_t AddLogSource(std::string_view source, std::string_view file) {
+    Wide wide;
+    HKEY key = nullptr;
+    LONG error = RegCreateKeyExW(HKEY_LOCAL_MACHINE, LogSourceKey(source, wide), 0, nullptr, REG_OPTION_NON_VOLATILE,
+                                 KEY_SET_VALUE, nullptr, &key, nullptr);
+    if (error != 0)
+        return static_cast<std::uint32_t>(error);
+    const DWORD types = EVENTLOG_ERROR_TYPE | EVENTLOG_WARNING_TYPE | EVENTLOG_INFORMATION_TYPE;
+    const auto* const text = reinterpret_cast<const BYTE*>(ToWide(file, wide));
+    error = RegSetValueExW(key, L"EventMessageFile", 0, REG_EXPAND_SZ, text,
+                           static_cast<DWORD>((static_cast<std::size_t>(lstrlenW(wide)) + 1) * sizeof(WCHAR)));
+    if (error == 0)
+        error =
+            RegSetValueExW(key, L"TypesSupported", 0, REG_DWORD, reinterpret_cast<const BYTE*>(&types), sizeof types);
+    RegCloseKey(key);
+    return static_cast<std::uint32_t>(error);
+}
+
+std::uint32_t RemoveLogSource(std::string_view source) {
+    Wide wide;
+    const LONG error = RegDeleteKeyW(HKEY_LOCAL_MACHINE, LogSourceKey(source, wide));
+    return error == ERROR_FILE_NOT_FOUND ? 0 : static_cast<std::uint32_t>(error);
+}
+
 }  // namespace Setup

@@ -4,6 +4,7 @@
 #include "config/settings.h"
 #include "config/ui/resource.h"
 #include "platform/copy_text.h"
+#include "provider/error_box.h"
 #include "provider/events.h"
 #include "provider/lifecycle.h"
 #include "trace/trace.h"

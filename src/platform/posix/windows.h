@@ -101,15 +101,53 @@ LRESULT WINAPI DispatchMessageA(const MSG* message);
 BOOL WINAPI PostThreadMessageA(DWORD threadID, UINT message, WPARAM wParam, LPARAM lParam);
 UINT_PTR WINAPI SetTimer(HWND window, UINT_PTR id, UINT milliseconds, TIMERPROC procedure);
 BOOL WINAPI KillTimer(HWND window, UINT_PTR id);
+inline constexpr UINT PM_REMOVE = 1;
+inline constexpr DWORD QS_ALLINPUT = 0x04FF, MWMO_INPUTAVAILABLE = 4;
+BOOL WINAPI PeekMessageA(MSG* message, HWND window, UINT first, UINT last, UINT remove);
+void WINAPI PostQuitMessage(int code);
+DWORD WINAPI MsgWaitForMultipleObjectsEx(DWORD count, const HANDLE* objects, DWORD milliseconds, DWORD mask,
+                                         DWORD flags);
 
 // --- message boxes
 inline constexpr UINT MB_OK = 0, MB_ICONHAND = 0x10, MB_SYSTEMMODAL = 0x1000, MB_TASKMODAL = 0x2000,
                       MB_DEFAULT_DESKTOP_ONLY = 0x20000;
-inline constexpr int IDOK = 1, IDCANCEL = 2, IDHELP = 9;
+inline constexpr int IDOK = 1, IDCANCEL = 2, IDHELP = 9, IDTIMEOUT = 32000;
 int WINAPI MessageBoxA(HWND owner, LPCSTR text, LPCSTR caption, UINT style);
 BOOL WINAPI MessageBeep(UINT sound);
 HWND WINAPI GetActiveWindow();
 HWND WINAPI GetForegroundWindow();
+
+// --- window stations, and the sessions of users beside the one that a service runs in
+using HWINSTA = struct HWINSTA__*;
+struct USEROBJECTFLAGS {
+    BOOL fInherit, fReserved;
+    DWORD dwFlags;
+};
+inline constexpr int UOI_FLAGS = 1;
+inline constexpr DWORD WSF_VISIBLE = 1;
+HWINSTA WINAPI GetProcessWindowStation();
+BOOL WINAPI GetUserObjectInformationA(HANDLE object, int index, LPVOID information, DWORD size, DWORD* needed);
+#define WTS_CURRENT_SERVER_HANDLE (static_cast<HANDLE>(nullptr))
+enum WTS_INFO_CLASS { WTSUserName = 5 };
+DWORD WINAPI WTSGetActiveConsoleSessionId();
+BOOL WINAPI WTSQuerySessionInformationW(HANDLE server, DWORD session, WTS_INFO_CLASS kind, LPWSTR* value, DWORD* bytes);
+void WINAPI WTSFreeMemory(LPVOID memory);
+BOOL WINAPI WTSSendMessageW(HANDLE server, DWORD session, LPWSTR title, DWORD titleBytes, LPWSTR text, DWORD textBytes,
+                            DWORD style, DWORD seconds, DWORD* response, BOOL wait);
+
+// --- libraries
+using FARPROC = std::intptr_t(WINAPI*)();
+inline constexpr DWORD GET_MODULE_HANDLE_EX_FLAG_PIN = 1, GET_MODULE_HANDLE_EX_FLAG_FROM_ADDRESS = 4;
+HMODULE WINAPI LoadLibraryA(LPCSTR name);
+FARPROC WINAPI GetProcAddress(HMODULE library, LPCSTR name);
+BOOL WINAPI GetModuleHandleExA(DWORD flags, LPCSTR address, HMODULE* library);
+
+// --- the event log
+inline constexpr WORD EVENTLOG_ERROR_TYPE = 1, EVENTLOG_WARNING_TYPE = 2, EVENTLOG_INFORMATION_TYPE = 4;
+HANDLE WINAPI RegisterEventSourceA(LPCSTR server, LPCSTR source);
+BOOL WINAPI ReportEventA(HANDLE log, WORD type, WORD category, DWORD event, LPVOID user, WORD textCount, DWORD dataSize,
+                         LPCSTR* texts, LPVOID data);
+BOOL WINAPI DeregisterEventSource(HANDLE log);
 
 // --- dialogs
 inline constexpr UINT WM_SETTEXT = 0x000C, EM_LIMITTEXT = 0x00C5, BM_GETCHECK = 0x00F0, BM_SETCHECK = 0x00F1,

@@ -72,11 +72,16 @@ DWORD UntilTimer(DWORD threadID) {
     return wait;
 }
 
-// Waits for a message until `limit` (endless without one); false when the time is over and none is there.
-bool Await(Guard& guard, MSG& message, const std::uint32_t* limit) {
+bool MessageThere(DWORD threadID) {
+    return !Queues[threadID].empty() || DueTimer(threadID) != nullptr;
+}
+
+// Waits for a message, or until `other` holds where it is given, until `limit` (endless without one).
+void Await(Guard& guard, const std::uint32_t* limit, const std::function<bool()>& other = nullptr) {
     const DWORD self = GetCurrentThreadId();
-    const auto there = [&] { return !Queues[self].empty() || DueTimer(self) != nullptr; };
-    const std::function<bool()> ready = [&] { return there() || (limit != nullptr && Passed(NowLocked(), *limit)); };
+    const std::function<bool()> ready = [&] {
+        return MessageThere(self) || (other && other()) || (limit != nullptr && Passed(NowLocked(), *limit));
+    };
     while (!ready()) {
         DWORD wait = UntilTimer(self);
         if (limit != nullptr) {
@@ -85,7 +90,12 @@ bool Await(Guard& guard, MSG& message, const std::uint32_t* limit) {
         }
         WaitUntil(guard, wait, ready);
     }
-    return there() && Take(self, message);
+}
+
+// The same; takes the message, or gives false when the time is over and none is there.
+bool AwaitMessage(Guard& guard, MSG& message, const std::uint32_t* limit) {
+    Await(guard, limit);
+    return MessageThere(GetCurrentThreadId()) && Take(GetCurrentThreadId(), message);
 }
 
 // On standard error, as one line.
@@ -101,7 +111,7 @@ void Print(const PlatformControl::Box& box) {
 void KeepOpen(Guard& guard, std::uint32_t milliseconds) {
     const std::uint32_t limit = NowLocked() + milliseconds;
     MSG message{};
-    while (!Passed(NowLocked(), limit) && Await(guard, message, &limit)) {
+    while (!Passed(NowLocked(), limit) && AwaitMessage(guard, message, &limit)) {
         if (message.message == WM_QUIT) {
             Queues[GetCurrentThreadId()].push_front(message);
             return;
@@ -135,6 +145,23 @@ int TimerCount() {
     return static_cast<int>(Timers.size());
 }
 
+std::uint32_t BoxShown(const PlatformControl::Box& box) {
+    Shown.push_back(box);
+    if (!BoxesPrinted)
+        return BoxOpenMs;
+    Print(box);
+    const char* setting = std::getenv("ZT_BOX_MS");
+    return setting == nullptr ? BoxOpenMs : static_cast<std::uint32_t>(std::strtoul(setting, nullptr, 10));
+}
+
+int AnswerTo(Guard& guard, const PlatformControl::Box& box) {
+    const Answer answer = BoxAnswer;
+    guard.unlock();
+    const int result = answer ? answer(box) : IDOK;
+    guard.lock();
+    return result;
+}
+
 void ResetMessages() {
     Timers.clear();
     Queues.clear();
@@ -153,7 +180,7 @@ BOOL WINAPI GetMessageA(MSG* message, HWND, UINT, UINT) {
     if (Fails("GetMessageA"))
         return -1;
     Guard guard(Lock);
-    Await(guard, *message, nullptr);
+    AwaitMessage(guard, *message, nullptr);
     return message->message != WM_QUIT;
 }
 
@@ -187,6 +214,28 @@ BOOL WINAPI PostThreadMessageA(DWORD threadID, UINT message, WPARAM wParam, LPAR
     return TRUE;
 }
 
+BOOL WINAPI PeekMessageA(MSG* message, HWND, UINT, UINT, UINT) {
+    const Guard guard(Lock);
+    return MessageThere(GetCurrentThreadId()) && Take(GetCurrentThreadId(), *message);
+}
+
+void WINAPI PostQuitMessage(int code) {
+    PostThreadMessageA(GetCurrentThreadId(), WM_QUIT, static_cast<WPARAM>(code), 0);
+}
+
+// For one object, and messages that are there already count: as it is used here.
+DWORD WINAPI MsgWaitForMultipleObjectsEx(DWORD, const HANDLE* objects, DWORD milliseconds, DWORD, DWORD) {
+    if (Fails("MsgWaitForMultipleObjectsEx"))
+        return WAIT_FAILED;
+    Guard guard(Lock);
+    const std::uint32_t limit = NowLocked() + milliseconds;
+    Await(guard, milliseconds == INFINITE ? nullptr : &limit, [&] { return Ready(objects[0]); });
+    if (!Ready(objects[0]))
+        return MessageThere(GetCurrentThreadId()) ? WAIT_OBJECT_0 + 1 : WAIT_TIMEOUT;
+    guard.unlock();
+    return WaitForSingleObject(objects[0], 0);
+}
+
 UINT_PTR WINAPI SetTimer(HWND, UINT_PTR, UINT milliseconds, TIMERPROC procedure) {
     if (Fails("SetTimer"))
         return 0;
@@ -211,17 +260,8 @@ int WINAPI MessageBoxA(HWND, LPCSTR text, LPCSTR caption, UINT style) {
     PlatformControl::Box box{text == nullptr ? "" : text, caption == nullptr ? "Error" : caption, style, false};
     Guard guard(Lock);
     box.LineMutexHeld = HoldsMutex("SP62LineMutex");
-    Shown.push_back(box);
-    std::uint32_t open = BoxOpenMs;
-    if (BoxesPrinted) {
-        Print(box);
-        if (const char* setting = std::getenv("ZT_BOX_MS"))
-            open = static_cast<std::uint32_t>(std::strtoul(setting, nullptr, 10));
-    }
-    KeepOpen(guard, open);
-    const Answer answer = BoxAnswer;
-    guard.unlock();
-    return answer ? answer(box) : IDOK;
+    KeepOpen(guard, BoxShown(box));
+    return AnswerTo(guard, box);
 }
 
 BOOL WINAPI MessageBeep(UINT) {

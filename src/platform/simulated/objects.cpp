@@ -169,6 +169,11 @@ void NeverEnds(const std::string& what) {
     std::abort();
 }
 
+bool Ready(HANDLE handle) {
+    const auto object = std::dynamic_pointer_cast<Waitable>(Find(handle));
+    return object != nullptr && object->Ready(GetCurrentThreadId());
+}
+
 }  // namespace Simulated
 
 using namespace Simulated;
@@ -328,6 +333,7 @@ void PlatformControl::Reset() {
     Running = 0;
     ResetClock();
     ResetMessages();
+    ResetSessions();
     ResetDialogs();
     ResetPorts();
     ResetRegistry();

@@ -43,6 +43,9 @@ bool StartFiberThread(DWORD id, std::function<void()> body);
 bool NextTimer(std::uint32_t now, std::uint32_t& due);
 void ForgetTimersOf(DWORD threadID);
 int TimerCount();
+// Notes a box; gives how long it stays open, ms. AnswerTo decides its answer, without the lock. In messages.cpp.
+std::uint32_t BoxShown(const PlatformControl::Box& box);
+int AnswerTo(Guard& guard, const PlatformControl::Box& box);
 
 // --- handles (objects.cpp)
 struct Object {
@@ -53,6 +56,7 @@ HANDLE Register(std::shared_ptr<Object> object);
 std::shared_ptr<Object> Find(HANDLE handle);
 DWORD SwapThreadID(DWORD id);               // gives the calling thread another number; returns the one that it had
 bool HoldsMutex(const std::string& name);   // the calling thread; with Lock held
+bool Ready(HANDLE handle);                  // a wait of the calling thread for it would end at once; with Lock held
 void Signal(HANDLE event, bool signalled);  // SetEvent and ResetEvent with Lock held; nothing for no event
 // The calling thread is about to wait for ever: says so on standard error, with the mutexes that it holds, and ends the
 // process. With Lock held.
@@ -95,6 +99,7 @@ LONG Refusal(const std::string& path, const std::string& value = {}, REGSAM righ
 // --- start values, for PlatformControl::Reset
 void ResetClock();
 void ResetMessages();
+void ResetSessions();
 void ResetDialogs();
 void ResetPorts();
 void ResetRegistry();

@@ -24,10 +24,26 @@ decltype(DispatchMessageA) SimDispatchMessageA;
 decltype(PostThreadMessageA) SimPostThreadMessageA;
 decltype(SetTimer) SimSetTimer;
 decltype(KillTimer) SimKillTimer;
+decltype(PeekMessageA) SimPeekMessageA;
+decltype(PostQuitMessage) SimPostQuitMessage;
+decltype(MsgWaitForMultipleObjectsEx) SimMsgWaitForMultipleObjectsEx;
 decltype(MessageBoxA) SimMessageBoxA;
 decltype(MessageBeep) SimMessageBeep;
 decltype(GetActiveWindow) SimGetActiveWindow;
 decltype(GetForegroundWindow) SimGetForegroundWindow;
+// sessions, libraries, the event log
+decltype(GetProcessWindowStation) SimGetProcessWindowStation;
+decltype(GetUserObjectInformationA) SimGetUserObjectInformationA;
+decltype(LoadLibraryA) SimLoadLibraryA;
+decltype(GetProcAddress) SimGetProcAddress;
+decltype(GetModuleHandleExA) SimGetModuleHandleExA;
+decltype(WTSGetActiveConsoleSessionId) SimWTSGetActiveConsoleSessionId;
+decltype(WTSQuerySessionInformationW) SimWTSQuerySessionInformationW;
+decltype(WTSFreeMemory) SimWTSFreeMemory;
+decltype(WTSSendMessageW) SimWTSSendMessageW;
+decltype(RegisterEventSourceA) SimRegisterEventSourceA;
+decltype(ReportEventA) SimReportEventA;
+decltype(DeregisterEventSource) SimDeregisterEventSource;
 // dialogs
 decltype(DialogBoxParamA) SimDialogBoxParamA;
 decltype(EndDialog) SimEndDialog;
@@ -95,10 +111,25 @@ extern "C" BOOL WINAPI DllMain(HINSTANCE instance, DWORD reason, LPVOID);
 #define PostThreadMessageA SimPostThreadMessageA
 #define SetTimer SimSetTimer
 #define KillTimer SimKillTimer
+#define PeekMessageA SimPeekMessageA
+#define PostQuitMessage SimPostQuitMessage
+#define MsgWaitForMultipleObjectsEx SimMsgWaitForMultipleObjectsEx
 #define MessageBoxA SimMessageBoxA
 #define MessageBeep SimMessageBeep
 #define GetActiveWindow SimGetActiveWindow
 #define GetForegroundWindow SimGetForegroundWindow
+#define GetProcessWindowStation SimGetProcessWindowStation
+#define GetUserObjectInformationA SimGetUserObjectInformationA
+#define LoadLibraryA SimLoadLibraryA
+#define GetProcAddress SimGetProcAddress
+#define GetModuleHandleExA SimGetModuleHandleExA
+#define WTSGetActiveConsoleSessionId SimWTSGetActiveConsoleSessionId
+#define WTSQuerySessionInformationW SimWTSQuerySessionInformationW
+#define WTSFreeMemory SimWTSFreeMemory
+#define WTSSendMessageW SimWTSSendMessageW
+#define RegisterEventSourceA SimRegisterEventSourceA
+#define ReportEventA SimReportEventA
+#define DeregisterEventSource SimDeregisterEventSource
 #define DialogBoxParamA SimDialogBoxParamA
 #define EndDialog SimEndDialog
 #define GetDlgItem SimGetDlgItem
