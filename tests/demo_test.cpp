@@ -85,8 +85,9 @@ TEST(DemoApplication, KnowsOfLineAndCallsWhatTheConsoleSays) {
     EXPECT_NE(application.Ask({"makecall", "4750\" quit"}), "");
     EXPECT_EQ(sent.size(), 2u);
     take({"TSPI_lineMakeCall: LINEERR_INVALCALLPARAMS (0x80000019)", "-- done --", "LINE_CALLSTATE call 1 IDLE",
-          "completion of request 3: LINEERR_OPERATIONFAILED (0x80000048)", "LINE_CLOSE"});
-    EXPECT_EQ(notices.size(), 2u);
+          "completion of request 3: LINEERR_OPERATIONFAILED (0x80000048)", "LINE_CLOSE",
+          "[box] Corvane 6200 SP Error: Hardware Problem"});
+    EXPECT_EQ(notices.size(), 3u);
     EXPECT_THAT(lane, testing::Contains("answer: TSPI_lineMakeCall: LINEERR_INVALCALLPARAMS (0x80000019)"));
     EXPECT_THAT(state.calls, testing::IsEmpty());
     EXPECT_EQ(state.line, "closed by the provider");

@@ -101,7 +101,10 @@ void Application::Send(const std::vector<std::string>& words, bool own) {
 
 void Application::Take(const std::string& line) {
     if (IsEvent(line)) {
-        tell(line.starts_with("[box]") ? "box" : "event", line);
+        const bool box = line.starts_with("[box] ");
+        tell(box ? "box" : "event", line);
+        if (box)
+            notice(line.substr(line.find(' ') + 1));
         TakeEvent(line);
     } else if (sent.empty()) {
         tell("answer", line);

@@ -18,7 +18,7 @@ class Application {
 public:
     std::function<void(const std::string& line)> send;                           // a line for the console
     std::function<void(const std::string& kind, const std::string& text)> tell;  // a line for the lane
-    std::function<void(const std::string& text)> notice;                         // a request was refused
+    std::function<void(const std::string& text)> notice;                         // a request was refused, a box shown
 
     const Web::ApplicationState& State() const { return state; }
 

@@ -21,13 +21,17 @@ int main(int argc, char** argv) {
             interactive = true;
         } else if (std::strcmp(argv[i], "--web") == 0) {
             web = i + 1 < argc && argv[i + 1][0] != '-' ? std::string(argv[++i]) : std::string(Web::DefaultPlace);
+        } else if (std::strcmp(argv[i], "--scenes") == 0) {
+            Demo::PrintScenes();
+            return 0;
         } else if (std::strcmp(argv[i], "--host") == 0 && i + 1 < argc) {
             host = argv[++i];
         } else {
             std::puts(
                 "zt_demo [--interactive] [--web [ADDRESS:PORT]] [--host PROGRAM]: plays calls between a simulated set\n"
                 "and the telephony service's side, which is tsphost beside this program, or PROGRAM with the same\n"
-                "options. With --web both are in a browser, at 127.0.0.1:6232 without an address.");
+                "options. With --web both are in a browser, at 127.0.0.1:6232 without an address. --scenes prints the "
+                "scenes.");
             return std::strcmp(argv[i], "--help") == 0 ? 0 : 2;
         }
     }

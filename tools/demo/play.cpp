@@ -221,4 +221,19 @@ int PlayAll(Stage& stage) {
     return whole && failed == 0 && status == 0 ? 0 : 1;
 }
 
+void PrintScenes() {
+    for (const Scene& scene : Scenes()) {
+        std::printf("scene\t%s\n", scene.title);
+        for (const Step& step : scene.steps) {
+            std::string shows = step.shows;
+            for (std::size_t at = 0; (at = shows.find('\n', at)) != std::string::npos;)
+                shows.replace(at, 1, "\\n");
+            std::printf("step\t%s\t%s\t%s\t%s\t%u\t%d\t%d\n", step.title, step.set, step.app, shows.c_str(),
+                        step.limitMs, step.configures ? 1 : 0, step.answers ? 1 : 0);
+            for (const std::string& event : step.expected)
+                std::printf("expect\t%s\n", event.c_str());
+        }
+    }
+}
+
 }  // namespace Demo

@@ -65,7 +65,8 @@ Json CallsJson(const Machine& machine) {
                          {"incoming", call.incoming},
                          {"active", IsActive(call)},
                          {"number", call.number},
-                         {"name", call.name}});
+                         {"name", call.name},
+                         {"tones", call.tones}});
     return calls;
 }
 
@@ -100,13 +101,21 @@ Json WorldJson(const Machine& machine) {
 Json LineJson(const Machine& machine) {
     const Faults& faults = machine.faults;
     const CardState& card = machine.card;
-    return {{"silent", faults.silent},       {"ctsLow", faults.ctsLow},
-            {"flipEvery", faults.flipEvery}, {"loseEvery", faults.loseEvery},
-            {"noAnswers", faults.noAnswers}, {"noHeaders", faults.noTraceHeaders},
-            {"provider", card.present},      {"associated", machine.pbx.associated},
-            {"in", card.framesIn},           {"out", card.framesOut},
-            {"damaged", card.badFrames},     {"again", card.resends},
-            {"refused", card.nacksIn},       {"bps", machine.pacing.bitsPerSecond}};
+    return {{"silent", faults.silent},
+            {"ctsLow", faults.ctsLow},
+            {"flipEvery", faults.flipEvery},
+            {"loseEvery", faults.loseEvery},
+            {"noAnswers", faults.noAnswers},
+            {"noHeaders", faults.noTraceHeaders},
+            {"superFrames", machine.config.superFrames},
+            {"provider", card.present},
+            {"associated", machine.pbx.associated},
+            {"in", card.framesIn},
+            {"out", card.framesOut},
+            {"damaged", card.badFrames},
+            {"again", card.resends},
+            {"refused", card.nacksIn},
+            {"bps", machine.pacing.bitsPerSecond}};
 }
 
 // --- an application

@@ -35,13 +35,27 @@ export class Application {
     this.lineButton = button('', { onclick: () => ask([this.lineOpen ? 'close' : 'open']) });
     this.phoneButton = button('', { onclick: () => ask([this.phoneOpen ? 'phoneclose' : 'phoneopen']) });
     this.phoneLines = element('pre', { class: 'phone-display', hidden: true, 'aria-label': "The phone's display" });
+    this.phoneKeys = this.buildPhone();
     this.cards = element('div', { class: 'cards' });
     this.none = element('p', { class: 'faint' }, 'No calls.');
     this.forwarded = element('p', { class: 'faint' });
     host.append(
       element('div', { class: 'device' }, element('b', {}, 'Line'), this.line, this.lineButton),
       element('div', { class: 'device' }, element('b', {}, 'Phone'), this.phone, this.phoneButton),
-      this.phoneLines, this.buildMake(), this.cards, this.none, this.buildRest());
+      this.phoneLines, this.phoneKeys, this.buildMake(), this.cards, this.none, this.buildRest());
+  }
+
+  // What an application presses on the phone itself.
+  buildPhone() {
+    const kind = choice([['feature', 'line key'], ['display', 'soft key'], ['keypad', 'digit']]);
+    const which = element('input', { value: '1', autocomplete: 'off' });
+    return element('form', { class: 'row phone', hidden: true, onsubmit: (event) => {
+      event.preventDefault();
+      this.ask(['button', kind.value, which.value.trim()]);
+    } }, labelled('Press', kind), labelled('Number', which, { class: 'field short' }),
+    element('button', { type: 'submit' }, 'Press'),
+    button('Off hook', { 'data-hook': 'offhook', onclick: () => this.ask(['hookswitch', 'offhook']) }),
+    button('On hook', { 'data-hook': 'onhook', onclick: () => this.ask(['hookswitch', 'onhook']) }));
   }
 
   buildMake() {
@@ -61,11 +75,11 @@ export class Application {
     this.forward = element('button', { type: 'submit' }, 'Forward');
     this.cancel = button('Cancel', { onclick: () => this.ask(['forward', 'cancel']) });
     return element('details', { class: 'group' }, element('summary', {}, element('h3', {}, 'Pick up, forward')),
-      element('form', { class: 'row', onsubmit: (event) => {
+      element('form', { class: 'row pickup', onsubmit: (event) => {
         event.preventDefault();
         this.ask(['pickup', this.address.value.trim()]);
       } }, labelled('Address', this.address), this.pickup),
-      element('form', { class: 'row', onsubmit: (event) => {
+      element('form', { class: 'row forward', onsubmit: (event) => {
         event.preventDefault();
         this.ask(['forward', this.mode.value, this.forwardTo.value.trim()]);
       } }, labelled('Forward', this.mode), labelled('To', this.forwardTo, { class: 'field short' }), this.forward, this.cancel),
@@ -88,6 +102,7 @@ export class Application {
     setAttribute(this.phoneButton, 'title', this.phoneButton.disabled ? 'close the line first' : null);
     this.phoneLines.hidden = !state.phoneOpen || state.phoneDisplay.length === 0;
     setText(this.phoneLines, state.phoneDisplay.join('\n'));
+    this.phoneKeys.hidden = !state.phoneOpen;
     this.make.disabled = !this.may('MAKECALL');
     this.pickup.disabled = !this.may('PICKUP');
     this.forward.disabled = this.cancel.disabled = !this.may('FORWARD');
@@ -115,7 +130,7 @@ export class Application {
     const asText = JSON.stringify(call);
     if (kept?.dataset.as === asText && !call.features.includes('COMPLETETRANSF')) return kept;
     const name = call.call === CONFERENCE ? 'Conference' : 'Call ' + call.call;
-    const state = call.state.toLowerCase() + (call.mode ? ', ' + call.mode.toLowerCase() : '');
+    const state = [call.state, call.mode].filter(Boolean).join(' ');  // TAPI's own words
     const facts = [call.origin.toLowerCase(), call.reason.toLowerCase()].filter((text) => text && text !== '0' && text !== 'unavail' && text !== 'unknown').join(', ');
     return element('article', { class: 'card', 'data-call': call.call, 'data-state': call.state, 'data-as': asText, 'aria-label': name + ', ' + state },
       element('header', {}, element('b', {}, name), element('span', { class: 'pill' }, state), element('small', {}, facts)),

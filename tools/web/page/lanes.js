@@ -13,6 +13,11 @@ function clock(at) {
   return time.toTimeString().slice(0, 8) + '.' + String(time.getMilliseconds()).padStart(3, '0');
 }
 
+// Columns for a wide console are for no lane, and a box has lines.
+function shown(text, kind) {
+  return kind === 'box' ? text.replaceAll(' / ', '\n') : text.replace(/(\S) {3,}/g, '$1  ');
+}
+
 export class Lane {
   // `options`: {bytes: true} for lines that have bytes behind their words.
   constructor(host, name, title, hint, options = {}) {
@@ -27,9 +32,15 @@ export class Lane {
       element('header', {}, element('h2', {}, title), element('small', { class: 'faint' }, hint),
               element('div', { class: 'tools' }, ...tools)), this.list);
     host.append(this.node);
-    this.follow = true;  // the end stays in sight, unless one has gone back to read
+    // The end stays in sight, unless somebody has gone back to read; a lane of another size scrolls by itself too.
+    this.follow = true;
+    let byHand = false;
+    for (const touched of ['wheel', 'touchmove', 'pointerdown', 'keydown'])
+      this.list.addEventListener(touched, () => { byHand = true; }, { passive: true });
     this.list.addEventListener('scroll', () => {
+      if (!byHand) return;
       this.follow = this.list.scrollHeight - this.list.scrollTop - this.list.clientHeight < 24;
+      byHand = !this.follow;
     });
     new ResizeObserver(() => this.follow && this.toEnd()).observe(this.list);
   }
@@ -72,7 +83,7 @@ export class Lane {
     return element('li', { 'data-kind': line.kind, 'data-alone': alone ? 'yes' : null, 'data-at': line.at },
       element('time', {}, clock(line.at)),
       element('span', { class: 'sign', 'aria-label': SIGN_NAMES[line.kind] }, SIGNS[line.kind] ?? line.kind),
-      element('div', {}, ...line.texts.map((text) => element('p', {}, text.replace(/(\S) {3,}/g, '$1  '))),
+      element('div', {}, ...line.texts.map((text) => element('p', {}, shown(text, line.kind))),
               line.detail ? element('code', {}, line.detail) : null));
   }
 }

@@ -70,7 +70,7 @@ function take(message) {
     wire.add(message.lines.filter((line) => line.lane === 'wire'));
     tapi?.add(message.lines.filter((line) => line.lane === 'tapi'));
   }
-  if (message.refused) note(message.refused[0].toUpperCase() + message.refused.slice(1) + '.');
+  if (message.refused) note(message.refused.replaceAll(' / ', '\n'));
 }
 
 function showSet(set) {

@@ -1,7 +1,7 @@
 // The world behind the set: who calls, what the far ends do, where calls are forwarded to, and what is wrong with the
 // line.
 
-import { button, choice, element, labelled, setAttribute, setText } from './dom.js';
+import { button, choice, element, labelled, setText } from './dom.js';
 
 const CALLERS = [
   ['01 45 67 89 01', ['0145678901']],
@@ -16,6 +16,7 @@ const DOES = [['script', 'waits for you'], ['answers', 'rings, then answers'], [
               ['busy', 'is busy'], ['not-obtainable', 'does not exist']];
 const DOES_NAMES = Object.fromEntries(DOES);
 const OTHERWISE_MS = { answers: '1200', busy: '600' };
+const VERSIONS = [['1', '1'], ['2', '2'], ['3', '3']];
 const FORWARDS = [['4', 'not forwarded'], ['0', 'always'], ['1', 'when busy'], ['2', 'without an answer'],
                   ['3', 'when busy or without an answer']];
 
@@ -38,17 +39,18 @@ const FAULTS = [
 ];
 
 // What the far end of a call may do: [text, words].
-function deeds(call, party) {
+function deeds(call, party, called) {
   const key = String(call.key);
+  const named = called === '' ? [] : [called];
   const hangUp = ['caller-hangs-up', key];
   const other = [party.number, party.name].filter(Boolean);
   const hasOther = party.number !== '';
   switch (call.state) {
   case 'ringing': return [['gives up', hangUp], ['caller shows', ['caller', key]],
                           hasOther && ['hands over', ['far-transfers', key, ...other]]];
-  case 'dialling': return [['rings', ['far-rings']], ['answers', ['far-answers']], ['is busy', ['far-busy']],
+  case 'dialling': return [['rings', ['far-rings', ...named]], ['answers', ['far-answers', ...named]], ['is busy', ['far-busy']],
                            hasOther && ['goes on', ['far-diverts', ...other]]];
-  case 'far end rings': return [['answers', ['far-answers']], ['is busy', ['far-busy']],
+  case 'far end rings': return [['answers', ['far-answers', ...named]], ['is busy', ['far-busy']],
                                 hasOther && ['goes on', ['far-diverts', ...other]]];
   case 'connected': return [['hangs up', [...hangUp, 'slot', String(call.slot)]], ['hangs up, set asks', [...hangUp, 'prompt', 'slot', String(call.slot)]],
                             hasOther && ['hands over', ['far-transfers', key, ...other]]];
@@ -102,23 +104,38 @@ export class World {
     this.calls = element('ul', { class: 'far-ends' });
     this.otherNumber = element('input', { value: '4733', inputmode: 'tel', autocomplete: 'off', oninput: () => this.showCalls() });
     this.otherName = element('input', { value: 'PETIT', autocomplete: 'off', oninput: () => this.showCalls() });
-    this.other = element('div', { class: 'row other' }, labelled('Hands over or goes on to', this.otherNumber),
+    this.called = element('input', { class: 'called', value: 'MARTIN', autocomplete: 'off', oninput: () => this.showCalls() });
+    this.calledName = labelled('Who is called shows as', this.called);
+    this.tones = element('p', { class: 'faint', hidden: true });
+    this.other = element('div', { class: 'row' }, labelled('Hands over or goes on to', this.otherNumber),
                          labelled('Name', this.otherName));
-    return this.group('Far ends', this.calls, this.other);
+    return this.group('Far ends', this.calls, this.calledName, this.other, this.tones);
   }
 
   showCalls() {
+    const { calls, tones } = this.state;
+    setText(this.tones, 'Tones sent: ' + tones);
+    this.tones.hidden = !calls.some((call) => call.tones);
     const party = { number: this.otherNumber.value.trim(), name: this.otherName.value.trim() };
-    const text = JSON.stringify([this.state.calls, party]);
+    const called = this.called.value.trim();
+    const text = JSON.stringify([calls, party, called]);
     if (text === this.callsText) return;
     this.callsText = text;
-    const rows = this.state.calls.map((call) => element('li', {},
+    // The rows are made anew; who stood on a button goes on there.
+    const focused = document.activeElement?.dataset?.deed;
+    this.calls.replaceChildren(...calls.map((call) => this.row(call, deeds(call, party, called).filter(Boolean))));
+    if (calls.length === 0) this.calls.append(element('li', { class: 'faint' }, 'No calls. Let somebody call, or dial.'));
+    if (focused) this.calls.querySelector(`[data-deed="${CSS.escape(focused)}"]`)?.focus();
+    this.calledName.hidden = !calls.some((call) => call.state === 'dialling' || call.state === 'far end rings');
+    this.other.hidden = calls.length === 0;
+  }
+
+  row(call, all) {
+    return element('li', {},
       element('div', { class: 'far-end' }, element('b', {}, [call.name, call.number].filter(Boolean).join(' ') || 'nobody yet'),
               element('small', {}, 'key ' + call.key + ', ' + call.state)),
-      element('div', { class: 'row' }, ...deeds(call, party).filter(Boolean).map(([name, words]) =>
-        button(name, { onclick: () => this.ask(words), 'data-deed': words[0] })))));
-    this.calls.replaceChildren(...(rows.length > 0 ? rows : [element('li', { class: 'faint' }, 'No calls. Let somebody call, or dial.')]));
-    setAttribute(this.other, 'hidden', this.state.calls.length === 0 ? '' : null);
+      element('div', { class: 'row' }, ...all.map(([name, words]) =>
+        button(name, { onclick: () => this.ask(words), 'data-deed': call.key + ' ' + name }))));
   }
 
   // --- who can be called
@@ -173,19 +190,28 @@ export class World {
 
   buildFaults() {
     this.faults = FAULTS.map((fault) => {
-      const box = element('input', { type: 'checkbox', role: 'switch', onchange: () =>
+      const box = element('input', { name: fault.name, type: 'checkbox', role: 'switch', onchange: () =>
         fault.set(box.checked).forEach((words) => this.ask(words)) });
       return { fault, box, node: element('label', { class: 'switch' }, box,
         element('span', {}, fault.name, element('small', {}, fault.hint))) };
     });
     this.counters = element('p', { class: 'faint counters' });
+    this.version = choice(VERSIONS, { class: 'version', onchange: () => this.ask(['set', 'version', this.version.value]) });
+    this.superFrames = element('input', { name: 'Super frames', type: 'checkbox', role: 'switch', onchange: () =>
+      this.ask(['set', 'super', this.superFrames.checked ? 'on' : 'off']) });
     return this.group('The line', element('div', { class: 'switches' }, ...this.faults.map((entry) => entry.node)),
-                      this.counters);
+      this.counters,
+      element('details', {}, element('summary', {}, 'Card and PBX, from the next opening on'),
+        element('div', { class: 'switches' }, labelled('PBX speaks version', this.version),
+          element('label', { class: 'switch good' }, this.superFrames,
+                  element('span', {}, 'Super frames', element('small', {}, 'several messages in one'))))));
   }
 
   showLine() {
     const line = this.state.line;
     for (const { fault, box } of this.faults) box.checked = fault.is(line);
+    this.version.value = String(this.state.version);
+    this.superFrames.checked = line.superFrames;
     setText(this.counters, `${line.in} frames in, ${line.out} out; ${line.damaged} damaged, ${line.again} again, ` +
       `${line.refused} refused; ${line.bps === 0 ? 'not paced' : line.bps + ' baud'}`);
   }
