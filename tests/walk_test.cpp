@@ -26,6 +26,8 @@ TEST_P(RandomWalk, BreaksNothing) {
                                  << options.Seed << " --version " << version << " --super " << super << " --multi "
                                  << multi << " --line " << misbehaves << " --print\n"
                                  << testing::PrintToString(out.Trail);
+        const Walk::Outcome again = Walk::Run(out.Lines);
+        EXPECT_EQ(again.Trail, out.Trail) << "the lines of a walk walk it again";
         EXPECT_GT(out.Events, ACTIONS / 2);
     }
 }

@@ -190,6 +190,9 @@ std::string FarHangsUp(Machine& machine, int key, HangUpShown shown, int slot) {
         return "";
     }
     if (call->state != CallState::Connected || (other == nullptr && shown == HangUpShown::Dark)) {
+        // Nobody need put such a call down: it shows reserved on its way out only.
+        if (shown == HangUpShown::Reserved && other == nullptr && ActiveCall(machine) == nullptr)
+            PutIcon(machine, key, ReservedIcon);
         EndKey(machine, key);
         return "";
     }
@@ -305,6 +308,18 @@ std::string MoveCall(Machine& machine, int from, int to) {
     ShowIcon(machine, to);
     if (call->state == CallState::Ringing)
         ShowCallerOf(machine, *call);
+    ShowKeys(machine);
+    return "";
+}
+
+std::string Reserve(Machine& machine, int key) {
+    const Action action(machine);
+    if (!IsKind(machine, key, KindMulti) || !CheckKey(machine, key).empty() || AnyCallOn(machine, key) != nullptr)
+        return KeyText(key) + " is no free line key";
+    if (ActiveCall(machine) != nullptr)
+        return "there is a call already";
+    NewCall(machine, key, CallState::Over).reserved = true;
+    ShowIcon(machine, key);
     ShowKeys(machine);
     return "";
 }

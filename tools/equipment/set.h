@@ -102,6 +102,8 @@ std::string FarTransfers(Machine& machine, int key, const std::string& number, c
 std::string Recall(Machine& machine, int key);
 // A call of a boss or secretary key goes over to another key of this set.
 std::string MoveCall(Machine& machine, int from, int to);
+// A free line is kept by a call that was over before it began: its key shows reserved until it is put down.
+std::string Reserve(Machine& machine, int key);
 // A call rings at `address`: the pick-up code and the address bring it here.
 std::string CallWaitsAt(Machine& machine, const std::string& address, const std::string& number,
                         const std::string& name = "");

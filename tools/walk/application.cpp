@@ -11,9 +11,17 @@ namespace Walk {
 
 namespace {
 
-std::basic_string<WCHAR> Wide(const std::string& text) {
-    return {text.begin(), text.end()};
-}
+// A text of a line as the entry points take it: "null" for none.
+class Wide {
+public:
+    explicit Wide(const std::string& text) : Null(text == "null"), Chars(text.begin(), text.end()) {}
+    LPCWSTR Get() const { return Null ? nullptr : Chars.c_str(); }
+    const std::basic_string<WCHAR>& All() const { return Chars; }
+
+private:
+    bool Null;
+    std::basic_string<WCHAR> Chars;
+};
 
 HDRVCALL CallHandle(int cref) {
     return reinterpret_cast<HDRVCALL>(static_cast<std::intptr_t>(cref));
@@ -29,58 +37,129 @@ std::array<TapiCall*, CALL_COUNT> Known() {
 
 }  // namespace
 
-// --- the application -------------------------------------------------------------------------------------------------------
+// --- what an application may ask for ---------------------------------------------------------------------------------------
 
-bool Walker::ActDevice() {
-    switch (Below(6)) {
-    case 0:
-    case 1:
-    case 2:
-        CloseLine();
-        if (Once(3)) {  // a request finds no link: it starts that, and fails
-            RequestOnLine();
-            Advance(500u * static_cast<unsigned>(Below(8)));
-            CloseLine();
-        }
-        OpenLine();
-        break;
-    case 3:
-    case 4: {
-        // The records start anew while the link runs, and the line hears nothing until it is opened again.
-        const LONG result =
-            TSPI_phoneOpen(PHONE_ID, reinterpret_cast<HTAPIPHONE>(std::uintptr_t{0x22}), &Phone, VERSION, PhoneNews);
-        Say("phoneOpen gives " + std::to_string(result));
-        TheBook.Forget();
-        Open = false;
-        Advance(500u * static_cast<unsigned>(Below(8)));
-        if (Once(2)) {
-            if (TSPI_phoneClose(Phone) != 0)
-                Wrong("phoneClose failed");
-        } else {
-            CloseLine();
-        }
-        OpenLine();
-        ProviderState.PhoneEventProc = PhoneNews;
-        break;
-    }
-    default: return false;
-    }
-    Clean = Clean && Machine.set.calls.empty();
-    return true;
-}
-
-// A call in one of these states that lives, now and then any handle at all.
+// A call in one of these states, now and then any handle at all; NOBODY mostly when there is none.
 int Walker::SomeCref(DWORD states) {
     static constexpr int Odd[] = {0, 1, 2, 3, 7, 19, 20, 29, 30, 31, 0xFFFF, 0x10001, -1};
-    if (Once(12))
+    if (Once(30))
         return Pick(Odd);
-    int found = 0, cref = -1;
+    int found = 0, cref = NOBODY;
     for (int i = 0; i < CALL_COUNT; ++i)
         if ((CallOf(i).state & (states | (states & LINECALLSTATE_OFFERING ? STATE_REOFFERING : 0))) != 0 &&
             Once(++found))
             cref = i;
-    return cref != -1 ? cref : Below(4);
+    return cref != NOBODY || !Once(20) ? cref : Below(4);
 }
+
+std::string Walker::ChooseRequest() {
+    if (Once(6))
+        return LineOf("query", Below(11), Once(3) ? Below(1000) : 8 * Below(125), Below(4), Below(120));
+    // Only one request runs at a time.
+    if (ProviderState.PendingRequestID != 0 && !Once(12))
+        return "";
+    switch (Below(6)) {
+    case 0: return ChooseOnLine();
+    case 1:
+    case 2: return ChooseTransfer();
+    case 3: return ChoosePhone();
+    default: return ChooseOnCall();
+    }
+}
+
+std::string Walker::ChooseOnLine() {
+    const std::string number = Number();
+    const bool idle = Machine.set.calls.empty() && LiveCall() == -1;
+    switch (Below(idle ? 4 : 12)) {  // an idle set alone takes a service code
+    case 0: {
+        static constexpr int Modes[] = {1, 0x10, 0x100, 0x1000};
+        return LineOf("lineForward", Once(20) ? 20 : 1000, Once(4) ? 0 : 1, Once(20) ? 3 : Pick(Modes),
+                      Once(20) ? 1000 : -1, number, !Once(20), !Once(8));
+    }
+    case 1: return LineOf("linePickup", Once(20) ? "null" : Once(2) ? "4720" : number, !Once(20));
+    default: {
+        static const char* const Bad[] = {"", "*", "12?", "1$", "+33 (1) 47", "x"};
+        const std::string odd = Once(20) ? std::string(100, '5') : Pick(Bad);
+        return LineOf("lineMakeCall",
+                      Once(40)   ? "null"
+                      : Once(10) ? odd
+                                 : number,
+                      Once(3) ? Once(10) ? 40 : static_cast<int>(sizeof(LINECALLPARAMS)) : 0,
+                      Once(10) ? 2 : static_cast<int>(LINEBEARERMODE_VOICE));
+    }
+    }
+}
+
+std::string Walker::ChooseOnCall() {
+    const auto on = [&](const char* verb, DWORD states) {
+        const int cref = SomeCref(Once(15) ? ~DWORD{0} : states);
+        return cref == NOBODY ? "" : LineOf(verb, cref);
+    };
+    switch (Below(14)) {
+    case 0:
+    case 1: return on("lineAnswer", LINECALLSTATE_OFFERING);
+    case 2:
+    case 3: {
+        // Not a held one, nor one that rings: the one cannot be dropped, the other is waited for.
+        constexpr DWORD States = LINECALLSTATE_PROCEEDING | LINECALLSTATE_CONNECTED | LINECALLSTATE_CONFERENCED |
+                                 LINECALLSTATE_DISCONNECTED | LINECALLSTATE_DIALTONE;
+        return Once(3) && confstate == LINECALLSTATE_CONNECTED ? LineOf("lineDrop", CONF_CREF)
+                                                               : on("lineDrop", Once(6) ? ~DWORD{0} : States);
+    }
+    case 4:
+    case 5: return on("lineHold", LINECALLSTATE_CONNECTED);
+    case 6:
+    case 7: return on("lineUnhold", LINECALLSTATE_ONHOLD);
+    case 8:
+    case 9: {
+        const std::string line = on("lineDial", LINECALLSTATE_DIALTONE);
+        return line.empty() ? "" : line + LineOf("", Once(10) ? "null" : Number());
+    }
+    case 10: return on("lineRemoveFromConference", LINECALLSTATE_CONFERENCED);
+    case 11:
+    case 12: {
+        const std::string line = on("lineGenerateDigits", LINECALLSTATE_CONNECTED);
+        return line.empty() ? "" : line + LineOf("", Once(10) ? 1 : LINEDIGITMODE_DTMF, Once(4) ? "null" : Number());
+    }
+    default: return Once(2) ? on("lineCloseCall", ~DWORD{0}) : "";
+    }
+}
+
+std::string Walker::ChooseTransfer() {
+    const int call = SomeCref(LINECALLSTATE_CONNECTED);
+    const int joined = SomeCref(LINECALLSTATE_CONNECTED | LINECALLSTATE_PROCEEDING | LINECALLSTATE_CONFERENCED);
+    const int other = SomeCref(LINECALLSTATE_ONHOLD | LINECALLSTATE_CONFERENCED);
+    switch (Below(5)) {
+    case 0:
+        return call == NOBODY ? ""
+                              : LineOf("lineBlindTransfer", call,
+                                       Once(20)   ? "null"
+                                       : Once(20) ? std::string(90, '1')
+                                                  : Number());
+    case 1:
+    case 2: return call == NOBODY ? "" : LineOf("lineSetupTransfer", call, !Once(40));
+    default: {
+        const int first = Once(4) ? other : joined, second = Once(8) ? SomeCref(LINECALLSTATE_OFFERING) : other;
+        return first == NOBODY || second == NOBODY
+                   ? ""
+                   : LineOf("lineCompleteTransfer", first, first == other ? joined : second,
+                            Once(2)    ? static_cast<int>(LINETRANSFERMODE_CONFERENCE)
+                            : Once(20) ? 3
+                                       : static_cast<int>(LINETRANSFERMODE_TRANSFER));
+    }
+    }
+}
+
+std::string Walker::ChoosePhone() {
+    if (Once(3))
+        return LineOf("hook", 1 << Below(4));
+    static constexpr int Modes[] = {4, 8, 8, 0x20, 0x20, 1};
+    const int mode = Pick(Modes);
+    const int id = mode == 8 ? Below(Digits()) : mode == 0x20 ? 29 + Below(5) : KeyInUse();
+    return LineOf("button", mode, id, Once(20) ? 0 : Once(20) ? 12 : static_cast<int>(sizeof(PHONEBUTTONINFO)));
+}
+
+// --- asking ----------------------------------------------------------------------------------------------------------------
 
 bool Walker::Asked(DRV_REQUESTID request, LONG result) {
     const TapiRequest& asked = TheBook.Requests[request];
@@ -108,186 +187,158 @@ void Walker::TakeOver(TapiCall* lost, TapiCall& call, LONG result) {
     lost->Is = Life::Lost;
 }
 
-bool Walker::Request() {
-    switch (Below(6)) {
-    case 0: return RequestOnLine();
-    case 1: return TransferRequest();
-    case 2: return PhoneRequest();
-    default: return RequestOnCall();
+bool Walker::Request(const std::string& verb, Words& words) {
+    if (verb == "lineMakeCall")
+        return MakeCall(words);
+    if (verb == "lineForward")
+        return Forward(words);
+    if (verb == "lineCompleteTransfer")
+        return CompleteTransfer(words);
+    if (verb == "lineSetupTransfer")
+        return SetUpTransfer(words);
+    if (verb == "button")
+        return PressButton(words);
+    if (verb == "hook") {
+        const auto mode = static_cast<DWORD>(words.Int());
+        Say("phoneSetHookSwitch " + std::to_string(mode));
+        return Sync("phoneSetHookSwitch", TSPI_phoneSetHookSwitch(1, reinterpret_cast<HDRVPHONE>(Line), 1, mode));
     }
-}
-
-bool Walker::RequestOnLine() {
-    const std::basic_string<WCHAR> number = Wide(Number());
-    switch (Below(8)) {
-    case 0: {
-        struct {
-            LINEFORWARDLIST list;
-            WCHAR text[60];
-        } forward{};
-        static constexpr DWORD Modes[] = {1, 0x10, 0x100, 0x1000, 3};
-        forward.list.dwTotalSize = Once(10) ? 20 : sizeof forward;
-        forward.list.dwNumEntries = static_cast<DWORD>(Below(2));
-        forward.list.ForwardList[0].dwForwardMode = Pick(Modes);
-        forward.list.ForwardList[0].dwDestAddressSize = Once(10) ? 1000 : static_cast<DWORD>(number.size() * 2 + 2);
-        forward.list.ForwardList[0].dwDestAddressOffset = sizeof forward.list;
-        number.copy(forward.text, 59);
-        if (!Machine.set.calls.empty() && Tracking.ActivCallTouch == 0)
-            TheBook.Doubt = "a service code is keyed while a key is about to light, of which no call is made";
-        ForwardedAt = PlatformControl::Now();
-        ForwardedCall = Machine.set.lastCall;
-        const DRV_REQUESTID id = TheBook.Ask("lineForward", 0);
-        return Asked(id, TSPI_lineForward(id, Once(20) ? nullptr : Line, 0, 0, Once(4) ? nullptr : &forward.list, 0,
-                                          nullptr, nullptr, nullptr));
+    if (verb == "linePickup") {
+        const Wide address(words.Text());
+        const DRV_REQUESTID id = TheBook.Ask(verb, 0);
+        return Asked(
+            id, TSPI_linePickup(id, words.Int() != 0 ? Line : nullptr, 0, nullptr, nullptr, address.Get(), nullptr));
     }
-    case 1: {
-        const DRV_REQUESTID id = TheBook.Ask("linePickup", 0);
-        return Asked(id, TSPI_linePickup(id, Once(20) ? nullptr : Line, 0, nullptr, nullptr,
-                                         Once(20) ? nullptr : number.c_str(), nullptr));
-    }
-    default: {
-        static const char* const Bad[] = {"", "*", "12?", "1$", "+33 (1) 47", "x"};
-        const std::basic_string<WCHAR> odd = Once(20) ? std::basic_string<WCHAR>(100, WCHAR{'5'}) : Wide(Pick(Bad));
-        LINECALLPARAMS params{};
-        params.dwTotalSize = Once(10) ? 40 : sizeof params;
-        params.dwBearerMode = Once(10) ? 2 : LINEBEARERMODE_VOICE;
-        params.dwMediaMode = LINEMEDIAMODE_INTERACTIVEVOICE;
-        HDRVCALL made = CallHandle(-1);
-        const HTAPICALL handle = TheBook.Handle();
-        const DRV_REQUESTID id = TheBook.Ask("lineMakeCall", -1, handle);
-        const auto before = Known();
-        const LONG result = TSPI_lineMakeCall(id, Line, handle, &made,
-                                              Once(40)   ? nullptr
-                                              : Once(10) ? odd.c_str()
-                                                         : number.c_str(),
-                                              0, Once(3) ? &params : nullptr);
-        TapiCall* call = TheBook.Find(handle);
-        if (made != CallHandle(-1)) {
-            const auto cref = static_cast<std::size_t>(reinterpret_cast<std::uintptr_t>(made));
-            TheBook.Requests[id].Cref = call->Cref = static_cast<int>(cref);
-            call->Deferred = Marks.DeferredMakeCall.Set;
-            TapiCall* const lost = before.at(cref);
-            Asked(id, result);
-            TakeOver(lost, *call, result);
-            if (call->Is == Life::Asked && !call->Deferred && KeyOf(static_cast<int>(cref)) == 0 &&
-                Tracking.DbCall != 0)
-                Spoil("a make call in a double call dials into the call at dial tone, and stands on no key");
-            else if (result >= 0 && Tracking.DbCall != 0 && FindFreeBossSecretaryKey(static_cast<int>(cref)) != -1)
-                Spoil("a make call in a double call presses a boss's key, which the set does not take then");
-            else if (lost != nullptr && lost->Is == Life::Lost && call->Is != Life::Asked && call->Is != Life::Alive)
-                Spoil("a make call that failed has ended the call at dial tone, whose key stays taken");
-            return true;
-        }
-        return Asked(id, result);
-    }
-    }
-}
-
-bool Walker::RequestOnCall() {
-    const auto cref = [&](DWORD states) { return SomeCref(Once(8) ? ~DWORD{0} : states); };
-    const auto ask = [&](const char* name, int call, auto entry) {
-        const DRV_REQUESTID id = TheBook.Ask(name, call);
-        return Asked(id, entry(id, CallHandle(call)));
-    };
-    const std::basic_string<WCHAR> number = Wide(Number());
-    switch (Below(14)) {
-    case 0:
-    case 1:
-    case 2:
-        return ask("lineAnswer", cref(LINECALLSTATE_OFFERING),
-                   [](DRV_REQUESTID id, HDRVCALL call) { return TSPI_lineAnswer(id, call, nullptr, 0); });
-    case 3:
-    case 4:
-    case 5:
-        return ask("lineDrop", Once(6) && confstate == LINECALLSTATE_CONNECTED ? CONF_CREF : cref(~DWORD{0}),
-                   [](DRV_REQUESTID id, HDRVCALL call) { return TSPI_lineDrop(id, call, nullptr, 0); });
-    case 6:
-    case 7: return ask("lineHold", cref(LINECALLSTATE_CONNECTED), TSPI_lineHold);
-    case 8:
-    case 9: return ask("lineUnhold", cref(LINECALLSTATE_ONHOLD), TSPI_lineUnhold);
-    case 10:
-        return ask("lineDial", cref(LINECALLSTATE_DIALTONE), [&](DRV_REQUESTID id, HDRVCALL call) {
-            return TSPI_lineDial(id, call, Once(10) ? nullptr : number.c_str(), 0);
-        });
-    case 11: return ask("lineRemoveFromConference", cref(LINECALLSTATE_CONFERENCED), TSPI_lineRemoveFromConference);
-    case 12: {
-        const int call = cref(LINECALLSTATE_CONNECTED);
-        const LONG result = TSPI_lineGenerateDigits(CallHandle(call), 0, Once(10) ? 1 : LINEDIGITMODE_DTMF,
-                                                    Once(4) ? nullptr : number.c_str(), 0);
-        Say("lineGenerateDigits(" + std::to_string(call) + ") gives " + std::to_string(result));
+    const int cref = words.Int();
+    const HDRVCALL call = CallHandle(cref);
+    if (verb == "lineGenerateDigits") {
+        const auto mode = static_cast<DWORD>(words.Int());
+        const Wide digits(words.Text());
+        const LONG result = TSPI_lineGenerateDigits(call, 0, mode, digits.Get(), 0);
+        Say("lineGenerateDigits(" + std::to_string(cref) + ") gives " + std::to_string(result));
         if (result > 0)
             Wrong("lineGenerateDigits gave a request");
+        return Sync(verb, result);
+    }
+    if (verb == "lineCloseCall") {
+        Say("lineCloseCall(" + std::to_string(cref) + ") gives " + std::to_string(TSPI_lineCloseCall(call)));
         return true;
     }
-    default: {
-        const int call = cref(~DWORD{0});
-        Say("lineCloseCall(" + std::to_string(call) + ") gives " +
-            std::to_string(TSPI_lineCloseCall(CallHandle(call))));
-        return true;
-    }
-    }
+    const Wide number(verb == "lineDial" || verb == "lineBlindTransfer" ? words.Text() : "");
+    const DRV_REQUESTID id = TheBook.Ask(verb, cref);
+    return Asked(id, verb == "lineAnswer"          ? TSPI_lineAnswer(id, call, nullptr, 0)
+                     : verb == "lineDrop"          ? TSPI_lineDrop(id, call, nullptr, 0)
+                     : verb == "lineHold"          ? TSPI_lineHold(id, call)
+                     : verb == "lineUnhold"        ? TSPI_lineUnhold(id, call)
+                     : verb == "lineDial"          ? TSPI_lineDial(id, call, number.Get(), 0)
+                     : verb == "lineBlindTransfer" ? TSPI_lineBlindTransfer(id, call, number.Get(), 0)
+                                                   : TSPI_lineRemoveFromConference(id, call));
 }
 
-bool Walker::TransferRequest() {
-    const int call = SomeCref(LINECALLSTATE_CONNECTED);
+bool Walker::Sync(const std::string& name, LONG result) {
+    ++TheBook.Asked[name];
+    if (result == 0)
+        ++TheBook.Asked[name + " ok"];
+    return true;
+}
+
+bool Walker::Forward(Words& words) {
+    struct {
+        LINEFORWARDLIST list;
+        WCHAR text[60];
+    } forward{};
+    const int total = words.Int();
+    forward.list.dwTotalSize = total < 1000 ? static_cast<DWORD>(total) : sizeof forward;
+    forward.list.dwNumEntries = static_cast<DWORD>(words.Int());
+    const int mode = words.Int(), size = words.Int();
+    const Wide number(words.Text());
+    forward.list.ForwardList[0].dwForwardMode = static_cast<DWORD>(mode);
+    forward.list.ForwardList[0].dwDestAddressSize =
+        static_cast<DWORD>(size >= 0 ? static_cast<std::size_t>(size) : number.All().size() * 2 + 2);
+    forward.list.ForwardList[0].dwDestAddressOffset = sizeof forward.list;
+    number.All().copy(forward.text, 59);
+    if (!Machine.set.calls.empty() && Tracking.ActivCallTouch == 0)
+        TheBook.Doubt = "a service code is keyed while a key is about to light, of which no call is made";
+    ForwardedAt = PlatformControl::Now();
+    ForwardedCall = Machine.set.lastCall;
+    const bool handle = words.Int() != 0, list = words.Int() != 0;
+    const bool cancels = !list || forward.list.dwNumEntries == 0;
+    const DRV_REQUESTID id = TheBook.Ask(cancels ? "lineForward cancel" : LineOf("lineForward", mode), 0);
+    return Asked(id, TSPI_lineForward(id, handle ? Line : nullptr, 0, 0, list ? &forward.list : nullptr, 0, nullptr,
+                                      nullptr, nullptr));
+}
+
+bool Walker::MakeCall(Words& words) {
+    const Wide number(words.Text());
+    LINECALLPARAMS params{};
+    params.dwTotalSize = static_cast<DWORD>(words.Int());
+    params.dwBearerMode = static_cast<DWORD>(words.Int());
+    params.dwMediaMode = LINEMEDIAMODE_INTERACTIVEVOICE;
     HDRVCALL made = CallHandle(-1);
-    switch (Below(3)) {
-    case 0: {
-        const std::basic_string<WCHAR> number = Wide(Once(20) ? std::string(90, '1') : Number());
-        const DRV_REQUESTID id = TheBook.Ask("lineBlindTransfer", call);
-        return Asked(id, TSPI_lineBlindTransfer(id, CallHandle(call), Once(20) ? nullptr : number.c_str(), 0));
-    }
-    case 1: {
-        const HTAPICALL handle = TheBook.Handle();
-        const DRV_REQUESTID id = TheBook.Ask("lineSetupTransfer", call, handle);
-        const auto before = Known();
-        const LONG result = TSPI_lineSetupTransfer(id, CallHandle(call), handle, Once(40) ? nullptr : &made, nullptr);
-        const auto consult = reinterpret_cast<std::intptr_t>(made);
-        if (consult != -1)
-            TheBook.Find(handle)->Cref = static_cast<int>(consult);
-        Asked(id, result);
-        if (consult != -1)
-            TakeOver(before.at(static_cast<std::size_t>(consult)), *TheBook.Find(handle), result);
-        return true;
-    }
-    default: {
-        const bool conference = Once(2);
-        const int other = SomeCref(LINECALLSTATE_ONHOLD | LINECALLSTATE_OFFERING | LINECALLSTATE_PROCEEDING |
-                                   LINECALLSTATE_CONFERENCED);
-        const HTAPICALL handle = conference ? TheBook.Handle() : nullptr;
-        const DRV_REQUESTID id =
-            TheBook.Ask(conference ? "lineCompleteTransfer conference" : "lineCompleteTransfer", call, handle);
-        TapiCall* const before = conference ? TheBook.Current(CONF_CREF) : nullptr;
-        const LONG result = TSPI_lineCompleteTransfer(id, CallHandle(call), CallHandle(other), handle, &made,
-                                                      conference ? LINETRANSFERMODE_CONFERENCE
-                                                      : Once(20) ? 3u
-                                                                 : LINETRANSFERMODE_TRANSFER);
-        const bool written = made != CallHandle(-1);
-        if (written)
-            TheBook.Find(handle)->Cref = CONF_CREF;
-        Asked(id, result);
-        if (written)
-            TakeOver(before, *TheBook.Find(handle), result);
-        return true;
-    }
-    }
+    const HTAPICALL handle = TheBook.Handle();
+    const DRV_REQUESTID id = TheBook.Ask("lineMakeCall", -1, handle);
+    const auto before = Known();
+    const LONG result =
+        TSPI_lineMakeCall(id, Line, handle, &made, number.Get(), 0, params.dwTotalSize != 0 ? &params : nullptr);
+    if (made == CallHandle(-1))
+        return Asked(id, result);
+    TapiCall* call = TheBook.Find(handle);
+    const auto cref = static_cast<int>(reinterpret_cast<std::uintptr_t>(made));
+    TheBook.Requests[id].Cref = call->Cref = cref;
+    call->Deferred = Marks.DeferredMakeCall.Set;
+    TapiCall* const lost = before.at(static_cast<std::size_t>(cref));
+    Asked(id, result);
+    TakeOver(lost, *call, result);
+    if (call->Is == Life::Asked && !call->Deferred && KeyOf(cref) == 0 && Tracking.DbCall != 0)
+        Spoil("a make call in a double call dials into the call at dial tone, and stands on no key");
+    else if (result >= 0 && Tracking.DbCall != 0 && FindFreeBossSecretaryKey(cref) != -1)
+        Spoil("a make call in a double call presses a boss's key, which the set does not take then");
+    else if (lost != nullptr && lost->Is == Life::Lost && call->Is != Life::Asked && call->Is != Life::Alive)
+        Spoil("a make call that failed has ended the call at dial tone, whose key stays taken");
+    return true;
 }
 
-bool Walker::PhoneRequest() {
-    const auto phone = reinterpret_cast<HDRVPHONE>(Line);
-    if (Once(3)) {
-        const DWORD mode = 1u << Below(4);
-        Say("phoneSetHookSwitch " + std::to_string(mode));
-        TSPI_phoneSetHookSwitch(1, phone, 1, mode);
-        return true;
-    }
+bool Walker::SetUpTransfer(Words& words) {
+    const int call = words.Int();
+    HDRVCALL made = CallHandle(-1);
+    const HTAPICALL handle = TheBook.Handle();
+    const DRV_REQUESTID id = TheBook.Ask("lineSetupTransfer", call, handle);
+    const auto before = Known();
+    const LONG result =
+        TSPI_lineSetupTransfer(id, CallHandle(call), handle, words.Int() != 0 ? &made : nullptr, nullptr);
+    const auto consult = reinterpret_cast<std::intptr_t>(made);
+    if (consult != -1)
+        TheBook.Find(handle)->Cref = static_cast<int>(consult);
+    Asked(id, result);
+    if (consult != -1)
+        TakeOver(before.at(static_cast<std::size_t>(consult)), *TheBook.Find(handle), result);
+    return true;
+}
+
+bool Walker::CompleteTransfer(Words& words) {
+    const int call = words.Int(), other = words.Int(), mode = words.Int();
+    const bool conference = mode == LINETRANSFERMODE_CONFERENCE;
+    HDRVCALL made = CallHandle(-1);
+    const HTAPICALL handle = conference ? TheBook.Handle() : nullptr;
+    const DRV_REQUESTID id =
+        TheBook.Ask(conference ? "lineCompleteTransfer conference" : "lineCompleteTransfer", call, handle);
+    TapiCall* const before = conference ? TheBook.Current(CONF_CREF) : nullptr;
+    const LONG result =
+        TSPI_lineCompleteTransfer(id, CallHandle(call), CallHandle(other), handle, &made, static_cast<DWORD>(mode));
+    const bool written = made != CallHandle(-1);
+    if (written)
+        TheBook.Find(handle)->Cref = CONF_CREF;
+    Asked(id, result);
+    if (written)
+        TakeOver(before, *TheBook.Find(handle), result);
+    return true;
+}
+
+bool Walker::PressButton(Words& words) {
     PHONEBUTTONINFO info{};
-    info.dwTotalSize = Once(20) ? 12 : sizeof info;
-    static constexpr DWORD Modes[] = {4, 8, 8, 0x20, 0x20, 1};
-    info.dwButtonMode = Pick(Modes);
-    const DWORD id = info.dwButtonMode == 8      ? static_cast<DWORD>(Below(Digits()))
-                     : info.dwButtonMode == 0x20 ? static_cast<DWORD>(29 + Below(5))
-                                                 : static_cast<DWORD>(KeyInUse());
+    info.dwButtonMode = static_cast<DWORD>(words.Int());
+    const auto id = static_cast<DWORD>(words.Int());
+    info.dwTotalSize = static_cast<DWORD>(words.Int());
     const bool softKey = id >= 29 && id <= 31 && (info.dwButtonMode == 4 || info.dwButtonMode == 0x20);
     if (softKey && std::any_of(Machine.set.calls.begin(), Machine.set.calls.end(),
                                [&](const SetCall& call) { return call.slot == 1; }))
@@ -295,18 +346,20 @@ bool Walker::PhoneRequest() {
     if (info.dwButtonMode == 4 && id < KEY_COUNT && TouchOf(static_cast<int>(id)).kind == TOUCH_SUPERV)
         TheBook.Doubt = "a supervision key pressed through the phone is not known to intercept its call";
     Say("phoneSetButtonInfo mode " + std::to_string(info.dwButtonMode) + " id " + std::to_string(id));
-    TSPI_phoneSetButtonInfo(1, phone, id, Once(20) ? nullptr : &info);
-    return true;
+    return Sync(
+        LineOf("phoneSetButtonInfo", static_cast<int>(info.dwButtonMode)),
+        TSPI_phoneSetButtonInfo(1, reinterpret_cast<HDRVPHONE>(Line), id, info.dwTotalSize != 0 ? &info : nullptr));
 }
 
 // Every query into a structure of any size, behind which nothing may be written.
-bool Walker::Query() {
+bool Walker::Query(Words& words) {
     alignas(8) std::array<std::uint8_t, 1200> room;
     room.fill(0xA5);
-    const DWORD size = static_cast<DWORD>(Once(3) ? Below(1000) : 8 * Below(125));
+    const int kind = words.Int();
+    const auto size = static_cast<DWORD>(words.Int());
     const auto structure = [&]<class T>(T*&) { return reinterpret_cast<T*>(room.data()); };
     std::memcpy(room.data(), &size, sizeof size);
-    const HDRVCALL call = CallHandle(SomeCref(~DWORD{0}));
+    const HDRVCALL call = CallHandle(words.Int());
     LINECALLINFO* info = nullptr;
     LINECALLSTATUS* status = nullptr;
     LINEADDRESSSTATUS* address = nullptr;
@@ -317,7 +370,7 @@ bool Walker::Query() {
     PHONECAPS* phoneCaps = nullptr;
     DWORD value = 0;
     const auto phone = reinterpret_cast<HDRVPHONE>(Line);
-    switch (Below(11)) {
+    switch (kind) {
     case 0:
     case 1: TSPI_lineGetCallInfo(call, structure(info)); break;
     case 2: TSPI_lineGetCallStatus(call, structure(status)); break;
@@ -327,7 +380,7 @@ bool Walker::Query() {
     case 6: TSPI_lineGetAddressCaps(LINE_ID, 0, VERSION, 0, structure(addressCaps)); break;
     case 7: TSPI_phoneGetDisplay(phone, structure(text)); break;
     case 8: TSPI_phoneGetDevCaps(PHONE_ID, VERSION, 0, structure(phoneCaps)); break;
-    case 9: TSPI_phoneGetLamp(phone, static_cast<DWORD>(Below(120)), &value); break;
+    case 9: TSPI_phoneGetLamp(phone, static_cast<DWORD>(words.Int()), &value); break;
     default: TSPI_lineGetID(Line, 0, call, 1, structure(text), "tapi/line"_wide, nullptr); break;
     }
     if (std::any_of(room.begin() + std::max<DWORD>(size, 4), room.end(),

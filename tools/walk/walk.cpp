@@ -12,19 +12,32 @@ namespace Walk {
 
 // --- the line ----------------------------------------------------------------------------------------------------------
 
-void Walker::Configure() {
+std::string Walker::ChooseSet(const Options& options) {
+    State = options.Seed * 2654435761u + 12345;
+    const bool modules = options.Version >= 2 && Once(2);
+    return LineOf("set", options.Version, options.Super, options.MultiMode, options.Misbehaves, Below(2), modules,
+                  Below(3) == 0, Below(3) == 0, Once(3) ? 8000 : 0);
+}
+
+// Version, super frames, mode of second calls, a misbehaving line, piggybacking, modules, events after the display, the
+// outside prefix in events, recall of held calls in ms.
+void Walker::Configure(Words& words) {
     Eq::SetConfiguration& config = Machine.config;
-    config.omna = Chosen.Version;
-    config.superFrames = Chosen.Super;
-    config.multiMode = static_cast<std::uint8_t>(Chosen.MultiMode);
-    config.piggyback = Once(2);
+    config.omna = Version = words.Int();
+    config.superFrames = words.Int() != 0;
+    config.multiMode = static_cast<std::uint8_t>(MultiMode = words.Int());
+    Misbehaves = words.Int() != 0;
+    config.piggyback = words.Int() != 0;
+    const bool modules = words.Int() != 0;
+    config.eventsAfterDisplay = words.Int() != 0;
+    config.prefixInEvents = words.Int() != 0;
+    config.recallMs = static_cast<std::uint32_t>(words.Int());
     config.keys = {{1, Eq::KindMulti, "4711"}, {2, Eq::KindMulti, "4711"}, {3, Eq::KindMulti, "4712"}};
-    const bool modules = Chosen.Version >= 2 && Once(2);
     if (modules) {
         config.modules = {{2, false, 40}};
         config.keys.push_back({43, Eq::KindMulti, "4711"});
     }
-    if (Chosen.Version >= 3) {  // others are told nothing of such keys
+    if (Version >= 3) {  // others are told nothing of such keys
         for (const Eq::KeyConfiguration& key : {Eq::KeyConfiguration{7, Eq::KindSupervision, "4740"},
                                                 {9, Eq::KindBoss, "4730"},
                                                 {10, Eq::KindSecretary, "4731"},
@@ -37,9 +50,6 @@ void Walker::Configure() {
                            {"4721", {Eq::FarEnd::Busy, 500, ""}},
                            {"4722", {Eq::FarEnd::NeverAnswers, 0, "DURAND"}},
                            {"4723", {Eq::FarEnd::NotObtainable, 300, ""}}};
-    config.eventsAfterDisplay = Once(3);
-    config.prefixInEvents = Once(3);
-    config.recallMs = Once(3) ? 8000 : 0;
 }
 
 void Walker::OpenLine() {
@@ -67,6 +77,37 @@ void Walker::CloseLine() {
     Open = false;
 }
 
+// The records start anew while the link runs, and the line hears nothing until it is opened again.
+void Walker::OpenPhone() {
+    const LONG result =
+        TSPI_phoneOpen(PHONE_ID, reinterpret_cast<HTAPIPHONE>(std::uintptr_t{0x22}), &Phone, VERSION, PhoneNews);
+    Say("phoneOpen gives " + std::to_string(result));
+    TheBook.Forget();
+    Open = false;
+}
+
+void Walker::ClosePhone() {
+    Say("phoneClose");
+    if (TSPI_phoneClose(Phone) != 0)
+        Wrong("phoneClose failed");
+    Phone = nullptr;
+}
+
+bool Walker::OnDevice(const std::string& verb) {
+    if (verb == "phone-open")
+        return OpenPhone(), true;
+    if (verb == "open" ? Open : verb == "close" ? Line == nullptr : Phone == nullptr)
+        return false;
+    if (verb == "open")
+        OpenLine();
+    else if (verb == "close")
+        CloseLine();
+    else
+        ClosePhone();
+    Clean = Clean && Machine.set.calls.empty();
+    return true;
+}
+
 void Walker::Advance(std::uint32_t milliseconds) {
     const bool known = Tick.ConfigReceived;
     PlatformControl::Advance(milliseconds);
@@ -78,7 +119,7 @@ void Walker::Advance(std::uint32_t milliseconds) {
 void Walker::Load() {
     ResetProvider();
     DllMain(nullptr, DLL_PROCESS_ATTACH, nullptr);
-    TraceMask = Chosen.PrintsAll ? 0xFF : 0;
+    TraceMask = PrintsAll ? 0xFF : 0;
     DWORD lines = 0, phones = 0, options = 0;
     TSPI_providerEnumDevices(PROVIDER_ID, &lines, &phones, nullptr, nullptr, nullptr);
     TSPI_providerInit(VERSION, PROVIDER_ID, LINE_ID, PHONE_ID, 1, 1, RequestNews, &options);
@@ -108,44 +149,16 @@ bool Walker::Settle() {
 
 // --- the walk ------------------------------------------------------------------------------------------------------------------
 
-Outcome Walker::Go() {
+void Walker::Start() {
     TheBook = Book{};
     TheBook.OnNews = [this](std::string news) { Say("    " + news); };
     PlatformControl::Reset();
     PlatformControl::MapPort("COM1", &Port);
     SetSetting("Provider", "Port", "COM1");
     Load();
-    Configure();
-    Resynchronise();
-    static constexpr std::uint32_t Pauses[] = {0, 0, 100, 200, 500, 1000, 1500, 4000};
-    while (!Failed() && Out.Actions < Chosen.Actions) {
-        const int what = Below(100);
-        const bool done = what < 33   ? ActOnSet()
-                          : what < 60 ? ActFar()
-                          : what < 87 ? Request()
-                          : what < 93 ? Query()
-                          : what < 98 ? ActLine()
-                          : Once(5)   ? ActDevice()
-                                      : false;
-        if (!done)
-            continue;
-        ++Out.Actions;
-        if (Chosen.PrintsAll)
-            Say(SetText());
-        CheckAll();
-        Advance(Once(200) ? 30'000 : Pick(Pauses));
-        if (Once(3))
-            Compare();
-        if (Machine.set.presses.size() > 1000)
-            Machine.set.presses.clear();
-        if (Machine.pbx.requests.size() > 1000)
-            Machine.pbx.requests.clear();
-        if (Once(150) && !Failed())
-            Quieten();
-        SuspectFor += Suspect != nullptr;
-        if (!Failed() && (Spoilt != nullptr || SuspectFor > 10 || TheBook.CloseCame || Once(100)))
-            Resynchronise();
-    }
+}
+
+void Walker::Finish() {
     Unload();
     PlatformControl::MapPort("COM1", nullptr);
     Out.Fault = TheBook.Fault;
@@ -154,11 +167,151 @@ Outcome Walker::Go() {
     Out.Events = TheBook.Events;
     Out.Trail = {Trail.begin(), Trail.end()};
     TheBook = Book{};
+}
+
+std::vector<std::string> Walker::ChooseDevice() {
+    const std::string pause = LineOf("wait", 500 * Below(8));
+    if (Once(2))
+        return {"phone-open", pause, Once(2) ? "phone-close" : "close", "open"};
+    if (Once(3))  // a request finds no link: it starts that, and fails
+        return {"close", ChooseOnLine(), pause, "close", "open"};
+    return {"close", "open"};
+}
+
+std::vector<std::string> Walker::Choose() {
+    const int what = Below(1000);
+    if (what >= 998)
+        return ChooseDevice();
+    return {what < 300 ? ChooseOnSet() : what < 570 ? ChooseFar() : what < 950 ? ChooseRequest() : ChooseLine()};
+}
+
+bool Walker::Perform(const std::string& line) {
+    Words words(line);
+    const std::string verb = words.Word();
+    static constexpr const char* OfSet[] = {"dial", "release", "offhook", "handset", "softkey", "key", "lamp"};
+    static constexpr const char* OfFar[] = {"call",     "far-hangs-up", "far-rings",     "far-answers",
+                                            "far-busy", "far-diverts",  "far-transfers", "recall",
+                                            "move",     "reserve",      "show-caller",   "call-waits"};
+    const auto among = [&](const auto& verbs) {
+        return std::find(std::begin(verbs), std::end(verbs), verb) != std::end(verbs);
+    };
+    const auto told = [&](bool done) {
+        if (done)
+            Say(line);
+        return done;
+    };
+    if (verb == "wait")
+        Advance(static_cast<std::uint32_t>(words.Int()));
+    else if (verb == "compare")
+        Compare();
+    else if (verb == "quiet")
+        Quieten();
+    else if (verb == "reopen")
+        Resynchronise();
+    else if (verb == "set")
+        Configure(words);
+    else if (among(OfSet))
+        return told(OnSet(verb, words));
+    else if (among(OfFar))
+        return told(Far(verb, words));
+    else if (verb == "line")
+        return Say(line), Misbehave(words);
+    else if (verb == "close" || verb == "open" || verb == "phone-open" || verb == "phone-close")
+        return OnDevice(verb);
+    else if (verb == "query")
+        return Query(words);
+    else
+        return Request(verb, words);
+    return true;
+}
+
+bool Walker::Take(const std::string& line) {
+    if (line.empty() || !Perform(line))
+        return false;
+    Out.Lines.push_back(line);
+    if (PrintsAll)
+        Say(SetText());
+    CheckAll();
+    if (Machine.set.presses.size() > 1000)
+        Machine.set.presses.clear();
+    if (Machine.pbx.requests.size() > 1000)
+        Machine.pbx.requests.clear();
+    if (!Failed() && Open && (Spoilt != nullptr || SuspectFor > 10 || TheBook.CloseCame))
+        Resynchronise();
+    return true;
+}
+
+Outcome Walker::Go(const Options& options) {
+    Start();
+    Take(ChooseSet(options));
+    Take("reopen");
+    static constexpr int Pauses[] = {0, 0, 100, 200, 500, 1000, 1500, 4000};
+    while (!Failed() && Out.Actions < options.Actions) {
+        long done = 0;
+        for (const std::string& line : Choose())
+            done += !Failed() && Take(line);
+        if (done == 0)
+            continue;
+        ++Out.Actions;
+        SuspectFor += Suspect != nullptr;
+        for (const std::string& line :
+             {LineOf("wait", Once(200) ? 30'000 : Pick(Pauses)), std::string(Once(3) ? "compare" : ""),
+              std::string(Once(150) ? "quiet" : ""), std::string(Once(100) ? "reopen" : "")})
+            if (!Failed())
+                Take(line);
+    }
+    Finish();
+    return Out;
+}
+
+Outcome Walker::Go(const std::vector<std::string>& lines) {
+    Start();
+    for (const std::string& line : lines)
+        if (!Failed() && Take(line) && line.rfind("wait", 0) != 0 && line != "compare" && line != "quiet") {
+            ++Out.Actions;
+            SuspectFor += Suspect != nullptr;
+        }
+    Finish();
     return Out;
 }
 
 Outcome Run(const Options& options) {
-    return Walker(options).Go();
+    return Walker(options.PrintsAll).Go(options);
+}
+
+Outcome Run(const std::vector<std::string>& lines, bool printsAll) {
+    return Walker(printsAll).Go(lines);
+}
+
+// --- shortening ----------------------------------------------------------------------------------------------------------
+
+std::string Kind(std::string fault) {
+    for (char& c : fault)
+        c = c >= '0' && c <= '9' ? '#' : c;
+    return fault;
+}
+
+// Leaves out piece after piece, in halves first, then ever smaller ones, and goes on with what still fails. The first line,
+// the set, stays.
+std::vector<std::string> Shrink(std::vector<std::string> lines, const std::string& fault) {
+    const std::string wanted = Kind(fault);
+    for (std::size_t piece = lines.size() / 2; piece > 0;) {
+        bool shorter = false;
+        for (std::size_t at = lines.size(); at > 1;) {
+            const std::size_t from = at > piece ? std::max<std::size_t>(1, at - piece) : 1;
+            std::vector<std::string> fewer = lines;
+            fewer.erase(fewer.begin() + static_cast<std::ptrdiff_t>(from),
+                        fewer.begin() + static_cast<std::ptrdiff_t>(at));
+            if (Kind(Run(fewer).Fault) == wanted) {
+                lines = std::move(fewer);
+                shorter = true;
+            }
+            at = from;
+        }
+        if (!shorter || piece > 1)
+            piece /= 2;
+    }
+    return lines;
 }
 
 }  // namespace Walk

@@ -1,5 +1,8 @@
 // A random walk over the whole provider: a seed decides what the person at the set, far ends, the PBX, applications and
 // a misbehaving line do, and after every step what must always hold is checked. The same options give the same walk.
+//
+// What was done is kept as lines of text, a verb and its words each, which can be walked again without the seed, shortened
+// or put into a test. The first one describes the set; `wait` lets milliseconds pass, `compare` and `quiet` check more.
 #pragma once
 
 #include <cstdint>
@@ -16,11 +19,12 @@ struct Options {
     bool Super = false;
     int MultiMode = 0;        // 1: second calls are made on the same key
     bool Misbehaves = false;  // the line loses, flips, repeats and cuts frames, goes silent, answers late
-    bool PrintsAll = false;   // each action and event on standard output, and every trace line in the trace files
+    bool PrintsAll = false;   // each line and event on standard output, and every trace line in the trace files
 };
 
 struct Outcome {
     std::string Fault;                       // "" = all held
+    std::vector<std::string> Lines;          // what was done, to walk it again
     std::vector<std::string> Trail;          // the last actions and events, in words, oldest first
     std::map<std::string, long> Exceptions;  // what was odd and is wanted so, by its reason
     std::map<std::string, long> Asked;       // requests, by name, " ok" behind those completed with 0
@@ -30,5 +34,11 @@ struct Outcome {
 
 // Leaves the process as it found it, but for the provider's records.
 Outcome Run(const Options& options);
+// Walks these lines; one that does not apply is left out.
+Outcome Run(const std::vector<std::string>& lines, bool printsAll = false);
+// The fewest of the lines that still fail so (numbers in the fault apart): none of them can be left out.
+std::vector<std::string> Shrink(std::vector<std::string> lines, const std::string& fault);
+// The text of a fault without its numbers.
+std::string Kind(std::string fault);
 
 }  // namespace Walk

@@ -1,5 +1,7 @@
-// The walker: what every file of this folder shares. Its parts: walk.cpp (the line, the walk itself), world.cpp (the
-// person at the set, far ends, the line's faults), application.cpp (requests and queries), checks.cpp (what must hold).
+// The walker: what every file of this folder shares. What is done is a list of lines (walk.h): each is chosen by chance as
+// the world stands, or comes from a text, and is then carried out by the same code. Its parts: walk.cpp (the line, the
+// walk itself), world.cpp (the person at the set, far ends, the line's faults), application.cpp (requests and queries),
+// checks.cpp (what must hold).
 #pragma once
 
 #include "equipment/equipment.h"
@@ -9,10 +11,13 @@
 #include "walk/book.h"
 #include "walk/walk.h"
 
+#include <algorithm>
 #include <climits>
 #include <cstdio>
 #include <deque>
 #include <set>
+#include <sstream>
+#include <type_traits>
 
 namespace Walk {
 
@@ -23,17 +28,56 @@ using At = Eq::CallState;
 constexpr DWORD LINE_ID = 3, PHONE_ID = 5, PROVIDER_ID = 9, VERSION = 0x20000;
 constexpr std::size_t TRAIL = 80;  // lines kept for a report
 constexpr std::uint32_t TICK = 100;
+constexpr int NOBODY = INT_MIN;  // no cref
+
+// The words of a line behind its verb. A text is one word: '-' for an empty one, '_' for a blank.
+class Words {
+public:
+    explicit Words(const std::string& line) : In(line) {}
+    std::string Word() {
+        std::string word;
+        In >> word;
+        return word;
+    }
+    int Int() { return std::atoi(Word().c_str()); }
+    std::string Text() {
+        std::string text = Word();
+        std::replace(text.begin(), text.end(), '_', ' ');
+        return text == "-" ? "" : text;
+    }
+
+private:
+    std::istringstream In;
+};
+
+template <class T> void AddWord(std::string& line, const T& word) {
+    if constexpr (std::is_integral_v<T>) {
+        line += ' ' + std::to_string(word);
+    } else {
+        std::string text = word;
+        std::replace(text.begin(), text.end(), ' ', '_');
+        line += ' ' + (text.empty() ? "-" : text);
+    }
+}
+template <class... T> std::string LineOf(const char* verb, const T&... words) {
+    std::string line = verb;
+    (AddWord(line, words), ...);
+    return line;
+}
 
 class Walker {
 public:
-    explicit Walker(const Options& options) : Chosen(options), State(options.Seed * 2654435761u + 12345) {}
-    Outcome Go();
+    explicit Walker(bool printsAll) : PrintsAll(printsAll) {}
+    Outcome Go(const Options& options);
+    Outcome Go(const std::vector<std::string>& lines);
 
 private:
-    const Options Chosen;
+    const bool PrintsAll;
+    int Version = 2, MultiMode = 0;
+    bool Misbehaves = false;
     EquipmentPort Port;
     Eq::Machine& Machine = Port.Machine;
-    std::uint64_t State;
+    std::uint64_t State = 1;
     HDRVLINE Line = nullptr;
     HDRVPHONE Phone = nullptr;
     bool Open = false;
@@ -63,9 +107,9 @@ private:
         static const char* const Numbers[] = {"4720", "4721", "4722",   "4723", "4730", "0145678901", "00612345678",
                                               "12",   "4711", "614720", "60",   "66",   "664720",     "A1*#"};
         // In version 1 only digits show that a number is being dialled.
-        return Numbers[Below(static_cast<int>(std::size(Numbers)) - (Chosen.Version == 1))];
+        return Numbers[Below(static_cast<int>(std::size(Numbers)) - (Version == 1))];
     }
-    int Digits() const { return Chosen.Version == 1 ? 10 : 12; }
+    int Digits() const { return Version == 1 ? 10 : 12; }
     int SomeKey() { return Machine.config.keys[static_cast<std::size_t>(Below(KeyTotal()))].number; }
     int AnyKey() { return Once(8) ? 1 + Below(50) : SomeKey(); }
     int KeyTotal() const { return static_cast<int>(Machine.config.keys.size()); }
@@ -77,7 +121,7 @@ private:
 
     // --- telling
     void Say(std::string line) {
-        if (Chosen.PrintsAll)
+        if (PrintsAll)
             std::printf("%8.1f %s\n", static_cast<double>(PlatformControl::Now() - 1'000'000) / 1000, line.c_str());
         Trail.push_back(std::move(line));
         if (Trail.size() > TRAIL)
@@ -107,30 +151,51 @@ private:
     }
     void Watch();
 
+    void Start();
+    void Finish();
     void Load();
     void Unload();
-    void Configure();
+    std::string ChooseSet(const Options& options);
+    void Configure(Words& words);
     void OpenLine();
     void CloseLine();
+    void OpenPhone();
+    void ClosePhone();
+    bool OnDevice(const std::string& verb);
     void Advance(std::uint32_t milliseconds);
     bool AtRest();
     bool Settle();
 
-    bool ActOnSet();
-    bool ActFar();
-    bool ActLine();
-    bool ActDevice();
-    bool Do(const std::string& what, const std::string& answer);
+    // A line by chance, "" for none; several for what belongs together.
+    std::vector<std::string> Choose();
+    std::string ChooseOnSet();
+    std::string ChooseFar();
+    std::string ChooseLine();
+    std::vector<std::string> ChooseDevice();
+    std::string ChooseRequest();
+    std::string ChooseOnLine();
+    std::string ChooseOnCall();
+    std::string ChooseTransfer();
+    std::string ChoosePhone();
+
+    // Carries a line out and checks; false when it does not apply now, and nothing has been done.
+    bool Take(const std::string& line);
+    bool Perform(const std::string& line);
+    bool OnSet(const std::string& verb, Words& words);
+    bool Far(const std::string& verb, Words& words);
+    bool Misbehave(Words& words);
+    bool Request(const std::string& verb, Words& words);
+    bool Query(Words& words);
 
     int SomeCref(DWORD states);
     bool Asked(DRV_REQUESTID request, LONG result);
     static void TakeOver(TapiCall* lost, TapiCall& call, LONG result);
-    bool Request();
-    bool RequestOnLine();
-    bool RequestOnCall();
-    bool TransferRequest();
-    bool PhoneRequest();
-    bool Query();
+    bool Sync(const std::string& name, LONG result);
+    bool MakeCall(Words& words);
+    bool Forward(Words& words);
+    bool SetUpTransfer(Words& words);
+    bool CompleteTransfer(Words& words);
+    bool PressButton(Words& words);
 
     void CheckAll();
     std::string TableFault();

@@ -2,131 +2,169 @@
 
 namespace Walk {
 
-// --- the person at the set, far ends, the PBX ---------------------------------------------------------------------------
+// --- the person at the set -----------------------------------------------------------------------------------------------
 
-bool Walker::Do(const std::string& what, const std::string& answer) {
-    if (answer.empty())
-        Say(what);
-    return answer.empty();
-}
-
-bool Walker::ActOnSet() {
-    Machine.SetNow(PlatformControl::Now());
-    const int key = Once(2) ? KeyInUse() : AnyKey();
-    const int soft = 1 + Below(5);
+std::string Walker::ChooseOnSet() {
     switch (Below(16)) {
-    case 0: {
-        const std::string digits = Number();
-        return Do("user dials " + digits, Eq::DialDigits(Machine, digits));
-    }
-    case 1: {
-        const std::string digit(1, "0123456789*#"[Below(Digits())]);
-        return Do("user dials " + digit, Eq::DialDigits(Machine, digit));
-    }
+    case 0: return LineOf("dial", Number());
+    case 1: return LineOf("dial", std::string(1, "0123456789*#"[Below(Digits())]));
     case 2:
-    case 3: return Do("user puts down", Eq::PressRelease(Machine));
-    case 4: return Do("user takes the handset", Eq::PressOffHook(Machine));
-    case 5: return Do("handset", Eq::Handset(Machine, Below(2)));
-    case 6: return Do("lamp", Eq::SetLamp(Machine, Below(20), Below(3)));
+    case 3: return "release";
+    case 4: return "offhook";
+    case 5: return LineOf("handset", Below(2));
+    case 6: return LineOf("lamp", Below(20), Below(3));
     case 7:
     case 8:
     case 9:
     case 10: {
-        const std::string& label = Machine.set.softKeys[static_cast<std::size_t>(soft) - 1];
-        if (label.empty() && !Once(10))
-            return false;
-        return Do("user presses soft key " + std::to_string(soft) + " " + label, Eq::PressSoftKey(Machine, soft));
+        const int soft = 1 + Below(5);
+        const bool shown = !Machine.set.softKeys[static_cast<std::size_t>(soft) - 1].empty();
+        return shown || Once(10) ? LineOf("softkey", soft) : "";
     }
-    default: return Do("user presses key " + std::to_string(key), Eq::PressKey(Machine, key));
+    default: return LineOf("key", Once(2) ? KeyInUse() : AnyKey());
     }
 }
 
-bool Walker::ActFar() {
+bool Walker::OnSet(const std::string& verb, Words& words) {
     Machine.SetNow(PlatformControl::Now());
+    std::string answer;
+    if (verb == "dial")
+        answer = Eq::DialDigits(Machine, words.Text());
+    else if (verb == "release")
+        answer = Eq::PressRelease(Machine);
+    else if (verb == "offhook")
+        answer = Eq::PressOffHook(Machine);
+    else if (verb == "handset")
+        answer = Eq::Handset(Machine, words.Int());
+    else if (verb == "softkey")
+        answer = Eq::PressSoftKey(Machine, words.Int());
+    else if (verb == "key")
+        answer = Eq::PressKey(Machine, words.Int());
+    else if (const int lamp = words.Int(); verb == "lamp")
+        answer = Eq::SetLamp(Machine, lamp, words.Int());
+    return answer.empty();
+}
+
+// --- far ends, the PBX ---------------------------------------------------------------------------------------------------
+
+std::string Walker::ChooseFar() {
     const int key = KeyInUse();
-    const std::string on = " on key " + std::to_string(key);
     static const char* const Names[] = {"", "", "MARTIN", "LE GOFF", "4XY"};
-    const std::string name = Pick(Names), number = Once(8) ? "" : Number();
-    switch (Below(18)) {
+    const std::string name = Pick(Names), number = Once(8) ? "" : Number(), party = number.empty() ? "4799" : number;
+    switch (Below(19)) {
     case 0:
     case 1:
     case 2:
     case 3: {
-        const int free = SomeKey();
-        const auto shown = static_cast<Eq::CallerShown>(Once(3) ? 1 + Below(2) : 0);
         static constexpr int Reasons[] = {0, 0, 1, 2, 3, 4, 8, 11};
-        return Do("call from " + number + " " + name + " on key " + std::to_string(free) + " shown " +
-                      std::to_string(static_cast<int>(shown)),
-                  Eq::Incoming(Machine, free, number, name, shown, 500 + 500 * static_cast<unsigned>(Below(4)),
-                               {Pick(Reasons), Once(3) ? "4799" : "", ""}));
+        return LineOf("call", SomeKey(), number, name, Once(3) ? 1 + Below(2) : 0, 500 + 500 * Below(4), Pick(Reasons),
+                      Once(3) ? "4799" : "");
     }
     case 4:
     case 5:
-    case 6: {
-        const auto shown = static_cast<Eq::HangUpShown>(Below(3));
-        const int slot = Below(3) - 1;
-        return Do("far end hangs up" + on + " slot " + std::to_string(slot) + " shown " +
-                      std::to_string(static_cast<int>(shown)),
-                  Eq::FarHangsUp(Machine, key, shown, slot));
-    }
-    case 7: return Do("far end rings", Eq::FarRings(Machine, name));
+    case 6: return LineOf("far-hangs-up", key, Below(3), Below(3) - 1);
+    case 7: return LineOf("far-rings", name);
     case 8:
     case 9:
-    case 10: return Do("far end answers", Eq::FarAnswers(Machine, name));
-    case 11: return Do("far end is busy", Eq::FarBusy(Machine));
-    case 12: return Do("call goes on to " + number, Eq::FarDiverts(Machine, number.empty() ? "4799" : number, name));
-    case 13:
-        return Do("far end transfers" + on, Eq::FarTransfers(Machine, key, number.empty() ? "4799" : number, name));
-    case 14: return Do("held call rings back" + on, Eq::Recall(Machine, key));
-    case 15: {
-        const int to = SomeKey();
-        return Do("call moves to key " + std::to_string(to) + on, Eq::MoveCall(Machine, key, to));
+    case 10: return LineOf("far-answers", name);
+    case 11: return "far-busy";
+    case 12: return LineOf("far-diverts", party, name);
+    case 13: return LineOf("far-transfers", key, party, name);
+    case 14: return LineOf("recall", key);
+    case 15: return LineOf("move", key, SomeKey());
+    case 16: return LineOf("show-caller", key);
+    case 17: return Once(4) ? LineOf("reserve", SomeKey()) : "";
+    default: return Machine.set.waiting.size() > 3 ? "" : LineOf("call-waits", name);
     }
-    case 16: return Do("the caller shows" + on, Eq::ShowCaller(Machine, key));
-    default:
-        if (Machine.set.waiting.size() > 3)
-            return false;
-        return Do("a call waits at 4720", Eq::CallWaitsAt(Machine, "4720", "0145678901", name));
+}
+
+bool Walker::Far(const std::string& verb, Words& words) {
+    Machine.SetNow(PlatformControl::Now());
+    std::string answer;
+    if (verb == "call") {
+        const int key = words.Int();
+        const std::string number = words.Text(), name = words.Text();
+        const auto shown = static_cast<Eq::CallerShown>(words.Int());
+        const auto late = static_cast<std::uint32_t>(words.Int());
+        const int reason = words.Int();
+        answer = Eq::Incoming(Machine, key, number, name, shown, late, {reason, words.Text(), ""});
+    } else if (verb == "far-hangs-up") {
+        const int key = words.Int(), shown = words.Int();
+        answer = Eq::FarHangsUp(Machine, key, static_cast<Eq::HangUpShown>(shown), words.Int());
+    } else if (verb == "far-rings") {
+        answer = Eq::FarRings(Machine, words.Text());
+    } else if (verb == "far-answers") {
+        answer = Eq::FarAnswers(Machine, words.Text());
+    } else if (verb == "far-busy") {
+        answer = Eq::FarBusy(Machine);
+    } else if (verb == "far-diverts") {
+        const std::string number = words.Text();
+        answer = Eq::FarDiverts(Machine, number, words.Text());
+    } else if (verb == "far-transfers") {
+        const int key = words.Int();
+        const std::string number = words.Text();
+        answer = Eq::FarTransfers(Machine, key, number, words.Text());
+    } else if (verb == "recall") {
+        answer = Eq::Recall(Machine, words.Int());
+    } else if (verb == "move") {
+        const int from = words.Int();
+        answer = Eq::MoveCall(Machine, from, words.Int());
+    } else if (verb == "show-caller") {
+        answer = Eq::ShowCaller(Machine, words.Int());
+    } else if (verb == "reserve") {
+        answer = Eq::Reserve(Machine, words.Int());
+    } else if (verb == "call-waits") {
+        answer = Eq::CallWaitsAt(Machine, "4720", "0145678901", words.Text());
     }
+    return answer.empty();
 }
 
 // --- the line misbehaves -------------------------------------------------------------------------------------------------
 
-bool Walker::ActLine() {
-    if (!Chosen.Misbehaves)
-        return false;
+std::string Walker::ChooseLine() {
+    static const char* const Faults[] = {"loses",     "cuts",     "joins",  "repeats", "ignores", "refuses",
+                                         "acks-late", "pbx-late", "silent", "flips",   "well"};
+    if (!Misbehaves)
+        return "";
+    const std::string what = Pick(Faults);
+    return LineOf("line", what, 1 + Below(4), Below(3), what == "flips" ? Below(8) - 1 : Below(3), Below(6));
+}
+
+bool Walker::Misbehave(Words& words) {
     Machine.SetNow(PlatformControl::Now());
     Eq::Faults& faults = Machine.faults;
-    faults.target = static_cast<Eq::FaultTarget>(Below(3));
-    const int count = 1 + Below(4);
-    const int what = Below(11);
-    static const char* const Texts[] = {"loses",   "flips",        "cuts",        "joins",  "repeats",   "ignores",
-                                        "refuses", "answers late", "PBX is late", "silent", "well again"};
-    Say("line: " + std::string(Texts[what]) + " " + std::to_string(count));
+    const std::string what = words.Text();
+    const int count = words.Int();
+    faults.target = static_cast<Eq::FaultTarget>(words.Int());
+    const int detail = words.Int(), silence = words.Int();
     Faulty = true;
     Clean = false;
-    switch (what) {
-    case 0: faults.loseNext = count; break;
-    case 1:
+    if (what == "loses") {
+        faults.loseNext = count;
+    } else if (what == "flips") {
         faults.flipNext = count;
-        faults.flipByte = Below(8) - 1;
-        break;
-    case 2: faults.cutNext = count; break;
-    case 3: faults.joinNext = count; break;
-    case 4: faults.repeatNext = count; break;
-    case 5: faults.ignoreNext = count; break;
-    case 6:
+        faults.flipByte = detail;
+    } else if (what == "cuts") {
+        faults.cutNext = count;
+    } else if (what == "joins") {
+        faults.joinNext = count;
+    } else if (what == "repeats") {
+        faults.repeatNext = count;
+    } else if (what == "ignores") {
+        faults.ignoreNext = count;
+    } else if (what == "refuses") {
         faults.nackNext = count;
-        faults.nackWith = static_cast<std::uint8_t>(0x84 + Below(3));
-        break;
-    case 7: faults.ackDelayMs = 500u * static_cast<unsigned>(count); break;
-    case 8: faults.answerDelayMs = 1000u * static_cast<unsigned>(count); break;
-    case 9:
+        faults.nackWith = static_cast<std::uint8_t>(0x84 + detail);
+    } else if (what == "acks-late") {
+        faults.ackDelayMs = 500u * static_cast<unsigned>(count);
+    } else if (what == "pbx-late") {
+        faults.answerDelayMs = 1000u * static_cast<unsigned>(count);
+    } else if (what == "silent") {
         faults.silent = true;
-        Advance(1000u << Below(6));
+        Advance(1000u << silence);
         faults.silent = false;
-        break;
-    default: faults = {}; break;
+    } else {
+        faults = {};
     }
     return true;
 }
