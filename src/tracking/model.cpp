@@ -55,7 +55,7 @@ void TraceDirection(const CallRecord& call) {
 
 // A request waits for the call of this record to show on a key.
 bool IsPromised(int cref) {
-    return cref == Tracking.PickUpCref ||
+    return cref == Tracking.PickUpCref || (Marks.DeferredMakeCall.Set && cref == Marks.DeferredMakeCall.Cref) ||
            (RunningRequest.Code == REQUEST_SETUP_TRANSFER && cref == RunningRequest.ConsultCref);
 }
 

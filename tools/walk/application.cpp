@@ -293,6 +293,8 @@ bool Walker::MakeCall(Words& words) {
         Spoil("a make call in a double call dials into the call at dial tone, and stands on no key");
     else if (result >= 0 && Tracking.DbCall != 0 && FindFreeBossSecretaryKey(cref) != -1)
         Spoil("a make call in a double call presses a boss's key, which the set does not take then");
+    else if (result >= 0 && ForwardedCall != INT_MAX)
+        TheBook.Doubt = "a call is made while a service code is on its way, into whose line it dials";
     else if (lost != nullptr && lost->Is == Life::Lost && call->Is != Life::Asked && call->Is != Life::Alive)
         Spoil("a make call that failed has ended the call at dial tone, whose key stays taken");
     return true;

@@ -199,6 +199,10 @@ std::string Walker::PictureFault() {
                 told.push_back(call->State);
                 text += " " + StateName(call->State);
             }
+        // The key of a made call that turns reserved counts as lit.
+        if (set.size() == 1 && set[0]->reserved && told.size() == 1 && Fits(At::FarRinging, told[0]) &&
+            TheBook.Odd("a made call whose key turns reserved before it lights counts as made"))
+            continue;
         // While a service code is carried out no call is made of a key that lights; and the icon of a call that is over
         // ends it on any key but a multi-line one.
         if (set.size() == 1 && told.empty() &&

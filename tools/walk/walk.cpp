@@ -236,8 +236,6 @@ bool Walker::Take(const std::string& line) {
         Machine.set.presses.clear();
     if (Machine.pbx.requests.size() > 1000)
         Machine.pbx.requests.clear();
-    if (!Failed() && Open && (Spoilt != nullptr || SuspectFor > 10 || TheBook.CloseCame))
-        Resynchronise();
     return true;
 }
 
@@ -250,6 +248,8 @@ Outcome Walker::Go(const Options& options) {
         long done = 0;
         for (const std::string& line : Choose())
             done += !Failed() && Take(line);
+        if (!Failed() && (Spoilt != nullptr || SuspectFor > 10 || TheBook.CloseCame))
+            Take("reopen");
         if (done == 0)
             continue;
         ++Out.Actions;
@@ -267,10 +267,8 @@ Outcome Walker::Go(const Options& options) {
 Outcome Walker::Go(const std::vector<std::string>& lines) {
     Start();
     for (const std::string& line : lines)
-        if (!Failed() && Take(line) && line.rfind("wait", 0) != 0 && line != "compare" && line != "quiet") {
+        if (!Failed() && Take(line))
             ++Out.Actions;
-            SuspectFor += Suspect != nullptr;
-        }
     Finish();
     return Out;
 }
