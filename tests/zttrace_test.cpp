@@ -89,8 +89,8 @@ TEST(TraceReader, SaysFramesAndMessagesInWords) {
         {Sent("6E 03 26 20 05 03 26 03 0A"), "-> press key 5 | -> press digit *"},
         {Sent("6F 02 60 00 03 26 20 1D"), "-> ACK | -> press soft key 1"},
         // TAPI_OMNA
-        {"TAPI_OMNA MSG: 00.15.02.00.17.05.02.01.04.82.31.32.33.34.01.44.02.41.37.31.00.",
-         "<- EVENT_INCOMING_CHANGE #5: key 2, reason FWDBUSY (1), caller \"1234\" external without prefix name \"D\", "
+        {"TAPI_OMNA MSG: 00.15.02.00.17.05.02.01.04.82.31.32.33.34.01.C9.02.41.37.31.00.",
+         "<- EVENT_INCOMING_CHANGE #5: key 2, reason FWDBUSY (1), caller \"1234\" external without prefix name \"É\", "
          "called \"71\" internal no operator prefix"},
         {Sent("12 00 07 02 00 08 02 08"), "-> key information request #2: from entry 8"},
         {"TAPI_OMNA MSG: 00.0C.03.00.0D.01.02.00.01.41.09.00.", "<- STRING_INFO_ACK #1: HangUp \"A\", number 9 \"\""},

@@ -50,10 +50,13 @@ std::string Upper(int value, int digits) {
     return text;
 }
 
-std::string Quoted(ByteSpan bytes) {
-    std::string text = FromSet(bytes);
+std::string Quoted(std::string text) {
     text.erase(text.find_last_not_of(' ') + 1);
     return "\"" + text + "\"";
+}
+
+std::string Quoted(ByteSpan bytes) {
+    return Quoted(FromSet(bytes));
 }
 
 template <std::size_t N> std::string Named(const char* const (&names)[N], int index, const std::string& otherwise) {
@@ -367,12 +370,13 @@ void Association(Reader& in, Said& said, int version) {
     }
 }
 
-// A number with its flags in front, then a name.
+// A number with its flags in front, then a name, which alone comes in the code page of Windows.
 std::string Party(Reader& in, const char* who) {
     const auto length = static_cast<std::size_t>(in.Byte());
     const int flags = in.Byte();
     const std::string number = Quoted(in.Take(length));
-    const std::string name = Label(in);
+    const ByteSpan spelt = in.Take(static_cast<std::size_t>(in.Byte()));
+    const std::string name = Quoted(FromWindows(std::string(spelt.begin(), spelt.end())));
     std::string text = std::string(", ") + who;
     if (number == "\"\"" && name == "\"\"")
         return text + " not given";
