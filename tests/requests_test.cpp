@@ -96,6 +96,33 @@ TEST_F(Dispatching, EachCodeRunsItsHandlerAndEndsInItsWay) {
     EXPECT_EQ(Ask(REQUEST_GENERATE_DIGITS, 0, 0), 0);
 }
 
+TEST_F(Dispatching, MakeCallThatIsPutOffKeepsItsRecordAndIsToldOfItsEnd) {
+    const auto putOff = [this](int cref) {
+        Fresh();
+        Marks = RequestMarks{};
+        Marks.DeferredMakeCall = {true, cref};
+        Record(cref).htCall = reinterpret_cast<HTAPICALL>(std::uintptr_t{0x100});  // prints as call 0
+    };
+    const std::string ended = "STATE 0 DISCONNECTED 1 | STATE 0 IDLE";
+    DynamicConfig.StaticConfig = 1;
+    putOff(0);
+    EXPECT_EQ(AllocCallRecord(OFFERING, 1), 1) << "a caller gets another record";
+    ProviderState.PendingRequestID = 9;
+    EXPECT_EQ(Ask(REQUEST_MAKE_CALL, 2), 9);
+    EXPECT_THAT(Steps(), testing::HasSubstr(ended));
+    EXPECT_EQ(Marks.DeferredMakeCall.Cref, 2) << "in its place";
+    putOff(0);
+    AllCallReset();
+    EXPECT_EQ(Steps(), ended);
+    putOff(0);
+    Tracking.DbCall = 1;
+    Tick.ConfigUsable = true;
+    Tick.InitDataPending = false;
+    SerialTick(nullptr, 0, 0, 0);
+    EXPECT_THAT(LineEvents(), testing::Contains("STATE 0 IDLE"));
+    EXPECT_FALSE(Marks.DeferredMakeCall.Set);
+}
+
 TEST_F(Dispatching, CallThatCannotBeMadePressesNothing) {
     const auto refused = [this](RequestCode code, LONG result, const char* steps) {
         EXPECT_EQ(DoMakeCall(5, code), result);

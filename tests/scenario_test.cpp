@@ -127,6 +127,32 @@ TEST_F(Calls, MadeBeforeTheSetIsKnownWaitsForIt) {
     EXPECT_EQ(TouchTable[1].icon, ACTIV_ICON);
 }
 
+TEST_F(Calls, MadeAfterAStartWithoutAssociationIsMadeOnceTheSetIsKnownOrReportedEnded) {
+    GoInService();
+    for (const bool answered : {true, false}) {
+        for (const bool failing : {true, !answered}) {
+            CloseLine();
+            Machine.Restart();
+            Machine.faults.noAssociation = failing;
+            ASSERT_EQ(OpenLine(), 0);
+            if (failing && answered)
+                Advance(10'000);
+        }
+        EXPECT_EQ(DynamicConfig.LastActionState, answered ? 0 : 1) << "the failure's text is longer than what is read";
+        Advance(200);
+        LineEvents();
+        HDRVCALL call = nullptr;
+        EXPECT_EQ(TSPI_lineMakeCall(7, Line, FirstTapiCall, &call, "4712"_wide, 0, nullptr), 7);
+        EXPECT_EQ(LineEvents(), std::vector<std::string>{"REPLY 7 0"});
+        Advance(15'000);
+        if (answered)
+            EXPECT_THAT(LineEvents(), ElementsAre("LINEDEV CONNECTED|INSERVICE", "STATE 0 DIALTONE", "STATE 0 DIALING",
+                                                  "STATE 0 PROCEEDING", "STATE 0 RINGBACK"));
+        else
+            EXPECT_THAT(LineEvents(), ElementsAre("STATE 0 DISCONNECTED 1", "STATE 0 IDLE", "CLOSE"));
+    }
+}
+
 // --- a bad line -----------------------------------------------------------------------------------------------------
 
 TEST_F(Calls, LossOfContactAndRecovery) {

@@ -516,6 +516,8 @@ void HandleSkInfoAck(std::uint8_t, Bytes payload) {
     DynamicConfig.WaitDynamicConfig = 0;
     DynamicConfig.StaticConfig = 0;
     Tick.ConfigUsable = true;
+    Tick.InitDataPending =
+        false;  // nothing is to be loaded over it: a stored one counts as none after some failed starts
     if (LanguageChanged)
         SaveLanguage();
     if (SetConfig.SoftKeysChanged) {

@@ -61,7 +61,7 @@ void EnterCall(int cref, int key) {
 
 }  // namespace
 
-LONG DoMakeCall(int cref, int requestCode) {
+LONG DoMakeCall(int cref, int requestCode, bool accepted) {
     if (Serial.PortFailed)
         return UNAVAILABLE;
     if (!IsCref(cref))
@@ -73,7 +73,7 @@ LONG DoMakeCall(int cref, int requestCode) {
     const bool sameLine = Tracking.DbCall != 0 || requestCode == REQUEST_DIAL;
     if (sameLine && FindCallByState(LINECALLSTATE_DIALTONE) == -1) {
         Trace(TRACE_ALWAYS, "DoMakeCall - On ne peut pas assurer le Make Call - Double appel en cours");
-        return OPERATION_FAILED;
+        return accepted ? GiveUp(cref) : OPERATION_FAILED;
     }
     int key = requestCode == REQUEST_MAKE_CALL ? FindFreeBossSecretaryKey(cref) : -1;
     if (key != -1) {

@@ -5,5 +5,6 @@
 #include "platform/platform.h"
 
 // requestCode: REQUEST_MAKE_CALL, or REQUEST_DIAL for digits alone into the call that has dial tone. Gives 0,
-// LINEERR_OPERATIONUNAVAIL (no port) or LINEERR_OPERATIONFAILED.
-LONG DoMakeCall(int cref, int requestCode);
+// LINEERR_OPERATIONUNAVAIL (no port) or LINEERR_OPERATIONFAILED. The failure of a call that was accepted earlier is always
+// told by its IDLE.
+LONG DoMakeCall(int cref, int requestCode, bool accepted = false);

@@ -13,6 +13,7 @@
 
 #include <algorithm>
 #include <iterator>
+#include <utility>
 
 RunningRequestRecord RunningRequest;
 RequestMarks Marks;
@@ -34,6 +35,7 @@ LONG MakeCall(int cref, RequestCode code) {
         return OPERATION_FAILED;
     }
     if (DynamicConfig.StaticConfig == 1) {  // the received configuration is still to come: the tick makes the call then
+        GiveUpDeferredMakeCall();           // this one takes its place
         Marks.DeferredMakeCall = {true, cref};
         Trace(TRACE_ENTRY, "dial makecall STATIC_CONFIG crefRequestMakeCall %lx", cref);
         return 0;
@@ -135,6 +137,23 @@ void WatchRunningRequest() {
     if (RunningRequest.Code == REQUEST_DROP)
         Tracking.SecondCallDropReq = 0;  // else the end of the held call would be taken for that of the other
     FailPendingRequest();
+}
+
+bool IsPutOff(int cref) {
+    return Marks.DeferredMakeCall.Set && Marks.DeferredMakeCall.Cref == cref;
+}
+
+void GiveUpDeferredMakeCall() {
+    if (!Marks.DeferredMakeCall.Set)
+        return;
+    const int cref = std::exchange(Marks.DeferredMakeCall, {}).Cref;
+    if (!IsCref(cref))
+        return;
+    CallRecord& call = CallTable[static_cast<std::size_t>(cref)];
+    if (call.touch == 0)  // else a call at dial tone lives on in it
+        call.state = LINECALLSTATE_IDLE;
+    DoLineEvent(LINE_CALLSTATE, LINECALLSTATE_DISCONNECTED, LINEDISCONNECTMODE_NORMAL, cref);
+    DoLineEvent(LINE_CALLSTATE, LINECALLSTATE_IDLE, 0, cref);
 }
 
 LONG DispatchRequest(int code, ProviderStateRecord& provider) {

@@ -50,7 +50,7 @@ struct CountMark {
     bool Set = false;
     int Ticks = 0;
 };
-// Start anew with every serial thread.
+// Start anew with every serial thread; the make call that was put off is given up before.
 struct RequestMarks {
     CrefMark DeferredMakeCall;  // accepted under the stored configuration, before the received one was usable
     CrefMark MakeCallReport;    // a made call whose states are still to be reported
@@ -58,6 +58,12 @@ struct RequestMarks {
     CountMark FvTimer;          // soft-key press due after generated digits
 };
 extern RequestMarks Marks;
+
+// The make call that was put off is the one of this record.
+bool IsPutOff(int cref);
+// The make call that was put off will not be made: its application, told that it was accepted, is told DISCONNECTED and
+// IDLE. Nothing when none was put off.
+void GiveUpDeferredMakeCall();
 
 // Carries out a request whose arguments, identifier included, stand in `provider`. Gives what the entry point answers: the
 // identifier of an asynchronous request, whose completion may have been sent already; 0; or a LINEERR_ value.

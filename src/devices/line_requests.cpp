@@ -43,6 +43,13 @@ int ChooseRecord() {
     return -1;
 }
 
+// The record gets the handle of a call that may come to be in it. A make call put off for it has to be told of first.
+void TakeRecord(int cref, HTAPICALL htCall) {
+    if (IsPutOff(cref))
+        GiveUpDeferredMakeCall();
+    CallOf(cref).htCall = htCall;
+}
+
 // --- the way in ------------------------------------------------------------------------------------------------------
 
 struct EntryTexts {
@@ -231,7 +238,7 @@ LONG WINAPI TSPI_lineMakeCall(DRV_REQUESTID dwRequestID, HDRVLINE hdLine, HTAPIC
     if (lphdCall == nullptr)
         return Refuse(LINEERR_INVALPOINTER);
     // Both stay written when the call is refused below: the record is not taken by that.
-    CallOf(cref).htCall = htCall;
+    TakeRecord(cref, htCall);
     *lphdCall = CallHandle(cref);
     if (!TakeDestination(CallOf(cref), destination.Text()))
         return Refuse(LINEERR_INVALADDRESS);
@@ -311,6 +318,8 @@ LONG WINAPI TSPI_lineDrop(DRV_REQUESTID dwRequestID, HDRVCALL hdCall, LPCSTR lps
     Trace(TRACE_ENTRY, "Entering TSPI_lineDrop hdcall(%lx,%lx,%lx,%lx)", dwRequestID, hdCall, Address(lpsUserUserInfo),
           dwSize);
     const int cref = HdCallToCref(hdCall);
+    if (IsPutOff(cref))
+        GiveUpDeferredMakeCall();
     if (cref == CONF_CREF)
         Trace(TRACE_ENTRY, "Drop conference");
     else if (!IsCref(cref))
@@ -400,7 +409,7 @@ LONG WINAPI TSPI_lineSetupTransfer(DRV_REQUESTID dwRequestID, HDRVCALL hdCall, H
     Trace(TRACE_ENTRY, " consultref trouve %04x", consult);
     if (lphdConsultCall == nullptr)
         return Refuse(LINEERR_INVALPOINTER);
-    CallOf(consult).htCall = htConsultCall;
+    TakeRecord(consult, htConsultCall);
     *lphdConsultCall = CallHandle(consult);
     return ReleaseLineMutex(appCallTransfer(cref, consult, REQUEST_SETUP_TRANSFER, ProviderState, dwRequestID));
 }

@@ -115,6 +115,7 @@ bool WatchStrings() {
     Link.LinkStopped = true;
     ProviderState.DeviceState = DEVICE_OUT_OF_SERVICE;
     Tick.StringInitError = false;
+    GiveUpDeferredMakeCall();
     LogEvent(EVENT_STOPPED_BAD_STRING, ProviderState.PortName);
     ErrorBox("Corvane Service Provider internal error\n\nBad string definition");
     return true;
@@ -126,7 +127,7 @@ void RunDeferredMakeCall() {
     // Both marks first: from the IDLE of a call that cannot be made TAPI may ask for the next.
     const int cref = std::exchange(Marks.DeferredMakeCall, {}).Cref;
     Marks.MakeCallReport = {true, cref};
-    DoMakeCall(cref, REQUEST_MAKE_CALL);
+    DoMakeCall(cref, REQUEST_MAKE_CALL, true);
 }
 
 // A made call whose key stays dark never reached the PBX.

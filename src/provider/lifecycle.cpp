@@ -125,6 +125,7 @@ void ProviderInitAgain() {
     // While a serial thread runs for the other device, its ticks read the same records.
     const bool shared = SerialThreadRuns();
     const LONG wait = shared ? WaitLineMutex() : -1;
+    GiveUpDeferredMakeCall();
     const DRV_REQUESTID pending = TakePendingRequest();
     ProviderInitCommon(ProviderState.PermanentProviderID, ProviderState.ProviderHandle, ProviderState.LineDeviceID,
                        ProviderState.PhoneDeviceID, ProviderState.CompletionProc);
@@ -199,6 +200,7 @@ LONG StopSerialThread() {
     CloseAndForget(Process.SerialReadyEvent);
     WaitLineMutex();
     FailPendingRequest();
+    GiveUpDeferredMakeCall();
     Process.Stopping = false;
     return 0;
 }

@@ -55,7 +55,7 @@ void TraceDirection(const CallRecord& call) {
 
 // A request waits for the call of this record to show on a key.
 bool IsPromised(int cref) {
-    return cref == Tracking.PickUpCref || (Marks.DeferredMakeCall.Set && cref == Marks.DeferredMakeCall.Cref) ||
+    return cref == Tracking.PickUpCref || IsPutOff(cref) ||
            (RunningRequest.Code == REQUEST_SETUP_TRANSFER && cref == RunningRequest.ConsultCref);
 }
 
@@ -270,6 +270,7 @@ void AllCallReset() {
         Trace(TRACE_ENTRY, "AllCallReset-DoLineEvent(LINECALLSTATE_IDLE,%d)", cref);
     }
     CompleteRunningDrop(CONF_CREF);  // its IDLE is not reported
+    GiveUpDeferredMakeCall();
 }
 
 const char* CommandName(int code) {

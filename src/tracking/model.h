@@ -137,7 +137,7 @@ int NewCall(int key, DWORD state);
 // Moves a call to the state that the PBX's events report.
 void NewState(int cref, int key, DWORD state);
 void ConferenceReset();
-// Every live call is reported IDLE; records and markers are emptied, multi-line keys are idle and carry no calls.
+// Every live call is reported IDLE, a make call that was put off is given up; records and markers are emptied, multi-line keys are idle and carry no calls.
 void AllCallReset();
 
 // The name by which traces print an icon code (0 to 15); empty for code 0, and for any other.
