@@ -175,15 +175,18 @@ bool Walker::Asked(DRV_REQUESTID request, LONG result) {
 
 // A request has written its handle over the one by which TAPI knew a call: TAPI hears no more of that one.
 void Walker::TakeOver(TapiCall* lost, TapiCall& call, LONG result) {
-    if (lost == nullptr || lost == &call || (lost->Is != Life::Alive && (lost->Is != Life::Asked || result >= 0)))
+    const bool refused = result < 0 || call.Is == Life::Refused;
+    if (lost == nullptr || lost == &call || (lost->Is != Life::Alive && (lost->Is != Life::Asked || !refused)))
         return;
     for (auto& [id, request] : TheBook.Requests)
         if (TheBook.Find(request.Call) == lost)
             request.Call = TheBook.HandleOf(call);
-    TheBook.Odd(result < 0 ? "a refused request has written its handle over that of a call"
-                           : "a request has written its handle over that of a call");
-    if (result < 0 || call.Is == Life::Refused)
+    TheBook.Odd(refused ? "a refused request has written its handle over that of a call"
+                        : "a request has written its handle over that of a call");
+    if (refused)
         call = *lost;  // the call's news come under that handle
+    else
+        call.TookOver = true;
     lost->Is = Life::Lost;
 }
 

@@ -206,7 +206,7 @@ void CALLBACK RequestNews(DRV_REQUESTID id, LONG result) {
     if (result == 0)
         ++TheBook.Asked[request.Name + " ok"];
     if (TapiCall* call = TheBook.Find(request.Call); call != nullptr && result < 0 && call->Is != Life::Ended)
-        call->Is = Life::Refused;
+        call->Is = call->TookOver ? Life::Alive : Life::Refused;
     if (request.Accepted)
         TheBook.Requests.erase(found);
 }

@@ -33,6 +33,7 @@ struct TapiCall {
     Life Is = Life::Asked;
     DWORD State = 0;
     bool Deferred = false;  // made before the set's configuration was there
+    bool TookOver = false;  // its request wrote its handle over that of a call at dial tone, which lives on under it
 };
 
 struct TapiRequest {

@@ -109,9 +109,14 @@ bool Walker::OnDevice(const std::string& verb) {
 }
 
 void Walker::Advance(std::uint32_t milliseconds) {
+    constexpr std::uint32_t Glance = 3 * TICK;  // what makes a later fault suspect may be over soon
     const bool known = Tick.ConfigReceived;
-    PlatformControl::Advance(milliseconds);
     Out.Milliseconds += milliseconds;
+    for (; milliseconds > Glance; milliseconds -= Glance) {
+        PlatformControl::Advance(Glance);
+        Watch();
+    }
+    PlatformControl::Advance(milliseconds);
     Clean = Clean && (known || Machine.set.calls.empty());
     CheckAll();
 }
