@@ -1,14 +1,31 @@
-# What the two Windows targets share: cross-compiled with MinGW for ZT_MACHINE, its name of the processor. The win32 thread
+# What the Windows targets share: cross-compiled with MinGW for ZT_MACHINE, its name of the processor. The win32 thread
 # model is enough for the product; what is built to run under Wine (tests, host) sets ZT_THREADS to posix, for GoogleTest
 # and std::mutex.
+#
+# The product is compiled by clang, which makes PDBs, with MinGW's headers and libraries. ZT_COMPILER=gcc takes g++, as what
+# runs under Wine always does.
 set(CMAKE_SYSTEM_NAME Windows)
 set(CMAKE_SYSTEM_PROCESSOR ${ZT_MACHINE})
 if(NOT DEFINED ZT_THREADS)
   set(ZT_THREADS win32)
 endif()
-set(CMAKE_TRY_COMPILE_PLATFORM_VARIABLES ZT_THREADS)
-set(CMAKE_C_COMPILER ${ZT_MACHINE}-w64-mingw32-gcc-${ZT_THREADS})
-set(CMAKE_CXX_COMPILER ${ZT_MACHINE}-w64-mingw32-g++-${ZT_THREADS})
+set(CMAKE_TRY_COMPILE_PLATFORM_VARIABLES ZT_THREADS ZT_COMPILER)
+set(gxx ${ZT_MACHINE}-w64-mingw32-g++-${ZT_THREADS})
+if(ZT_THREADS STREQUAL win32 AND NOT ZT_COMPILER STREQUAL gcc)
+  set(CMAKE_CXX_COMPILER clang++)
+  set(CMAKE_CXX_COMPILER_TARGET ${ZT_MACHINE}-w64-mingw32)
+  # clang does not find these where Debian has them.
+  execute_process(COMMAND ${gxx} -print-libgcc-file-name OUTPUT_VARIABLE libgcc OUTPUT_STRIP_TRAILING_WHITESPACE)
+  get_filename_component(libraries "${libgcc}" DIRECTORY)
+  set(headers ${libraries}/include/c++)
+  set(CMAKE_CXX_FLAGS_INIT "-stdlib++-isystem${headers} -isystem${headers}/${ZT_MACHINE}-w64-mingw32")
+  set(CMAKE_EXE_LINKER_FLAGS_INIT "-fuse-ld=lld -L${libraries}")
+  set(CMAKE_SHARED_LINKER_FLAGS_INIT "-fuse-ld=lld -L${libraries}")
+  set(CMAKE_OBJCOPY ${ZT_MACHINE}-w64-mingw32-objcopy)
+else()
+  set(CMAKE_C_COMPILER ${ZT_MACHINE}-w64-mingw32-gcc-${ZT_THREADS})
+  set(CMAKE_CXX_COMPILER ${gxx})
+endif()
 set(CMAKE_RC_COMPILER ${ZT_MACHINE}-w64-mingw32-windres)
 set(CMAKE_FIND_ROOT_PATH /usr/${ZT_MACHINE}-w64-mingw32)
 set(CMAKE_FIND_ROOT_PATH_MODE_PROGRAM NEVER)

@@ -95,7 +95,8 @@ protected:
         const auto take = [&](const std::string& action, const std::string& events) {
             text += "> " + action + "\n";
             for (const std::string& line : TraceLines())
-                text += line + "\n";
+                if (!line.starts_with("* Version "))  // of this build
+                    text += line + "\n";
             if (mask == 0 && !events.empty())
                 text += "= " + events + "\n";
         };

@@ -1,9 +1,11 @@
 #include "provider/lifecycle.h"
 
 #include "config/settings.h"
-#include "control/requests.h"  // the marks of requests, which name calls
-#include "link/serial.h"       // the thread that is started and stopped here
+#include "config/ui/resource.h"  // the version
+#include "control/requests.h"    // the marks of requests, which name calls
+#include "link/serial.h"         // the thread that is started and stopped here
 #include "platform/text.h"
+#include "provider/commit.h"
 #include "provider/error_box.h"
 #include "provider/event_log.h"
 #include "provider/events.h"
@@ -267,6 +269,8 @@ LONG WINAPI TSPI_providerInit(DWORD dwTSPIVersion, DWORD dwPermanentProviderID, 
     Trace(TRACE_ENTRY, "TSPI_providerInit(%lx,%lx,%lx,%lx,%lx,%lx,%lx)", dwTSPIVersion, dwPermanentProviderID,
           dwLineDeviceIDBase, dwPhoneDeviceIDBase, dwNumLines, dwNumPhones,
           reinterpret_cast<std::uintptr_t>(lpfnCompletionProc));
+    // Here, and not when the library is loaded: a process that only loads it begins no trace.
+    Trace(TRACE_ALWAYS, "* Version %s - commit %s *", ZT_VERSION_TEXT, Commit);
     *lpdwTSPIOptions = LINETSPIOPTION_NONREENTRANT;
     ProviderInitCommon(dwPermanentProviderID, ProviderState.ProviderHandle, dwLineDeviceIDBase, dwPhoneDeviceIDBase,
                        lpfnCompletionProc);

@@ -1,6 +1,9 @@
 // The trace log: the provider's only running record of what it did. Every room writes through Trace(); lines that the
 // level mask lets through are stamped with the millisecond clock and appended, flushed, to a pair of rotating files
-// under the Windows directory. All processes that load the library share one debug mutex, so lines never mix.
+// under the Windows directory. Threads and processes of one session share the debug mutex, so their lines never mix. Its name
+// is the session's own: the telephony service and a dialog in a user's session hold two different ones. All that keeps their
+// lines apart is that each is flushed as a whole, right after the file's end was looked for (FileOpen); two of the same
+// instant may lie over each other. And a second process, whatever its session, begins the files anew.
 #pragma once
 
 #include "platform/platform.h"
