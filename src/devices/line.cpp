@@ -27,7 +27,7 @@ bool SameWide(const WCHAR* a, const WCHAR* b) {
 }
 
 bool IsOurDevice(DWORD deviceID) {
-    return deviceID == ProviderState.LineDeviceID;
+    return deviceID == std::atomic_ref(ProviderState.LineDeviceID).load();
 }
 
 bool IsOurDeviceOrAll(DWORD deviceID) {
@@ -132,7 +132,7 @@ LONG BeginOpen() {
 }
 
 LONG FinishOpen(const char* failureTrace) {
-    const bool holdsMutex = StartSerialThread() == 0;
+    const bool holdsMutex = StartSerialThread() == 0 || EnterIfShared();
     LONG result = 0;
     if (Serial.Port == INVALID_HANDLE_VALUE) {
         Trace(TRACE_ALWAYS, failureTrace);
@@ -176,13 +176,11 @@ LONG WINAPI TSPI_lineOpen(DWORD dwDeviceID, HTAPILINE htLine, LPHDRVLINE lphdLin
         return Error(LINEERR_BADDEVICEID);
     if (lphdLine == nullptr)
         return Error(LINEERR_INVALPOINTER);
-    if (const LONG refused = BeginOpen(); refused != 0)
-        return refused;
-    // The callback says that the line is open, to the ticks of a running thread too: the handle is there first.
-    ProviderState.htLine = htLine;
-    std::atomic_ref(ProviderState.LineEventProc).store(lpfnEventProc);
-    *lphdLine = reinterpret_cast<HDRVLINE>(&ProviderState);
-    return FinishOpen("End TSPI_lineOpen Pb");
+    return OpenDevice("End TSPI_lineOpen Pb", [&] {
+        ProviderState.htLine = htLine;
+        ProviderState.LineEventProc = lpfnEventProc;
+        *lphdLine = reinterpret_cast<HDRVLINE>(&ProviderState);
+    });
 }
 
 LONG WINAPI TSPI_lineClose(HDRVLINE hdLine) {

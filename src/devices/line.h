@@ -3,6 +3,7 @@
 #pragma once
 
 #include "platform/platform.h"
+#include "provider/lifecycle.h"
 
 #include <cstdint>
 
@@ -27,6 +28,16 @@ bool IsLineHandle(HDRVLINE line);
 // or LINEERR_ALLOCATED, after the trace, when the port is not open.
 LONG BeginOpen();
 LONG FinishOpen(const char* failureTrace);
+
+// The whole of it; `keep` stores what TAPI has given, for the ticks of a thread that runs for the other device to find.
+template <class Keep> LONG OpenDevice(const char* failureTrace, Keep keep) {
+    const bool shared = EnterIfShared();
+    const LONG refused = BeginOpen();
+    if (refused == 0)
+        keep();
+    LeaveIfShared(shared);
+    return refused == 0 ? FinishOpen(failureTrace) : refused;
+}
 
 // Bytes that a wide text takes in a structure, terminator included.
 DWORD WideSize(const WCHAR* text);

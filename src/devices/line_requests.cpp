@@ -73,6 +73,8 @@ LONG HandOn(int cref, int consultCref, int code, ProviderStateRecord& provider, 
             const EntryTexts& texts) {
     if (!SerialThreadRuns())
         return StartInstead(code, provider, request, texts.NoThread);
+    if (Process.Starting > 0 && StartSerialThread() == 0)
+        ReleaseLineMutex(0);  // it is being started: what it has not begun with would be forgotten
     if (provider.PendingRequestID != 0) {
         Trace(TRACE_ALWAYS, "can't do two async requests at the same time!");
         return Error(LINEERR_RESOURCEUNAVAIL);

@@ -17,7 +17,7 @@
 namespace {
 
 bool IsOurDevice(DWORD deviceID) {
-    return deviceID == ProviderState.PhoneDeviceID;
+    return deviceID == std::atomic_ref(ProviderState.PhoneDeviceID).load();
 }
 
 bool IsPhoneHandle(HDRVPHONE phone) {
@@ -62,12 +62,11 @@ LONG WINAPI TSPI_phoneOpen(DWORD dwDeviceID, HTAPIPHONE htPhone, LPHDRVPHONE lph
         return Error(PHONEERR_BADDEVICEID);
     if (lphdPhone == nullptr)
         return Error(PHONEERR_INVALPOINTER);
-    if (const LONG refused = BeginOpen(); refused != 0)
-        return refused;
-    ProviderState.htPhone = htPhone;  // before the callback, as for the line
-    std::atomic_ref(ProviderState.PhoneEventProc).store(lpfnEventProc);
-    *lphdPhone = reinterpret_cast<HDRVPHONE>(&ProviderState);
-    return FinishOpen("End TSPI_phoneOpen Pb");
+    return OpenDevice("End TSPI_phoneOpen Pb", [&] {
+        ProviderState.htPhone = htPhone;
+        ProviderState.PhoneEventProc = lpfnEventProc;
+        *lphdPhone = reinterpret_cast<HDRVPHONE>(&ProviderState);
+    });
 }
 
 LONG WINAPI TSPI_phoneClose(HDRVPHONE hdPhone) {

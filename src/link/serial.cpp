@@ -123,20 +123,24 @@ DWORD ReportOpenFailure(DWORD error) {
     const Report* found = std::find_if(std::begin(Reports), std::end(Reports),
                                        [&](const Report& report) { return report.Error == error; });
     const Report& report = found == std::end(Reports) ? Other : *found;
+    const bool held = EnterIfShared();
     const DWORD completed = SendCompletion(ProviderState, report.Completion);
     LogPortFailure(ProviderState.PortName, error);
+    LeaveIfShared(held);
     ErrorBox(report.Text);
     return completed;
 }
 
 }  // namespace
 
-DWORD WINAPI SerialThreadBody(LPVOID) {
+DWORD WINAPI SerialThreadBody(LPVOID ready) {
+    bool held = EnterIfShared();
     ResetThreadState();
     if (Serial.Port == INVALID_HANDLE_VALUE) {
         const char* name = ProviderState.PortName;
         if (std::strlen(name) != 4 || name[3] < '1' || name[3] > '4') {
             LogEvent(EVENT_NO_PORT, name);
+            LeaveIfShared(held);
             return 0;
         }
         Serial.PortDigit = name[3];
@@ -147,11 +151,13 @@ DWORD WINAPI SerialThreadBody(LPVOID) {
             Serial.PortFailed = true;
             ProviderState.DeviceState = DEVICE_OUT_OF_SERVICE;
             Trace(TRACE_ALWAYS, "LastError %ld", error);
-            SetEvent(Process.SerialReadyEvent);
+            LeaveIfShared(held);
+            SetEvent(ready);
             return ReportOpenFailure(error);
         }
     }
-    SetEvent(Process.SerialReadyEvent);
+    LeaveIfShared(held);
+    SetEvent(ready);
 
     MSG message{};
     while (!StopRequest && GetMessageA(&message, nullptr, 0, 0) > 0) {
@@ -159,10 +165,12 @@ DWORD WINAPI SerialThreadBody(LPVOID) {
         DispatchMessageA(&message);
     }
 
+    held = EnterIfShared();
     Trace(TRACE_ALWAYS, " Serial Thread after main loop hcd %lx", Serial.Port);
     FifoClear(LINK_FIFO);
     SerialCloseComms();
     Trace(TRACE_ALWAYS, "Final return Serial Thread hcd %lx", Serial.Port);
+    LeaveIfShared(held);
     return 0;
 }
 

@@ -17,8 +17,9 @@ extern SerialState Serial;
 
 constexpr UINT TICK_MS = 100;
 
-// The thread's body. Gives 0, or the identifier of the request that a failed open completed.
-DWORD WINAPI SerialThreadBody(LPVOID);
+// The thread's body; takes the event that it signals when its attempt to open the port is over. Gives 0, or the identifier
+// of the request that a failed open completed. Opening and closing the port holds the line mutex, as ticks do.
+DWORD WINAPI SerialThreadBody(LPVOID ready);
 
 // Opens and sets up the port, starts link and timer. Gives the handle, or INVALID_HANDLE_VALUE.
 HANDLE SerialOpenComms(const char* name, const char* speed);

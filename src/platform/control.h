@@ -37,7 +37,7 @@ void Reset();
 // own thread waits or moves the time: a wait of that one lets all of them come to rest before it looks. The same test
 // gives the same order each time. A thread belongs to the clock under which it was made: none may be left when the other
 // clock comes.
-void UseSystemClock();
+void UseSystemClock(unsigned faster = 1);  // so many milliseconds to one of the system's
 void UseTestClock(std::uint32_t now);
 std::uint32_t Now();  // of the clock in use, ms
 // Moves the test clock, firing each timer as it comes due and waiting until its thread rests again.

@@ -15,6 +15,7 @@
 #include "tracking/model.h"  // the tables and markers that a re-initialisation empties
 
 #include <algorithm>
+#include <cstddef>
 #include <cstring>
 #include <utility>
 
@@ -77,6 +78,70 @@ void CloseAndForget(HANDLE& handle) {
         CloseHandle(std::exchange(handle, nullptr));
 }
 
+// Gives up all holds of the line mutex that this thread has, so that the serial thread can have it, and takes them back.
+int LetGo() {
+    int holds = 0;
+    while (Process.LineMutex != nullptr && ReleaseTaken())
+        ++holds;
+    return holds;
+}
+
+void TakeBack(int holds) {
+    for (; holds > 0; --holds)
+        WaitLineMutex();
+}
+
+// Negotiations look at the device identifiers at any time, without the mutex: these are never anything else in between.
+void ClearProviderState(DWORD lineDeviceID, DWORD phoneDeviceID) {
+    constexpr std::size_t behind = offsetof(ProviderStateRecord, ProviderHandle);
+    std::memset(reinterpret_cast<std::byte*>(&ProviderState) + behind, 0, sizeof ProviderState - behind);
+    std::atomic_ref(ProviderState.LineDeviceID).store(lineDeviceID);
+    std::atomic_ref(ProviderState.PhoneDeviceID).store(phoneDeviceID);
+}
+
+// Makes the ready event and the thread. Gives 0, or LINEERR_NODRIVER and what the user is to be told, if anything.
+LONG MakeSerialThread(char (&told)[64]) {
+    told[0] = 0;
+    CloseAndForget(Process.SerialReadyEvent);
+    Process.SerialReadyEvent = CreateEventA(nullptr, FALSE, FALSE, READY_EVENT);
+    if (Process.SerialReadyEvent == nullptr) {
+        Trace(TRACE_ALWAYS, "EvtSerialReady not created error %d", GetLastError());
+        return NO_DRIVER;
+    }
+    Process.SerialThread =
+        CreateThread(nullptr, 0, SerialThreadBody, Process.SerialReadyEvent, 0, &Process.SerialThreadID);
+    if (Process.SerialThread != nullptr)
+        return 0;
+    const DWORD error = GetLastError();
+    CloseAndForget(Process.SerialReadyEvent);
+    const TraceArgument argument(error);
+    FormatText(told, sizeof told, "Error in creating Serial thread: %d", &argument, 1);
+    SetLastError(error);
+    return NO_DRIVER;
+}
+
+// Waits, without the line mutex, until the thread's attempt to open the port is over. Several may: each tells the next.
+DWORD AwaitReady(bool held) {
+    const HANDLE own = CreateEventA(nullptr, FALSE, FALSE, READY_EVENT);  // a stop closes the thread's
+    const HANDLE ready = own != nullptr ? own : Process.SerialReadyEvent;
+    ++Process.Starting;
+    LeaveIfShared(held);
+    const int holds = LetGo();
+    const DWORD wait = WaitForSingleObject(ready, READY_WAIT_MS);
+    if (wait == WAIT_OBJECT_0)
+        Trace(TRACE_ALWAYS, "Wait Thread serial Ready OK");
+    else
+        Trace(TRACE_ALWAYS, "Wait Thread serial Ready KO %ld ", wait);
+    TakeBack(holds);
+    const bool entered = EnterIfShared();
+    if (--Process.Starting > 0 && wait == WAIT_OBJECT_0)
+        SetEvent(ready);
+    LeaveIfShared(entered);
+    if (own != nullptr)
+        CloseHandle(own);
+    return wait;
+}
+
 }  // namespace
 
 extern "C" BOOL WINAPI DllMain(HINSTANCE instance, DWORD reason, LPVOID processEnds) {
@@ -99,14 +164,12 @@ extern "C" BOOL WINAPI DllMain(HINSTANCE instance, DWORD reason, LPVOID processE
 
 void ProviderInitCommon(DWORD permanentProviderID, HPROVIDER provider, DWORD lineDeviceID, DWORD phoneDeviceID,
                         ASYNC_COMPLETION completion) {
-    ProviderState = ProviderStateRecord{};
+    ClearProviderState(lineDeviceID, phoneDeviceID);
     ResetModel();
-    ProviderState.LineDeviceID = lineDeviceID;
     ProviderState.ProviderHandle = provider;
     ProviderState.CompletionProc = completion;
     ProviderState.MediaMode = LINEMEDIAMODE_INTERACTIVEVOICE;
     ProviderState.DialParams = DEFAULT_DIAL_PARAMS;
-    ProviderState.PhoneDeviceID = phoneDeviceID;
     ProviderState.FwdStatus = FWD_NOT_FORWARDED;
     ProviderState.DeviceState = DEVICE_STARTING;
     ProviderState.ProtocolLevel = 2;
@@ -124,9 +187,6 @@ void ProviderInitCommon(DWORD permanentProviderID, HPROVIDER provider, DWORD lin
 }
 
 void ProviderInitAgain() {
-    // While a serial thread runs for the other device, its ticks read the same records.
-    const bool shared = SerialThreadRuns();
-    const LONG wait = shared ? WaitLineMutex() : -1;
     GiveUpDeferredMakeCall();
     const DRV_REQUESTID pending = TakePendingRequest();
     ProviderInitCommon(ProviderState.PermanentProviderID, ProviderState.ProviderHandle, ProviderState.LineDeviceID,
@@ -139,9 +199,6 @@ void ProviderInitAgain() {
         if (GotLineMutex(own))
             ReleaseLineMutex(0);
     }
-    // A port that is no longer configured has shut the provider down, mutex included.
-    if (GotLineMutex(wait) && Process.LineMutex != nullptr)
-        ReleaseLineMutex(0);
 }
 
 bool SerialThreadRuns() {
@@ -152,33 +209,25 @@ bool SerialThreadRuns() {
 }
 
 LONG StartSerialThread() {
-    if (SerialThreadRuns()) {
-        WaitLineMutex();
+    const bool held = EnterIfShared();  // an open and a request may both start it
+    const bool runs = SerialThreadRuns();
+    if (runs && Process.Starting == 0) {
+        if (!held)
+            WaitLineMutex();
         return 0;
     }
-    CloseAndForget(Process.SerialReadyEvent);
-    Process.SerialReadyEvent = CreateEventA(nullptr, FALSE, FALSE, READY_EVENT);
-    if (Process.SerialReadyEvent == nullptr) {
-        Trace(TRACE_ALWAYS, "EvtSerialReady not created error %d", GetLastError());
-        return NO_DRIVER;
-    }
-    Process.SerialThread = CreateThread(nullptr, 0, SerialThreadBody, nullptr, 0, &Process.SerialThreadID);
-    if (Process.SerialThread == nullptr) {
+    char told[64];
+    if (const LONG result = runs ? 0 : MakeSerialThread(told); result != 0) {
         const DWORD error = GetLastError();
-        CloseAndForget(Process.SerialReadyEvent);
-        char text[64];
-        const TraceArgument argument(error);
-        FormatText(text, sizeof text, "Error in creating Serial thread: %d", &argument, 1);
-        ErrorBox(text);
-        Trace(TRACE_ALWAYS, "Thread serial didn't start error %d", error);
-        return NO_DRIVER;
+        LeaveIfShared(held);
+        if (told[0] != 0) {
+            ErrorBox(told);
+            Trace(TRACE_ALWAYS, "Thread serial didn't start error %d", error);
+        }
+        return result;
     }
-    const DWORD wait = WaitForSingleObject(Process.SerialReadyEvent, READY_WAIT_MS);
-    if (wait != WAIT_OBJECT_0) {
-        Trace(TRACE_ALWAYS, "Wait Thread serial Ready KO %ld ", wait);
+    if (AwaitReady(held) != WAIT_OBJECT_0)
         return NO_DRIVER;
-    }
-    Trace(TRACE_ALWAYS, "Wait Thread serial Ready OK");
     WaitLineMutex();
     return 0;
 }
@@ -191,6 +240,7 @@ LONG StopSerialThread() {
     Trace(TRACE_ENTRY, "StopSerialThread Request");
     Process.Stopping = true;
     ReleaseLineMutex(0);  // the serial thread's last tick may need it
+    const int holds = LetGo();
     StopRequest = true;
     const DWORD wait = WaitForSingleObject(Process.SerialThread, STOP_WAIT_MS);
     if (wait == WAIT_ABANDONED)
@@ -198,13 +248,23 @@ LONG StopSerialThread() {
     else if (wait == WAIT_TIMEOUT)
         Trace(TRACE_ALWAYS, "StopSerialThread Prb WAIT_TIMEOUT SerialThread");
     StopRequest = false;
+    TakeBack(holds);
+    WaitLineMutex();
     CloseAndForget(Process.SerialThread);
     CloseAndForget(Process.SerialReadyEvent);
-    WaitLineMutex();
     FailPendingRequest();
     GiveUpDeferredMakeCall();
     Process.Stopping = false;
     return 0;
+}
+
+bool EnterIfShared() {
+    return std::atomic_ref(Process.LineMutex).load() != nullptr && GotLineMutex(WaitLineMutex());
+}
+
+void LeaveIfShared(bool entered) {
+    if (entered && Process.LineMutex != nullptr)  // a shutdown in between has given it up
+        ReleaseLineMutex(0);
 }
 
 LONG WaitLineMutex() {
@@ -281,7 +341,7 @@ LONG WINAPI TSPI_providerShutdown(DWORD dwTSPIVersion, DWORD dwPermanentProvider
     Trace(TRACE_ENTRY, "Entering TSPI_providerShutdown(%lx %lx)", dwTSPIVersion, dwPermanentProviderID);
     StopSerialThread();
     Process.RestartRequired = false;
-    ReleaseTaken();  // held where a thread was stopped; it lives on if another process uses it too
+    LetGo();  // held where a thread was stopped; it lives on if another process uses it too
     CloseAndForget(Process.LineMutex);
     return 0;
 }

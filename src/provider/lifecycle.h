@@ -19,6 +19,7 @@ struct ProcessRecord {
     DWORD LineMutexSince = 0;           // when it took it first, ms
     HANDLE SerialReadyEvent = nullptr;  // auto-reset, made anew by each thread start
     HANDLE SerialThread = nullptr;      // null while no serial thread runs
+    int Starting = 0;                   // how many wait for its attempt to open the port
     DWORD SerialThreadID = 0;
     std::int32_t OpenCount = 0;    // opens of line and phone, never decremented
     bool Stopping = false;         // the thread is being stopped: no request starts it again meanwhile
@@ -40,7 +41,8 @@ void ProviderInitAgain();
 bool SerialThreadRuns();
 
 // Starts the serial thread and waits up to 20 s until its attempt to open the port is over. Gives 0 with the line mutex
-// held (also when a thread runs already), or LINEERR_NODRIVER without it. Whether the port opened, its handle tells.
+// held (also when a thread runs already), or LINEERR_NODRIVER without it. Whether the port opened, its handle tells. A
+// caller that holds the mutex already does not while it waits: the thread opens the port under it.
 LONG StartSerialThread();
 
 // Stops the serial thread, waiting up to 30 s without the line mutex; gives 0 with the mutex held, and leaves it as it
@@ -50,6 +52,11 @@ LONG StopSerialThread();
 // Takes the line mutex, waiting up to 20 s; creates it, owned, on first use. Gives 0, WAIT_ABANDONED (the caller then
 // owns it all the same), WAIT_TIMEOUT, another wait result, or LINEERR_NODRIVER when it cannot be created.
 LONG WaitLineMutex();
+
+// The same where the mutex exists; until the first entry point has made it, nobody can be inside one. For what runs
+// outside of the entry points that take it: opens, and the serial thread's start and end. LeaveIfShared ends it.
+bool EnterIfShared();
+void LeaveIfShared(bool entered);
 
 // Whether a wait that gave this has left the line mutex with its caller.
 bool GotLineMutex(LONG wait);

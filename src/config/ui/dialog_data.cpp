@@ -46,6 +46,7 @@ void GetConfig(const Object& object, ConfigData& data) {
         if (mutex.held)
             LoadIniStrings(static_cast<DWORD>(object.ID));
     }
+    const bool shared = EnterIfShared();
     data = ConfigData{};
     data.LineDeviceID = ProviderState.LineDeviceID;
     data.PhoneDeviceID = ProviderState.PhoneDeviceID;
@@ -56,6 +57,7 @@ void GetConfig(const Object& object, ConfigData& data) {
     data.AdapterMinor = ProviderState.AdapterMinor;
     data.TAPI_OMNA_Ver = ProviderState.TAPI_OMNA_Ver;
     data.ProtocolLevel = ProviderState.ProtocolLevel;
+    LeaveIfShared(shared);
 }
 
 // Whether the serial thread runs with the old port. TAPI is then told to start the provider anew, and nothing opens

@@ -20,11 +20,13 @@ namespace {
 std::condition_variable& Wake = *new std::condition_variable;
 bool TestClock = false;
 std::uint32_t TestNow = 0;
+unsigned Faster = 1;     // the system clock's milliseconds to one
 std::thread::id Driver;  // the thread that moves the test clock
 
 std::uint32_t SystemNow() {
     using namespace std::chrono;
-    return static_cast<std::uint32_t>(duration_cast<milliseconds>(steady_clock::now().time_since_epoch()).count());
+    const auto passed = duration_cast<microseconds>(steady_clock::now().time_since_epoch()).count();
+    return static_cast<std::uint32_t>(passed * Faster / 1000);
 }
 
 // A product thread under the test clock, and what it waits for: at first for its turn.
@@ -145,7 +147,7 @@ bool WaitUntil(Guard& guard, DWORD milliseconds, const std::function<bool()>& re
     if (Current != nullptr)
         return WaitForTurn(guard, milliseconds, ready);
     if (milliseconds != INFINITE)
-        return Wake.wait_for(guard, std::chrono::milliseconds(milliseconds), ready);
+        return Wake.wait_for(guard, std::chrono::microseconds(std::uint64_t{milliseconds} * 1000 / Faster), ready);
     Wake.wait(guard, ready);
     return true;
 }
@@ -182,8 +184,9 @@ DWORD WINAPI timeGetTime() {
     return NowLocked();
 }
 
-void PlatformControl::UseSystemClock() {
+void PlatformControl::UseSystemClock(unsigned faster) {
     const Guard guard(Lock);
+    Faster = faster;
     TestClock = false;
 }
 
