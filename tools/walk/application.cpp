@@ -298,6 +298,9 @@ bool Walker::MakeCall(Words& words) {
         Spoil("a make call in a double call presses a boss's key, which the set does not take then");
     else if (result >= 0 && ForwardedCall != INT_MAX)
         TheBook.Doubt = "a call is made while a service code is on its way, into whose line it dials";
+    else if (result >= 0 && std::any_of(Machine.set.calls.begin(), Machine.set.calls.end(),
+                                        [](const SetCall& c) { return c.state == At::Conferenced; }))
+        TheBook.Doubt = "a call is made in a conference, in which the set takes no line key";
     else if (lost != nullptr && lost->Is == Life::Lost && call->Is != Life::Asked && call->Is != Life::Alive)
         Spoil("a make call that failed has ended the call at dial tone, whose key stays taken");
     return true;
