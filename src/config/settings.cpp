@@ -2,6 +2,7 @@
 
 #include "platform/copy_text.h"
 #include "platform/text.h"
+#include "provider/lifecycle.h"  // the mark that the port could not be read
 #include "trace/trace.h"
 
 #include <algorithm>
@@ -59,8 +60,7 @@ Key CreateKey(HKEY parent, const char* name, LONG& error) {
 // HKEY_LOCAL_MACHINE\SOFTWARE\Corvane\TSpi_6200, made when missing; a null key, traced, when a step fails.
 // Newer telephony services run under an account without full access to SOFTWARE. Their refusal is traced, and the way
 // goes on by reading: the set-up program has given that account the key of ours below.
-Key OpenRoot() {
-    LONG error = 0;
+Key OpenRoot(LONG& error) {
     Key software = OpenKey(HKEY_LOCAL_MACHINE, "SOFTWARE", KEY_ALL_ACCESS, error);
     if (!software) {
         Trace(TRACE_CONFIG, "ERROR HKEY_LOCAL_MACHINE SOFTWARE %ld", error);
@@ -88,11 +88,10 @@ void TraceValueError(const char* section, const char* name, LONG error) {
     Trace(TRACE_CONFIG, "ERROR HKEY_LOCAL_MACHINE SOFTWARE Corvane Spi62 '%s''%s' %ld", section, name, error);
 }
 
-Key OpenSection(const char* section) {
-    const Key root = OpenRoot();
+Key OpenSection(const char* section, LONG& error) {
+    const Key root = OpenRoot(error);
     if (!root)
         return {};
-    LONG error = 0;
     Key key = OpenKey(root.handle, section, KEY_READ, error);
     if (!key)
         TraceSectionError(section, error);
@@ -148,21 +147,28 @@ Key OpenLocations() {
     return above;
 }
 
-// A setting of the Provider section with a default that is written back.
-template <std::size_t N> void LoadWithDefault(const char* name, const char* defaultText, char (&field)[N]) {
-    if (RegReadSetting(SECTION_PROVIDER, name, "", field) > 0)
-        return;
-    CopyText(field, N, defaultText);
-    RegWriteSetting(SECTION_PROVIDER, name, defaultText);
+// Writes a default back where the value is missing. What could not be read may well be there: it stays.
+void WriteBack(Reading reading, const char* section, const char* name, const char* defaultText) {
+    if (reading == Reading::Missing)
+        RegWriteSetting(section, name, defaultText);
+}
+
+// A setting of the Provider section with a default that is written back. False when it could not be read.
+template <std::size_t N> bool LoadWithDefault(const char* name, const char* defaultText, char (&field)[N]) {
+    const Reading reading = RegRead(SECTION_PROVIDER, name, field);
+    if (reading != Reading::Found)
+        CopyText(field, N, defaultText);
+    WriteBack(reading, SECTION_PROVIDER, name, defaultText);
+    return reading != Reading::Failed;
 }
 
 // A flag of the store: "1" is written over any value other than "0".
 int ReadFlag(const char* section, const char* name) {
     char text[5];
-    if (RegReadSetting(section, name, "", text) == 0) {
-        RegWriteSetting(section, name, "0");
+    const Reading reading = RegRead(section, name, text);
+    WriteBack(reading, section, name, "0");
+    if (reading != Reading::Found)
         return 0;
-    }
     if (std::strcmp(text, "0") == 0)
         return 0;
     if (std::strcmp(text, "1") != 0)
@@ -172,24 +178,32 @@ int ReadFlag(const char* section, const char* name) {
 
 }  // namespace
 
-int RegReadSetting(const char* section, const char* name, const char* defaultText, std::span<char> buffer) {
-    CopyText(buffer.data(), buffer.size(), defaultText);
-    if (const Key key = OpenSection(section)) {
-        const LONG error = QueryText(key.handle, name, buffer);
+Reading RegRead(const char* section, const char* name, std::span<char> buffer) {
+    LONG error = ERROR_SUCCESS;
+    if (const Key key = OpenSection(section, error)) {
+        error = QueryText(key.handle, name, buffer);
         if (error != ERROR_SUCCESS)
             TraceValueError(section, name, error);
-        // A query that fails may have touched the buffer; an empty value counts as missing.
-        if (error != ERROR_SUCCESS || buffer[0] == 0)
-            CopyText(buffer.data(), buffer.size(), defaultText);
     }
+    if (error == ERROR_SUCCESS)
+        return buffer[0] != 0 ? Reading::Found : Reading::Missing;
+    buffer[0] = 0;  // a query that fails may have touched it
+    const bool missing =
+        error == static_cast<LONG>(ERROR_FILE_NOT_FOUND) || error == static_cast<LONG>(ERROR_MORE_DATA);
+    return missing ? Reading::Missing : Reading::Failed;
+}
+
+int RegReadSetting(const char* section, const char* name, const char* defaultText, std::span<char> buffer) {
+    if (RegRead(section, name, buffer) != Reading::Found)
+        CopyText(buffer.data(), buffer.size(), defaultText);
     return static_cast<int>(std::strlen(buffer.data()));
 }
 
 int RegWriteSetting(const char* section, const char* name, const char* text) {
-    const Key root = OpenRoot();
+    LONG error = 0;
+    const Key root = OpenRoot(error);
     if (!root)
         return 0;
-    LONG error = 0;
     const Key key = CreateKey(root.handle, section, error);
     if (!key) {
         TraceSectionError(section, error);
@@ -205,10 +219,11 @@ int RegWriteSetting(const char* section, const char* name, const char* text) {
 }
 
 int RegDeleteSection(const char* section) {
-    const Key root = OpenRoot();
+    LONG error = 0;
+    const Key root = OpenRoot(error);
     if (!root)
         return 0;
-    const LONG error = RegDeleteKeyA(root.handle, section);
+    error = RegDeleteKeyA(root.handle, section);
     if (error == ERROR_SUCCESS || error == static_cast<LONG>(ERROR_FILE_NOT_FOUND))
         return 1;
     Trace(TRACE_CONFIG, "ERROR Deleting HKEY_LOCAL_MACHINE SOFTWARE Corvane Spi62 '%s' %ld", section, error);
@@ -216,7 +231,8 @@ int RegDeleteSection(const char* section) {
 }
 
 HKEY RegOpenSection(const char* section) {
-    Key key = OpenSection(section);
+    LONG error = 0;
+    Key key = OpenSection(section, error);
     HKEY handle = key.handle;
     key.handle = nullptr;
     return handle;
@@ -224,11 +240,10 @@ HKEY RegOpenSection(const char* section) {
 
 bool ReadExtPrefix() {
     char text[5];
-    const bool found = RegReadSetting(SECTION_PREFIX, "ExtPrefix", "", text) > 0;
-    CopyText(Settings.ExtPrefix, found ? text : "0");
-    if (!found)
-        RegWriteSetting(SECTION_PREFIX, "ExtPrefix", "0");
-    return found;
+    const Reading reading = RegRead(SECTION_PREFIX, "ExtPrefix", text);
+    CopyText(Settings.ExtPrefix, reading == Reading::Found ? text : "0");
+    WriteBack(reading, SECTION_PREFIX, "ExtPrefix", "0");
+    return reading == Reading::Found;
 }
 
 void ReadExtPrefixDisp() {
@@ -241,14 +256,15 @@ void ReadEnquiryCallMode() {
 
 void ReadMaxDigitLocal() {
     char text[5];
-    RegReadSetting(SECTION_SETCONFIG, "MaxDigitLocal", "", text);
+    const Reading reading = RegRead(SECTION_SETCONFIG, "MaxDigitLocal", text);
     const long digits = std::strtol(text, nullptr, 10);
     if (digits >= MAX_DIGIT_LOCAL.Least && digits <= MAX_DIGIT_LOCAL.Most) {
         Settings.MaxDigitLocal = static_cast<int>(digits);
         return;
     }
     Settings.MaxDigitLocal = MAX_DIGIT_LOCAL.Default;
-    RegWriteSetting(SECTION_SETCONFIG, "MaxDigitLocal", std::to_string(MAX_DIGIT_LOCAL.Default).c_str());
+    if (reading != Reading::Failed)
+        RegWriteSetting(SECTION_SETCONFIG, "MaxDigitLocal", std::to_string(MAX_DIGIT_LOCAL.Default).c_str());
 }
 
 void GetOutsideAccess(std::span<char, 20> buffer) {
@@ -286,7 +302,7 @@ void GetOutsideAccess(std::span<char, 20> buffer) {
 
 void LoadIniStrings(DWORD permanentProviderID) {
     ProviderState.PermanentProviderID = permanentProviderID;
-    LoadWithDefault("Port", "NONE", ProviderState.PortName);
+    Process.PortUnread = !LoadWithDefault("Port", "NONE", ProviderState.PortName);
     LoadWithDefault("Speed", "9600", ProviderState.SpeedText);
     const WCHAR* name = "CORVANE_ZT_6200_2.0_3"_wide;
     std::size_t length = 0;

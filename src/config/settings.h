@@ -73,6 +73,10 @@ struct SettingsRecord {
 };
 extern SettingsRecord Settings;
 
+// What became of a read. Empty, too long and of another type count as missing; failed says nothing about the value.
+enum class Reading { Found, Missing, Failed };
+// Reads a value into `buffer`, which holds an empty text unless it is found.
+Reading RegRead(const char* section, const char* name, std::span<char> buffer);
 // Reads a value into `buffer`; when it is missing, empty or too long, the buffer holds the default text. Gives the
 // length of what the buffer holds.
 int RegReadSetting(const char* section, const char* name, const char* defaultText, std::span<char> buffer);
@@ -86,7 +90,7 @@ HKEY RegOpenSection(const char* section);
 // Loads the strings of the line into ProviderState and Settings.
 void LoadIniStrings(DWORD permanentProviderID);
 // What a PBX of version 1 does not tell, read into Settings with the defaults, which are written back where a value is
-// missing or unusable. The first tells whether the store had a prefix.
+// missing or unusable (not where it could not be read). The first tells whether the store had a prefix.
 bool ReadExtPrefix();
 void ReadExtPrefixDisp();
 void ReadEnquiryCallMode();

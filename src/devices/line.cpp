@@ -126,7 +126,7 @@ DWORD WideSize(const WCHAR* text) {
 }
 
 LONG BeginOpen() {
-    if (++Process.OpenCount > 1)
+    if (++Process.OpenCount > 1 || Process.PortUnread)
         ProviderInitAgain();
     return Process.RestartRequired ? Error(LINEERR_REINIT) : 0;
 }
@@ -134,7 +134,7 @@ LONG BeginOpen() {
 LONG FinishOpen(const char* failureTrace) {
     const bool holdsMutex = StartSerialThread() == 0 || EnterIfShared();
     LONG result = 0;
-    if (Serial.Port == INVALID_HANDLE_VALUE) {
+    if (Serial.Port == INVALID_HANDLE_VALUE || SerialThreadLife == ThreadLife::Forgotten) {
         Trace(TRACE_ALWAYS, failureTrace);
         result = Error(LINEERR_ALLOCATED);
     }

@@ -147,7 +147,8 @@ int ReadPort(HANDLE port, std::span<std::uint8_t> room) {
     DWORD got = 0;
     const bool whole = GetOverlappedResult(port, &Reading.overlapped, &got, FALSE) != 0;
     // What it got before it was called off counts too. Ticks inside a box may have filled the room that it asked for.
-    const std::size_t taken = std::min<std::size_t>(got - ReadTaken, room.size());
+    const std::size_t left = got - std::min<std::size_t>(got, ReadTaken);  // a result that is refused gives none
+    const std::size_t taken = std::min(left, room.size());
     std::memcpy(room.data(), Reading.bytes.data() + ReadTaken, taken);
     ReadTaken += taken;
     ReadOpen = ReadTaken < got;

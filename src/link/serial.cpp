@@ -131,9 +131,22 @@ DWORD ReportOpenFailure(DWORD error) {
     return completed;
 }
 
-}  // namespace
+// The thread has ended its loop unasked: nothing is received any more. TAPI is told, and no request waits for the set.
+void ReportEndedLoop() {
+    const bool held = GotLineMutex(WaitLineMutex());
+    if (!held)
+        return;
+    if (SerialThreadLife == ThreadLife::Serves && !StopRequest) {
+        Trace(TRACE_ALWAYS, "Serial Thread: no more messages");
+        ProviderState.DeviceState = DEVICE_OUT_OF_SERVICE;
+        AllCallReset();
+        FailPendingRequest();
+        DoLineEvent(LINE_CLOSE, 0, 0, -1);
+    }
+    ReleaseLineMutex(0);
+}
 
-DWORD WINAPI SerialThreadBody(LPVOID ready) {
+DWORD ServePort(HANDLE ready) {
     bool held = EnterIfShared();
     ResetThreadState();
     if (Serial.Port == INVALID_HANDLE_VALUE) {
@@ -160,11 +173,13 @@ DWORD WINAPI SerialThreadBody(LPVOID ready) {
     SetEvent(ready);
 
     MSG message{};
-    while (!StopRequest && GetMessageA(&message, nullptr, 0, 0) > 0) {
+    while (!StopRequest && SerialThreadLife == ThreadLife::Serves && GetMessageA(&message, nullptr, 0, 0) > 0) {
         TranslateMessage(&message);
         DispatchMessageA(&message);
     }
 
+    if (!StopRequest && SerialThreadLife == ThreadLife::Serves)
+        ReportEndedLoop();
     held = EnterIfShared();
     Trace(TRACE_ALWAYS, " Serial Thread after main loop hcd %lx", Serial.Port);
     FifoClear(LINK_FIFO);
@@ -172,6 +187,14 @@ DWORD WINAPI SerialThreadBody(LPVOID ready) {
     Trace(TRACE_ALWAYS, "Final return Serial Thread hcd %lx", Serial.Port);
     LeaveIfShared(held);
     return 0;
+}
+
+}  // namespace
+
+DWORD WINAPI SerialThreadBody(LPVOID ready) {
+    const DWORD result = ServePort(ready);
+    SerialThreadLife = ThreadLife::None;
+    return result;
 }
 
 HANDLE SerialOpenComms(const char* name, const char* speed) {
@@ -197,7 +220,13 @@ HANDLE SerialOpenComms(const char* name, const char* speed) {
     Trace(TRACE_ALWAYS, "* After_L2_timeout = %d *", Link.After_L2_timeout);
     ResetTransmitState(false);
     StartLink();
-    SerialStartTimer();
+    if (!SerialStartTimer()) {  // a port that no tick serves is none
+        const DWORD error = GetLastError();
+        SerialCloseComms();
+        Trace(TRACE_ALWAYS, "***Comm port failed to open");
+        SetLastError(error);
+        return INVALID_HANDLE_VALUE;
+    }
     return Serial.Port;
 }
 
@@ -251,10 +280,11 @@ void Reconnect() {
     StartLink();
 }
 
-void SerialStartTimer() {
+bool SerialStartTimer() {
     Trace(TRACE_ALWAYS, "SerialStartTimer");
     if (Serial.Timer == 0)
         Serial.Timer = SetTimer(nullptr, 0, TICK_MS, SerialTick);
+    return Serial.Timer != 0;
 }
 
 int HardwareProblemBox(bool& held) {

@@ -28,7 +28,8 @@ void SerialCloseComms();
 void ResetComPort(int reason);
 // After a loss of contact: reports all calls idle, opens the port anew and starts the link again.
 void Reconnect();
-void SerialStartTimer();
+// False, with the error set, when the system gives no timer.
+bool SerialStartTimer();
 // The two boxes of the tick; both give 0. They release the line mutex while they are shown, and say whether the tick
 // holds it again afterwards: without it, it must touch nothing more.
 int HardwareProblemBox(bool& held);

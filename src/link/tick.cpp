@@ -339,6 +339,8 @@ void RunTick(bool& held) {
 }  // namespace
 
 void CALLBACK SerialTick(HWND, UINT, UINT_PTR, DWORD) {
+    if (SerialThreadLife == ThreadLife::Forgotten)
+        return;
     bool held = GotLineMutex(WaitLineMutex());
     if (!held)
         return;  // without the mutex nothing may be touched

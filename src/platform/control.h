@@ -168,14 +168,14 @@ std::string PosixPath(const std::string& windowsPath);  // where a Windows path 
 
 // --- calls that fail ---------------------------------------------------------------------------------------------
 // The functions that may fail for a reason outside the caller, by their published names. Left out are those that fail
-// only where the caller has made a mistake (closing, freeing) and have nothing to give back then.
+// only where the caller has made a mistake (closing, freeing, releasing): nothing could make good for them.
 std::vector<std::string> FallibleCalls();
 enum class Failing { Once, FromThenOn };
 // The n-th call of this function from now on (1: the next one) fails with an error that its documentation names, and
 // with `FromThenOn` every one behind it. One function at a time; throws for one that is not among FallibleCalls.
 void FailCall(const std::string& function, int n = 1, Failing failing = Failing::FromThenOn);
-void CallsWork();   // again
-bool CallFailed();  // whether the n-th call has come since FailCall
+void CallsWork();    // again
+int CallsCounted();  // calls of that function since FailCall, until CallsWork
 
 // --- memory, waits, handles --------------------------------------------------------------------------------------
 void StickGlobalUnlock(int times);  // the next n unlocks report that the block is still locked

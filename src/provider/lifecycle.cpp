@@ -22,6 +22,7 @@
 ProviderStateRecord ProviderState;
 ProcessRecord Process;
 std::atomic<bool> StopRequest = false;
+std::atomic<ThreadLife> SerialThreadLife = ThreadLife::None;
 
 namespace {
 
@@ -108,11 +109,13 @@ LONG MakeSerialThread(char (&told)[64]) {
         Trace(TRACE_ALWAYS, "EvtSerialReady not created error %d", GetLastError());
         return NO_DRIVER;
     }
+    SerialThreadLife = ThreadLife::Serves;
     Process.SerialThread =
         CreateThread(nullptr, 0, SerialThreadBody, Process.SerialReadyEvent, 0, &Process.SerialThreadID);
     if (Process.SerialThread != nullptr)
         return 0;
     const DWORD error = GetLastError();
+    SerialThreadLife = ThreadLife::None;
     CloseAndForget(Process.SerialReadyEvent);
     const TraceArgument argument(error);
     FormatText(told, sizeof told, "Error in creating Serial thread: %d", &argument, 1);
@@ -216,6 +219,11 @@ LONG StartSerialThread() {
             WaitLineMutex();
         return 0;
     }
+    if (!runs && SerialThreadLife == ThreadLife::Forgotten) {
+        LeaveIfShared(held);
+        Trace(TRACE_ALWAYS, "Thread serial not started - the former one has not ended");
+        return NO_DRIVER;
+    }
     char told[64];
     if (const LONG result = runs ? 0 : MakeSerialThread(told); result != 0) {
         const DWORD error = GetLastError();
@@ -247,6 +255,10 @@ LONG StopSerialThread() {
         Trace(TRACE_ALWAYS, "StopSerialThread Prb WAIT_ABANDONED SerialThread");
     else if (wait == WAIT_TIMEOUT)
         Trace(TRACE_ALWAYS, "StopSerialThread Prb WAIT_TIMEOUT SerialThread");
+    if (wait != WAIT_OBJECT_0) {
+        auto serves = ThreadLife::Serves;
+        SerialThreadLife.compare_exchange_strong(serves, ThreadLife::Forgotten);
+    }
     StopRequest = false;
     TakeBack(holds);
     WaitLineMutex();

@@ -23,9 +23,15 @@ struct ProcessRecord {
     DWORD SerialThreadID = 0;
     std::int32_t OpenCount = 0;    // opens of line and phone, never decremented
     bool Stopping = false;         // the thread is being stopped: no request starts it again meanwhile
+    bool PortUnread = false;       // the port's name could not be read: the next open tries again
     bool RestartRequired = false;  // the serial port setting was changed: opens refuse until the provider restarts
 };
 extern ProcessRecord Process;
+
+// A thread that has not ended when it was stopped is forgotten: it does nothing any more and ends as soon as it can.
+// Until then it has the port, and no other is started.
+enum class ThreadLife : std::uint8_t { None, Serves, Forgotten };
+extern std::atomic<ThreadLife> SerialThreadLife;
 
 // Ends the serial thread's message loop. Set without the line mutex, since the thread's last tick may need that.
 extern std::atomic<bool> StopRequest;
@@ -41,8 +47,9 @@ void ProviderInitAgain();
 bool SerialThreadRuns();
 
 // Starts the serial thread and waits up to 20 s until its attempt to open the port is over. Gives 0 with the line mutex
-// held (also when a thread runs already), or LINEERR_NODRIVER without it. Whether the port opened, its handle tells. A
-// caller that holds the mutex already does not while it waits: the thread opens the port under it.
+// held (also when a thread runs already), or LINEERR_NODRIVER without it (also while a forgotten thread lives). Whether
+// the port opened, its handle tells. A caller that holds the mutex already does not while it waits: the thread opens the
+// port under it.
 LONG StartSerialThread();
 
 // Stops the serial thread, waiting up to 30 s without the line mutex; gives 0 with the mutex held, and leaves it as it

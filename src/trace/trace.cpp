@@ -298,10 +298,11 @@ void TraceClose() {
 
 std::int32_t TraceInit(HINSTANCE) {
     char text[256];
-    const int length = RegReadSetting(SECTION_DEBUG_MODE, "DebugOutput", "", text);
+    const Reading reading = RegRead(SECTION_DEBUG_MODE, "DebugOutput", text);
     const long mask = std::strtol(text, nullptr, 10);
-    if (length > 0 && mask >= 0)
+    if (reading == Reading::Found && mask >= 0)
         return static_cast<std::int32_t>(std::min<long>(mask, INT32_MAX));
-    RegWriteSetting(SECTION_DEBUG_MODE, "DebugOutput", "0");
+    if (reading != Reading::Failed)
+        RegWriteSetting(SECTION_DEBUG_MODE, "DebugOutput", "0");
     return 0;
 }

@@ -187,6 +187,7 @@ void ResetProvider() {
     CharCodeArray.fill(' ');
     Process = ProcessRecord{};
     StopRequest = false;
+    SerialThreadLife = ThreadLife::None;
     ProviderState = ProviderStateRecord{};
     ProviderState.ProtocolLevel = 2;
     ProviderState.FwdStatus = FWD_NOT_FORWARDED;

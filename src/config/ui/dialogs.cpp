@@ -7,6 +7,7 @@
 
 #include <cstdlib>
 #include <cstring>
+#include <span>
 
 namespace {
 
@@ -23,6 +24,12 @@ LRESULT Send(HWND dialog, int control, UINT message, WPARAM wParam = 0, const ch
 
 void SetText(HWND dialog, int control, const char* text) {
     Send(dialog, control, WM_SETTEXT, 0, text);
+}
+
+// What stands in a control. False where it could not be read, which an empty one tells apart by the error alone.
+bool ReadText(HWND dialog, int control, std::span<char> text) {
+    SetLastError(0);
+    return GetDlgItemTextA(dialog, control, text.data(), static_cast<int>(text.size())) != 0 || GetLastError() == 0;
 }
 
 void Check(HWND dialog, int control, bool checked) {
@@ -61,15 +68,16 @@ void TakeAdvanced(HWND dialog) {
     AdvancedData& data = UiConfig.Advanced;
     char text[EDIT_SIZE];
     char prefix[sizeof data.ExtPrefix];
-    GetDlgItemTextA(dialog, IDC_PREFIX, text, sizeof text);
+    const bool read = ReadText(dialog, IDC_PREFIX, text);
     CopyText(prefix, text);
-    if (std::strcmp(prefix, data.ExtPrefix) != 0) {
+    if (read && std::strcmp(prefix, data.ExtPrefix) != 0) {
         CopyText(data.ExtPrefix, prefix);
         UiConfig.AdvancedChanged = true;
     }
     TakeNumber(data.ExtPrefixDisp, Checked(dialog, IDC_PREFIX_DISPLAYED) ? 1 : 0);
     TakeNumber(data.EnquiryCallMode, Checked(dialog, IDC_PBX_MODE) ? 1 : 0);
-    GetDlgItemTextA(dialog, IDC_DIGITS, text, sizeof text);
+    if (!ReadText(dialog, IDC_DIGITS, text))
+        return;
     const long digits = std::strtol(text, nullptr, 10);
     if (digits >= MAX_DIGIT_LOCAL.Least && digits <= MAX_DIGIT_LOCAL.Most)
         TakeNumber(data.MaxDigitLocal, static_cast<std::int32_t>(digits));

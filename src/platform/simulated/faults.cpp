@@ -27,7 +27,6 @@ struct Fallible {
 constexpr Fallible Functions[] = {
     // objects and threads; a failed wait gives WAIT_FAILED
     {"CreateMutexA", NO_RESOURCES},
-    {"ReleaseMutex", ERROR_NOT_OWNER},
     {"CreateEventA", NO_RESOURCES},
     {"SetEvent", ERROR_INVALID_HANDLE},
     {"CreateThread", NO_RESOURCES},
@@ -61,7 +60,6 @@ constexpr Fallible Functions[] = {
     {"GetOverlappedResult", ERROR_IO_DEVICE},
     {"CancelIoEx", ERROR_FILE_NOT_FOUND},
     {"PurgeComm", ERROR_IO_DEVICE},
-    {"FlushFileBuffers", ERROR_IO_DEVICE},
     // registry and private profiles
     {"RegOpenKeyExA", NO_RESOURCES},
     {"RegCreateKeyExA", ERROR_ACCESS_DENIED},
@@ -91,8 +89,9 @@ constexpr Fallible Functions[] = {
 // The function that fails, and how.
 struct {
     const Fallible* Of = nullptr;
-    int CallsLeft = 0;  // until it does
+    int Call = 0;  // the one that does
     bool Lasting = false;
+    int Counted = 0;
 } Chosen;
 std::atomic<bool> Armed = false;  // so that nobody takes the lock in vain
 
@@ -116,13 +115,11 @@ DWORD Failure(const char* function) {
     const Guard guard(Lock);
     if (Chosen.Of == nullptr || std::strcmp(Chosen.Of->Function, function) != 0)
         return 0;
-    if (Chosen.CallsLeft > 0 && --Chosen.CallsLeft > 0)
+    ++Chosen.Counted;
+    if (Chosen.Lasting ? Chosen.Counted < Chosen.Call : Chosen.Counted != Chosen.Call)
         return 0;
-    const DWORD error = Chosen.Of->Error;
-    if (!Chosen.Lasting)
-        Armed = false;
-    SetLastError(error);
-    return error;
+    SetLastError(Chosen.Of->Error);
+    return Chosen.Of->Error;
 }
 
 LONG Refusal(const std::string& path, const std::string& value, REGSAM rights) {
@@ -160,7 +157,7 @@ void PlatformControl::FailCall(const std::string& function, int n, Failing faili
     if (found == std::end(Functions) || n < 1)
         throw std::invalid_argument(function);
     const Guard guard(Lock);
-    Chosen = {found, n, failing == Failing::FromThenOn};
+    Chosen = {found, n, failing == Failing::FromThenOn, 0};
     Armed = true;
 }
 
@@ -169,9 +166,9 @@ void PlatformControl::CallsWork() {
     Armed = false;
 }
 
-bool PlatformControl::CallFailed() {
+int PlatformControl::CallsCounted() {
     const Guard guard(Lock);
-    return Chosen.Of != nullptr && Chosen.CallsLeft == 0;
+    return Chosen.Counted;
 }
 
 void PlatformControl::RefuseRegistry(const std::string& keyOrValue, LONG error, REGSAM rights) {

@@ -199,8 +199,6 @@ HANDLE WINAPI CreateMutexA(SECURITY_ATTRIBUTES*, BOOL initialOwner, LPCSTR name)
 }
 
 BOOL WINAPI ReleaseMutex(HANDLE handle) {
-    if (Fails("ReleaseMutex"))
-        return FALSE;
     const Guard guard(Lock);
     const auto mutex = std::dynamic_pointer_cast<Mutex>(Find(handle));
     if (mutex == nullptr || mutex->owner != GetCurrentThreadId()) {

@@ -592,8 +592,6 @@ BOOL WINAPI PurgeComm(HANDLE handle, DWORD flags) {
 // Waits until all pending writes are out: subject to flow control, and to no time-out. What a terminal has taken goes
 // out by itself.
 BOOL WINAPI FlushFileBuffers(HANDLE handle) {
-    if (Fails("FlushFileBuffers"))
-        return FALSE;
     const auto port = PortOf(handle);
     if (port == nullptr)
         return FALSE;
