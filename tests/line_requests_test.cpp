@@ -213,19 +213,23 @@ TEST_F(LineRequests, PairsOfCallsThatCanBeJoined) {
         Record(6).touch = second;
         Settings.EnquiryCallMode = mode;
         Written = nullptr;
+        ProviderState.htConference = HTAPICALL{};
         Steps();
         EXPECT_EQ(Complete(LINETRANSFERMODE_TRANSFER), transfer ? 7 : LINEERR_INVALCALLSTATE);
         EXPECT_EQ(StepsInside(),
                   std::string("CompleteTransfer ref:0003  consultref:0006 Mode 1 |  Transfer case between call ref:") +
                       (transfer ? "3 and call ref:6 | REPLY 7 80000042" : "6 and call ref:3 IMPOSSIBLE"));
         EXPECT_EQ(Written, nullptr);
+        EXPECT_EQ(ProviderState.htConference, HTAPICALL{});
         EXPECT_EQ(Complete(LINETRANSFERMODE_CONFERENCE), conference ? 7 : LINEERR_INVALCALLSTATE);
         EXPECT_EQ(Written, conference ? Handle(30) : nullptr);
+        EXPECT_EQ(ProviderState.htConference, conference ? TapiCall : HTAPICALL{});
     }
     EXPECT_EQ(Complete(4), LINEERR_OPERATIONUNAVAIL) << "whatever the pair";
     Record(3).state = Record(6).state = CONFERENCED;
     EXPECT_EQ(Code(TSPI_lineCompleteTransfer(7, Handle(3), Handle(6), TapiCall, nullptr, LINETRANSFERMODE_CONFERENCE)),
               LINEERR_INVALPOINTER);
+    EXPECT_EQ(ProviderState.htConference, HTAPICALL{}) << "a refused request leaves TAPI's handle of the conference";
 }
 
 TEST_F(LineRequests, ForwardUsesTheFirstEntryOfItsListAndNothingOutsideIt) {

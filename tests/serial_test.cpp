@@ -134,13 +134,23 @@ TEST_F(Thread, PortThatDoesNotOpenIsToldToUserAndPendingRequest) {
         {1119, "REPLY 7 80000001", "Serial Port conflict - Check it and try again\n\nIrq Busy"},
         {2, "REPLY 7 80000048", "Serial Port Problem - Check it and try again \n\nAccess Failed"},
     };
+    WaitLineMutex();  // where a request is pending there is one
+    ReleaseLineMutex(0);
+    CallbacksUnderTheMutex = true;
+    std::vector<std::string> before;  // the box, which stays as long as the user wants
+    PlatformControl::AnswerBoxes([&](const PlatformControl::Box&) {
+        before = LineEvents();
+        EXPECT_EQ(LineMutexHeldFor(), NOT_HELD);
+        return IDOK;
+    });
     for (const auto& c : cases) {
         Configure("COM1");
         Com1().OpenError = c.error;
         ProviderState.PendingRequestID = 7;
         EXPECT_EQ(Start(), 0) << "the attempt is over: ready is signalled all the same";
         PlatformControl::Settle();
-        EXPECT_THAT(LineEvents(), ElementsAre(c.reply));
+        EXPECT_THAT(before, ElementsAre(c.reply));
+        EXPECT_THAT(LineEvents(), IsEmpty());
         const PlatformControl::Box box = PlatformControl::Boxes().back();
         EXPECT_EQ(box.Text, c.text);
         EXPECT_EQ(box.Caption, "Corvane 6200 SP Error");

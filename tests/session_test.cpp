@@ -52,6 +52,14 @@ const std::vector<std::string> Trouble = {"flip 1",
                                           "silence off",
                                           "wait 25000"};
 
+struct TraceText {
+    unsigned Levels;  // 0x80 = always written
+    const char* Text;
+};
+constexpr TraceText Texts[] = {
+#include "trace_texts.h"
+};
+
 class Session : public Scenario, public testing::WithParamInterface<std::tuple<int, int>> {
 protected:
     CallersBuffer Buffer;
@@ -151,6 +159,25 @@ TEST_P(Session, WritesItsTrace) {
             action = line;
     }
 }
+
+// Also the texts that only trouble writes, and no session: the table that the trace reader has of the sources.
+TEST(TraceTexts, StandAtTheirLevels) {
+    std::string written;
+    for (const auto& [levels, text] : Texts) {
+        char level[8];
+        std::snprintf(level, sizeof level, "%02X ", levels);
+        written += level + std::regex_replace(std::string(text), std::regex("\n"), "\\n") + "\n";
+    }
+    const char* name = ZT_SESSIONS "/levels.txt";
+    if (std::getenv("ZT_RECORD_SESSIONS") != nullptr) {
+        std::ofstream(name, std::ios::binary) << written;
+        FAIL() << "recorded anew: review the difference";
+    }
+    std::ostringstream wanted;
+    wanted << std::ifstream(name, std::ios::binary).rdbuf();
+    EXPECT_EQ(written, wanted.str());
+}
+
 INSTANTIATE_TEST_SUITE_P(, Session,
                          testing::Combine(testing::Values(1, 2, 3),
                                           testing::Values(0x00, 0x01, 0x02, 0x04, 0x08, 0x10, 0x20, 0x40)));

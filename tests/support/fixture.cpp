@@ -27,6 +27,8 @@
 #include <mutex>
 #include <utility>
 
+bool CallbacksUnderTheMutex = false;
+
 namespace {
 
 std::mutex EventsLock;  // the serial thread reports too
@@ -68,6 +70,7 @@ constexpr Named PhoneStates[] = {{0x20, "DISPLAY"},         {0x40, "LAMP"},
                                  {0x2000, "SPEAKERVOLUME"}, {0x4, "DISCONNECTED"}};
 
 void Record(std::string text) {
+    EXPECT_TRUE(!CallbacksUnderTheMutex || LineMutexHeldFor() != NOT_HELD) << text << " without the line mutex";
     const std::lock_guard lock(EventsLock);
     Captured.push_back(std::move(text));
 }
@@ -156,6 +159,7 @@ std::string Utf8(std::string_view cp1252) {
 }
 
 void ResetProvider() {
+    CallbacksUnderTheMutex = false;
     FifoReset();
     Serial = SerialState{};
     Link = LinkState{};

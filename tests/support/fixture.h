@@ -44,6 +44,10 @@ std::string StateName(DWORD state);
 // Handles that the capture gives: TAPI's line 0x11, phone 0x22, call 0x100 + cref.
 void OpenForCapture();
 
+// Whether callbacks have to come under the line mutex: where the provider is driven through its entry points and threads,
+// not step by step. ResetProvider() clears it.
+extern bool CallbacksUnderTheMutex;
+
 // Trace lines written since the last call, without clock, as UTF-8; header lines left out.
 std::vector<std::string> TraceLines();
 

@@ -13,6 +13,7 @@ constexpr DWORD LINE_BASE = 3, PHONE_BASE = 5, PROVIDER_ID = 9;
 void Service::SetUp() {
     PlatformControl::Reset();
     ResetProvider();
+    CallbacksUnderTheMutex = true;
     TraceLines();
     Events();
     PlatformControl::MapPort("COM1", &Port);
