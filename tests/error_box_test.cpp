@@ -195,6 +195,23 @@ TEST_F(InTheService, ClosingTheLineDoesNotWaitForABoxThatNobodyAnswers) {
     EXPECT_EQ(ProviderState.DeviceState, DEVICE_IN_SERVICE) << "whatever becomes of the old box";
 }
 
+// No tick wakes its thread: there is no timer yet.
+TEST_F(InTheService, StoppingDoesNotWaitForTheBoxOfAPortThatDidNotOpen) {
+    PlatformControl::KeepBoxesOpen(3'000'000);
+    PlatformControl::Port("COM1").OpenError = ERROR_ACCESS_DENIED;
+    EXPECT_EQ(OpenLine(), static_cast<LONG>(LINEERR_ALLOCATED));
+    ASSERT_EQ(BoxCount(), 1u);
+    const std::uint32_t before = PlatformControl::Now();
+    WaitLineMutex();  // as a close does
+    StopSerialThread();
+    ReleaseLineMutex(0);
+    EXPECT_LE(PlatformControl::Now() - before, 200u);
+    EXPECT_EQ(Process.SerialThread, nullptr);
+    PlatformControl::Port("COM1").OpenError = 0;
+    EXPECT_EQ(OpenLine(), 0) << "put back, the port opens though nobody has answered";
+    CloseLine();
+}
+
 // Three stand unanswered, the fourth is shown; a fifth would be one too many on the user's screen.
 TEST_F(InTheService, AtMostFourBoxesStandAtOnce) {
     PlatformControl::KeepBoxesOpen(3'000'000);

@@ -4,6 +4,7 @@
 #include "provider/event_log.h"
 #include "provider/lifecycle.h"
 
+#include <algorithm>
 #include <array>
 #include <atomic>
 #include <iterator>
@@ -102,6 +103,8 @@ SessionBox* TakeSessionBox() {
     return nullptr;
 }
 
+constexpr DWORD STOP_LOOK_MS = 100;
+
 // Dispatches the thread's messages until `thread` has ended; false when the time is over (INFINITE: never), or when the
 // serial thread is to stop. The end of the program is left for the thread's own loop.
 bool DispatchUntilEnded(HANDLE thread, DWORD milliseconds) {
@@ -112,8 +115,9 @@ bool DispatchUntilEnded(HANDLE thread, DWORD milliseconds) {
         const DWORD passed = timeGetTime() - start;
         if (passed >= milliseconds)
             break;
-        const DWORD wait = MsgWaitForMultipleObjectsEx(
-            1, &thread, milliseconds == INFINITE ? INFINITE : milliseconds - passed, QS_ALLINPUT, MWMO_INPUTAVAILABLE);
+        // In slices: no message tells of a stop, and a thread without a timer gets none.
+        const DWORD wait = MsgWaitForMultipleObjectsEx(1, &thread, std::min(milliseconds - passed, STOP_LOOK_MS),
+                                                       QS_ALLINPUT, MWMO_INPUTAVAILABLE);
         ended = wait == WAIT_OBJECT_0;
         if (ended || wait == WAIT_FAILED)
             break;
