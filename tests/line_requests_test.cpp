@@ -232,6 +232,27 @@ TEST_F(LineRequests, PairsOfCallsThatCanBeJoined) {
     EXPECT_EQ(ProviderState.htConference, HTAPICALL{}) << "a refused request leaves TAPI's handle of the conference";
 }
 
+TEST_F(LineRequests, DropAndCloseOfACallThatWasPutOffEndItAtOnce) {
+    for (const bool close : {false, true}) {
+        Marks.DeferredMakeCall = {true, 3};
+        Record(3).state = DIALTONE;  // of a call that the user has begun; it lives on
+        Record(3).touch = 2;
+        Record(3).htCall = reinterpret_cast<HTAPICALL>(std::uintptr_t{0x103});
+        Events();
+        if (close)
+            EXPECT_EQ(TSPI_lineCloseCall(Handle(3)), 0);
+        else
+            EXPECT_EQ(Code(TSPI_lineDrop(7, Handle(3), nullptr, 0)), 7u);
+        std::vector<std::string> told{"STATE 3 DISCONNECTED 1", "STATE 3 IDLE"};
+        if (!close)
+            told.emplace_back("REPLY 7 0");
+        EXPECT_EQ(Events(), told);
+        EXPECT_EQ(Record(3).state, DIALTONE);
+        EXPECT_EQ(RunningRequest.Code, REQUEST_NONE);
+        EXPECT_FALSE(Marks.DeferredMakeCall.Set);
+    }
+}
+
 TEST_F(LineRequests, ForwardUsesTheFirstEntryOfItsListAndNothingOutsideIt) {
     Stop();
     std::vector<DWORD> room(40);

@@ -49,6 +49,8 @@ LONG DoPickup() {
         return UNAVAILABLE;
     if (LiveCall() != -1)
         return OPERATION_FAILED;
+    if (IsPutOff(ProviderState.RequestCref))  // the picked-up call will stand in its record
+        GiveUpDeferredMakeCall();
     Tracking.PickUpCref = ProviderState.RequestCref;
     PressSequence presses;
     presses.ServiceCode(code);

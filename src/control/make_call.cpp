@@ -62,10 +62,10 @@ void EnterCall(int cref, int key) {
 }  // namespace
 
 LONG DoMakeCall(int cref, int requestCode, bool accepted) {
-    if (Serial.PortFailed)
-        return UNAVAILABLE;
     if (!IsCref(cref))
-        return OPERATION_FAILED;
+        return Serial.PortFailed ? UNAVAILABLE : OPERATION_FAILED;
+    if (Serial.PortFailed)
+        return accepted ? GiveUp(cref) : UNAVAILABLE;
     if (FindCallByState(LINECALLSTATE_PROCEEDING) != -1 || FindCallByState(LINECALLSTATE_DISCONNECTED) != -1) {
         Trace(TRACE_ENTRY, "un appel sortant est en cours d'init on ne peut pas générer un nouvel appel"_cp1252);
         return GiveUp(cref);

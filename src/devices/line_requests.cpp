@@ -57,24 +57,35 @@ struct EntryTexts {
     const char* Negative;  // result, code
 };
 
-// The request itself is lost; TAPI is told so. Nothing is started under a stop, whose completion it may have come from. lineMakeCall refuses by itself when the port did not open, and a request is
+// The request itself is lost; TAPI is told so. lineMakeCall refuses by itself when the port did not open, and a request is
 // never answered twice.
+LONG Lost(int code, const ProviderStateRecord& provider, DRV_REQUESTID request) {
+    if (code != REQUEST_MAKE_CALL || provider.DeviceState != DEVICE_OUT_OF_SERVICE)
+        CompleteRequest(ProviderState, request, Error(LINEERR_OPERATIONFAILED));
+    return static_cast<LONG>(request);
+}
+
+// Nothing is started under a stop, whose completion the request may have come from.
 LONG StartInstead(int code, const ProviderStateRecord& provider, DRV_REQUESTID request, const char* text) {
     Trace(TRACE_ENTRY, text);
     FailPendingRequest();  // of a thread that ended by itself
     if (!Process.Stopping && StartSerialThread() == 0)
         ReleaseLineMutex(0);  // the start's hold; the entry point keeps its own
-    if (code != REQUEST_MAKE_CALL || provider.DeviceState != DEVICE_OUT_OF_SERVICE)
-        CompleteRequest(ProviderState, request, Error(LINEERR_OPERATIONFAILED));
-    return static_cast<LONG>(request);
+    return Lost(code, provider, request);
 }
 
 LONG HandOn(int cref, int consultCref, int code, ProviderStateRecord& provider, DRV_REQUESTID request,
             const EntryTexts& texts) {
     if (!SerialThreadRuns())
         return StartInstead(code, provider, request, texts.NoThread);
-    if (Process.Starting > 0 && StartSerialThread() == 0)
-        ReleaseLineMutex(0);  // it is being started: what it has not begun with would be forgotten
+    if (Process.Starting > 0) {  // what it has not begun with would be forgotten
+        const bool started = StartSerialThread() == 0;
+        if (started)
+            ReleaseLineMutex(0);
+        if (!started ||
+            provider.DeviceState == DEVICE_OUT_OF_SERVICE)  // its port did not open: no tick will end anything
+            return Lost(code, provider, request);
+    }
     if (provider.PendingRequestID != 0) {
         Trace(TRACE_ALWAYS, "can't do two async requests at the same time!");
         return Error(LINEERR_RESOURCEUNAVAIL);
@@ -320,8 +331,10 @@ LONG WINAPI TSPI_lineDrop(DRV_REQUESTID dwRequestID, HDRVCALL hdCall, LPCSTR lps
     Trace(TRACE_ENTRY, "Entering TSPI_lineDrop hdcall(%lx,%lx,%lx,%lx)", dwRequestID, hdCall, Address(lpsUserUserInfo),
           dwSize);
     const int cref = HdCallToCref(hdCall);
-    if (IsPutOff(cref))
+    if (IsPutOff(cref)) {  // over as soon as it is told; what else is in its record is another call
         GiveUpDeferredMakeCall();
+        return Done(dwRequestID);
+    }
     if (cref == CONF_CREF)
         Trace(TRACE_ENTRY, "Drop conference");
     else if (!IsCref(cref))
@@ -367,6 +380,8 @@ LONG WINAPI TSPI_lineCloseCall(HDRVCALL hdCall) {
     if (!IsCref(cref) && cref != CONF_CREF)
         return Refuse(LINEERR_INVALCALLHANDLE);
     Trace(TRACE_ENTRY, "TSPI_lineCloseCall: cref: %04x, hdCall: %d", cref, hdCall);
+    if (IsPutOff(cref))
+        GiveUpDeferredMakeCall();
     if (IsCref(cref) && CallOf(cref).state == LINECALLSTATE_IDLE)
         CallOf(cref).state = 0;
     return ReleaseLineMutex(0);

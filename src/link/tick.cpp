@@ -124,6 +124,12 @@ bool WatchStrings() {
 void RunDeferredMakeCall() {
     if (Tick.InitDataPending || !Marks.DeferredMakeCall.Set || !Tick.ConfigUsable)
         return;
+    const int kept = Marks.DeferredMakeCall.Cref;
+    const DWORD state = IsCref(kept) ? CallTable[static_cast<std::size_t>(kept)].state : 0;
+    if (state != 0 && state != LINECALLSTATE_IDLE && state != LINECALLSTATE_DIALTONE) {
+        GiveUpDeferredMakeCall();  // the user has dialled from its record meanwhile: that call is not to be moved
+        return;
+    }
     // Both marks first: from the IDLE of a call that cannot be made TAPI may ask for the next.
     const int cref = std::exchange(Marks.DeferredMakeCall, {}).Cref;
     Marks.MakeCallReport = {true, cref};

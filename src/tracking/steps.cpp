@@ -15,8 +15,11 @@ void LeaveKey(int to, int cref) {
     if (HoldsTwoCalls(from))
         Tracking.DbCall = 0;
     LeaveSlot(from, cref);
-    if (CallOnKey(from) == -1)
-        TouchOf(from).icon = IDLE_ICON;
+    if (CallOnKey(from) != -1)
+        return;
+    TouchOf(from).icon = IDLE_ICON;  // what the set shows there now ends nothing any more
+    if (Tracking.ActivCallTouch == from)
+        Tracking.ActivCallTouch = 0;
 }
 
 }  // namespace
