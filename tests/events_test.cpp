@@ -120,6 +120,21 @@ TEST_F(EventsTest, CallMadeFromTheCompletionOfADropKeepsItsRecordAndItsKey) {
     EXPECT_THAT(Events(), ElementsAre("NEWCALL 1")) << "no record is shared";
 }
 
+// The key looks free then, and is not.
+TEST_F(EventsTest, CallMadeFromTheEndOfACrossingCallLeavesTheRingingKeyToItsCaller) {
+    Call(1, 0, PROCEEDING);
+    At(1).icon = IDLE_ICON;
+    RunningRequest = {REQUEST_DROP, 0};
+    ProviderState.PendingRequestID = 7;
+    ProviderState.CompletionProc = CallAgain;
+    Icon(1, INCOM_ICON);
+    EXPECT_EQ(Record(0).state, PROCEEDING);
+    EXPECT_EQ(Record(0).touch, 2);
+    EXPECT_THAT(At(2).calls, ElementsAre(0, -1));
+    EXPECT_THAT(At(1).calls, ElementsAre(1, -1));
+    EXPECT_EQ(Record(1).state, OFFERING);
+}
+
 TEST_F(EventsTest, OnlyTheEndOfItsCallCompletesADrop) {
     ProviderState.PendingRequestID = 8;
     RunningRequest = {REQUEST_DROP, 2, -1};

@@ -80,7 +80,7 @@ bool IsLetter(char c) {
 }
 
 bool IsFree(int key) {
-    return TouchOf(key).calls[0] == -1 && TouchOf(key).calls[1] == -1;
+    return TouchOf(key).calls[0] == -1 && TouchOf(key).calls[1] == -1 && key != Tracking.RingingKey;
 }
 
 // The set has the key: one of its own, or one above the offset of a module that it has.

@@ -106,6 +106,7 @@ struct TrackingState {
     int ConfBroken = 0;         // a party left the conference
     int SecondCallDropReq = 0;  // soft key 1 was pressed on request to end the second call
     int ForwardAckTicks = 0;    // ticks left after a forwarding code was sent
+    int RingingKey = 0;         // a caller is about to stand on it: free for nobody, though its calls have ended
 };
 extern TrackingState Tracking;
 

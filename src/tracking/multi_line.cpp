@@ -110,9 +110,11 @@ void Ringing(int key, int) {
     Touch& touch = TouchOf(key);
     if (CallOnKey(key) != -1) {
         Trace(TRACE_CALL, "CROISEMENT arrivee/depart iconid:%d cref1 %d cref2 %d", key, touch.calls[0], touch.calls[1]);
+        Tracking.RingingKey = key;                      // from a call's IDLE TAPI may make the next
         for (const int cref : std::array(touch.calls))  // a copy: ClearCall empties the slots
             if (cref != -1)
                 ClearCall(cref);
+        Tracking.RingingKey = 0;
     }
     if (IsCref(SwapKeyTransferingCref)) {
         const int cref = std::exchange(SwapKeyTransferingCref, -1);
