@@ -33,6 +33,10 @@ TEST(WalkAgain, BreaksNothing) {
     EXPECT_EQ(Fault("set 3 1 1 0 0 0 0 0 0\nreopen\ncall 1 4720 - 0 500 0 -\nwait 1000\nkey 1\nwait 1000\n"
                     "softkey 1\nwait 1000\nlineMakeCall 4730 0 1\nwait 1500\ncompare"),
               "");
+    // Version 1: a second call on the same key that was short, and of which TAPI has not heard that it ended.
+    EXPECT_EQ(Fault("set 1 1 1 0 0 0 1 0 8000\nreopen\nkey 1\nwait 500\nfar-answers MARTIN\nwait 500\ndial 60\n"
+                    "lineSetupTransfer 0 1\nfar-hangs-up 1 2 0\nwait 4000\ncompare"),
+              "");
 }
 
 class RandomWalk : public testing::TestWithParam<std::tuple<int, bool, int>> {};

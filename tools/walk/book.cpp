@@ -3,6 +3,7 @@
 #include "control/requests.h"
 #include "link/tick.h"
 #include "tracking/model.h"
+#include "tracking/steps.h"
 
 #include <algorithm>
 
@@ -68,6 +69,9 @@ void TakeState(HTAPICALL handle, DWORD state) {
         if (record.state == STATE_REOFFERING && record.touch == Tracking.ActivCallTouch)
             TheBook.Doubt = "a key that rang back stays the active one";
     }
+    if (state == LINECALLSTATE_DIALTONE && ProviderState.TAPI_OMNA_Ver == 1 && IsCref(call->Cref) &&
+        (StatesOn(KeyOf(call->Cref)) & LINECALLSTATE_ONHOLD) != 0)
+        TheBook.Doubt = "version 1: a second call on the same key stays at dial tone";
     call->State = state;
     call->Is = state == LINECALLSTATE_IDLE ? Life::Ended : Life::Alive;
 }

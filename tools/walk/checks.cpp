@@ -124,8 +124,6 @@ void Walker::Watch() {
         !ConferenceLives())
         Suspect = "a conference that is over stays CONNECTED here: a drop of it joins two other calls and never ends";
     const int active = Tracking.ActivCallTouch;
-    if (Suspect == nullptr && Version == 1 && StatesOn(active) == (LINECALLSTATE_DIALTONE | LINECALLSTATE_ONHOLD))
-        Suspect = "version 1: a second call on the same key stays at dial tone";
     if (Suspect == nullptr && Tracking.DbCall != 0 && !HoldsTwoCalls(active))
         Suspect = "a second call that ended by the prompt to hang up leaves the double call marked";
     if (Suspect == nullptr && (SwapKeyTransferingCref != -1 || PickUpSupervCref != -1))

@@ -143,7 +143,7 @@ Counts WalkSeeds(const Choices& choices, long job) {
         std::printf("seed %ld fails at action %ld: %s\n", seed, out.Actions, out.Fault.c_str());
         if (++counts["F " + Walk::Kind(out.Fault)] == 1 && !choices.print) {
             Show("its last lines and events", out.Trail);
-            Show("the fewest lines that fail so", Walk::Shrink(out.Lines, out.Fault));
+            Show("the fewest lines that fail so", Walk::Shrink(out));
             std::printf("---\n");
         }
         std::fflush(stdout);

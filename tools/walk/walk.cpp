@@ -109,11 +109,10 @@ bool Walker::OnDevice(const std::string& verb) {
 }
 
 void Walker::Advance(std::uint32_t milliseconds) {
-    constexpr std::uint32_t Glance = 3 * TICK;  // what makes a later fault suspect may be over soon
     const bool known = Tick.ConfigReceived;
     Out.Milliseconds += milliseconds;
-    for (; milliseconds > Glance; milliseconds -= Glance) {
-        PlatformControl::Advance(Glance);
+    for (; milliseconds > TICK; milliseconds -= TICK) {  // what makes a later fault suspect may be over soon
+        PlatformControl::Advance(TICK);
         Watch();
     }
     PlatformControl::Advance(milliseconds);
@@ -294,10 +293,19 @@ std::string Kind(std::string fault) {
     return fault;
 }
 
+// By what a shorter walk counts as failing for the same reason: the fault, and the last event before it.
+static std::string Cause(const Outcome& out) {
+    const auto isEvent = [](const std::string& line) {
+        return line.rfind("    ", 0) == 0 && line.rfind("    !!", 0) != 0;
+    };
+    const auto last = std::find_if(out.Trail.rbegin(), out.Trail.rend(), isEvent);
+    return out.Fault.empty() ? "" : Kind(out.Fault + (last != out.Trail.rend() ? "\n" + *last : ""));
+}
+
 // Leaves out piece after piece, in halves first, then ever smaller ones, and goes on with what still fails. The first line,
 // the set, stays.
-std::vector<std::string> Shrink(std::vector<std::string> lines, const std::string& fault) {
-    const std::string wanted = Kind(fault);
+std::vector<std::string> Shrink(const Outcome& fault) {
+    std::vector<std::string> lines = fault.Lines;
     for (std::size_t piece = lines.size() / 2; piece > 0;) {
         bool shorter = false;
         for (std::size_t at = lines.size(); at > 1;) {
@@ -305,7 +313,7 @@ std::vector<std::string> Shrink(std::vector<std::string> lines, const std::strin
             std::vector<std::string> fewer = lines;
             fewer.erase(fewer.begin() + static_cast<std::ptrdiff_t>(from),
                         fewer.begin() + static_cast<std::ptrdiff_t>(at));
-            if (Kind(Run(fewer).Fault) == wanted) {
+            if (Cause(Run(fewer)) == Cause(fault)) {
                 lines = std::move(fewer);
                 shorter = true;
             }

@@ -36,8 +36,9 @@ struct Outcome {
 Outcome Run(const Options& options);
 // Walks these lines; one that does not apply is left out.
 Outcome Run(const std::vector<std::string>& lines, bool printsAll = false);
-// The fewest of the lines that still fail so (numbers in the fault apart): none of them can be left out.
-std::vector<std::string> Shrink(std::vector<std::string> lines, const std::string& fault);
+// The fewest of a failed walk's lines that still fail so, behind the same event (numbers apart): none of them can be left
+// out.
+std::vector<std::string> Shrink(const Outcome& failed);
 // The text of a fault without its numbers.
 std::string Kind(std::string fault);
 
