@@ -253,6 +253,68 @@ TEST_F(LineRequests, DropAndCloseOfACallThatWasPutOffEndItAtOnce) {
     }
 }
 
+// Makes calls from within the IDLE of another; theirs are 0x200 and up.
+int CallsToMake;
+std::vector<std::pair<DWORD, HDRVCALL>> CallsMade;
+LINEEVENT Told;
+void CALLBACK MakeCallsAtAnEnd(HTAPILINE line, HTAPICALL call, DWORD message, DWORD_PTR p1, DWORD_PTR p2,
+                               DWORD_PTR p3) {
+    Told(line, call, message, p1, p2, p3);
+    while (message == LINE_CALLSTATE && p1 == IDLE && CallsToMake > 0) {
+        --CallsToMake;
+        const auto own = reinterpret_cast<HTAPICALL>(0x200 + CallsMade.size());
+        const auto request = static_cast<DRV_REQUESTID>(20 + CallsMade.size());
+        CallsMade.emplace_back();
+        HDRVCALL given = nullptr;
+        const LONG answer =
+            TSPI_lineMakeCall(request, reinterpret_cast<HDRVLINE>(&ProviderState), own, &given, "12"_wide, 0, nullptr);
+        CallsMade[static_cast<std::size_t>(request) - 20] = {Code(answer), given};
+    }
+}
+
+TEST_F(LineRequests, CallMadeFromWithinTheEndOfAnotherHasItsRecordAloneAndIsHeardOf) {
+    const auto begin = [this](int calls) {
+        Fresh();
+        Marks = RequestMarks{};
+        DynamicConfig.StaticConfig = 1;
+        CallsMade.clear();
+        CallsToMake = calls;
+        ProviderState.LineEventProc = MakeCallsAtAnEnd;
+    };
+    Told = ProviderState.LineEventProc;
+    const auto made = [](DWORD answer, int cref) { return testing::Pair(answer, Handle(cref)); };
+    // In the record that another make call is about to take over from the one that was put off: the latest has it.
+    begin(1);
+    Marks.DeferredMakeCall = {true, 0};
+    EXPECT_EQ(MakeCall("34"_wide), LINEERR_RESOURCEUNAVAIL);
+    EXPECT_THAT(CallsMade, ElementsAre(made(20, 0)));
+    EXPECT_TRUE(Marks.DeferredMakeCall.Set);
+    EXPECT_STREQ(Record(0).DestAddress, "12");
+    EXPECT_EQ(Record(0).htCall, reinterpret_cast<HTAPICALL>(std::uintptr_t{0x200}));
+    // In the record of a make call that takes the other one's place: that is told of its end, and calls no other number.
+    begin(1);
+    Marks.DeferredMakeCall = {true, 1};
+    EXPECT_EQ(MakeCall("34"_wide), 7u);
+    EXPECT_THAT(CallsMade, ElementsAre(made(LINEERR_RESOURCEUNAVAIL, 0)));
+    EXPECT_FALSE(Marks.DeferredMakeCall.Set);
+    EXPECT_THAT(LineEvents(), testing::IsSupersetOf({std::string("STATE 1655 IDLE"), std::string("REPLY 7 0")}));
+    // At a reset of all calls: one at dial tone that is still to be told of keeps its record.
+    begin(2);
+    DynamicConfig.StaticConfig = 0;
+    Calls("CT");
+    Record(0).htCall = TapiCall;  // its record is written to again
+    AllCallReset();
+    EXPECT_EQ(CallsMade.size(), 2u);
+    EXPECT_THAT(LineEvents(), testing::Contains("STATE 1 IDLE").Times(1));
+    EXPECT_EQ(Record(2).DestAddress, std::string("12"));
+    // At a second open, which empties all records.
+    SetSetting("Provider", "Port", "COM1");
+    begin(1);
+    Marks.DeferredMakeCall = {true, 1};
+    ProviderInitAgain();
+    EXPECT_THAT(CallsMade, ElementsAre(made(LINEERR_NODEVICE, 0)));
+}
+
 TEST_F(LineRequests, ForwardUsesTheFirstEntryOfItsListAndNothingOutsideIt) {
     Stop();
     std::vector<DWORD> room(40);

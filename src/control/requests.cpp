@@ -27,6 +27,17 @@ constexpr int WAITING_LIMIT = 3000;
 
 using Request = const ProviderStateRecord&;
 
+// A make call that was put off ends without having been made.
+void TellNotMade(CrefMark putOff) {
+    if (!putOff.Set || !IsCref(putOff.Cref))
+        return;
+    CallRecord& call = CallTable[static_cast<std::size_t>(putOff.Cref)];
+    if (call.touch == 0)  // else a call at dial tone lives on in it
+        call.state = LINECALLSTATE_IDLE;
+    DoLineEvent(LINE_CALLSTATE, LINECALLSTATE_DISCONNECTED, LINEDISCONNECTMODE_NORMAL, putOff.Cref);
+    DoLineEvent(LINE_CALLSTATE, LINECALLSTATE_IDLE, 0, putOff.Cref);
+}
+
 // lineMakeCall and lineDial.
 LONG MakeCall(int cref, RequestCode code) {
     Trace(TRACE_ENTRY, "dial makecall");
@@ -35,8 +46,8 @@ LONG MakeCall(int cref, RequestCode code) {
         return OPERATION_FAILED;
     }
     if (DynamicConfig.StaticConfig == 1) {  // the received configuration is still to come: the tick makes the call then
-        GiveUpDeferredMakeCall();           // this one takes its place
-        Marks.DeferredMakeCall = {true, cref};
+        // This one takes its place, before TAPI is told of it: from within that it may ask for another call.
+        TellNotMade(std::exchange(Marks.DeferredMakeCall, {true, cref}));
         Trace(TRACE_ENTRY, "dial makecall STATIC_CONFIG crefRequestMakeCall %lx", cref);
         return 0;
     }
@@ -144,16 +155,7 @@ bool IsPutOff(int cref) {
 }
 
 void GiveUpDeferredMakeCall() {
-    if (!Marks.DeferredMakeCall.Set)
-        return;
-    const int cref = std::exchange(Marks.DeferredMakeCall, {}).Cref;
-    if (!IsCref(cref))
-        return;
-    CallRecord& call = CallTable[static_cast<std::size_t>(cref)];
-    if (call.touch == 0)  // else a call at dial tone lives on in it
-        call.state = LINECALLSTATE_IDLE;
-    DoLineEvent(LINE_CALLSTATE, LINECALLSTATE_DISCONNECTED, LINEDISCONNECTMODE_NORMAL, cref);
-    DoLineEvent(LINE_CALLSTATE, LINECALLSTATE_IDLE, 0, cref);
+    TellNotMade(std::exchange(Marks.DeferredMakeCall, {}));
 }
 
 LONG DispatchRequest(int code, ProviderStateRecord& provider) {

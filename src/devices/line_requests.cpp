@@ -43,11 +43,17 @@ int ChooseRecord() {
     return -1;
 }
 
-// The record gets the handle of a call that may come to be in it. A make call put off for it has to be told of first.
-void TakeRecord(int cref, HTAPICALL htCall) {
-    if (IsPutOff(cref))
+// The chosen record gets the handle of a call that may come to be in it. A make call put off for it has to be told of
+// first, and from within that TAPI may have called anew: then it is another record, or -1.
+int TakeRecord(int cref, HTAPICALL htCall) {
+    if (IsPutOff(cref)) {
         GiveUpDeferredMakeCall();
+        cref = ChooseRecord();
+        if (cref == -1 || IsPutOff(cref))
+            return -1;
+    }
     CallOf(cref).htCall = htCall;
+    return cref;
 }
 
 // --- the way in ------------------------------------------------------------------------------------------------------
@@ -236,8 +242,8 @@ LONG WINAPI TSPI_lineMakeCall(DRV_REQUESTID dwRequestID, HDRVLINE hdLine, HTAPIC
         Trace(TRACE_ENTRY, " TSPI_lineMakeCall LINEERR_NODEVICE ");
         return Refuse(LINEERR_NODEVICE);
     }
-    const int cref = ChooseRecord();
-    if (cref == -1) {
+    const int chosen = ChooseRecord();
+    if (chosen == -1) {
         Trace(TRACE_ALWAYS, "DialMakeCall impossible - LINEERR_RESOURCEUNAVAIL");
         return Refuse(LINEERR_RESOURCEUNAVAIL);
     }
@@ -251,7 +257,9 @@ LONG WINAPI TSPI_lineMakeCall(DRV_REQUESTID dwRequestID, HDRVLINE hdLine, HTAPIC
     if (lphdCall == nullptr)
         return Refuse(LINEERR_INVALPOINTER);
     // Both stay written when the call is refused below: the record is not taken by that.
-    TakeRecord(cref, htCall);
+    const int cref = TakeRecord(chosen, htCall);
+    if (cref == -1)
+        return Refuse(LINEERR_RESOURCEUNAVAIL);
     *lphdCall = CallHandle(cref);
     if (!TakeDestination(CallOf(cref), destination.Text()))
         return Refuse(LINEERR_INVALADDRESS);
@@ -418,15 +426,17 @@ LONG WINAPI TSPI_lineSetupTransfer(DRV_REQUESTID dwRequestID, HDRVCALL hdCall, H
         Trace(TRACE_ENTRY, "TSPI_lineSetupTransfer INVALCALLSTATE cref %d state %lx ", cref, CallOf(cref).state);
         return Refuse(LINEERR_INVALCALLSTATE);
     }
-    const int consult = ChooseRecord();
-    if (consult == -1) {
+    const int chosen = ChooseRecord();
+    if (chosen == -1) {
         Trace(TRACE_ENTRY, " impossible - LINEERR_RESOURCEUNAVAIL");
         return Refuse(LINEERR_RESOURCEUNAVAIL);
     }
-    Trace(TRACE_ENTRY, " consultref trouve %04x", consult);
+    Trace(TRACE_ENTRY, " consultref trouve %04x", chosen);
     if (lphdConsultCall == nullptr)
         return Refuse(LINEERR_INVALPOINTER);
-    TakeRecord(consult, htConsultCall);
+    const int consult = TakeRecord(chosen, htConsultCall);
+    if (consult == -1)
+        return Refuse(LINEERR_RESOURCEUNAVAIL);
     *lphdConsultCall = CallHandle(consult);
     return ReleaseLineMutex(appCallTransfer(cref, consult, REQUEST_SETUP_TRANSFER, ProviderState, dwRequestID));
 }

@@ -190,6 +190,7 @@ void ProviderInitCommon(DWORD permanentProviderID, HPROVIDER provider, DWORD lin
 }
 
 void ProviderInitAgain() {
+    ProviderState.DeviceState = DEVICE_OUT_OF_SERVICE;  // a call made from within what follows would be forgotten
     GiveUpDeferredMakeCall();
     const DRV_REQUESTID pending = TakePendingRequest();
     ProviderInitCommon(ProviderState.PermanentProviderID, ProviderState.ProviderHandle, ProviderState.LineDeviceID,

@@ -240,7 +240,7 @@ void ConferenceReset() {
 
 void AllCallReset() {
     // All is emptied before TAPI is told, and may call anew; until its own turn a live call keeps its state, and with it
-    // its record.
+    // its record: one at dial tone, whose record a new call takes, counts as dialling.
     std::array<DWORD, CALL_COUNT> states{};
     for (int cref = 0; cref < CALL_COUNT; ++cref) {
         states[static_cast<std::size_t>(cref)] = CallOf(cref).state;
@@ -261,7 +261,7 @@ void AllCallReset() {
     confstate = LINECALLSTATE_IDLE;
     for (std::size_t cref = 0; cref < states.size(); ++cref)
         if (states[cref] != 0)
-            CallTable[cref].state = states[cref];
+            CallTable[cref].state = states[cref] == LINECALLSTATE_DIALTONE ? LINECALLSTATE_DIALING : states[cref];
     for (int cref = 0; cref < CALL_COUNT; ++cref) {
         if (states[static_cast<std::size_t>(cref)] == 0 || StateOf(cref) == LINECALLSTATE_IDLE)
             continue;
