@@ -37,6 +37,14 @@ TEST(WalkAgain, BreaksNothing) {
     EXPECT_EQ(Fault("set 1 1 1 0 0 0 1 0 8000\nreopen\nkey 1\nwait 500\nfar-answers MARTIN\nwait 500\ndial 60\n"
                     "lineSetupTransfer 0 1\nfar-hangs-up 1 2 0\nwait 4000\ncompare"),
               "");
+    // A call that is answered on the set while a make call takes its record for one at dial tone.
+    EXPECT_EQ(Fault("set 3 1 0 0 1 1 0 0 0\nreopen\ncall-waits MARTIN\nkey 1\nwait 4000\ndial 664720\n"
+                    "lineMakeCall 4730 0 1\nkey 1\nwait 4000\ndial 4721\ncompare"),
+              "");
+    // The PBX reports a call on a key whose lighting was taken for the line of a service code.
+    EXPECT_EQ(Fault("set 3 0 0 1 0 0 1 0 0\nreopen\nlineForward 1000 0 16 -1 4730 1 1\nhook 8\n"
+                    "far-diverts A1*# LE_GOFF\ncompare"),
+              "");
 }
 
 class RandomWalk : public testing::TestWithParam<std::tuple<int, bool, int>> {};

@@ -229,13 +229,16 @@ bool Walker::Request(const std::string& verb, Words& words) {
     }
     const Wide number(verb == "lineDial" || verb == "lineBlindTransfer" ? words.Text() : "");
     const DRV_REQUESTID id = TheBook.Ask(verb, cref);
-    return Asked(id, verb == "lineAnswer"          ? TSPI_lineAnswer(id, call, nullptr, 0)
-                     : verb == "lineDrop"          ? TSPI_lineDrop(id, call, nullptr, 0)
-                     : verb == "lineHold"          ? TSPI_lineHold(id, call)
-                     : verb == "lineUnhold"        ? TSPI_lineUnhold(id, call)
-                     : verb == "lineDial"          ? TSPI_lineDial(id, call, number.Get(), 0)
-                     : verb == "lineBlindTransfer" ? TSPI_lineBlindTransfer(id, call, number.Get(), 0)
-                                                   : TSPI_lineRemoveFromConference(id, call));
+    Asked(id, verb == "lineAnswer"          ? TSPI_lineAnswer(id, call, nullptr, 0)
+              : verb == "lineDrop"          ? TSPI_lineDrop(id, call, nullptr, 0)
+              : verb == "lineHold"          ? TSPI_lineHold(id, call)
+              : verb == "lineUnhold"        ? TSPI_lineUnhold(id, call)
+              : verb == "lineDial"          ? TSPI_lineDial(id, call, number.Get(), 0)
+              : verb == "lineBlindTransfer" ? TSPI_lineBlindTransfer(id, call, number.Get(), 0)
+                                            : TSPI_lineRemoveFromConference(id, call));
+    if (verb == "lineDial" && StateOf(cref) == LINECALLSTATE_IDLE && KeyOf(cref) != 0)
+        Spoil("a dialling that failed has ended the call at dial tone, whose key stays taken");
+    return true;
 }
 
 bool Walker::Sync(const std::string& name, LONG result) {
@@ -271,6 +274,13 @@ bool Walker::Forward(Words& words) {
                                       nullptr, nullptr));
 }
 
+// The set's calls on the key of this one for which the test holds.
+long Walker::OnKey(int cref, bool (*test)(const SetCall&)) {
+    return std::count_if(Machine.set.calls.begin(), Machine.set.calls.end(), [&](const SetCall& call) {
+        return call.key == KeyOf(cref) && (test == nullptr || test(call));
+    });
+}
+
 bool Walker::MakeCall(Words& words) {
     const Wide number(words.Text());
     LINECALLPARAMS params{};
@@ -281,6 +291,10 @@ bool Walker::MakeCall(Words& words) {
     const HTAPICALL handle = TheBook.Handle();
     const DRV_REQUESTID id = TheBook.Ask("lineMakeCall", -1, handle);
     const auto before = Known();
+    std::array<bool, CALL_COUNT> answered{};  // at dial tone for the provider, and no more on the set
+    for (int cref = 0; cref < CALL_COUNT; ++cref)
+        answered[static_cast<std::size_t>(cref)] =
+            StateOf(cref) == LINECALLSTATE_DIALTONE && OnKey(cref) > 0 && OnKey(cref, Eq::IsBeingMade) == 0;
     const LONG result =
         TSPI_lineMakeCall(id, Line, handle, &made, number.Get(), 0, params.dwTotalSize != 0 ? &params : nullptr);
     if (made == CallHandle(-1))
@@ -301,6 +315,8 @@ bool Walker::MakeCall(Words& words) {
     else if (result >= 0 && std::any_of(Machine.set.calls.begin(), Machine.set.calls.end(),
                                         [](const SetCall& c) { return c.state == At::Conferenced; }))
         TheBook.Doubt = "a call is made in a conference, in which the set takes no line key";
+    else if (result >= 0 && answered.at(static_cast<std::size_t>(cref)))
+        TheBook.Doubt = "a call is made with the record of a call at dial tone that has been answered meanwhile";
     else if (lost != nullptr && lost->Is == Life::Lost && call->Is != Life::Asked && call->Is != Life::Alive)
         Spoil("a make call that failed has ended the call at dial tone, whose key stays taken");
     return true;

@@ -142,8 +142,8 @@ void Walker::Watch() {
         if (call.id > ForwardedCall)
             Unseen.insert(call.id);
     for (const SetCall& call : Machine.set.calls)
-        if (Suspect == nullptr && Unseen.contains(call.id) && !Eq::IsBeingMade(call) && call.state != At::Served &&
-            call.state != At::Over)
+        if (Suspect == nullptr && Unseen.contains(call.id) && call.state != At::DialTone &&
+            call.state != At::Dialling && call.state != At::Served && call.state != At::Over)
             Suspect = "a key that lights while a service code is on its way, of which no call is made";
     if (Suspect == nullptr && active != 0 && (StatesOn(active) & ~(STATE_REOFFERING | LINECALLSTATE_IDLE)) == 0)
         Suspect = "a key that rang back stays the active one";
@@ -163,7 +163,8 @@ void Walker::CheckAll() {
         Say("box: " + boxes.back().Text);
         Out.Boxes += static_cast<long>(boxes.size() - Boxes);
         Boxes = boxes.size();
-        if (!Faulty)
+        if (!Faulty && !(boxes.back().Text.rfind("No response from PBX", 0) == 0 && CrowdedFor > 50 &&
+                         TheBook.Odd("the configuration takes more than 14 s among presses and events")))
             return Wrong("a message box: " + boxes.back().Text);
     }
     if (!Open || Spoilt != nullptr)

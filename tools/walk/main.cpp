@@ -141,7 +141,7 @@ Counts WalkSeeds(const Choices& choices, long job) {
         if (out.Fault.empty())
             continue;
         std::printf("seed %ld fails at action %ld: %s\n", seed, out.Actions, out.Fault.c_str());
-        if (++counts["F " + Walk::Kind(out.Fault)] == 1 && !choices.print) {
+        if (++counts["F " + Walk::Kind(out.Fault)] <= 3 && !choices.print) {
             Show("its last lines and events", out.Trail);
             Show("the fewest lines that fail so", Walk::Shrink(out));
             std::printf("---\n");

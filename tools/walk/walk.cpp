@@ -61,6 +61,7 @@ void Walker::OpenLine() {
     Phone = nullptr;
     Open = result == 0;
     Clean = Clean && Machine.set.calls.empty();
+    CrowdedFor = 0;
     if (!Open)
         Wrong("the line does not open");
     ++Out.Reopened;
@@ -113,6 +114,7 @@ void Walker::Advance(std::uint32_t milliseconds) {
     Out.Milliseconds += milliseconds;
     for (; milliseconds > TICK; milliseconds -= TICK) {  // what makes a later fault suspect may be over soon
         PlatformControl::Advance(TICK);
+        CrowdedFor += !Tick.ConfigReceived && (!Machine.card.waiting.empty() || FifoCount(LINK_FIFO) > 1);
         Watch();
     }
     PlatformControl::Advance(milliseconds);

@@ -86,6 +86,7 @@ private:
     const char* Spoilt = nullptr;   // why the line must be opened anew
     const char* Suspect = nullptr;  // why tables may come to be spoilt
     int SuspectFor = 0;             // actions
+    int CrowdedFor = 0;  // ticks, since the line was opened, that the set's configuration shared with other messages
     std::uint32_t ForwardedAt = 0;
     int ForwardedCall = INT_MAX;  // the set's last call when a service code was asked for
     std::set<int> Unseen;         // calls of the set that may have begun while it was keyed
@@ -191,6 +192,7 @@ private:
     bool Asked(DRV_REQUESTID request, LONG result);
     static void TakeOver(TapiCall* lost, TapiCall& call, LONG result);
     bool Sync(const std::string& name, LONG result);
+    long OnKey(int cref, bool (*test)(const SetCall&) = nullptr);
     bool MakeCall(Words& words);
     bool Forward(Words& words);
     bool SetUpTransfer(Words& words);
