@@ -13,6 +13,7 @@
 
 #include <algorithm>
 #include <cstring>
+#include <functional>
 
 namespace {
 
@@ -89,6 +90,44 @@ TEST_F(StartAndStop, ThreadThatDoesNotEndIsForgottenAfterThirtySeconds) {
     EXPECT_EQ(Process.SerialThread, nullptr);
     EXPECT_FALSE(StopRequest);
     PlatformControl::Advance(60'000);
+}
+
+DWORD WINAPI RunOnAThread(LPVOID what) {
+    (*static_cast<std::function<void()>*>(what))();
+    return 0;
+}
+
+TEST_F(StartAndStop, OpensAndStopsBesideAStopWaitForItsEnd) {
+    PlatformControl::KeepBoxesOpen(10'000);
+    const auto& port = PlatformControl::Port("COM1");
+    LONG reopened = -1;
+    std::function<void()> close = [&] { TSPI_lineClose(Line); }, closeAndOpen = [&] {
+        TSPI_lineClose(Line);
+        reopened = Open();
+    };
+    const auto beside = [&](std::function<void()>& other, const std::function<LONG()>& own) {
+        ASSERT_EQ(Open(), 0);
+        PlatformControl::Advance(7000);  // contact is lost: the thread ends only when its box is closed
+        const HANDLE thread = CreateThread(nullptr, 0, RunOnAThread, &other, 0, nullptr);
+        PlatformControl::Settle();
+        EXPECT_TRUE(Process.Stopping);
+        EXPECT_EQ(own(), 0);
+        EXPECT_EQ(WaitForSingleObject(thread, INFINITE), WAIT_OBJECT_0);
+        CloseHandle(thread);
+        PlatformControl::Settle();
+    };
+    beside(close, [&] { return Open(); });
+    EXPECT_TRUE(SerialThreadRuns()) << "not the one that was ending";
+    EXPECT_EQ(port.Opens, port.Closes + 1);
+    ASSERT_EQ(TSPI_lineClose(Line), 0);
+    for (const bool shutdown : {false, true}) {
+        beside(closeAndOpen, [&] { return shutdown ? TSPI_providerShutdown(0x20000, 4) : TSPI_lineClose(Line); });
+        EXPECT_EQ(reopened, 0);
+        EXPECT_EQ(port.Opens - port.Closes, SerialThreadRuns() ? 1 : 0) << "none runs that nobody can stop";
+        Initialise("COM1");
+        Process.OpenCount = 0;
+    }
+    EXPECT_FALSE(HeldTheMutex());
 }
 
 TEST_F(StartAndStop, SecondOpenStartsTheRecordsAnewUnderTheMutexWhileTicksRun) {

@@ -82,7 +82,7 @@ LONG StartInstead(int code, const ProviderStateRecord& provider, DRV_REQUESTID r
 
 LONG HandOn(int cref, int consultCref, int code, ProviderStateRecord& provider, DRV_REQUESTID request,
             const EntryTexts& texts) {
-    if (!SerialThreadRuns())
+    if (Process.Stopping || !SerialThreadRuns())
         return StartInstead(code, provider, request, texts.NoThread);
     if (Process.Starting > 0) {  // what it has not begun with would be forgotten
         const bool started = StartSerialThread() == 0;

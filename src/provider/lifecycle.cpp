@@ -92,6 +92,33 @@ void TakeBack(int holds) {
         WaitLineMutex();
 }
 
+// One thread at a time starts or stops the serial thread: a start beside a stop would be given a thread that ends, and the
+// handle that a second stop closes may be that of the next thread already.
+class Turn {
+    bool Taken;
+    static bool Take(DWORD milliseconds) {
+        return GotLineMutex(static_cast<LONG>(WaitForSingleObject(Process.TurnMutex, milliseconds)));
+    }
+
+public:
+    Turn() : Taken(Take(0)) {
+        if (Taken)
+            return;
+        const int holds = LetGo();  // a stop needs the line mutex to end
+        Taken = Take(STOP_WAIT_MS + MUTEX_WAIT_MS);
+        TakeBack(holds);
+    }
+    ~Turn() { End(); }
+    Turn(const Turn&) = delete;
+    Turn& operator=(const Turn&) = delete;
+    // False when the others take too long.
+    bool IsMine() const { return Taken; }
+    void End() {
+        if (std::exchange(Taken, false))
+            ReleaseMutex(Process.TurnMutex);
+    }
+};
+
 // Negotiations look at the device identifiers at any time, without the mutex: these are never anything else in between.
 void ClearProviderState(DWORD lineDeviceID, DWORD phoneDeviceID) {
     constexpr std::size_t behind = offsetof(ProviderStateRecord, ProviderHandle);
@@ -151,11 +178,13 @@ extern "C" BOOL WINAPI DllMain(HINSTANCE instance, DWORD reason, LPVOID processE
     switch (reason) {
     case DLL_PROCESS_ATTACH:
         Process.ModuleInstance = instance;
+        Process.TurnMutex = CreateMutexA(nullptr, FALSE, nullptr);
         DebugMutex = CreateMutexA(nullptr, FALSE, DEBUG_MUTEX);
         TraceMask = TraceInit(instance);
         break;
     case DLL_PROCESS_DETACH:
         Process.ModuleInstance = nullptr;
+        CloseAndForget(Process.TurnMutex);
         CloseAndForget(DebugMutex);
         if (processEnds == nullptr)  // else the run time may be half gone; every line is flushed already
             TraceClose();
@@ -213,7 +242,10 @@ bool SerialThreadRuns() {
 }
 
 LONG StartSerialThread() {
-    const bool held = EnterIfShared();  // an open and a request may both start it
+    Turn turn;  // an open and a request may both start it
+    if (!turn.IsMine())
+        return NO_DRIVER;
+    const bool held = EnterIfShared();
     const bool runs = SerialThreadRuns();
     if (runs && Process.Starting == 0) {
         if (!held)
@@ -235,6 +267,7 @@ LONG StartSerialThread() {
         }
         return result;
     }
+    turn.End();  // a stop need not wait until the port is open
     if (AwaitReady(held) != WAIT_OBJECT_0)
         return NO_DRIVER;
     WaitLineMutex();
@@ -242,6 +275,7 @@ LONG StartSerialThread() {
 }
 
 LONG StopSerialThread() {
+    const Turn turn;
     if (!SerialThreadRuns()) {
         CloseAndForget(Process.SerialReadyEvent);
         return 0;
@@ -352,6 +386,7 @@ LONG WINAPI TSPI_providerInit(DWORD dwTSPIVersion, DWORD dwPermanentProviderID, 
 
 LONG WINAPI TSPI_providerShutdown(DWORD dwTSPIVersion, DWORD dwPermanentProviderID) {
     Trace(TRACE_ENTRY, "Entering TSPI_providerShutdown(%lx %lx)", dwTSPIVersion, dwPermanentProviderID);
+    const Turn turn;  // whoever waits for it finds the line mutex gone, not about to go
     StopSerialThread();
     Process.RestartRequired = false;
     LetGo();  // held where a thread was stopped; it lives on if another process uses it too

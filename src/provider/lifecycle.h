@@ -13,10 +13,11 @@
 // Values that survive the zeroing of ProviderState.
 struct ProcessRecord {
     HINSTANCE ModuleInstance = nullptr;
-    HANDLE LineMutex = nullptr;         // null until first use
-    DWORD LineMutexHolder = 0;          // thread identifier; 0 = no thread of this process
-    int LineMutexDepth = 0;             // how often it has taken it
-    DWORD LineMutexSince = 0;           // when it took it first, ms
+    HANDLE LineMutex = nullptr;  // null until first use
+    DWORD LineMutexHolder = 0;   // thread identifier; 0 = no thread of this process
+    int LineMutexDepth = 0;      // how often it has taken it
+    DWORD LineMutexSince = 0;    // when it took it first, ms
+    HANDLE TurnMutex = nullptr;  // whose turn it is to start or stop the serial thread; lives as long as the library
     HANDLE SerialReadyEvent = nullptr;  // auto-reset, made anew by each thread start
     HANDLE SerialThread = nullptr;      // null while no serial thread runs
     int Starting = 0;                   // how many wait for its attempt to open the port
@@ -49,11 +50,11 @@ bool SerialThreadRuns();
 // Starts the serial thread and waits up to 20 s until its attempt to open the port is over. Gives 0 with the line mutex
 // held (also when a thread runs already), or LINEERR_NODRIVER without it (also while a forgotten thread lives). Whether
 // the port opened, its handle tells. A caller that holds the mutex already does not while it waits: the thread opens the
-// port under it.
+// port under it. Waits up to 50 s before that where another thread is stopping it, and LINEERR_NODRIVER if that is longer.
 LONG StartSerialThread();
 
 // Stops the serial thread, waiting up to 30 s without the line mutex; gives 0 with the mutex held, and leaves it as it
-// was when no thread runs.
+// was when no thread runs. Another thread's stop is waited for before.
 LONG StopSerialThread();
 
 // Takes the line mutex, waiting up to 20 s; creates it, owned, on first use. Gives 0, WAIT_ABANDONED (the caller then
