@@ -3,14 +3,15 @@
 #include "config/settings.h"
 #include "link/link_layer.h"
 #include "link/serial.h"
-#include "link/terminal.h"
 #include "link/tick.h"
 #include "platform/control.h"
 #include "platform/copy_text.h"
-#include "provider/lifecycle.h"
+#include "provider/process.h"
+#include "thread/tick.h"
 #include "trace/trace.h"
 #include "tracking/display.h"
 #include "tracking/model.h"
+#include "tracking/terminal.h"
 
 #include <benchmark/benchmark.h>
 

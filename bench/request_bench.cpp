@@ -1,5 +1,6 @@
 // What an application waits for: from the entry point of a request to the first byte at the port, from the set's answer
 // to the event, and a query. The whole provider is open on a port that swallows what is written, on the test's clock.
+#include "config/settings.h"
 #include "control/requests.h"
 #include "link/fifo.h"
 #include "link/link_layer.h"
@@ -8,9 +9,10 @@
 #include "platform/control.h"
 #include "platform/copy_text.h"
 #include "platform/text.h"
-#include "provider/events.h"
-#include "provider/lifecycle.h"
+#include "provider/process.h"
+#include "thread/tick.h"
 #include "trace/trace.h"
+#include "tracking/events.h"
 #include "tracking/model.h"
 
 #include <benchmark/benchmark.h>

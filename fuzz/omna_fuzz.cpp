@@ -2,15 +2,16 @@
 // and the payload. Each input begins with the answer to the device association, so that the dialogue runs.
 #include "start.h"
 
-#include "config/set_config.h"
+#include "config/set/set_config.h"
 #include "config/settings.h"
-#include "control/keys.h"
 #include "link/fifo.h"
+#include "link/keys.h"
 #include "link/link_layer.h"
 #include "link/omna.h"
 #include "link/tick.h"
-#include "provider/events.h"
 #include "provider/state.h"
+#include "thread/omna_messages.h"
+#include "tracking/events.h"
 #include "tracking/model.h"
 
 #include <cstring>

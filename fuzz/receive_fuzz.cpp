@@ -6,12 +6,12 @@
 #include "link/fifo.h"
 #include "link/link_layer.h"
 #include "link/serial.h"
-#include "link/terminal.h"
 #include "link/tick.h"
 #include "platform/control.h"
-#include "provider/events.h"
 #include "provider/state.h"
+#include "tracking/events.h"
 #include "tracking/model.h"
+#include "tracking/terminal.h"
 
 #include <algorithm>
 #include <array>

@@ -1,22 +1,22 @@
 #include "start.h"
 
 #include "config/char_patterns.h"
-#include "config/set_config.h"
+#include "config/set/set_config.h"
 #include "config/settings.h"
-#include "control/keys.h"
 #include "control/requests.h"
 #include "link/fifo.h"
+#include "link/keys.h"
 #include "link/link_layer.h"
 #include "link/serial.h"
-#include "link/terminal.h"
 #include "link/tick.h"
 #include "platform/control.h"
 #include "platform/copy_text.h"
 #include "platform/platform.h"
-#include "provider/events.h"
 #include "provider/state.h"
 #include "trace/trace.h"
+#include "tracking/events.h"
 #include "tracking/model.h"
+#include "tracking/terminal.h"
 
 #include <cstdio>
 #include <cstdlib>

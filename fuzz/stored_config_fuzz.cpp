@@ -5,13 +5,14 @@
 // locations, and "0", "1" and "2", three of them.
 #include "start.h"
 
+#include "config/set/set_config.h"
+#include "config/set/stored_config.h"
 #include "config/settings.h"
-#include "config/stored_config.h"
 #include "link/link_layer.h"
 #include "link/tick.h"
 #include "platform/platform.h"
-#include "provider/events.h"
 #include "provider/state.h"
+#include "tracking/events.h"
 #include "tracking/model.h"
 
 #include <algorithm>

@@ -1,5 +1,5 @@
 // The PBX's call-information events: which call they find, how they rewrite numbers, what they report in which order.
-#include "devices/call_info.h"
+#include "tracking/call_info.h"
 
 #include "support/tracked.h"
 

@@ -1,7 +1,9 @@
 // What the status queries tell of calls, address and line, and what they leave as the caller passed it.
 #include "devices/call_status.h"
 
+#include "config/settings.h"
 #include "devices/line.h"
+#include "provider/tapi.h"
 #include "support/buffer.h"
 #include "support/port.h"
 #include "support/requesting.h"

@@ -2,7 +2,7 @@
 #include "config/settings.h"
 #include "config/ui/resource.h"
 #include "config/ui/tuispi.h"
-#include "provider/lifecycle.h"
+#include "provider/process.h"
 #include "support/port.h"
 #include "support/service.h"
 

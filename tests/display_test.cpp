@@ -1,4 +1,5 @@
 // What the display says about calls: traces and events in their order. Active key 1, call 0 unless said otherwise.
+#include "config/settings.h"
 #include "support/requests.h"
 
 #include <cstring>

@@ -7,9 +7,10 @@
 #include "link/serial.h"
 #include "link/tick.h"
 #include "provider/event_log.h"
-#include "provider/lifecycle.h"
+#include "provider/process.h"
 #include "provider/state.h"
 #include "support/service.h"
+#include "thread/serial_thread.h"
 
 namespace {
 

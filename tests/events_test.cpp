@@ -1,6 +1,7 @@
 // What exactly goes to TAPI's callbacks, and in which order to the provider's own records.
-#include "provider/events.h"
+#include "tracking/events.h"
 
+#include "config/set/set_config.h"
 #include "config/settings.h"
 #include "control/make_call.h"
 #include "control/requests.h"

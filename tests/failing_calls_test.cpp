@@ -5,7 +5,7 @@
 #include "config/ui/resource.h"
 #include "config/ui/tuispi.h"
 #include "link/tick.h"
-#include "provider/lifecycle.h"
+#include "provider/process.h"
 #include "support/scenario.h"
 #include "trace/trace.h"
 

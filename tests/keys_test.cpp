@@ -1,8 +1,9 @@
 // What the set is told to press: bytes of single presses, Super Messages and their splitting, dial strings, module keys;
 // and which key a new call seizes.
-#include "control/keys.h"
+#include "link/keys.h"
 
 #include "config/settings.h"
+#include "control/free_keys.h"
 #include "support/queue.h"
 #include "support/tracked.h"
 #include "support/wire.h"

@@ -1,6 +1,6 @@
 // Start and stop of the provider where something stands in the way: a thread that has ended, one that does not end, a
 // line mutex of another process, a second open beside running ticks.
-#include "provider/lifecycle.h"
+#include "provider/process.h"
 
 #include "config/settings.h"
 #include "control/requests.h"
@@ -9,6 +9,7 @@
 #include "platform/text.h"
 #include "support/fixture.h"
 #include "support/port.h"
+#include "thread/serial_thread.h"
 #include "trace/trace.h"
 
 #include <algorithm>

@@ -1,10 +1,12 @@
 // The line's request entry points: in which order they test, what they hand on, and what stays written when they refuse.
 #include "devices/line_requests.h"
+#include "devices/provider.h"
 
 #include "link/serial.h"
 #include "platform/text.h"
 #include "support/port.h"
 #include "support/requesting.h"
+#include "thread/serial_thread.h"
 
 #include <cstring>
 #include <functional>

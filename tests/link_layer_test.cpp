@@ -1,14 +1,14 @@
 // The link: what each received frame is answered with, what waits and what goes out when, and that no byte stream,
 // however it is cut or bent, makes the receiver lose its place.
 #include "config/settings.h"
-#include "control/keys.h"
 #include "link/fifo.h"
+#include "link/keys.h"
 #include "link/omna.h"
 #include "link/serial.h"
-#include "link/terminal.h"
 #include "link/tick.h"
-#include "provider/events.h"
 #include "support/wire.h"
+#include "tracking/events.h"
+#include "tracking/terminal.h"
 
 #include <utility>
 

@@ -1,10 +1,11 @@
 // TAPI_OMNA: how a message becomes frames and frames a message again, sequence numbers, and the dispatch by code.
 #include "link/omna.h"
 
-#include "config/set_config.h"
+#include "config/set/set_config.h"
 #include "link/fifo.h"
 #include "link/tick.h"
 #include "support/wire.h"
+#include "thread/omna_messages.h"
 
 #include <utility>
 

@@ -1,12 +1,13 @@
 // The phone device: what it tells of the set's display and lamps, the presses it makes, and the edges of its callers'
 // buffers.
-#include "control/keys.h"
+#include "link/keys.h"
 #include "link/serial.h"
-#include "link/terminal.h"
 #include "platform/text.h"
 #include "support/buffer.h"
 #include "support/requesting.h"
 #include "support/service.h"
+#include "thread/serial_thread.h"
+#include "tracking/terminal.h"
 
 namespace {
 

@@ -3,9 +3,9 @@
 #include "config/settings.h"
 #include "link/serial.h"
 #include "link/tick.h"
-#include "provider/events.h"
-#include "provider/lifecycle.h"
+#include "provider/process.h"
 #include "support/scenario.h"
+#include "tracking/events.h"
 
 #include <tuple>
 

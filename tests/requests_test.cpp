@@ -2,11 +2,13 @@
 // and how each request ends.
 #include "control/requests.h"
 
+#include "config/settings.h"
 #include "control/digits.h"
 #include "control/make_call.h"
 #include "link/serial.h"
 #include "link/tick.h"
 #include "support/requests.h"
+#include "thread/tick.h"
 
 namespace {
 

@@ -5,9 +5,9 @@
 #include "link/serial.h"
 #include "link/tick.h"
 #include "platform/text.h"
-#include "provider/events.h"
 #include "support/scenario.h"
 #include "trace/trace.h"
+#include "tracking/events.h"
 
 #include <cstring>
 #include <tuple>

@@ -2,15 +2,17 @@
 // the test's.
 #include "link/serial.h"
 
-#include "control/keys.h"
+#include "config/settings.h"
 #include "control/requests.h"
 #include "link/fifo.h"
+#include "link/keys.h"
 #include "link/link_layer.h"
 #include "link/tick.h"
-#include "provider/events.h"
-#include "provider/lifecycle.h"
+#include "provider/process.h"
 #include "support/fixture.h"
 #include "support/port.h"
+#include "thread/serial_thread.h"
+#include "tracking/events.h"
 
 #include <cstring>
 

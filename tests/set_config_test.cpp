@@ -1,9 +1,9 @@
 // The configuration dialogue, message by message: what goes out, what is kept, what is saved.
-#include "config/set_config.h"
+#include "config/set/set_config.h"
 
 #include "config/settings.h"
-#include "control/keys.h"
 #include "link/fifo.h"
+#include "link/keys.h"
 #include "link/omna.h"
 #include "link/tick.h"
 #include "support/fixture.h"

@@ -2,6 +2,7 @@
 #include "config/settings.h"
 
 #include "support/fixture.h"
+#include "trace/dump.h"
 
 #include <cstring>
 #include <tuple>

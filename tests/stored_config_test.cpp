@@ -1,5 +1,5 @@
 // The load of the stored configuration: keys, texts, codes, switches; what is missing, too long or too much.
-#include "config/stored_config.h"
+#include "config/set/stored_config.h"
 
 #include "config/settings.h"
 #include "link/link_layer.h"

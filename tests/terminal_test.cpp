@@ -1,9 +1,9 @@
 // Terminal traffic: what each command of the PBX and each event of the set does to display, lamps, icons and digits.
-#include "link/terminal.h"
+#include "tracking/terminal.h"
 
 #include "config/char_patterns.h"
-#include "control/keys.h"
 #include "link/fifo.h"
+#include "link/keys.h"
 #include "support/wire.h"
 
 #include <cstring>

@@ -1,17 +1,18 @@
 // The tick: what each step does, in which order, and that "end" means end. Ticks are called directly; no thread runs.
 #include "link/tick.h"
 
-#include "config/set_config.h"
+#include "config/set/set_config.h"
 #include "config/settings.h"
 #include "control/requests.h"
 #include "link/fifo.h"
 #include "link/link_layer.h"
-#include "link/terminal.h"
-#include "provider/events.h"
-#include "provider/lifecycle.h"
+#include "provider/process.h"
 #include "support/fixture.h"
 #include "support/port.h"
+#include "thread/tick.h"
 #include "trace/trace.h"
+#include "tracking/events.h"
+#include "tracking/terminal.h"
 
 #include <cstring>
 #include <utility>

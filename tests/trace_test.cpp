@@ -1,8 +1,9 @@
 // The trace log: formats, mask, files, and what a process loses, cuts or leaves behind.
 #include "trace/trace.h"
 
+#include "config/settings.h"
 #include "platform/text.h"
-#include "provider/lifecycle.h"
+#include "provider/process.h"
 #include "support/fixture.h"
 
 #include <filesystem>

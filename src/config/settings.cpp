@@ -2,7 +2,7 @@
 
 #include "platform/copy_text.h"
 #include "platform/text.h"
-#include "provider/lifecycle.h"  // the mark that the port could not be read
+#include "provider/process.h"  // the mark that the port could not be read
 #include "trace/trace.h"
 
 #include <algorithm>
@@ -17,6 +17,7 @@ SettingsRecord Settings = [] {
     record.SupervService = 1;
     return record;
 }();
+DynamicConfigRecord DynamicConfig;
 
 namespace {
 
@@ -328,20 +329,13 @@ void LoadIniStrings(DWORD permanentProviderID) {
     }
 }
 
-void HexDump(std::span<char> output, std::span<const std::uint8_t> bytes) {
-    static constexpr char Digits[] = "0123456789ABCDEF";
-    if (output.empty())
-        return;
-    std::size_t position = 0;
-    for (const std::uint8_t value : bytes) {
-        if (position + 4 >= output.size()) {
-            output[position] = 0;
-            Trace(TRACE_CUT, "Tronquage chaine");
-            return;
-        }
-        output[position++] = Digits[value >> 4];
-        output[position++] = Digits[value & 15];
-        output[position++] = '.';
-    }
-    output[position] = 0;
+std::int32_t TraceInit(HINSTANCE) {
+    char text[256];
+    const Reading reading = RegRead(SECTION_DEBUG_MODE, "DebugOutput", text);
+    const long mask = std::strtol(text, nullptr, 10);
+    if (reading == Reading::Found && mask >= 0)
+        return static_cast<std::int32_t>(std::min<long>(mask, INT32_MAX));
+    if (reading != Reading::Failed)
+        RegWriteSetting(SECTION_DEBUG_MODE, "DebugOutput", "0");
+    return 0;
 }

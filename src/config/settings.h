@@ -73,6 +73,15 @@ struct SettingsRecord {
 };
 extern SettingsRecord Settings;
 
+// The state in which the provider starts, from the result of the last dynamic configuration in the registry.
+struct DynamicConfigRecord {
+    int LastActionState = 0;    // 0 no dynamic configuration ever, 1 the last one succeeded, 2 it did not
+    int WaitDynamicConfig = 1;  // 1: no calls before the dynamic configuration arrives
+    int StaticConfig = 0;       // 1: the stored configuration may be used at once
+    int WaitTraceMode = 0;      // 1: the tick must wait for the card's trace headers
+};
+extern DynamicConfigRecord DynamicConfig;
+
 // What became of a read. Empty, too long and of another type count as missing; failed says nothing about the value.
 enum class Reading { Found, Missing, Failed };
 // Reads a value into `buffer`, which holds an empty text unless it is found.
@@ -98,5 +107,5 @@ void ReadMaxDigitLocal();
 // The current telephony location's "OutsideAccess" (the digits for an outside line), "0" when there is none.
 void GetOutsideAccess(std::span<char, 20> buffer);
 
-// Writes bytes as two upper-case digits and a period each, terminated; stops, traced, four characters before the end.
-void HexDump(std::span<char> output, std::span<const std::uint8_t> bytes);
+// Reads the mask from the registry (Debug_Mode\DebugOutput); writes "0" back when there is none. Gives the mask.
+std::int32_t TraceInit(HINSTANCE instance);

@@ -1,12 +1,12 @@
 #include "control/call_keys.h"
 
 #include "config/settings.h"
-#include "control/keys.h"
+#include "link/keys.h"
 #include "platform/text.h"
-#include "provider/events.h"
 #include "provider/tapi.h"
 #include "trace/trace.h"
 #include "tracking/display.h"
+#include "tracking/events.h"
 #include "tracking/steps.h"
 
 namespace {

@@ -1,11 +1,12 @@
 #include "control/digits.h"
 
 #include "config/settings.h"
-#include "control/keys.h"
-#include "control/requests.h"
+#include "link/keys.h"
 #include "platform/text.h"
+#include "provider/tapi.h"
 #include "trace/trace.h"
 #include "tracking/display.h"
+#include "tracking/pending.h"
 #include "tracking/steps.h"
 
 namespace {

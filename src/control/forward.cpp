@@ -1,8 +1,10 @@
 #include "control/forward.h"
 
 #include "config/settings.h"
-#include "control/keys.h"
+#include "link/keys.h"
+#include "provider/tapi.h"
 #include "trace/trace.h"
+#include "tracking/pending.h"
 #include "tracking/steps.h"
 
 namespace {

@@ -4,8 +4,8 @@
 #pragma once
 
 #include "config/settings.h"
-#include "control/requests.h"
 #include "platform/platform.h"
+#include "tracking/pending.h"
 
 #include <array>
 

@@ -1,13 +1,15 @@
 #include "control/make_call.h"
 
 #include "config/settings.h"
-#include "control/keys.h"
-#include "control/requests.h"
+#include "control/free_keys.h"
+#include "link/keys.h"
 #include "link/link_layer.h"
 #include "link/serial.h"
 #include "link/tick.h"
 #include "platform/text.h"
+#include "provider/tapi.h"
 #include "trace/trace.h"
+#include "tracking/pending.h"
 #include "tracking/steps.h"
 
 namespace {

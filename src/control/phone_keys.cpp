@@ -1,10 +1,10 @@
 #include "control/phone_keys.h"
 
-#include "control/keys.h"
-#include "link/terminal.h"
+#include "link/keys.h"
 #include "provider/state.h"
 #include "provider/tapi.h"
 #include "tracking/model.h"
+#include "tracking/terminal.h"
 
 #include <cstddef>
 

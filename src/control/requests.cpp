@@ -1,5 +1,6 @@
 #include "control/requests.h"
 
+#include "config/settings.h"
 #include "control/call_keys.h"
 #include "control/digits.h"
 #include "control/forward.h"
@@ -7,36 +8,18 @@
 #include "control/phone_keys.h"
 #include "control/transfer.h"
 #include "link/tick.h"
-#include "provider/events.h"
+#include "provider/tapi.h"
 #include "trace/trace.h"
+#include "tracking/events.h"
 #include "tracking/model.h"
+#include "tracking/pending.h"
 
 #include <algorithm>
 #include <iterator>
-#include <utility>
-
-RunningRequestRecord RunningRequest;
-RequestMarks Marks;
 
 namespace {
 
-// Ticks of 100 ms. A press shows within seconds, the Transfer key of a blind transfer when its destination rings, on a
-// public network too; a caller rings for a few minutes at most.
-constexpr int PRESSED_LIMIT = 600;
-constexpr int WAITING_LIMIT = 3000;
-
 using Request = const ProviderStateRecord&;
-
-// A make call that was put off ends without having been made.
-void TellNotMade(CrefMark putOff) {
-    if (!putOff.Set || !IsCref(putOff.Cref))
-        return;
-    CallRecord& call = CallTable[static_cast<std::size_t>(putOff.Cref)];
-    if (call.touch == 0)  // else a call at dial tone lives on in it
-        call.state = LINECALLSTATE_IDLE;
-    DoLineEvent(LINE_CALLSTATE, LINECALLSTATE_DISCONNECTED, LINEDISCONNECTMODE_NORMAL, putOff.Cref);
-    DoLineEvent(LINE_CALLSTATE, LINECALLSTATE_IDLE, 0, putOff.Cref);
-}
 
 // lineMakeCall and lineDial.
 LONG MakeCall(int cref, RequestCode code) {
@@ -47,7 +30,7 @@ LONG MakeCall(int cref, RequestCode code) {
     }
     if (DynamicConfig.StaticConfig == 1) {  // the received configuration is still to come: the tick makes the call then
         // This one takes its place, before TAPI is told of it: from within that it may ask for another call.
-        TellNotMade(std::exchange(Marks.DeferredMakeCall, {true, cref}));
+        GiveUpDeferredMakeCall({true, cref});
         Trace(TRACE_ENTRY, "dial makecall STATIC_CONFIG crefRequestMakeCall %lx", cref);
         return 0;
     }
@@ -138,25 +121,6 @@ LONG Finish(End ends, LONG result, DRV_REQUESTID request, ProviderStateRecord& p
 }
 
 }  // namespace
-
-void WatchRunningRequest() {
-    if (RunningRequest.Code == REQUEST_NONE ||
-        ++RunningRequest.Ticks < (RunningRequest.Pressed ? PRESSED_LIMIT : WAITING_LIMIT))
-        return;
-    Trace(TRACE_ALWAYS, "Request %d Running cref %04x: nothing shown after %d ticks => LINE_REPLY failed",
-          RunningRequest.Code, RunningRequest.Cref, RunningRequest.Ticks);
-    if (RunningRequest.Code == REQUEST_DROP)
-        Tracking.SecondCallDropReq = 0;  // else the end of the held call would be taken for that of the other
-    FailPendingRequest();
-}
-
-bool IsPutOff(int cref) {
-    return Marks.DeferredMakeCall.Set && Marks.DeferredMakeCall.Cref == cref;
-}
-
-void GiveUpDeferredMakeCall() {
-    TellNotMade(std::exchange(Marks.DeferredMakeCall, {}));
-}
 
 LONG DispatchRequest(int code, ProviderStateRecord& provider) {
     if (Tick.SpStopped)

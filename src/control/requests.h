@@ -1,69 +1,9 @@
-// Requests of applications: the dispatcher that runs a request's handler and decides how the request ends, the request
-// that is still running, and the marks by which requests leave work for the tick. Under the line mutex.
+// Requests of applications: the dispatcher that runs a request's handler and decides how the request ends. Under the line
+// mutex.
 #pragma once
 
 #include "provider/state.h"
-#include "provider/tapi.h"
-
-// What the entry points ask for. The numbers appear in traces.
-enum RequestCode : int {
-    REQUEST_NONE = 0,
-    REQUEST_MAKE_CALL = 1,
-    REQUEST_DIAL = 2,
-    REQUEST_DROP = 3,
-    REQUEST_ANSWER = 5,
-    REQUEST_TRANSFER = 6,
-    REQUEST_BLIND_TRANSFER = 7,
-    REQUEST_HOLD = 8,
-    REQUEST_UNHOLD = 9,
-    REQUEST_GENERATE_DIGITS = 10,
-    REQUEST_CONFERENCE = 11,
-    REQUEST_FORWARD_UNCOND = 12,
-    REQUEST_FORWARD_CANCEL = 13,
-    REQUEST_FORWARD_BUSY = 15,
-    REQUEST_FORWARD_NOANSWER = 16,
-    REQUEST_FORWARD_BUSYNA = 17,
-    REQUEST_PICKUP = 18,
-    REQUEST_SETUP_TRANSFER = 19,
-    REQUEST_PHONE_DISPLAY = 20,
-    REQUEST_PHONE_BUTTON = 21,
-};
-
-// The request that completes later, when the set shows its effect.
-struct RunningRequestRecord {
-    int Code = REQUEST_NONE;
-    int Cref = -1;
-    int ConsultCref = -1;  // second call of a transfer; of a blind one -1 until the set shows it
-    bool Pressed = true;   // false: a drop that waits for its call to end by itself
-    int Ticks = 0;
-};
-extern RunningRequestRecord RunningRequest;
-// Counts its time, at every tick. One that the set does not answer (a lost press) fails when that is over: all other
-// requests wait for it.
-void WatchRunningRequest();
-
-struct CrefMark {
-    bool Set = false;
-    int Cref = -1;
-};
-struct CountMark {
-    bool Set = false;
-    int Ticks = 0;
-};
-// Start anew with every serial thread; the make call that was put off is given up before.
-struct RequestMarks {
-    CrefMark DeferredMakeCall;  // accepted under the stored configuration, before the received one was usable
-    CrefMark MakeCallReport;    // a made call whose states are still to be reported
-    CountMark MakeCallWatch;    // a made call must light its key within 20 ticks
-    CountMark FvTimer;          // soft-key press due after generated digits
-};
-extern RequestMarks Marks;
-
-// The make call that was put off is the one of this record.
-bool IsPutOff(int cref);
-// The make call that was put off will not be made: its application, told that it was accepted, is told DISCONNECTED and
-// IDLE. Nothing when none was put off.
-void GiveUpDeferredMakeCall();
+#include "tracking/pending.h"  // RequestCode
 
 // Carries out a request whose arguments, identifier included, stand in `provider`. Gives what the entry point answers: the
 // identifier of an asynchronous request, whose completion may have been sent already; 0; or a LINEERR_ value.

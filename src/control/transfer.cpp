@@ -1,14 +1,16 @@
 #include "control/transfer.h"
 
 #include "config/settings.h"
-#include "control/keys.h"
-#include "control/requests.h"
+#include "control/free_keys.h"
+#include "link/keys.h"
 #include "link/link_layer.h"  // whether presses travel together: traced
 #include "platform/text.h"
-#include "provider/events.h"
+#include "provider/tapi.h"
 #include "trace/trace.h"
 #include "tracking/counts.h"
 #include "tracking/display.h"
+#include "tracking/events.h"
+#include "tracking/pending.h"
 #include "tracking/steps.h"
 
 namespace {

@@ -5,9 +5,9 @@
 #include "devices/entry.h"
 #include "devices/line.h"
 #include "link/serial.h"
-#include "provider/events.h"
 #include "trace/trace.h"
 #include "tracking/counts.h"
+#include "tracking/events.h"
 #include "tracking/steps.h"
 
 #include <algorithm>

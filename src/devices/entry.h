@@ -1,7 +1,8 @@
 // What the entry points of line and phone share: their ends, callers' texts and structures.
 #pragma once
 
-#include "provider/lifecycle.h"
+#include "platform/copy_text.h"
+#include "provider/process.h"
 #include "provider/state.h"
 #include "provider/tapi.h"
 
@@ -22,10 +23,6 @@ inline std::uintptr_t Address(const void* text) {
 
 inline void CopyBytes(void* structure, DWORD offset, const void* from, DWORD size) {
     std::memcpy(static_cast<std::byte*>(structure) + offset, from, size);
-}
-
-inline bool Filled(const char* text) {
-    return text[0] != 0;
 }
 
 // Bytes that a text takes in a structure once it is wide, terminator included.

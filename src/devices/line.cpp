@@ -1,8 +1,10 @@
 #include "devices/line.h"
 
 #include "devices/entry.h"
+#include "devices/provider.h"
 #include "link/serial.h"
 #include "platform/text.h"
+#include "thread/serial_thread.h"
 #include "trace/trace.h"
 #include "tracking/model.h"
 

@@ -3,7 +3,7 @@
 #pragma once
 
 #include "platform/platform.h"
-#include "provider/lifecycle.h"
+#include "provider/process.h"
 
 #include <cstdint>
 

@@ -7,8 +7,9 @@
 #include "devices/entry.h"
 #include "devices/line.h"
 #include "platform/copy_text.h"
-#include "provider/events.h"
+#include "thread/serial_thread.h"
 #include "trace/trace.h"
+#include "tracking/events.h"
 #include "tracking/steps.h"
 
 #include <algorithm>

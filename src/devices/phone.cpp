@@ -1,14 +1,15 @@
 // The phone device: the same set seen as a terminal. Its display and lamps can be read, its buttons pressed, its hook
 // switched; everything else of the interface is accepted and does nothing. It shares the serial thread with the line:
 // closing either stops it for both. Requests of the phone are synchronous and carry no identifier.
-#include "control/keys.h"
 #include "control/requests.h"
 #include "devices/entry.h"
 #include "devices/line.h"
 #include "devices/line_requests.h"
-#include "link/terminal.h"
+#include "link/keys.h"
+#include "thread/serial_thread.h"
 #include "trace/trace.h"
 #include "tracking/model.h"
+#include "tracking/terminal.h"
 
 #include <atomic>
 #include <cstddef>

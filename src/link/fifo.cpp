@@ -1,9 +1,7 @@
 #include "link/fifo.h"
 
 #include "link/link_layer.h"
-#include "platform/platform.h"
 #include "provider/error_box.h"
-#include "provider/lifecycle.h"
 
 #include <algorithm>
 #include <array>

@@ -1,19 +1,18 @@
 #include "link/link_layer.h"
 
 #include "config/settings.h"
-#include "control/keys.h"
 #include "link/fifo.h"
+#include "link/keys.h"
 #include "link/omna.h"
 #include "link/port_io.h"
 #include "link/serial.h"
-#include "link/terminal.h"
 #include "link/tick.h"
+#include "link/up.h"
 #include "platform/text.h"
 #include "provider/event_log.h"
-#include "provider/events.h"
 #include "provider/state.h"
+#include "trace/dump.h"
 #include "trace/trace.h"
-#include "tracking/model.h"
 
 #include <algorithm>
 #include <cstdlib>
@@ -243,7 +242,7 @@ void Type0E(Bytes message, bool acknowledge) {
 void Omna(Bytes message, bool acknowledge) {
     AcknowledgeOnly(message, acknowledge);
     if (Link.ProcessData)
-        DispatchOmnaMsg(message.subspan(1));
+        Up.OmnaMessage(message.subspan(1));
 }
 
 void AnswerAlive(Bytes message, bool acknowledge) {
@@ -262,7 +261,7 @@ void SystemTrace(Bytes message, bool acknowledge) {
     LinkProven();
     AcknowledgeOnly(message, acknowledge);
     if (Link.ProcessData)
-        DecodeSuperMessage(message.subspan(1), 0, 255);
+        Up.Command(message.subspan(1), 0, 255);
 }
 
 void VtaTrace(Bytes message, bool acknowledge) {
@@ -275,7 +274,7 @@ void VtaTrace(Bytes message, bool acknowledge) {
     AcknowledgeOnly(message, acknowledge);
     const Bytes event = message.subspan(1);
     if (Link.ProcessData && (ByteAt(event, 0) & 0x7F) != IGNORED_COMMAND)
-        DecodeTerminalEvent(event, 0, 255);
+        Up.TerminalEvent(event, 0, 255);
 }
 
 // A module's frames carry its address in front of the command.
@@ -286,7 +285,7 @@ void SystemToOption(Bytes message, bool acknowledge) {
     Trace(TRACE_ENTRY, "RX: System to Option Trace Header(address %x) OP %x", first, command);
     const int address = first & 7;
     if ((command == 'F' || command == 'G') && FindAomByAddress(address) != nullptr && Link.ProcessData)
-        DecodeSuperMessage(message.subspan(2), 1, address);
+        Up.Command(message.subspan(2), 1, address);
 }
 
 void OptionToSystem(Bytes message, bool acknowledge) {
@@ -296,7 +295,7 @@ void OptionToSystem(Bytes message, bool acknowledge) {
     const std::uint8_t command = ByteAt(message, 2);
     Trace(TRACE_ENTRY, "RX: Option to System Trace Header(address %x) OP %x", address, command);
     if (command == ' ' && FindAomByAddress(address) != nullptr && Link.ProcessData)
-        DecodeTerminalEvent(message.subspan(2), 1, address);
+        Up.TerminalEvent(message.subspan(2), 1, address);
 }
 
 using FrameHandler = void (*)(Bytes message, bool acknowledge);
@@ -461,13 +460,7 @@ void RestartAfterLostContact() {
     QueueZTMsg(Serial.Port, POLL_FRAME);
     QueueZTMsg(Serial.Port, SPECIAL_FUNCTION_FRAME);
     QueueZTMsg(Serial.Port, CONFIG_ENQUIRY_FRAME);
-    for (int cref = 0; cref < CALL_COUNT; ++cref) {
-        const DWORD state = CallTable[static_cast<std::size_t>(cref)].state;
-        if (state == 0 || state == LINECALLSTATE_IDLE)
-            continue;
-        Trace(TRACE_ALWAYS, "Çontact rompu avec le subdevice -> Redemarrage"_cp1252);
-        DoLineEvent(LINE_CALLSTATE, LINECALLSTATE_IDLE, 0, cref);
-    }
+    Up.CallsLost();
 }
 
 // The card asks for a restart somewhere in the read: nothing else in it counts.
@@ -565,18 +558,6 @@ void SendDirect(HANDLE port, Bytes frame) {
 
 void SetChecksum(std::span<std::uint8_t> frame) {
     frame.back() = static_cast<std::uint8_t>(-Sum(frame.first(frame.size() - 1)));
-}
-
-bool DumpIsTraced(std::uint32_t level) {
-    return level == TRACE_ALWAYS || (static_cast<std::uint32_t>(TraceMask) & (level | TRACE_CUT)) != 0;
-}
-
-void TraceDump(std::uint32_t level, const char* format, std::span<const std::uint8_t> bytes) {
-    if (!DumpIsTraced(level))
-        return;
-    char text[DUMP_SIZE];
-    HexDump(text, bytes);
-    Trace(level, format, static_cast<const char*>(text));
 }
 
 void ResetReceiver() {

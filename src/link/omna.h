@@ -1,5 +1,5 @@
 // TAPI_OMNA, the PBX's CTI message set: the envelope of a message, its sequence number, the frames that carry it (one of
-// type 0x12, or 16-byte segments in frames of type 0x0C), reassembly, and the dispatch by code.
+// type 0x12, or 16-byte segments in frames of type 0x0C), and reassembly.
 //
 //   byte 0 zero · 1 length with header · 2 version · 3 class · 4 code · 5 sequence number · 6.. payload
 #pragma once
@@ -51,4 +51,3 @@ void SendOmnaRequest(OmnaCode code, std::span<const std::uint8_t> payload);
 void ResetOmnaLink();
 // A segment frame from its type byte 0x0C up to, not including, its checksum; answers it when the flag is set.
 void RebuildSegment(std::span<const std::uint8_t> frame, bool acknowledge);
-void DispatchOmnaMsg(std::span<const std::uint8_t> message);

@@ -154,3 +154,12 @@ int ReadPort(HANDLE port, std::span<std::uint8_t> room) {
     ReadOpen = ReadTaken < got;
     return taken == 0 && !whole && !ReadOpen ? -1 : static_cast<int>(taken);
 }
+
+int CheckSerialError(HANDLE port) {
+    if (port == INVALID_HANDLE_VALUE)
+        return -1;
+    DWORD errors = 0;
+    COMSTAT status{};
+    ClearCommError(port, &errors, &status);
+    return 0;
+}

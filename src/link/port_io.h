@@ -31,3 +31,6 @@ void FlushWrites(HANDLE port);
 // Reads what has arrived, as much as there is room for. Gives the number of bytes, 0 also when a read is not over yet (the
 // next call looks at it again), or -1 on a failure.
 int ReadPort(HANDLE port, std::span<std::uint8_t> room);
+
+// Clears the port's error state. Gives 0, or -1 for an invalid handle.
+int CheckSerialError(HANDLE port);

@@ -1,21 +1,14 @@
 #include "link/serial.h"
 
-#include "config/settings.h"
-#include "control/keys.h"
-#include "control/requests.h"
 #include "link/fifo.h"
 #include "link/link_layer.h"
 #include "link/port_io.h"
 #include "link/tick.h"
-#include "platform/text.h"
-#include "provider/error_box.h"
+#include "link/up.h"
 #include "provider/event_log.h"
-#include "provider/events.h"
-#include "provider/lifecycle.h"
+#include "provider/state.h"
 #include "trace/trace.h"
-#include "tracking/model.h"
 
-#include <algorithm>
 #include <cstring>
 #include <utility>
 
@@ -23,20 +16,12 @@ SerialState Serial;
 
 namespace {
 
-void ResetThreadState() {
-    Serial = SerialState{};
-    Link = LinkState{};
-    Tick = TickState{};
-    Marks = RequestMarks{};
-    RunningRequest = RunningRequestRecord{};
-    Tracking = TrackingState{};
-    DynamicConfig.WaitDynamicConfig = 1;  // StaticConfig stays: only a complete dialogue ends it
-    DynamicConfig.WaitTraceMode = 0;
-    AomTable = {};
-    AomCount = 0;
-    SortAomModules();
-    FifoReset();
-    ReadLastAction();
+// A decimal number; other characters are not rejected, an empty text gives 0.
+std::uint32_t DigitsToNumber(const char* text) {
+    std::uint32_t value = 0;
+    for (; *text != 0; ++text)
+        value = value * 10 + static_cast<std::uint32_t>(*text - '0');
+    return value;
 }
 
 // The fields that the link needs; all others stay as the system reports them.
@@ -106,96 +91,7 @@ bool IsComPort(const char* name) {
     return std::strstr(name, "COM") != nullptr;
 }
 
-// Tells TAPI's pending request and the user why the port did not open.
-DWORD ReportOpenFailure(DWORD error) {
-    struct Report {
-        DWORD Error;
-        LONG Completion;
-        const char* Text;
-    };
-    static constexpr Report Reports[] = {
-        {ERROR_ACCESS_DENIED, static_cast<LONG>(LINEERR_ALLOCATED),
-         "Serial Port conflict - Check it and try again\n\nAccess denied"},
-        {1119, static_cast<LONG>(LINEERR_ALLOCATED), "Serial Port conflict - Check it and try again\n\nIrq Busy"},
-    };
-    static constexpr Report Other = {0, static_cast<LONG>(LINEERR_OPERATIONFAILED),
-                                     "Serial Port Problem - Check it and try again \n\nAccess Failed"};
-    const Report* found = std::find_if(std::begin(Reports), std::end(Reports),
-                                       [&](const Report& report) { return report.Error == error; });
-    const Report& report = found == std::end(Reports) ? Other : *found;
-    const bool held = EnterIfShared();
-    const DWORD completed = SendCompletion(ProviderState, report.Completion);
-    LogPortFailure(ProviderState.PortName, error);
-    LeaveIfShared(held);
-    ErrorBox(report.Text);
-    return completed;
-}
-
-// The thread has ended its loop unasked: nothing is received any more. TAPI is told, and no request waits for the set.
-void ReportEndedLoop() {
-    const bool held = GotLineMutex(WaitLineMutex());
-    if (!held)
-        return;
-    if (SerialThreadLife == ThreadLife::Serves && !StopRequest) {
-        Trace(TRACE_ALWAYS, "Serial Thread: no more messages");
-        ProviderState.DeviceState = DEVICE_OUT_OF_SERVICE;
-        AllCallReset();
-        FailPendingRequest();
-        DoLineEvent(LINE_CLOSE, 0, 0, -1);
-    }
-    ReleaseLineMutex(0);
-}
-
-DWORD ServePort(HANDLE ready) {
-    bool held = EnterIfShared();
-    ResetThreadState();
-    if (Serial.Port == INVALID_HANDLE_VALUE) {
-        const char* name = ProviderState.PortName;
-        if (std::strlen(name) != 4 || name[3] < '1' || name[3] > '4') {
-            LogEvent(EVENT_NO_PORT, name);
-            LeaveIfShared(held);
-            return 0;
-        }
-        Serial.PortDigit = name[3];
-        SerialOpenComms(name, ProviderState.SpeedText);
-        const DWORD error = GetLastError();  // before a trace line touches it
-        Trace(TRACE_ENTRY, "Tentative d'ouverture du port - hcd:%x", Serial.Port);
-        if (Serial.Port == INVALID_HANDLE_VALUE) {
-            Serial.PortFailed = true;
-            ProviderState.DeviceState = DEVICE_OUT_OF_SERVICE;
-            Trace(TRACE_ALWAYS, "LastError %ld", error);
-            LeaveIfShared(held);
-            SetEvent(ready);
-            return ReportOpenFailure(error);
-        }
-    }
-    LeaveIfShared(held);
-    SetEvent(ready);
-
-    MSG message{};
-    while (!StopRequest && SerialThreadLife == ThreadLife::Serves && GetMessageA(&message, nullptr, 0, 0) > 0) {
-        TranslateMessage(&message);
-        DispatchMessageA(&message);
-    }
-
-    if (!StopRequest && SerialThreadLife == ThreadLife::Serves)
-        ReportEndedLoop();
-    held = EnterIfShared();
-    Trace(TRACE_ALWAYS, " Serial Thread after main loop hcd %lx", Serial.Port);
-    FifoClear(LINK_FIFO);
-    SerialCloseComms();
-    Trace(TRACE_ALWAYS, "Final return Serial Thread hcd %lx", Serial.Port);
-    LeaveIfShared(held);
-    return 0;
-}
-
 }  // namespace
-
-DWORD WINAPI SerialThreadBody(LPVOID ready) {
-    const DWORD result = ServePort(ready);
-    SerialThreadLife = ThreadLife::None;
-    return result;
-}
 
 HANDLE SerialOpenComms(const char* name, const char* speed) {
     Trace(TRACE_ENTRY, "SerialOpenComms (%s,%s)", name, speed);
@@ -257,8 +153,6 @@ void ResetComPort(int reason) {
 }
 
 void Reconnect() {
-    Trace(TRACE_ALWAYS, "Perte de connexion - Tentative de redemarrage");
-    AllCallReset();
     FifoClear(LINK_FIFO);
     Link.LinkIdleTicks = 0;
     if (!Tick.ConfigReceived)
@@ -283,28 +177,6 @@ void Reconnect() {
 bool SerialStartTimer() {
     Trace(TRACE_ALWAYS, "SerialStartTimer");
     if (Serial.Timer == 0)
-        Serial.Timer = SetTimer(nullptr, 0, TICK_MS, SerialTick);
+        Serial.Timer = SetTimer(nullptr, 0, TICK_MS, Up.Tick);
     return Serial.Timer != 0;
-}
-
-int HardwareProblemBox(bool& held) {
-    Trace(TRACE_ALWAYS, "V24 trouble hinst %lx", Process.ModuleInstance);
-    MessageBeep(MB_ICONHAND);
-    ReleaseLineMutex(0);
-    const int result = ErrorBox("Hardware Problem - Please check:\n\n - the cable,\n - the PC serial port,\n"
-                                " - the VXC card.\n\nTrying to restart ... Click Ok to abort");
-    held = GotLineMutex(WaitLineMutex());
-    Trace(TRACE_ALWAYS, "MessageBox returns %lx IDOK %lx IDHELP %lx", result, IDOK, IDHELP);
-    return 0;
-}
-
-int NoConfigurationBox(bool& held) {
-    Trace(TRACE_ALWAYS, "Dynamic Config not received - SP stopped");
-    MessageBeep(MB_ICONHAND);
-    ReleaseLineMutex(0);
-    ErrorBox("No response from PBX !\nThe Corvane Service Provider cannot run...\n\n- Check your PBX version.\n"
-             " - Check your VXC setup.");
-    held = GotLineMutex(WaitLineMutex());
-    Trace(TRACE_ALWAYS, "Dynamic Config not received DialogBox return %ld", 0);
-    return 0;
 }

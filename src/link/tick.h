@@ -1,8 +1,5 @@
-// The tick: every 100 ms, on the serial thread, under the line mutex. It supervises link and configuration, carries out
-// what other rooms left for it, reads the port and kicks the transmitter.
+// What the tick counts, and what the rooms leave for it and ask of it. The tick itself stands in thread/tick.
 #pragma once
-
-#include "platform/platform.h"
 
 #include <array>
 #include <cstdint>
@@ -20,6 +17,4 @@ struct TickState {
     std::array<std::uint8_t, 1024> ReadBuffer{};
     int Kept = 0;  // bytes of ReadBuffer kept from the previous read
 };
-extern TickState Tick;
-
-void CALLBACK SerialTick(HWND, UINT, UINT_PTR, DWORD);
+inline TickState Tick;

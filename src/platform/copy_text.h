@@ -14,3 +14,7 @@ inline void CopyText(char* field, std::size_t size, const char* text) {
 template <std::size_t N> void CopyText(char (&field)[N], const char* text) {
     CopyText(field, N, text);
 }
+
+inline bool Filled(const char* text) {
+    return text[0] != 0;
+}

@@ -2,7 +2,7 @@
 
 #include "platform/copy_text.h"
 #include "provider/event_log.h"
-#include "provider/lifecycle.h"
+#include "provider/process.h"
 
 #include <algorithm>
 #include <array>

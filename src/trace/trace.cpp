@@ -1,6 +1,5 @@
 #include "trace/trace.h"
 
-#include "config/settings.h"
 #include "platform/text.h"
 
 #include <algorithm>
@@ -294,15 +293,4 @@ void TraceClose() {
     if (TraceLog.File != nullptr)
         std::fclose(TraceLog.File);
     TraceLog = TraceRecord{};
-}
-
-std::int32_t TraceInit(HINSTANCE) {
-    char text[256];
-    const Reading reading = RegRead(SECTION_DEBUG_MODE, "DebugOutput", text);
-    const long mask = std::strtol(text, nullptr, 10);
-    if (reading == Reading::Found && mask >= 0)
-        return static_cast<std::int32_t>(std::min<long>(mask, INT32_MAX));
-    if (reading != Reading::Failed)
-        RegWriteSetting(SECTION_DEBUG_MODE, "DebugOutput", "0");
-    return 0;
 }

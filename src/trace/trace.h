@@ -84,9 +84,6 @@ struct TraceRecord {
 };
 extern TraceRecord TraceLog;
 
-// Reads the mask from the registry (Debug_Mode\DebugOutput); writes "0" back when there is none. Gives the mask.
-std::int32_t TraceInit(HINSTANCE instance);
-
 // Closes the current file and starts the record anew. For an unloaded library only: its file, left open, would keep the
 // library's next load in the same process from renaming it.
 void TraceClose();

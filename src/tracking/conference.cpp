@@ -1,9 +1,9 @@
 #include "tracking/conference.h"
 
-#include "link/terminal.h"  // the raw line 0, where the parties' texts stand
 #include "platform/text.h"
 #include "trace/trace.h"
 #include "tracking/steps.h"
+#include "tracking/terminal.h"  // the raw line 0, where the parties' texts stand
 
 #include <cstring>
 #include <string_view>

@@ -1,13 +1,14 @@
 #include "tracking/display.h"
 
 #include "config/settings.h"
-#include "control/requests.h"
-#include "link/terminal.h"
+#include "link/keys.h"
 #include "platform/copy_text.h"
 #include "platform/text.h"
 #include "trace/trace.h"
 #include "tracking/conference.h"
+#include "tracking/pending.h"
 #include "tracking/steps.h"
+#include "tracking/terminal.h"
 
 #include <cstring>
 #include <utility>

@@ -1,9 +1,10 @@
 #include "tracking/model.h"
 
-#include "control/requests.h"  // calls that requests wait for
-#include "link/terminal.h"     // the display buffer, which DisplayLine converts
+#include "platform/text.h"
 #include "trace/trace.h"
+#include "tracking/pending.h"
 #include "tracking/steps.h"
+#include "tracking/terminal.h"  // the display buffer, which DisplayLine converts
 
 #include <algorithm>
 #include <cstring>
@@ -118,6 +119,13 @@ int SearchState(int key, DWORD state) {
     case TOUCH_SECR_DEBORD: return stands(0);
     default: Trace(TRACE_ALWAYS, "SearchState - La Touche %d n'est pas multiligne ni pat/sec!", key); return -1;
     }
+}
+
+int FindCallByState(DWORD state) {
+    for (int cref = 0; cref < CALL_COUNT; ++cref)
+        if (CallTable[static_cast<std::size_t>(cref)].state == state)
+            return cref;
+    return -1;
 }
 
 int CallOnKey(int key) {
@@ -271,6 +279,16 @@ void AllCallReset() {
     }
     CompleteRunningDrop(CONF_CREF);  // its IDLE is not reported
     GiveUpDeferredMakeCall();
+}
+
+void ReportCallsLost() {
+    for (int cref = 0; cref < CALL_COUNT; ++cref) {
+        const DWORD state = CallTable[static_cast<std::size_t>(cref)].state;
+        if (state == 0 || state == LINECALLSTATE_IDLE)
+            continue;
+        Trace(TRACE_ALWAYS, "Çontact rompu avec le subdevice -> Redemarrage"_cp1252);
+        DoLineEvent(LINE_CALLSTATE, LINECALLSTATE_IDLE, 0, cref);
+    }
 }
 
 const char* CommandName(int code) {

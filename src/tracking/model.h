@@ -127,6 +127,8 @@ int AllocCallRecord(DWORD state, int key);
 void ResetCallRecord(int cref);
 // The cref standing on the key in this state, slot 0 first; -1 when there is none.
 int SearchState(int key, DWORD state);
+// The first cref 0 to 19 whose state is this LINECALLSTATE_, or -1.
+int FindCallByState(DWORD state);
 // The cref in slot 0, or in slot 1 when slot 0 is empty; -1 when both are.
 int CallOnKey(int key);
 // Empties the key's slot that holds the cref, if one does.
@@ -140,6 +142,9 @@ void NewState(int cref, int key, DWORD state);
 void ConferenceReset();
 // Every live call is reported IDLE, a make call that was put off is given up; records and markers are emptied, multi-line keys are idle and carry no calls.
 void AllCallReset();
+
+// Tells TAPI that every live call is idle; the records stay as they are.
+void ReportCallsLost();
 
 // The name by which traces print an icon code (0 to 15); empty for code 0, and for any other.
 const char* CommandName(int code);

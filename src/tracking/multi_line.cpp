@@ -1,10 +1,10 @@
 #include "tracking/multi_line.h"
 
 #include "config/settings.h"
-#include "control/requests.h"
 #include "platform/text.h"
 #include "trace/trace.h"
 #include "tracking/conference.h"
+#include "tracking/pending.h"
 #include "tracking/steps.h"
 #include "tracking/supervision.h"
 

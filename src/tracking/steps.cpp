@@ -1,7 +1,7 @@
 #include "tracking/steps.h"
 
-#include "control/requests.h"  // the transfer under way ends here
 #include "trace/trace.h"
+#include "tracking/pending.h"
 
 #include <utility>
 
@@ -20,6 +20,14 @@ void LeaveKey(int to, int cref) {
     TouchOf(from).icon = IDLE_ICON;  // what the set shows there now ends nothing any more
     if (Tracking.ActivCallTouch == from)
         Tracking.ActivCallTouch = 0;
+}
+
+// Ends the wait of a linePickup whose call is this one, which has shown on a key and gone without an answer: the next line
+// seized is not its call.
+void ForgetPickUp(int cref) {
+    // A record without a key only waits for its call.
+    if (cref == Tracking.PickUpCref && IsCref(cref) && CallOf(cref).touch != 0)
+        Tracking.PickUpCref = -1;
 }
 
 }  // namespace

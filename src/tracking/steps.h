@@ -1,7 +1,7 @@
 // What the state machines of this room share: checked access to the tables, and the few moves that many steps make.
 #pragma once
 
-#include "provider/events.h"
+#include "tracking/events.h"
 #include "tracking/model.h"
 
 #include <algorithm>

@@ -1,22 +1,22 @@
 #include "support/fixture.h"
 
 #include "config/char_patterns.h"
-#include "config/set_config.h"
+#include "config/set/set_config.h"
 #include "config/settings.h"
-#include "control/keys.h"
 #include "control/requests.h"
 #include "link/fifo.h"
+#include "link/keys.h"
 #include "link/link_layer.h"
 #include "link/omna.h"
 #include "link/serial.h"
-#include "link/terminal.h"
 #include "link/tick.h"
 #include "provider/event_log.h"
-#include "provider/events.h"
-#include "provider/lifecycle.h"
+#include "provider/process.h"
 #include "trace/trace.h"
 #include "tracking/display.h"
+#include "tracking/events.h"
 #include "tracking/multi_line.h"
+#include "tracking/terminal.h"
 
 #include <algorithm>
 #include <array>

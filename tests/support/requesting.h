@@ -2,9 +2,10 @@
 // (its handle is an event that is never set), so that requests are handed on and their presses stay in the queue.
 #pragma once
 
+#include "config/settings.h"
 #include "link/link_layer.h"
 #include "link/tick.h"
-#include "provider/lifecycle.h"
+#include "provider/process.h"
 #include "support/queue.h"
 #include "support/tracked.h"
 

@@ -1,7 +1,7 @@
 #include "support/service.h"
 
 #include "link/tick.h"
-#include "provider/lifecycle.h"
+#include "provider/process.h"
 #include "trace/trace.h"
 
 namespace {

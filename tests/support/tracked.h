@@ -3,11 +3,11 @@
 
 #include "config/settings.h"
 #include "control/requests.h"
-#include "link/terminal.h"
-#include "provider/events.h"
 #include "support/fixture.h"
 #include "trace/trace.h"
 #include "tracking/display.h"
+#include "tracking/events.h"
+#include "tracking/terminal.h"
 
 #include <map>
 #include <sstream>

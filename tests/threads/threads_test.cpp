@@ -5,7 +5,7 @@
 #include "config/ui/dialog_data.h"
 #include "equipment/script.h"
 #include "link/tick.h"
-#include "provider/lifecycle.h"
+#include "provider/process.h"
 #include "provider/state.h"
 #include "support/buffer.h"
 #include "support/service.h"

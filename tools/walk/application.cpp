@@ -1,8 +1,9 @@
 #include "platform/text.h"
 #include "walk/walker.h"
 
-#include "control/keys.h"
+#include "control/free_keys.h"
 #include "control/requests.h"
+#include "link/keys.h"
 
 #include <algorithm>
 #include <cstring>

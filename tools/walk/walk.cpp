@@ -4,7 +4,7 @@
 #include "link/fifo.h"
 #include "link/link_layer.h"
 #include "link/tick.h"
-#include "provider/lifecycle.h"
+#include "provider/process.h"
 #include "support/fixture.h"
 #include "trace/trace.h"
 

@@ -5,9 +5,10 @@
 #include "config/ui/resource.h"
 #include "platform/copy_text.h"
 #include "provider/error_box.h"
-#include "provider/events.h"
-#include "provider/lifecycle.h"
+#include "provider/process.h"
+#include "thread/serial_thread.h"
 #include "trace/trace.h"
+#include "tracking/events.h"
 
 #include <algorithm>
 #include <cstring>

@@ -3,7 +3,7 @@
 #include "config/ui/resource.h"
 #include "config/ui/tuispi.h"
 #include "platform/copy_text.h"
-#include "provider/lifecycle.h"  // the module instance, whose resources the dialogs are
+#include "provider/process.h"  // the module instance, whose resources the dialogs are
 
 #include <cstdlib>
 #include <cstring>

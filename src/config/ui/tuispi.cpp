@@ -1,6 +1,6 @@
 #include "config/ui/tuispi.h"
 
-#include "provider/lifecycle.h"  // the module instance
+#include "provider/process.h"  // the module instance
 
 #include <cstring>
 #include <iterator>

@@ -1,5 +1,4 @@
-// The provider's skeleton: library entry point, TSPI_provider entry points, common initialisation, start and stop of
-// the serial thread, and the line mutex.
+// What the process has one of: the line mutex, the serial thread, the count of opens.
 //
 // The line mutex "SP62LineMutex" guards all shared state. TAPI's threads take it at the start of every entry point but
 // the opens and version negotiations; every tick of the serial thread holds it. It is recursive for its owner.
@@ -37,26 +36,7 @@ extern std::atomic<ThreadLife> SerialThreadLife;
 // Ends the serial thread's message loop. Set without the line mutex, since the thread's last tick may need that.
 extern std::atomic<bool> StopRequest;
 
-// Zeroes and fills ProviderState and loads the configuration; shuts the provider down when no port is configured.
-void ProviderInitCommon(DWORD permanentProviderID, HPROVIDER provider, DWORD lineDeviceID, DWORD phoneDeviceID,
-                        ASYNC_COMPLETION completion);
-
-// The same with the values that ProviderState holds: what every open after the first does.
-void ProviderInitAgain();
-
-// Whether a serial thread runs. One that has ended by itself (its port did not open) does not; its handle is closed.
-bool SerialThreadRuns();
-
-// Starts the serial thread and waits up to 20 s until its attempt to open the port is over. Gives 0 with the line mutex
-// held (also when a thread runs already), or LINEERR_NODRIVER without it (also while a forgotten thread lives). Whether
-// the port opened, its handle tells. A caller that holds the mutex already does not while it waits: the thread opens the
-// port under it. Waits up to 50 s before that where another thread is stopping it, and LINEERR_NODRIVER if that is longer.
-LONG StartSerialThread();
-
-// Stops the serial thread, waiting up to 30 s without the line mutex; gives 0 with the mutex held, and leaves it as it
-// was when no thread runs. Another thread's stop is waited for before.
-LONG StopSerialThread();
-
+constexpr DWORD LINE_MUTEX_WAIT_MS = 20'000;
 // Takes the line mutex, waiting up to 20 s; creates it, owned, on first use. Gives 0, WAIT_ABANDONED (the caller then
 // owns it all the same), WAIT_TIMEOUT, another wait result, or LINEERR_NODRIVER when it cannot be created.
 LONG WaitLineMutex();
@@ -75,3 +55,10 @@ LONG ReleaseLineMutex(LONG result);
 // How long, in ms, the calling thread has held the line mutex since it took it first; NOT_HELD where it does not hold it.
 constexpr DWORD NOT_HELD = 0xFFFFFFFF;
 DWORD LineMutexHeldFor();
+
+// Gives up all holds of the line mutex that this thread has, so that the serial thread can have it; TakeBack takes as many.
+int LetGo();
+void TakeBack(int holds);
+
+// Closes a handle, where there is one.
+void CloseAndForget(HANDLE& handle);

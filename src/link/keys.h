@@ -1,14 +1,12 @@
 // Key presses that the provider makes on the set's behalf: the only way in which it carries out a request. Presses are
-// queued as single messages, or gathered into a Super Message when the card takes those. Also the choice of the key
-// that a new call seizes, and the add-on modules' addressing.
+// queued as single messages, or gathered into a Super Message when the card takes those. Also the add-on modules'
+// addressing.
 //
 //   key 1 to 28, soft key, release, letter   03 26 20 code
 //   digit                                    03 26 03 0..11            10 = '*', 11 = '#'
 //   key 29 and above, on a module            05 26 04 adr|18h 20 k-offset
 // each with the checksum of a frame when it travels alone, without it inside a Super Message.
 #pragma once
-
-#include "tracking/model.h"
 
 #include <array>
 #include <cstddef>
@@ -65,6 +63,8 @@ struct PressSequence {
 
 // Queues the press of one key code of the set (03 26 20 code checksum).
 void PressKeyCode(int code);
+// Presses one of the soft keys 1 to 5 under the display. Gives the number, or 0 when it is none of them.
+int SendSoftKey(int number);
 // Queues the press of a programmable key, 1 to 88. A module key of a set without modules presses nothing, traced.
 void SendZTNondigitKey(int key);
 // The same, appended to a Super Message.
@@ -84,12 +84,3 @@ void SendDialString(char* text, SuperMsgBuffer* message, void (*removed)(int cod
 void PressServiceCode(const char* code, SuperMsgBuffer* message);
 // The code presses something: the PBX gave one, with a digit, star or hash in it.
 bool IsServiceCode(const char* code);
-
-// The first key of the list without a call, with this label if one is given; -1 when there is none. A key on a module that
-// the set is not known to have cannot be pressed, and is not chosen.
-int FirstFree(const KeyList& keys, const char* label = nullptr);
-// The multi-line key that a new call seizes: a free one of the directory number of the call in conversation, else of the
-// set's own number, else any free one; -1 when none is free.
-int FindFreeMultiLine();
-// A free boss key, else secretary key, labelled with the call's DestAddress; -1 when there is none. cref: 0 to 19.
-int FindFreeBossSecretaryKey(int cref);

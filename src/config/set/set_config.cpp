@@ -1,16 +1,17 @@
-#include "config/set_config.h"
+#include "config/set/set_config.h"
 
-#include "config/key_kinds.h"
+#include "config/set/key_kinds.h"
 #include "config/settings.h"
-#include "control/keys.h"
+#include "link/keys.h"
+#include "link/link_layer.h"
 #include "link/omna.h"
 #include "link/payload.h"
 #include "link/tick.h"
 #include "platform/copy_text.h"
 #include "platform/text.h"
 #include "provider/event_log.h"
-#include "provider/events.h"
 #include "trace/trace.h"
+#include "tracking/events.h"
 
 #include <algorithm>
 #include <cstdio>
@@ -620,4 +621,19 @@ int ReadLanguage() {
 
 void RecordLastAction(const char* text) {
     RegWriteSetting(SECTION_DYNAMIC, "LastAction", text);
+}
+
+void ReadLastAction() {
+    char text[SETTING_SIZE];
+    RegReadSetting(SECTION_DYNAMIC, "LastAction", "never", text);
+    if (std::strstr(text, "never") != nullptr) {
+        DynamicConfig.LastActionState = 0;
+        DynamicConfig.WaitDynamicConfig = 1;
+        if (!Link.TraceModeSeen)
+            DynamicConfig.WaitTraceMode = 1;
+        return;
+    }
+    DynamicConfig.LastActionState = std::strstr(text, "success") != nullptr ? 1 : 2;
+    DynamicConfig.StaticConfig = 1;
+    DynamicConfig.WaitDynamicConfig = 0;
 }

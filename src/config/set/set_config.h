@@ -46,3 +46,5 @@ void SaveLanguage();
 int ReadLanguage();
 // Writes Dynamic_Set_Conf\LastAction.
 void RecordLastAction(const char* text);
+// Reads Dynamic_Set_Conf\LastAction and sets DynamicConfig from it.
+void ReadLastAction();

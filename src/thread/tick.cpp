@@ -1,29 +1,29 @@
-#include "link/tick.h"
+#include "thread/tick.h"
 
-#include "config/set_config.h"
+#include "config/set/set_config.h"
+#include "config/set/stored_config.h"
 #include "config/settings.h"
-#include "config/stored_config.h"
-#include "control/keys.h"
 #include "control/make_call.h"
-#include "control/requests.h"
 #include "link/fifo.h"
+#include "link/keys.h"
 #include "link/link_layer.h"
 #include "link/port_io.h"
 #include "link/serial.h"
+#include "link/tick.h"
 #include "platform/text.h"
 #include "provider/error_box.h"
 #include "provider/event_log.h"
-#include "provider/events.h"
-#include "provider/lifecycle.h"
+#include "provider/process.h"
+#include "provider/state.h"
 #include "trace/trace.h"
 #include "tracking/display.h"
+#include "tracking/events.h"
 #include "tracking/model.h"
+#include "tracking/pending.h"
 
 #include <algorithm>
 #include <span>
 #include <utility>
-
-TickState Tick;
 
 namespace {
 
@@ -36,6 +36,30 @@ constexpr int OFFER_LIMIT = 10;
 constexpr int RX_IDLE_LIMIT = 4;         // the card never pauses half a second inside a frame
 constexpr int CONTACT_LOST_MARGIN = 30;  // ticks after the poll that nobody answered
 constexpr std::uint8_t DEV_TYPE_KB2 = 3;
+
+// The two boxes of the tick. They release the line mutex while they are shown, and say whether the tick holds it again
+// afterwards: without it, it must touch nothing more.
+int HardwareProblemBox(bool& held) {
+    Trace(TRACE_ALWAYS, "V24 trouble hinst %lx", Process.ModuleInstance);
+    MessageBeep(MB_ICONHAND);
+    ReleaseLineMutex(0);
+    const int result = ErrorBox("Hardware Problem - Please check:\n\n - the cable,\n - the PC serial port,\n"
+                                " - the VXC card.\n\nTrying to restart ... Click Ok to abort");
+    held = GotLineMutex(WaitLineMutex());
+    Trace(TRACE_ALWAYS, "MessageBox returns %lx IDOK %lx IDHELP %lx", result, IDOK, IDHELP);
+    return 0;
+}
+
+int NoConfigurationBox(bool& held) {
+    Trace(TRACE_ALWAYS, "Dynamic Config not received - SP stopped");
+    MessageBeep(MB_ICONHAND);
+    ReleaseLineMutex(0);
+    ErrorBox("No response from PBX !\nThe Corvane Service Provider cannot run...\n\n- Check your PBX version.\n"
+             " - Check your VXC setup.");
+    held = GotLineMutex(WaitLineMutex());
+    Trace(TRACE_ALWAYS, "Dynamic Config not received DialogBox return %ld", 0);
+    return 0;
+}
 
 void CloseLine() {
     DoLineEvent(LINE_CLOSE, 0, 0, -1);
@@ -233,6 +257,8 @@ void PortBlockedBox() {
 void LoseContact(bool& held) {
     if (!std::exchange(Link.ContactLost, true))
         LogEvent(EVENT_CONTACT_LOST, ProviderState.PortName);
+    Trace(TRACE_ALWAYS, "Perte de connexion - Tentative de redemarrage");
+    AllCallReset();
     Reconnect();
     if (Serial.V24Trouble)
         return;

@@ -1,11 +1,10 @@
-#include "devices/call_info.h"
+#include "tracking/call_info.h"
 
 #include "config/settings.h"
-#include "control/requests.h"
-#include "devices/entry.h"
 #include "link/payload.h"
 #include "platform/copy_text.h"
 #include "trace/trace.h"
+#include "tracking/pending.h"
 #include "tracking/steps.h"
 
 #include <algorithm>

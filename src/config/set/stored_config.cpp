@@ -1,6 +1,6 @@
-#include "config/stored_config.h"
+#include "config/set/stored_config.h"
 
-#include "config/key_kinds.h"
+#include "config/set/key_kinds.h"
 #include "config/settings.h"
 #include "link/link_layer.h"  // the settings of the sub-device test
 #include "link/tick.h"        // StringInitError

@@ -1,0 +1,3 @@
+#include "provider/state.h"
+
+ProviderStateRecord ProviderState;
