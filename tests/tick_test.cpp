@@ -385,6 +385,20 @@ TEST_F(Ticking, BytesReadInsideAHandlersBoxCountInTheOrderInWhichTheyCame) {
     EXPECT_EQ(Port.Taken(), "02 60 00 9E 01 20 DF 02 60 00 9E 02 60 00 9E 02 60 00 9E");
 }
 
+TEST_F(Ticking, HalfAFrameFromInsideAHandlersBoxIsGoneOnWithInItsNextOne) {
+    PlatformControl::FailCall("GlobalAlloc");  // each answer to 0E is a box
+    PlatformControl::AnswerBoxes([&](const PlatformControl::Box&) {
+        PlatformControl::Boxes().size() == 1 ? Port.Feed({0x02, 0x22}) : Port.Feed({0x00, 0xDC});
+        Ticks(1);
+        return IDOK;
+    });
+    TraceMask = TRACE_INPUT;
+    Port.Feed({0x08, 0x6E, 0x01, 0x0E, 0x02, 0x60, 0x02, 0x01, 0x0E, 0x08});  // between them one that is acknowledged
+    Ticks(1);
+    EXPECT_EQ(PlatformControl::Boxes().size(), 2u);
+    EXPECT_THAT(TraceLines(), testing::Contains("ProcessInput(22.00.DC.)"));
+}
+
 TEST_F(Ticking, ReadsGoOnUntilNothingIsLeftOrThereIsNoRoom) {
     const auto feed = [&](int frames) {
         for (int i = 0; i < frames; ++i)

@@ -423,7 +423,7 @@ void CutRest(Cutting& read) {
         CutRest(*read.Outer);
     while (!read.Left.empty()) {
         Link.RxIdleTicks = 0;
-        if (!Link.Receiving || Link.Expected == 0) {
+        if (Link.Expected == 0) {
             Link.Expected = read.Left[0] + 1;
             Link.Collected = 0;
             Link.Receiving = true;
@@ -434,6 +434,7 @@ void CutRest(Cutting& read) {
         const std::size_t taken = std::min(wanted, read.Left.size());
         std::copy_n(read.Left.begin(), taken, Link.Receive.begin() + Link.Collected);
         Link.Collected += static_cast<int>(taken);
+        Link.Receiving = true;
         read.Left = read.Left.subspan(taken);
         if (Link.Collected == Link.Expected)
             FrameComplete();
@@ -650,7 +651,11 @@ void SendL2Msg(HANDLE port, std::span<const std::uint8_t> frame) {
         ZTsuperfifo(LINK_FIFO);
     if (!SendPiggyback(port, frame) && IsPort(port))
         SendDirect(port, frame);
-    Link.Receiving = false;
+    if (Innermost == nullptr)
+        ResetReceiver();
+    else
+        Link.Receiving =
+            false;  // a handler's answer: the half frame there may be is one that ticks inside its box have left
 }
 
 void Resend_Last_Msg() {
