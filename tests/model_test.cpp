@@ -1,5 +1,6 @@
 // The call model: its operations' order of traces and events, and what each leaves behind.
 #include "support/tracked.h"
+#include "tracking/steps.h"
 
 #include <cstring>
 
@@ -90,6 +91,24 @@ TEST_F(Model, ResetOfAllCallsClearsTheMarksOfDoubleCallsAndConferences) {
     EXPECT_STREQ(ConfText1, "");
     for (const CallRecord& call : CallTable)
         EXPECT_TRUE(call.state == IDLE && call.touch == 0 && !call.HasDirection());
+    // The next call with that record is not ended when the boss key goes out.
+    for (const bool outgoing : {false, true}) {
+        Fresh();
+        Call(8, 0, CONNECTED);
+        At(8).icon = ACTIV_ICON;
+        AllCallReset();
+        Steps();
+        if (outgoing)
+            StandOnKey(1, 0);
+        else
+            EXPECT_EQ(AllocCallRecord(CONNECTED, 1), 0);
+        Record(0).state = CONNECTED;
+        Record(0).byMakeCall = 1;
+        Icon(8, IDLE_ICON);
+        EXPECT_EQ(Record(0).state, CONNECTED);
+        EXPECT_EQ(Record(0).touch, 1);
+        EXPECT_THAT(LineEvents(), IsEmpty());
+    }
 }
 
 TEST_F(Model, CharactersOfTheSetByRow) {

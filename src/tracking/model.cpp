@@ -82,6 +82,7 @@ int AllocCallRecord(DWORD state, int key) {
     }
     for (int cref = 0; cref < CALL_COUNT; ++cref)
         if (CallOf(cref).touch == 0 && !IsPromised(cref)) {
+            LeaveFormerSlots(cref);
             CallOf(cref).state = state;
             CallOf(cref).touch = key;
             NoteSecondCall(cref);
@@ -142,6 +143,12 @@ void LeaveSlot(int key, int cref) {
     const auto held = std::find(calls.begin(), calls.end(), cref);
     if (held != calls.end())
         *held = -1;
+}
+
+void LeaveFormerSlots(int cref) {
+    for (Touch& touch : TouchTable)
+        if (touch.kind != TOUCH_SUPERV)
+            std::replace(touch.calls.begin(), touch.calls.end(), cref, -1);
 }
 
 void ClearCall(int cref) {

@@ -133,6 +133,9 @@ int FindCallByState(DWORD state);
 int CallOnKey(int key);
 // Empties the key's slot that holds the cref, if one does.
 void LeaveSlot(int key, int cref);
+// A free record is taken for another call: the keys that still hold its former one (a reset of all calls leaves it on boss,
+// secretary and overflow keys) would end that one in its place. Supervision keys keep it: they know theirs by its key.
+void LeaveFormerSlots(int cref);
 // Ends a call that the set no longer shows: DISCONNECTED, IDLE, record and slot freed.
 void ClearCall(int cref);
 // A call placed from the set, as the PBX's events report it. Gives its cref or -1.

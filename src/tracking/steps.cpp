@@ -10,6 +10,8 @@ namespace {
 // The call is about to stand on another key.
 void LeaveKey(int to, int cref) {
     const int from = KeyOf(cref);
+    if (from == 0)
+        LeaveFormerSlots(cref);
     if (from == 0 || from == to || !IsKey(from) || TouchOf(from).kind == TOUCH_SUPERV)
         return;
     if (HoldsTwoCalls(from))
