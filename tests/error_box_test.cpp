@@ -121,6 +121,21 @@ TEST_F(InTheService, NoApplicationsWaitForTheMutexRunsOutBecauseOfABoxThatNobody
     EXPECT_EQ(PlatformControl::PinnedLibraries(), 0) << "all of these closed by themselves";
 }
 
+TEST_F(InTheService, AMissingPortIsToldOnceAMinuteUntilSomebodyIsThereToSeeIt) {
+    PlatformControl::UseScreen(Screen::NobodyLoggedOn);
+    GoInService();
+    PlatformControl::Port("COM1").OpenError = ERROR_FILE_NOT_FOUND;
+    LoseContact();
+    PlatformControl::FailCall("WTSQuerySessionInformationW");  // nobody, as before, and counted
+    Advance(180'000);
+    EXPECT_LE(PlatformControl::CallsCounted(), 4) << "not at every tick, and under the line mutex";
+    PlatformControl::CallsWork();
+    PlatformControl::UseScreen(Screen::UsersSession);
+    Advance(60'000);
+    EXPECT_GE(BoxCount(), 1u);
+    PlatformControl::Port("COM1").OpenError = 0;
+}
+
 // All boxes of one hold of the mutex share its 15 s; the request is an application's, on its own thread.
 TEST_F(InTheService, BoxesUnderOneHoldOfTheMutexShareTheirFifteenSeconds) {
     GoInService();

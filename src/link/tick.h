@@ -15,6 +15,7 @@ struct TickState {
     bool InitDataPending = true;   // InitDatas still has to run
     bool StringInitError = false;  // a soft-key label or display string is missing from the store
     std::array<std::uint8_t, 1024> ReadBuffer{};
-    int Kept = 0;  // bytes of ReadBuffer kept from the previous read
+    int BlockedPause = 0;  // ticks until "Serial Port blocked" is shown again, after nobody could see it
+    int Kept = 0;          // bytes of ReadBuffer kept from the previous read
 };
 inline TickState Tick;

@@ -153,8 +153,9 @@ DWORD TimeForBox() {
     return held == NOT_HELD ? INFINITE : held >= HELD_LIMIT_MS ? 0 : HELD_LIMIT_MS - held;
 }
 
-int BoxInSession(const char* text) {
-    const auto unseen = [text](DWORD error) {
+int BoxInSession(const char* text, bool& seen) {
+    const auto unseen = [text, &seen](DWORD error) {
+        seen = false;
         LogEvent(EVENT_BOX_UNSEEN, text, error);
         return IDOK;
     };
@@ -187,9 +188,14 @@ int BoxInSession(const char* text) {
 
 }  // namespace
 
-int ErrorBox(const char* text) {
+int ErrorBox(const char* text, bool* seen) {
+    bool unasked = true;
+    bool& shown = seen != nullptr ? *seen : unasked;
+    shown = true;
     if (!OwnScreenIsVisible())
-        return BoxInSession(text);
+        return BoxInSession(text, shown);
     LogEvent(EVENT_BOX_ON_SCREEN, text);
-    return MessageBoxA(nullptr, text, TITLE, STYLE);
+    const int result = MessageBoxA(nullptr, text, TITLE, STYLE);
+    shown = result != 0;
+    return result;
 }

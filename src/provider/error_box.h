@@ -10,4 +10,5 @@
 // In a user's session: where nobody is logged on it counts as answered with OK at once. One that is shown under the line
 // mutex counts as closed (IDTIMEOUT) when the mutex has been held for 15 s; the others wait for their answer, or until the
 // serial thread is to stop, which leaves the box standing.
-int ErrorBox(const char* text);
+// `seen` is set to false where the box could not be shown to anybody: it would be the same if it were shown again at once.
+int ErrorBox(const char* text, bool* seen = nullptr);

@@ -35,6 +35,7 @@ constexpr int FV_LIMIT = 40;
 constexpr int OFFER_LIMIT = 10;
 constexpr int RX_IDLE_LIMIT = 4;         // the card never pauses half a second inside a frame
 constexpr int CONTACT_LOST_MARGIN = 30;  // ticks after the poll that nobody answered
+constexpr int BLOCKED_PAUSE = 600;       // a minute, as between two entries of the event log
 constexpr std::uint8_t DEV_TYPE_KB2 = 3;
 
 // The two boxes of the tick. They release the line mutex while they are shown, and say whether the tick holds it again
@@ -245,12 +246,15 @@ bool RetryFailedWrite() {
 }
 
 // Shown once at a time: the ticks that the box itself dispatches find no port either, and would stack boxes without end.
+// Where nobody can see it, every tick would ask the system in vain whether somebody works there now.
 void PortBlockedBox() {
     static bool open = false;
-    if (open)
+    if (open || (Tick.BlockedPause > 0 && --Tick.BlockedPause > 0))
         return;
     open = true;
-    ErrorBox("Serial Port blocked");
+    bool seen = true;
+    ErrorBox("Serial Port blocked", &seen);
+    Tick.BlockedPause = seen ? 0 : BLOCKED_PAUSE;
     open = false;
 }
 
