@@ -292,6 +292,11 @@ TEST_F(Service, TheEventLogGetsTheSameEntryOnceAMinuteAndThenHowManyMore) {
     Advance(60'000);
     LogLeftOut();
     EXPECT_THAT(Logged(), IsEmpty());
+    lost();
+    lost();
+    for (DWORD number = 1; number <= 24; ++number)  // more kinds than it remembers
+        LogEvent(EVENT_CONTACT_LOST, "COM2", number);
+    EXPECT_THAT(Logged(), testing::Contains("W2 COM1").Times(2)) << "the second was left out";
     PlatformControl::FailCall("RegisterEventSourceA");
     SetLastError(77);
     lost();

@@ -14,8 +14,8 @@ namespace {
 constexpr const char* SOURCE = "zt_6232";
 constexpr DWORD ONCE_IN_MS = 60'000;
 
-// An entry that has been written, and how often it came again since. More kinds than this in a minute, and the one
-// written first is forgotten: it may then come twice in its minute.
+// An entry that has been written, and how often it came again since. More kinds than there are places for in a minute, and
+// the one written first is told and forgotten: it may then come again in its minute.
 struct Written {
     DWORD Event = 0;  // 0: none
     char Subject[256]{};
@@ -65,7 +65,7 @@ void Write(const Written& entry, int leftOut) {
 
 void LogEvent(EventId event, const char* subject, DWORD number) {
     const DWORD now = timeGetTime();
-    Written entry;
+    Written entry, forgotten;
     int leftOut = 0;
     {
         const EntriesLock lock;
@@ -75,6 +75,7 @@ void LogEvent(EventId event, const char* subject, DWORD number) {
             found = std::max_element(Entries.begin(), Entries.end(), [&](const Written& a, const Written& b) {
                 return b.Event == 0 ? a.Event != 0 : a.Event != 0 && now - a.Time < now - b.Time;
             });
+            forgotten = *found;
             *found = Written{event, {}, number, now, 0};
             CopyText(found->Subject, subject);
         } else if (!found->MayBeWritten(now)) {
@@ -85,6 +86,8 @@ void LogEvent(EventId event, const char* subject, DWORD number) {
         leftOut = std::exchange(found->LeftOut, 0);
         entry = *found;
     }
+    if (forgotten.LeftOut > 0)
+        Write(forgotten, forgotten.LeftOut - 1);  // the entry itself stands for one of them
     Write(entry, leftOut);
 }
 
