@@ -62,9 +62,9 @@ void Begin(std::uint8_t start) {
 }
 
 void CheckRecords() {
-    FuzzRequire(Link.Collected >= 0 && Link.Collected <= Link.Expected && Link.Expected <= 256,
+    FuzzRequire(Link.Collected >= 0 && Link.Collected <= Link.Expected && Link.Expected <= 257,
                 "the receiver's counts");
-    FuzzRequire(Link.Collected < Link.Expected || !Link.Receiving || Link.Expected == 0,
+    FuzzRequire(Link.Receiving != Receiver::Collecting || Link.Collected < Link.Expected,
                 "no whole frame is left lying");
     FuzzRequire(FifoCount(LINK_FIFO) <= FIFO_SLOTS - 1, "the queue's limit");
     for (const auto& line : Display.Lines)

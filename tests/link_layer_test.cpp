@@ -258,7 +258,7 @@ TEST_F(LinkLayer, HowAStreamIsCutIntoReadsDoesNotMatter) {
         for (auto& event : Events())
             result.push_back(event);
         result.push_back(Port.Taken() + Line() + DialedNumber + Settings.SetMCDU);
-        EXPECT_FALSE(Link.Receiving);
+        EXPECT_EQ(Link.Receiving, Receiver::Waiting);
         if (size == stream.size())
             whole = result;
         ASSERT_EQ(result, whole) << "reads of " << size;
@@ -333,9 +333,9 @@ TEST_F(LinkLayer, SendingWaitsWhileTheLineIsInUse) {
     slow.Pending = 1;
     blocked("sending blocked");
     slow.Pending = 0;
-    Link.Receiving = true;
+    Link.Receiving = Receiver::Handling;
     blocked("sending blocked");
-    Link.Receiving = false;
+    Link.Receiving = Receiver::Waiting;
     Link.AckWaitTicks = 1;
     blocked("sending blocked");
     Quiet();

@@ -36,11 +36,17 @@ Slot& Oldest(Ring& ring) {
     return ring.slots[static_cast<std::size_t>(ring.read)];
 }
 
-// Takes the oldest frame out of a queue that is not empty. The slot is given up before its block is unlocked: a tick
-// that runs inside the retry box then finds the queue without it.
-void Remove(Ring& ring, const char* retryText) {
+// Takes the oldest frame out of a queue that is not empty. Its block is still locked.
+Slot Take(Ring& ring) {
     const Slot slot = std::exchange(Oldest(ring), Slot{});
     ring.read = Next(ring.read);
+    return slot;
+}
+
+// Drops it. The slot is given up before its block is unlocked: a tick that runs inside the retry box then finds the queue
+// without it.
+void Remove(Ring& ring, const char* retryText) {
+    const Slot slot = Take(ring);
     while (GlobalUnlock(slot.memory))
         ErrorBox(retryText);
     GlobalFree(slot.memory);
@@ -152,9 +158,8 @@ void ZTsuperfifo(int queue) {
 void FifoReset() {
     for (Ring& ring : Queues) {
         while (ring.read != ring.write) {
-            const Slot slot = std::exchange(Oldest(ring), Slot{});
-            ring.read = Next(ring.read);
-            GlobalUnlock(slot.memory);
+            const Slot slot = Take(ring);
+            GlobalUnlock(slot.memory);  // no box: a thread that starts has nobody to tell
             GlobalFree(slot.memory);
         }
         ring.read = ring.write = 0;

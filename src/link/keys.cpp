@@ -29,7 +29,7 @@ struct Press {
 };
 
 Press CodePress(int code) {
-    return {{0x03, FRAME_KEY, 0x20, static_cast<std::uint8_t>(code)}, 4};
+    return {{0x03, FRAME_KEY, EVENT_KEY, static_cast<std::uint8_t>(code)}, 4};
 }
 
 // Empty, traced, for a module key of a set without modules. `who` opens the trace of a module key.
@@ -43,7 +43,7 @@ Press KeyPress(int key, const char* format) {
     }
     const AomEntry& module = Aom(entry);
     Trace(TRACE_ENTRY, format, key, entry, module.adr);
-    return {{0x05, FRAME_KEY, 0x04, static_cast<std::uint8_t>(module.adr | 0x18), 0x20,
+    return {{0x05, FRAME_KEY, EVENT_MODULE, static_cast<std::uint8_t>(module.adr | 0x18), EVENT_KEY,
              static_cast<std::uint8_t>(key - module.offset)},
             6};
 }
@@ -173,7 +173,7 @@ std::optional<std::array<std::uint8_t, 4>> PrepareDigitKey(char c) {
     if (!IsDialDigit(c))
         return std::nullopt;
     const int digit = c == '*' ? 10 : c == '#' ? 11 : c - '0';
-    return std::array<std::uint8_t, 4>{0x03, FRAME_KEY, 0x03, static_cast<std::uint8_t>(digit)};
+    return std::array<std::uint8_t, 4>{0x03, FRAME_KEY, EVENT_DIGIT, static_cast<std::uint8_t>(digit)};
 }
 
 void SendDialString(char* text, SuperMsgBuffer* message, void (*removed)(int code)) {

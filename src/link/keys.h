@@ -18,6 +18,13 @@ constexpr int SOFT_KEY_BASE = 28;  // soft key n (1 to 5) has key code 28 + n
 constexpr int RELEASE_KEY = 41;    // hangs up
 constexpr int OFFHOOK_KEY = 48;
 
+// What happens on the set, as the first byte of its event: what it sends, and what is pressed for it.
+enum TerminalEvent : std::uint8_t {
+    EVENT_DIGIT = 0x03,   // digit code
+    EVENT_MODULE = 0x04,  // on a module, whose address follows; pressed only
+    EVENT_KEY = 0x20,     // key code
+};
+
 // An add-on module of the set: its keys are the key numbers above its offset.
 struct AomEntry {
     bool present = false;

@@ -1,6 +1,5 @@
 #include "link/link_layer.h"
 
-#include "config/settings.h"
 #include "link/fifo.h"
 #include "link/keys.h"
 #include "link/omna.h"
@@ -15,7 +14,6 @@
 #include "trace/trace.h"
 
 #include <algorithm>
-#include <cstdlib>
 #include <cstring>
 #include <numeric>
 #include <utility>
@@ -31,19 +29,13 @@ constexpr std::uint32_t INCOMPLETE_WAIT_MS = 200;  // wait for the rest of the l
 constexpr int TX_IDLE_LIMIT = 150;                 // kicks without acknowledgement before a frame is given up
 constexpr int TX_DROP_LIMIT = 2;                   // frames given up, each told to the card by an abort frame
 constexpr int SUSPENDED = -2;                      // NbInputBeforeSuspend: nothing is sent until the card restarts
-constexpr std::size_t FRAME_MAX = 257;             // length byte, 255 bytes counted, checksum
+constexpr std::size_t FRAME_MAX = 257;             // size of the longest frame
 constexpr std::size_t PIGGYBACK_EXTRA = 5;         // bytes in front of the queued frame in an 'o' frame that carries it
 
-constexpr std::uint8_t NULL_ANSWER[] = {0x01, 0x00, 0xFF};
-constexpr std::uint8_t ALIVE_ANSWER[] = {0x01, 0x20, 0xDF};
-constexpr std::uint8_t ANSWER_TO_0E[] = {0x05, 0x30, 0x02, 0x03, 0x03, 0x02, 0xC1};
+constexpr auto NULL_ANSWER = FixedFrame(FRAME_NULL);
+constexpr auto ALIVE_ANSWER = FixedFrame(FRAME_ALIVE);
+constexpr auto ASKED_ANSWER = FixedFrame(FRAME_ASKED, 2, 3, 3, 2);
 static_assert(std::tuple_size_v<decltype(LinkState::Receive)> >= FRAME_MAX);
-
-enum ControlCode : std::uint8_t {
-    CONTROL_WRONG_LENGTH = 0x83,
-    CONTROL_LOSS_OF_SYNCHRO = 0x85,
-    CONTROL_RESTART = 0x87,
-};
 
 bool IsPort(HANDLE port) {
     return port != INVALID_HANDLE_VALUE;
@@ -186,18 +178,18 @@ struct ControlEntry {
 };
 
 constexpr ControlEntry ControlTable[] = {
-    {0x00, 0, nullptr, Acknowledged},
-    {0x01, 0, nullptr, PollAnswered},
+    {CONTROL_ACK, 0, nullptr, Acknowledged},
+    {CONTROL_POLL, 0, nullptr, PollAnswered},
     {0x02, 0, nullptr, AnswerAck},
-    {0x10, TRACE_ENTRY, "RX: Special Function Ack", SpecialFunctionAck},
-    {0x11, TRACE_ENTRY, "RX: Config Response ", ConfigResponse},
-    {0x12, TRACE_ENTRY, "RX:Tempo Modification Ack:WaitAckTimer %d", TempoAnswered},
-    {0x13, TRACE_ENTRY, "RX:Tempo Enquiry Response:WaitAckTimer %d", TempoAnswered},
+    {CONTROL_SPECIAL_FUNCTION, TRACE_ENTRY, "RX: Special Function Ack", SpecialFunctionAck},
+    {CONTROL_CONFIG, TRACE_ENTRY, "RX: Config Response ", ConfigResponse},
+    {CONTROL_TEMPO, TRACE_ENTRY, "RX:Tempo Modification Ack:WaitAckTimer %d", TempoAnswered},
+    {CONTROL_TEMPO_ENQUIRY, TRACE_ENTRY, "RX:Tempo Enquiry Response:WaitAckTimer %d", TempoAnswered},
     {0x80, 0, nullptr, AnswerAck},
     {CONTROL_WRONG_LENGTH, TRACE_ALWAYS, "RX: Wrong length (NACK)", Refused},
-    {0x84, TRACE_ALWAYS, "RX: Wrong CheckSum (NACK)\n", Refused},
+    {CONTROL_WRONG_CHECKSUM, TRACE_ALWAYS, "RX: Wrong CheckSum (NACK)\n", Refused},
     {CONTROL_LOSS_OF_SYNCHRO, TRACE_ALWAYS, "RX: Physical loss of synchro (NACK)\n", LossOfSynchro},
-    {0x86, TRACE_ALWAYS, "RX: ABORT - ResetCommPort(3)", Aborted},
+    {CONTROL_ABORT, TRACE_ALWAYS, "RX: ABORT - ResetCommPort(3)", Aborted},
     {CONTROL_RESTART, 0, nullptr, Restarted},
     {0x88, 0, nullptr, ResetAndAcknowledge},
 };
@@ -234,9 +226,9 @@ void Segment(Bytes message, bool acknowledge) {
         Acknowledge();
 }
 
-void Type0E(Bytes message, bool acknowledge) {
+void Asking(Bytes message, bool acknowledge) {
     AcknowledgeOnly(message, acknowledge);
-    QueueZTMsg(Serial.Port, ANSWER_TO_0E);
+    QueueZTMsg(Serial.Port, ASKED_ANSWER);
 }
 
 void Omna(Bytes message, bool acknowledge) {
@@ -302,13 +294,14 @@ using FrameHandler = void (*)(Bytes message, bool acknowledge);
 
 constexpr auto FrameTable = [] {
     std::array<FrameHandler, FRAME_OPTION_TO_SYSTEM + 1> table{};
-    table[0x00] = AnswerNull;
-    for (const int type : {0x03, 0x0B, 0x10, 0x11, 0x1F, 0x21, 0x22})
+    table[FRAME_NULL] = AnswerNull;
+    for (const int type : {0x03, 0x10, 0x11, 0x1F, 0x21, 0x22})  // the card's own, without a use here
         table[static_cast<std::size_t>(type)] = AcknowledgeOnly;
+    table[FRAME_CONTAINER] = AcknowledgeOnly;  // one inside another
     table[FRAME_SEGMENT] = Segment;
-    table[0x0E] = Type0E;
+    table[FRAME_ASKING] = Asking;
     table[FRAME_OMNA] = Omna;
-    table[0x20] = AnswerAlive;
+    table[FRAME_ALIVE] = AnswerAlive;
     table[FRAME_CONTROL] = LinkControl;
     table[FRAME_SYSTEM_TRACE] = SystemTrace;
     table[FRAME_VTA_TRACE] = VtaTrace;
@@ -385,29 +378,33 @@ void DispatchReceived(Bytes message) {
 
 // --- framing -------------------------------------------------------------------------------------------------------
 
-// The receive buffer holds a whole frame, type to checksum. It is handled from a copy, with the counts cleared: a box
-// shown by a handler lets ticks go on receiving. The receiver still counts as busy meanwhile, which holds back what
-// the handlers queue until the frame has been dealt with.
+// The half frame that there may be is one that ticks inside a handler's box have left.
+void EndHandling() {
+    Link.Receiving = Link.Expected != 0 ? Receiver::Collecting : Receiver::Waiting;
+}
+
+// The receive buffer holds a whole frame. It is handled from a copy, with the counts cleared: a box shown by a handler lets
+// ticks go on receiving. What the handlers queue is held back until the frame has been dealt with.
 void FrameComplete() {
     std::array<std::uint8_t, FRAME_MAX> copy;
-    const std::size_t count = std::min(static_cast<std::size_t>(Link.Expected), copy.size());
-    std::copy_n(Link.Receive.begin(), count, copy.begin());
+    const std::size_t size = std::min(static_cast<std::size_t>(Link.Expected), copy.size());
+    std::copy_n(Link.Receive.begin(), size, copy.begin());
     Link.Expected = 0;
     Link.Collected = 0;
+    Link.Receiving = Receiver::Handling;
 
-    const Bytes frame = Bytes(copy).first(count);
-    const auto sum = static_cast<std::uint8_t>(count - 1 + Sum(frame));  // its length byte too
-    if (sum != 0) {
-        Trace(TRACE_ALWAYS, "Process input - CS: Wrong CS Nack cs: %d, msglen: %d", sum, count);
+    const Bytes frame = Bytes(copy).first(size), behindLength = frame.subspan(1);
+    if (const std::uint8_t sum = Sum(frame); sum != 0) {
+        Trace(TRACE_ALWAYS, "Process input - CS: Wrong CS Nack cs: %d, msglen: %d", sum, behindLength.size());
         ResetComPort(3);
         SendL2Msg(Serial.Port, NACK_FRAME);
     } else {
-        TraceDump(TRACE_INPUT, "ProcessInput(%s)", frame);
+        TraceDump(TRACE_INPUT, "ProcessInput(%s)", behindLength);
         if (Link.NbInputBeforeSuspend > 0)
             --Link.NbInputBeforeSuspend;
-        DispatchReceived(frame.first(count - 1));
+        DispatchReceived(behindLength.first(behindLength.size() - 1));
     }
-    Link.Receiving = Link.Expected != 0;  // those ticks may have left half a frame
+    EndHandling();
 }
 
 // A read that is being cut. A tick inside a handler's box reads what comes behind it, and first cuts the rest of it:
@@ -423,18 +420,15 @@ void CutRest(Cutting& read) {
         CutRest(*read.Outer);
     while (!read.Left.empty()) {
         Link.RxIdleTicks = 0;
-        if (Link.Expected == 0) {
-            Link.Expected = read.Left[0] + 1;
+        if (Link.Receiving != Receiver::Collecting) {
+            Link.Receiving = Receiver::Collecting;
+            Link.Expected = read.Left[0] + 2;
             Link.Collected = 0;
-            Link.Receiving = true;
-            read.Left = read.Left.subspan(1);
-            continue;
         }
         const std::size_t wanted = static_cast<std::size_t>(Link.Expected - Link.Collected);
         const std::size_t taken = std::min(wanted, read.Left.size());
         std::copy_n(read.Left.begin(), taken, Link.Receive.begin() + Link.Collected);
         Link.Collected += static_cast<int>(taken);
-        Link.Receiving = true;
         read.Left = read.Left.subspan(taken);
         if (Link.Collected == Link.Expected)
             FrameComplete();
@@ -456,11 +450,16 @@ bool IsControl(Bytes rest, std::uint8_t first, std::uint8_t last) {
     return rest.size() >= 3 && rest[0] == 2 && rest[1] == FRAME_CONTROL && rest[2] >= first && rest[2] <= last;
 }
 
-void RestartAfterLostContact() {
-    DropQueuedFrames();
+// What the card is asked first.
+void QueueFirstFrames() {
     QueueZTMsg(Serial.Port, POLL_FRAME);
     QueueZTMsg(Serial.Port, SPECIAL_FUNCTION_FRAME);
     QueueZTMsg(Serial.Port, CONFIG_ENQUIRY_FRAME);
+}
+
+void RestartAfterLostContact() {
+    DropQueuedFrames();
+    QueueFirstFrames();
     Up.CallsLost();
 }
 
@@ -557,12 +556,8 @@ void SendDirect(HANDLE port, Bytes frame) {
 
 }  // namespace
 
-void SetChecksum(std::span<std::uint8_t> frame) {
-    frame.back() = static_cast<std::uint8_t>(-Sum(frame.first(frame.size() - 1)));
-}
-
 void ResetReceiver() {
-    Link.Receiving = false;
+    Link.Receiving = Receiver::Waiting;
     Link.Expected = 0;
     Link.Collected = 0;
 }
@@ -612,7 +607,7 @@ int SendingBlocked() {
         }
         Link.L2Sent = false;
     }
-    if (status.cbOutQue > 0 || Link.Receiving || Link.AckWaitTicks != 0) {
+    if (status.cbOutQue > 0 || Link.Receiving != Receiver::Waiting || Link.AckWaitTicks != 0) {
         Trace(TRACE_LINK, "sending blocked");
         return 1;
     }
@@ -654,8 +649,7 @@ void SendL2Msg(HANDLE port, std::span<const std::uint8_t> frame) {
     if (Innermost == nullptr)
         ResetReceiver();
     else
-        Link.Receiving =
-            false;  // a handler's answer: the half frame there may be is one that ticks inside its box have left
+        EndHandling();  // a handler's answer
 }
 
 void Resend_Last_Msg() {
@@ -665,13 +659,6 @@ void Resend_Last_Msg() {
     WritePort(Serial.Port, frame);
     Link.LastTransmitTime = timeGetTime();
     TraceDump(TRACE_LINK, "Resend_Last_Msg(%s)", frame);
-}
-
-int ReadAfterL2Timeout() {
-    char text[15];
-    RegReadSetting(SECTION_ZT_INFO, "After_L2_timeout", "10", text);
-    const long value = std::strtol(text, nullptr, 10);
-    return value >= 1 && value <= 150 ? static_cast<int>(value) : 10;
 }
 
 void ResetTransmitState(bool keepSavedFrame) {
@@ -697,8 +684,6 @@ void LinkProven() {
 
 void StartLink() {
     SendL2Msg(Serial.Port, RESYNC_FRAME);
-    QueueZTMsg(Serial.Port, POLL_FRAME);
-    QueueZTMsg(Serial.Port, SPECIAL_FUNCTION_FRAME);
-    QueueZTMsg(Serial.Port, CONFIG_ENQUIRY_FRAME);
+    QueueFirstFrames();
     ResetOmnaLink();
 }

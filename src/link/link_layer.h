@@ -5,6 +5,8 @@
 //   bytes 2..L    data
 //   byte L + 1    checksum: all L + 2 bytes add up to 0 modulo 256
 //
+// The size of a frame counts all of it, L + 2 bytes. A message is what its length byte counts: type and data.
+//
 // The receiver cuts and checks the byte stream and dispatches by type; the transmitter sends the outgoing FIFO one
 // frame at a time. Link-control answers bypass the FIFO. Everything here runs under the line mutex.
 #pragma once
@@ -16,10 +18,14 @@
 #include <span>
 
 enum FrameType : std::uint8_t {
+    FRAME_NULL = 0x00,
     FRAME_CONTAINER = 0x0B,
     FRAME_SEGMENT = 0x0C,
+    FRAME_ASKING = 0x0E,  // its meaning is the card's; it wants one fixed frame
     FRAME_OMNA = 0x12,
+    FRAME_ALIVE = 0x20,
     FRAME_KEY = 0x26,
+    FRAME_ASKED = 0x30,  // the answer to FRAME_ASKING
     FRAME_CONTROL = 0x60,
     FRAME_SYSTEM_TRACE = 0x61,
     FRAME_VTA_TRACE = 0x62,
@@ -29,23 +35,57 @@ enum FrameType : std::uint8_t {
     FRAME_PIGGYBACK = 0x6F,
 };
 
-// Fixed frames.
-inline constexpr std::array<std::uint8_t, 4> ACK_FRAME{0x02, 0x60, 0x00, 0x9E};
-inline constexpr std::array<std::uint8_t, 4> NACK_FRAME{0x02, 0x60, 0x84, 0x1A};
-inline constexpr std::array<std::uint8_t, 4> RESYNC_FRAME{0x02, 0x60, 0x85, 0x19};
-inline constexpr std::array<std::uint8_t, 4> ABORT_FRAME{0x02, 0x60, 0x86, 0x18};
-inline constexpr std::array<std::uint8_t, 4> POLL_FRAME{0x02, 0x60, 0x01, 0x9D};
-inline constexpr std::array<std::uint8_t, 5> SPECIAL_FUNCTION_FRAME{0x03, 0x60, 0x10, 0x03, 0x8A};
-inline constexpr std::array<std::uint8_t, 4> CONFIG_ENQUIRY_FRAME{0x02, 0x60, 0x11, 0x8D};
-inline constexpr std::array<std::uint8_t, 5> TEMPO_FRAME{0x03, 0x60, 0x12, 0x32, 0x59};
+// Sub-types of FRAME_CONTROL. The card answers with the sub-type that it was asked with.
+enum ControlCode : std::uint8_t {
+    CONTROL_ACK = 0x00,
+    CONTROL_POLL = 0x01,
+    CONTROL_SPECIAL_FUNCTION = 0x10,
+    CONTROL_CONFIG = 0x11,
+    CONTROL_TEMPO = 0x12,
+    CONTROL_TEMPO_ENQUIRY = 0x13,
+    CONTROL_WRONG_LENGTH = 0x83,
+    CONTROL_WRONG_CHECKSUM = 0x84,
+    CONTROL_LOSS_OF_SYNCHRO = 0x85,
+    CONTROL_ABORT = 0x86,
+    CONTROL_RESTART = 0x87,
+};
+
+// Fills in the last byte of a frame so that all bytes add up to 0 modulo 256.
+constexpr void SetChecksum(std::span<std::uint8_t> frame) {
+    std::uint8_t sum = 0;
+    for (const std::uint8_t byte : frame.first(frame.size() - 1))
+        sum = static_cast<std::uint8_t>(sum + byte);
+    frame.back() = static_cast<std::uint8_t>(-sum);
+}
+
+// The frame of a message that never changes.
+template <class... Byte> constexpr auto FixedFrame(Byte... message) {
+    std::array<std::uint8_t, sizeof...(message) + 2> frame{sizeof...(message), static_cast<std::uint8_t>(message)...};
+    SetChecksum(frame);
+    return frame;
+}
+inline constexpr auto ACK_FRAME = FixedFrame(FRAME_CONTROL, CONTROL_ACK);
+inline constexpr auto NACK_FRAME = FixedFrame(FRAME_CONTROL, CONTROL_WRONG_CHECKSUM);
+inline constexpr auto RESYNC_FRAME = FixedFrame(FRAME_CONTROL, CONTROL_LOSS_OF_SYNCHRO);
+inline constexpr auto ABORT_FRAME = FixedFrame(FRAME_CONTROL, CONTROL_ABORT);
+inline constexpr auto POLL_FRAME = FixedFrame(FRAME_CONTROL, CONTROL_POLL);
+inline constexpr auto SPECIAL_FUNCTION_FRAME = FixedFrame(FRAME_CONTROL, CONTROL_SPECIAL_FUNCTION, 3);
+inline constexpr auto CONFIG_ENQUIRY_FRAME = FixedFrame(FRAME_CONTROL, CONTROL_CONFIG);
+inline constexpr auto TEMPO_FRAME = FixedFrame(FRAME_CONTROL, CONTROL_TEMPO, 50);
 
 constexpr int ACK_WAIT_SENT = 20;   // AckWaitTicks after a frame went out
 constexpr int ACK_WAIT_LIMIT = 50;  // AckWaitTicks beyond this goes back to 0: free to send
 constexpr int POLL_PERIOD_ANSWERED = 160;
 
+enum class Receiver : std::uint8_t {
+    Waiting,     // for a length byte
+    Collecting,  // a frame
+    Handling,    // a whole one; new bytes begin the next
+};
+
 struct LinkState {
-    bool Receiving = false;  // collecting a frame; false = waiting for a length byte
-    int Expected = 0;        // bytes of the frame being collected: type, data, checksum
+    Receiver Receiving = Receiver::Waiting;
+    int Expected = 0;  // size of the frame being collected; 0: none is
     int Collected = 0;
     std::array<std::uint8_t, 1024> Receive{};
     int RxIdleTicks = 0;         // ticks without a byte while collecting
@@ -63,7 +103,7 @@ struct LinkState {
     int After_L2_timeout = 10;                                // ms during which data frames wait after it
     std::uint32_t LastTransmitTime = 0, LastReceiveTime = 0;  // ms
     std::array<std::uint8_t, 1024> Transmit{};
-    int LastWritten = 0;       // length of the last frame written
+    int LastWritten = 0;       // size of the last frame written
     bool WriteFailed = false;  // a direct link-control frame is kept for one retry by the tick
     std::array<std::uint8_t, 16> Saved{};
     int SavedLength = 0;
@@ -76,9 +116,6 @@ struct LinkState {
     bool WaitAckResponseNack = false;  // WaitAckResponse: false = ACK, true = NACK
 };
 extern LinkState Link;
-
-// Fills in the last byte of a frame so that all bytes add up to 0 modulo 256.
-void SetChecksum(std::span<std::uint8_t> frame);
 
 // The receiver waits for a length byte; what it has of a frame is dropped.
 void ResetReceiver();
@@ -96,8 +133,6 @@ int SendingBlocked();
 void SendL2Msg(HANDLE port, std::span<const std::uint8_t> frame);
 // Writes the last frame again.
 void Resend_Last_Msg();
-// ZT_Info\After_L2_timeout in ms, 1 to 150; 10 for anything else.
-int ReadAfterL2Timeout();
 // What an opened port puts back before the link starts: the transmit side and the card's modes. A reconnection keeps the
 // link-control frame that waits for its retry.
 void ResetTransmitState(bool keepSavedFrame);

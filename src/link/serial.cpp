@@ -1,5 +1,6 @@
 #include "link/serial.h"
 
+#include "config/settings.h"
 #include "link/fifo.h"
 #include "link/link_layer.h"
 #include "link/port_io.h"
@@ -9,6 +10,7 @@
 #include "provider/state.h"
 #include "trace/trace.h"
 
+#include <cstdlib>
 #include <cstring>
 #include <utility>
 
@@ -179,4 +181,11 @@ bool SerialStartTimer() {
     if (Serial.Timer == 0)
         Serial.Timer = SetTimer(nullptr, 0, TICK_MS, Up.Tick);
     return Serial.Timer != 0;
+}
+
+int ReadAfterL2Timeout() {
+    char text[15];
+    RegReadSetting(SECTION_ZT_INFO, "After_L2_timeout", "10", text);
+    const long value = std::strtol(text, nullptr, 10);
+    return value >= 1 && value <= 150 ? static_cast<int>(value) : 10;
 }

@@ -24,5 +24,7 @@ void SerialCloseComms();
 void ResetComPort(int reason);
 // After a loss of contact: opens the port anew and starts the link again.
 void Reconnect();
+// ZT_Info\After_L2_timeout in ms, 1 to 150; 10 for anything else.
+int ReadAfterL2Timeout();
 // False, with the error set, when the system gives no timer.
 bool SerialStartTimer();

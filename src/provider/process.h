@@ -55,6 +55,9 @@ LONG ReleaseLineMutex(LONG result);
 // How long, in ms, the calling thread has held the line mutex since it took it first; NOT_HELD where it does not hold it.
 constexpr DWORD NOT_HELD = 0xFFFFFFFF;
 DWORD LineMutexHeldFor();
+inline bool HoldsLineMutex() {
+    return LineMutexHeldFor() != NOT_HELD;
+}
 
 // Gives up all holds of the line mutex that this thread has, so that the serial thread can have it; TakeBack takes as many.
 int LetGo();

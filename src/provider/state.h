@@ -17,6 +17,8 @@ enum DeviceStateValue : std::uint8_t {
     DEVICE_IN_SERVICE = 2,  // the set's configuration has been received
 };
 
+constexpr std::uint8_t DEV_TYPE_KB2 = 3;  // Dev_type of a 7120 set
+
 constexpr std::uint8_t FWD_NOT_FORWARDED = 4;  // FwdStatus: 0 to 3 name a forwarding, 4 none
 
 struct ProviderStateRecord {
@@ -56,7 +58,7 @@ struct ProviderStateRecord {
     std::uint8_t FwdStatus;      // LINEFORWARDMODE_ by number: 0 UNCOND, 1 BUSY, 2 NOANSW, 3 BUSYNA, 4 none
     std::uint8_t TAPI_OMNA_Ver;  // version of the CTI message set in the PBX's DEVICE_ASSOC_ACK
     std::uint8_t PbxLanguage;    // 1 French, 2 English, 4 German, 5 Spanish, 6 Italian
-    std::uint8_t Dev_type;       // 3 = a KB2 (7120) set
+    std::uint8_t Dev_type;       // DEV_TYPE_KB2, or another set
     std::uint8_t AdapterMajor;   // version of the card, from its Config Response
     std::uint8_t AdapterMinor;
 

@@ -36,28 +36,27 @@ constexpr int OFFER_LIMIT = 10;
 constexpr int RX_IDLE_LIMIT = 4;         // the card never pauses half a second inside a frame
 constexpr int CONTACT_LOST_MARGIN = 30;  // ticks after the poll that nobody answered
 constexpr int BLOCKED_PAUSE = 600;       // a minute, as between two entries of the event log
-constexpr std::uint8_t DEV_TYPE_KB2 = 3;
 
-// The two boxes of the tick. They release the line mutex while they are shown, and say whether the tick holds it again
-// afterwards: without it, it must touch nothing more.
-int HardwareProblemBox(bool& held) {
+// The two boxes of the tick. They release the line mutex while they are shown. A tick that does not hold it again
+// afterwards must touch nothing more.
+int HardwareProblemBox() {
     Trace(TRACE_ALWAYS, "V24 trouble hinst %lx", Process.ModuleInstance);
     MessageBeep(MB_ICONHAND);
     ReleaseLineMutex(0);
     const int result = ErrorBox("Hardware Problem - Please check:\n\n - the cable,\n - the PC serial port,\n"
                                 " - the VXC card.\n\nTrying to restart ... Click Ok to abort");
-    held = GotLineMutex(WaitLineMutex());
+    WaitLineMutex();
     Trace(TRACE_ALWAYS, "MessageBox returns %lx IDOK %lx IDHELP %lx", result, IDOK, IDHELP);
     return 0;
 }
 
-int NoConfigurationBox(bool& held) {
+int NoConfigurationBox() {
     Trace(TRACE_ALWAYS, "Dynamic Config not received - SP stopped");
     MessageBeep(MB_ICONHAND);
     ReleaseLineMutex(0);
     ErrorBox("No response from PBX !\nThe Corvane Service Provider cannot run...\n\n- Check your PBX version.\n"
              " - Check your VXC setup.");
-    held = GotLineMutex(WaitLineMutex());
+    WaitLineMutex();
     Trace(TRACE_ALWAYS, "Dynamic Config not received DialogBox return %ld", 0);
     return 0;
 }
@@ -66,9 +65,8 @@ void CloseLine() {
     DoLineEvent(LINE_CLOSE, 0, 0, -1);
 }
 
-// The set's configuration has not come in time. True when the provider has stopped itself; `held` says whether the line
-// mutex is still this tick's.
-bool WatchConfiguration(bool& held) {
+// The set's configuration has not come in time. True when the provider has stopped itself.
+bool WatchConfiguration() {
     if (Tick.ConfigReceived)
         return false;  // the count stands, maybe at a limit
     if (Tick.WaitConfigCount == CONFIG_LIMIT_ASSOC && !Tick.DeviceAssocAck) {
@@ -79,8 +77,8 @@ bool WatchConfiguration(bool& held) {
               CONFIG_LIMIT_ASSOC);
         RecordLastAction("failed :Config dynamic :Device association ack not received");
         LogEvent(EVENT_STOPPED_NO_ASSOCIATION, ProviderState.PortName);
-        NoConfigurationBox(held);
-        if (held)
+        NoConfigurationBox();
+        if (HoldsLineMutex())
             CloseLine();
         return true;
     }
@@ -104,9 +102,9 @@ bool WatchConfiguration(bool& held) {
     } else {
         RecordLastAction("failed :Config dynamic not received");
         LogEvent(EVENT_STOPPED_NO_CONFIGURATION, ProviderState.PortName);
-        NoConfigurationBox(held);
+        NoConfigurationBox();
     }
-    if (held)
+    if (HoldsLineMutex())
         CloseLine();
     return true;
 }
@@ -223,8 +221,7 @@ void OfferWithoutCaller() {
 }
 
 void FlushHalfFrame() {
-    // A frame whose handler shows a box still counts as received, but nothing of it is missing.
-    if (!Link.Receiving || Link.Expected == 0 || ++Link.RxIdleTicks <= RX_IDLE_LIMIT)
+    if (Link.Receiving != Receiver::Collecting || ++Link.RxIdleTicks <= RX_IDLE_LIMIT)
         return;
     ResetReceiver();
     Link.RxIdleTicks = 0;
@@ -258,7 +255,7 @@ void PortBlockedBox() {
     open = false;
 }
 
-void LoseContact(bool& held) {
+void LoseContact() {
     if (!std::exchange(Link.ContactLost, true))
         LogEvent(EVENT_CONTACT_LOST, ProviderState.PortName);
     Trace(TRACE_ALWAYS, "Perte de connexion - Tentative de redemarrage");
@@ -271,15 +268,15 @@ void LoseContact(bool& held) {
         DoLineEvent(LINE_LINEDEVSTATE, LINEDEVSTATE_DISCONNECTED | LINEDEVSTATE_OUTOFSERVICE, 0, -1);
         ProviderState.DeviceState = DEVICE_OUT_OF_SERVICE;
     }
-    HardwareProblemBox(held);
-    if (!held)
+    HardwareProblemBox();
+    if (!HoldsLineMutex())
         return;
     CloseLine();
     RecordLastAction("failed :V24 Trouble");
 }
 
 // Polls a silent link and gives it up when the poll brings nothing. True when the tick ends here.
-bool SuperviseLink(bool& held) {
+bool SuperviseLink() {
     if (Link.SubdeviceTest)
         return false;
     if (Link.LinkIdleTicks == Link.LinkPollPeriod) {
@@ -294,7 +291,7 @@ bool SuperviseLink(bool& held) {
     }
     if (Link.LinkIdleTicks <= Link.LinkPollPeriod + CONTACT_LOST_MARGIN)
         return false;
-    LoseContact(held);
+    LoseContact();
     return true;
 }
 
@@ -328,7 +325,8 @@ void ReceiveAll() {
     } while (got > 0 && Serial.Port != INVALID_HANDLE_VALUE);
 }
 
-void KickTransmitter() {
+// Sends the oldest queued frame when the wait for an acknowledgement is over.
+void SendQueued() {
     if (Link.AckWaitTicks != 0) {
         if (++Link.AckWaitTicks > ACK_WAIT_LIMIT)
             Link.AckWaitTicks = 0;
@@ -340,14 +338,14 @@ void KickTransmitter() {
 }
 
 // One tick; a step that gives true ends it.
-void RunTick(bool& held) {
+void RunTick() {
     WatchRunningRequest();  // of a stopped link too, whose presses are lost
     LogLeftOut();
     if (Link.LinkStopped || Tick.SpStopped)
         return;
     if (Tracking.ForwardAckTicks > 0)
         --Tracking.ForwardAckTicks;
-    if (WatchConfiguration(held) || WatchTraceMode())
+    if (WatchConfiguration() || WatchTraceMode())
         return;
     ++Link.LinkIdleTicks;
     if (!Tick.ConfigReceived)
@@ -362,14 +360,14 @@ void RunTick(bool& held) {
     RunFvTimer();
     OfferWithoutCaller();
     FlushHalfFrame();
-    if (RetryFailedWrite() || SuperviseLink(held))
+    if (RetryFailedWrite() || SuperviseLink())
         return;
     if (Serial.Port == INVALID_HANDLE_VALUE) {
         PortBlockedBox();
         return;
     }
     ReceiveAll();
-    KickTransmitter();
+    SendQueued();
 }
 
 }  // namespace
@@ -377,11 +375,10 @@ void RunTick(bool& held) {
 void CALLBACK SerialTick(HWND, UINT, UINT_PTR, DWORD) {
     if (SerialThreadLife == ThreadLife::Forgotten)
         return;
-    bool held = GotLineMutex(WaitLineMutex());
-    if (!held)
+    if (!GotLineMutex(WaitLineMutex()))
         return;  // without the mutex nothing may be touched
     RenewPortWait();
-    RunTick(held);
-    if (held)
+    RunTick();
+    if (HoldsLineMutex())
         ReleaseLineMutex(0);
 }

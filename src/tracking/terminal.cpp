@@ -27,7 +27,7 @@ constexpr int SUPER_MESSAGE_DEPTH = 8;  // Super Messages within one another
 constexpr DWORD KEY_LAMPS = 20;         // lamp identifier of key 0
 constexpr DWORD ICON_OFF = 2;           // raw icon value of a module key that was cleared
 constexpr int CURSOR_MAX = 1 << 20;     // far off the line; keeps the count from overflowing
-constexpr std::uint8_t ANSWERED_FRAME[] = {0x04, 0x26, 0x1F, 0x05, 0x01, 0xB1};
+constexpr auto ANSWERED_FRAME = FixedFrame(FRAME_KEY, 0x1F, 5, 1);
 
 // Whose command it is.
 struct Origin {
@@ -272,12 +272,11 @@ void DecodeSuperMessage(std::span<const std::uint8_t> command, int moduleMode, i
 }
 
 void DecodeTerminalEvent(std::span<const std::uint8_t> event, int moduleMode, int address) {
-    enum Event { DIGIT_KEY = 0x03, KEY = 0x20 };
     if (event.size() < 2)
         return;
     switch (event[0] & 0x7F) {
-    case DIGIT_KEY: DigitKeyPushed(event[1] & 0x7F); break;
-    case KEY:
+    case EVENT_DIGIT: DigitKeyPushed(event[1] & 0x7F); break;
+    case EVENT_KEY:
         if (moduleMode != 0)
             ModuleKeyPressed(event[1], address);
         else

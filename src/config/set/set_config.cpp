@@ -26,7 +26,6 @@ namespace {
 using Bytes = std::span<const std::uint8_t>;
 using Cursor = PayloadCursor;
 
-constexpr std::uint8_t DEV_TYPE_KB2 = 3;
 constexpr std::size_t PAYLOAD_TEXT = 256;  // the longest counted text, terminated
 
 std::uint8_t FirstByte(Bytes payload) {
