@@ -128,11 +128,14 @@ TEST_F(InTheService, AMissingPortIsToldOnceAMinuteUntilSomebodyIsThereToSeeIt) {
     LoseContact();
     PlatformControl::FailCall("WTSQuerySessionInformationW");  // nobody, as before, and counted
     Advance(180'000);
-    EXPECT_LE(PlatformControl::CallsCounted(), 4) << "not at every tick, and under the line mutex";
+    EXPECT_LE(PlatformControl::CallsCounted(), 12) << "not at every tick, and under the line mutex";
     PlatformControl::CallsWork();
-    PlatformControl::UseScreen(Screen::UsersSession);
-    Advance(60'000);
-    EXPECT_GE(BoxCount(), 1u);
+    for (const Screen screen : {Screen::UserAtADistance, Screen::UsersSession}) {
+        PlatformControl::UseScreen(screen);
+        Advance(60'000);
+        EXPECT_THAT(Logged(), testing::Contains(screen == Screen::UsersSession ? "W15 Serial Port blocked 1"
+                                                                               : "W15 Serial Port blocked 2"));
+    }
     PlatformControl::Port("COM1").OpenError = 0;
 }
 
@@ -167,7 +170,8 @@ TEST_F(InTheService, WhereNobodyCanSeeABoxItIsAnsweredAtOnceAndOnlyLogged) {
     const struct {
         Screen screen;
         const char* fails;
-    } rows[] = {{Screen::NobodyLoggedOn, nullptr},
+    } rows[] = {{Screen::UserAtADistance, "WTSEnumerateSessionsW"},
+                {Screen::NobodyLoggedOn, nullptr},
                 {Screen::NoSession, nullptr},
                 {Screen::UsersSession, "LoadLibraryA"},
                 {Screen::UsersSession, "WTSSendMessageW"},

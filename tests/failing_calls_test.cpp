@@ -164,7 +164,9 @@ TEST_P(FailingCalls, LeaveNothingBehind) {
             PlatformControl::Port("COM1").ReadPends = function == "GetOverlappedResult" || function == "CancelIoEx";
             // Boxes of a service go to the user's session; one of the life's three sessions shows one.
             if (function == "MsgWaitForMultipleObjectsEx" || function == "LoadLibraryA" || function.starts_with("WTS"))
-                PlatformControl::UseScreen(PlatformControl::Screen::UsersSession);
+                PlatformControl::UseScreen(function == "WTSEnumerateSessionsW"
+                                               ? PlatformControl::Screen::UserAtADistance
+                                               : PlatformControl::Screen::UsersSession);
             // Without the line mutex a tick does nothing.
             computer.TicksRun = function != "WaitForSingleObject" || failing == Failing::Once;
             PlatformControl::FailCall(function, n, failing);

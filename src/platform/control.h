@@ -106,8 +106,8 @@ void KeepBoxesOpen(std::uint32_t milliseconds);
 // Decides the answer; runs on the showing thread when the box closes. Default: IDOK.
 void AnswerBoxes(std::function<int(const Box&)> answer);
 // Where this process's boxes can be seen. With another than Own it has no visible window station, as a service has
-// none: boxes then reach the session at the computer's screen, if somebody is logged on there.
-enum class Screen { Own, UsersSession, NobodyLoggedOn, NoSession };
+// none: boxes then reach the session of somebody who is logged on at the computer's screen (UsersSession) or at another one.
+enum class Screen { Own, UsersSession, UserAtADistance, NobodyLoggedOn, NoSession };
 void UseScreen(Screen screen);
 int PinnedLibraries();  // how often the library has been kept from being unloaded
 

@@ -43,11 +43,28 @@ bool SomebodyIsLoggedOn(DWORD session) {
     return somebody;
 }
 
-// The session at the computer's own screen, which is beside the set; NO_SESSION where nobody is logged on there.
+// The first session that somebody works in from afar; NO_SESSION where there is none.
+DWORD SessionAtADistance() {
+    const auto list = FindWts<decltype(&WTSEnumerateSessionsW)>("WTSEnumerateSessionsW");
+    const auto release = FindWts<decltype(&WTSFreeMemory)>("WTSFreeMemory");
+    WTS_SESSION_INFOW* sessions = nullptr;
+    DWORD count = 0;
+    if (list == nullptr || release == nullptr || !list(WTS_CURRENT_SERVER_HANDLE, 0, 1, &sessions, &count))
+        return NO_SESSION;
+    const auto* const end = sessions + count;
+    const auto* const found = std::find_if(sessions, sessions + count, [](const WTS_SESSION_INFOW& session) {
+        return session.State == WTSActive && SomebodyIsLoggedOn(session.SessionId);
+    });
+    const DWORD session = found == end ? NO_SESSION : found->SessionId;
+    release(sessions);
+    return session;
+}
+
+// The session at the computer's own screen, which is beside the set; another one where nobody is logged on there.
 DWORD SessionOfUser() {
     const auto ask = Find<decltype(&WTSGetActiveConsoleSessionId)>("kernel32.dll", "WTSGetActiveConsoleSessionId");
     const DWORD session = ask == nullptr ? NO_SESSION : ask();
-    return session != NO_SESSION && SomebodyIsLoggedOn(session) ? session : NO_SESSION;
+    return session != NO_SESSION && SomebodyIsLoggedOn(session) ? session : SessionAtADistance();
 }
 
 bool OwnScreenIsVisible() {

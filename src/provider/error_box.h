@@ -1,5 +1,6 @@
 // The message boxes that every error the user must see goes through. On a process's own screen they are the system's; a
-// service has no screen, and its boxes go to the session of the user who works at the computer. Each is in the event log too.
+// service has no screen, and its boxes go to the session of the user who works at the computer, or else of one who works
+// there from afar. Each is in the event log too.
 #pragma once
 
 #include "platform/platform.h"

@@ -130,6 +130,14 @@ BOOL WINAPI GetUserObjectInformationA(HANDLE object, int index, LPVOID informati
 #define WTS_CURRENT_SERVER_HANDLE (static_cast<HANDLE>(nullptr))
 enum WTS_INFO_CLASS { WTSUserName = 5 };
 DWORD WINAPI WTSGetActiveConsoleSessionId();
+enum WTS_CONNECTSTATE_CLASS { WTSActive, WTSDisconnected = 4 };
+struct WTS_SESSION_INFOW {
+    DWORD SessionId;
+    LPWSTR pWinStationName;
+    WTS_CONNECTSTATE_CLASS State;
+};
+BOOL WINAPI WTSEnumerateSessionsW(HANDLE server, DWORD reserved, DWORD version, WTS_SESSION_INFOW** sessions,
+                                  DWORD* count);
 BOOL WINAPI WTSQuerySessionInformationW(HANDLE server, DWORD session, WTS_INFO_CLASS kind, LPWSTR* value, DWORD* bytes);
 void WINAPI WTSFreeMemory(LPVOID memory);
 BOOL WINAPI WTSSendMessageW(HANDLE server, DWORD session, LPWSTR title, DWORD titleBytes, LPWSTR text, DWORD textBytes,

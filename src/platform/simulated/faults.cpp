@@ -40,6 +40,7 @@ constexpr Fallible Functions[] = {
     // sessions, libraries, the event log
     {"GetUserObjectInformationA", ERROR_INVALID_HANDLE},
     {"LoadLibraryA", ERROR_FILE_NOT_FOUND},
+    {"WTSEnumerateSessionsW", ERROR_ACCESS_DENIED},
     {"WTSQuerySessionInformationW", ERROR_ACCESS_DENIED},
     {"WTSSendMessageW", ERROR_ACCESS_DENIED},
     {"RegisterEventSourceA", ERROR_ACCESS_DENIED},

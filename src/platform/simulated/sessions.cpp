@@ -3,6 +3,7 @@
 #include "platform/simulated/state.h"
 
 #include <algorithm>
+#include <cstdlib>
 #include <cstring>
 #include <string_view>
 
@@ -12,7 +13,7 @@ namespace {
 
 using PlatformControl::Screen;
 
-constexpr DWORD OWN_SESSION = 0, USERS_SESSION = 1, NO_SESSION = 0xFFFFFFFF;
+constexpr DWORD OWN_SESSION = 0, CONSOLE_SESSION = 1, REMOTE_SESSION = 2, NO_SESSION = 0xFFFFFFFF;
 Screen UsedScreen = Screen::Own;
 int Pinned = 0;
 
@@ -20,6 +21,17 @@ struct EventSource : Object {
     std::string name;
 };
 std::vector<PlatformControl::LogEntry>& Entries = *new std::vector<PlatformControl::LogEntry>;
+
+// Whether somebody is logged on in this session.
+bool HasUser(DWORD session) {
+    return (session == CONSOLE_SESSION && UsedScreen == Screen::UsersSession) ||
+           (session == REMOTE_SESSION && UsedScreen == Screen::UserAtADistance);
+}
+
+// What WTSFreeMemory gives back.
+template <class T> T* Given(std::size_t count) {
+    return static_cast<T*>(std::calloc(count, sizeof(T)));
+}
 
 std::string Narrow(LPCWSTR text, DWORD bytes) {
     std::string out;
@@ -58,7 +70,20 @@ BOOL WINAPI GetUserObjectInformationA(HANDLE, int, LPVOID information, DWORD siz
 
 DWORD WINAPI WTSGetActiveConsoleSessionId() {
     const Guard guard(Lock);
-    return UsedScreen == Screen::Own ? OWN_SESSION : UsedScreen == Screen::NoSession ? NO_SESSION : USERS_SESSION;
+    return UsedScreen == Screen::Own ? OWN_SESSION : UsedScreen == Screen::NoSession ? NO_SESSION : CONSOLE_SESSION;
+}
+
+BOOL WINAPI WTSEnumerateSessionsW(HANDLE, DWORD, DWORD, WTS_SESSION_INFOW** sessions, DWORD* count) {
+    if (Fails("WTSEnumerateSessionsW"))
+        return FALSE;
+    const Guard guard(Lock);
+    *count = 3;
+    *sessions = Given<WTS_SESSION_INFOW>(*count);
+    for (const DWORD session : {OWN_SESSION, CONSOLE_SESSION, REMOTE_SESSION}) {
+        (*sessions)[session].SessionId = session;
+        (*sessions)[session].State = session == OWN_SESSION ? WTSDisconnected : WTSActive;
+    }
+    return TRUE;
 }
 
 // The name is empty where nobody is logged on.
@@ -66,10 +91,10 @@ BOOL WINAPI WTSQuerySessionInformationW(HANDLE, DWORD session, WTS_INFO_CLASS, L
     if (Fails("WTSQuerySessionInformationW"))
         return FALSE;
     const Guard guard(Lock);
-    if (session != USERS_SESSION)
+    if (session != CONSOLE_SESSION && session != REMOTE_SESSION)
         return FALSE;
-    const std::string_view name = UsedScreen == Screen::NobodyLoggedOn ? "" : "user";
-    auto* const copy = new WCHAR[name.size() + 1]{};
+    const std::string_view name = HasUser(session) ? "user" : "";
+    auto* const copy = Given<WCHAR>(name.size() + 1);
     std::copy(name.begin(), name.end(), copy);
     *value = copy;
     *bytes = static_cast<DWORD>((name.size() + 1) * sizeof(WCHAR));
@@ -77,7 +102,7 @@ BOOL WINAPI WTSQuerySessionInformationW(HANDLE, DWORD session, WTS_INFO_CLASS, L
 }
 
 void WINAPI WTSFreeMemory(LPVOID memory) {
-    delete[] static_cast<WCHAR*>(memory);
+    std::free(memory);
 }
 
 // Dispatches nothing while the box is open, as on Windows.
@@ -86,7 +111,7 @@ BOOL WINAPI WTSSendMessageW(HANDLE, DWORD session, LPWSTR title, DWORD titleByte
     if (Fails("WTSSendMessageW"))
         return FALSE;
     Guard guard(Lock);
-    if (session != USERS_SESSION)
+    if (!HasUser(session))
         return FALSE;
     PlatformControl::Box box{Narrow(text, textBytes), Narrow(title, titleBytes), style};
     box.LineMutexHeld = HoldsMutex("SP62LineMutex");
@@ -112,6 +137,7 @@ FARPROC WINAPI GetProcAddress(HMODULE, LPCSTR name) {
         void* function;
     } functions[] = {
         {"WTSGetActiveConsoleSessionId", reinterpret_cast<void*>(WTSGetActiveConsoleSessionId)},
+        {"WTSEnumerateSessionsW", reinterpret_cast<void*>(WTSEnumerateSessionsW)},
         {"WTSQuerySessionInformationW", reinterpret_cast<void*>(WTSQuerySessionInformationW)},
         {"WTSFreeMemory", reinterpret_cast<void*>(WTSFreeMemory)},
         {"WTSSendMessageW", reinterpret_cast<void*>(WTSSendMessageW)},

@@ -38,6 +38,7 @@ decltype(LoadLibraryA) SimLoadLibraryA;
 decltype(GetProcAddress) SimGetProcAddress;
 decltype(GetModuleHandleExA) SimGetModuleHandleExA;
 decltype(WTSGetActiveConsoleSessionId) SimWTSGetActiveConsoleSessionId;
+decltype(WTSEnumerateSessionsW) SimWTSEnumerateSessionsW;
 decltype(WTSQuerySessionInformationW) SimWTSQuerySessionInformationW;
 decltype(WTSFreeMemory) SimWTSFreeMemory;
 decltype(WTSSendMessageW) SimWTSSendMessageW;
@@ -124,6 +125,7 @@ extern "C" BOOL WINAPI DllMain(HINSTANCE instance, DWORD reason, LPVOID);
 #define GetProcAddress SimGetProcAddress
 #define GetModuleHandleExA SimGetModuleHandleExA
 #define WTSGetActiveConsoleSessionId SimWTSGetActiveConsoleSessionId
+#define WTSEnumerateSessionsW SimWTSEnumerateSessionsW
 #define WTSQuerySessionInformationW SimWTSQuerySessionInformationW
 #define WTSFreeMemory SimWTSFreeMemory
 #define WTSSendMessageW SimWTSSendMessageW
