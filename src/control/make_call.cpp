@@ -15,6 +15,7 @@
 namespace {
 
 constexpr LONG UNAVAILABLE = Error(LINEERR_OPERATIONUNAVAIL);
+constexpr int NO_KEY = -1;
 constexpr int TRACE_MODE_TICKS = 70;  // a call pressed blindly waits this long for the card's first trace header
 
 // The call never came to be.
@@ -33,21 +34,21 @@ void WaitForTraceMode() {
     Trace(TRACE_ALWAYS, "LineMakeCall Attente mode Trace time %ld limit %ld", Tick.WaitTrace, Tick.WaitTraceLimit);
 }
 
-// Gives the key, or -1: none is pressed on the same line, none is free on another.
-int ChooseKey(int cref, bool sameLine) {
-    if (sameLine)
-        return -1;
+// The key that seizes another line: the call's own where it has dial tone, else a free one; NO_KEY when none is free.
+int KeyToSeize(int cref) {
     return CallOf(cref).state == LINECALLSTATE_DIALTONE ? CallOf(cref).touch : FindFreeMultiLine();
 }
 
-void PressKeyAndNumber(CallRecord& call, int key, bool sameLine) {
+// `key`: NO_KEY dials on the line that has dial tone already.
+void PressKeyAndNumber(CallRecord& call, int key) {
     PressSequence presses;
-    if (!sameLine)
+    if (key != NO_KEY)
         presses.Key(key);
     presses.DialString(call.DestAddress);
     presses.Send();
 }
 
+// `key`: where the call comes to stand; NO_KEY leaves it where it is.
 void EnterCall(int cref, int key) {
     CallRecord& call = CallOf(cref);
     call.byMakeCall = 1;
@@ -77,21 +78,22 @@ LONG DoMakeCall(int cref, int requestCode, bool accepted) {
         Trace(TRACE_ALWAYS, "DoMakeCall - On ne peut pas assurer le Make Call - Double appel en cours");
         return accepted ? GiveUp(cref) : OPERATION_FAILED;
     }
-    int key = requestCode == REQUEST_MAKE_CALL ? FindFreeBossSecretaryKey(cref) : -1;
-    if (key != -1) {
-        SendZTNondigitKey(key);  // calls its party without a digit
-    } else {
-        key = ChooseKey(cref, sameLine);
-        const char* destination = CallOf(cref).DestAddress;
-        Trace(TRACE_ENTRY, "DoMakeCall tou Multi NBtou %d  PushKey %d DialSameLine %d Dest '%s' ", KeyLists.Multi.Count,
-              key, sameLine, destination);
-        if (key == -1 && !sameLine) {
-            Trace(TRACE_ALWAYS, "LineMakeCall Impossible, aucune ressource disponible");
-            return GiveUp(cref);
-        }
-        WaitForTraceMode();
-        PressKeyAndNumber(CallOf(cref), key, sameLine);
+    const int direct = requestCode == REQUEST_MAKE_CALL ? FindFreeBossSecretaryKey(cref) : NO_KEY;
+    if (direct != NO_KEY) {
+        SendZTNondigitKey(direct);  // calls its party without a digit
+        EnterCall(cref, sameLine ? NO_KEY : direct);
+        return 0;
     }
-    EnterCall(cref, sameLine ? -1 : key);
+    const int key = sameLine ? NO_KEY : KeyToSeize(cref);
+    const char* destination = CallOf(cref).DestAddress;
+    Trace(TRACE_ENTRY, "DoMakeCall tou Multi NBtou %d  PushKey %d DialSameLine %d Dest '%s' ", KeyLists.Multi.Count,
+          key, sameLine, destination);
+    if (!sameLine && key == NO_KEY) {
+        Trace(TRACE_ALWAYS, "LineMakeCall Impossible, aucune ressource disponible");
+        return GiveUp(cref);
+    }
+    WaitForTraceMode();
+    PressKeyAndNumber(CallOf(cref), key);
+    EnterCall(cref, key);
     return 0;
 }

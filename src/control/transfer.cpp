@@ -24,9 +24,8 @@ struct Pair {
         return KeyOf(Cref) == Tracking.ActivCallTouch && KeyOf(ConsultCref) == Tracking.ActivCallTouch;
     }
     bool OnBossOrSecretary() const { return IsBossOrSecretary(KeyOf(Cref)) || IsBossOrSecretary(KeyOf(ConsultCref)); }
-    // The key of the call that is not in this state.
-    int KeyBeside(DWORD state) const { return KeyOf(StateOf(Cref) != state ? Cref : ConsultCref); }
-    // The key of the other one.
+    // The key of the call that is not in this state, and that of the other one.
+    int KeyNotIn(DWORD state) const { return KeyOf(StateOf(Cref) != state ? Cref : ConsultCref); }
     int KeyIn(DWORD state) const { return KeyOf(StateOf(Cref) != state ? ConsultCref : Cref); }
 };
 
@@ -65,7 +64,7 @@ bool PressAlone(const char* trace, int position) {
 bool PressBetweenKeys(const char* trace, const Pair& pair, int position) {
     Trace(TRACE_ENTRY, trace);
     PressSequence presses;
-    presses.Key(pair.KeyBeside(LINECALLSTATE_CONNECTED));
+    presses.Key(pair.KeyNotIn(LINECALLSTATE_CONNECTED));
     presses.SoftKey(position);
     presses.Key(pair.KeyIn(LINECALLSTATE_CONNECTED));
     presses.Send();
@@ -77,7 +76,7 @@ bool PressWhileRinging(const Pair& pair, int position) {
         Trace(TRACE_ENTRY, "Demande de transfert sur sonnerie - 1 des appels pat/sec: choix tou");
         PressSequence presses;
         presses.SoftKey(position);
-        presses.Key(pair.KeyBeside(LINECALLSTATE_PROCEEDING));
+        presses.Key(pair.KeyNotIn(LINECALLSTATE_PROCEEDING));
         presses.Send();
         return true;
     }
@@ -92,21 +91,21 @@ bool Press(const Joining& joining, const Pair& pair, int position) {
           counts.Reoffering);
     if (counts.Live() == 2)
         return PressAlone(joining.TwoCalls, position);
-    const bool ringing = joining.WhileRinging && pair.States() == PROCEEDING_HELD;
-    if (Tracking.DbCall != 0) {
-        if ((pair.States() != CONNECTED_HELD && !ringing) || !pair.ShareActiveKey())
-            return false;
-        Trace(TRACE_ENTRY, joining.SharedKey, Tracking.ActivCallTouch);
-        SendSoftKey(position);
-        return true;
+    const DWORD states = pair.States();
+    const bool rings = joining.WhileRinging && states == PROCEEDING_HELD;
+    if (Tracking.DbCall == 0) {
+        if (states == CONNECTED_HELD || states == CONNECTED_REOFFERED)
+            return counts.OnHold + counts.OnHoldPending + counts.Reoffering == 1
+                       ? PressAlone(joining.OneWaits, position)
+                       : PressBetweenKeys(joining.SeveralWait, pair, position);
+        return rings && PressWhileRinging(pair, position);
     }
-    if (ringing)
-        return PressWhileRinging(pair, position);
-    if (pair.States() != CONNECTED_HELD && pair.States() != CONNECTED_REOFFERED)
+    // Two calls share the active line; the set can only act on these two.
+    if ((states != CONNECTED_HELD && !rings) || !pair.ShareActiveKey())
         return false;
-    if (counts.OnHold + counts.OnHoldPending + counts.Reoffering == 1)
-        return PressAlone(joining.OneWaits, position);
-    return PressBetweenKeys(joining.SeveralWait, pair, position);
+    Trace(TRACE_ENTRY, joining.SharedKey, Tracking.ActivCallTouch);
+    SendSoftKey(position);
+    return true;
 }
 
 LONG Refuse(DWORD error) {

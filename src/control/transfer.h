@@ -3,12 +3,6 @@
 #pragma once
 
 #include "platform/platform.h"
-#include "tracking/model.h"
-
-// States of two calls together.
-constexpr DWORD CONNECTED_HELD = LINECALLSTATE_CONNECTED | LINECALLSTATE_ONHOLD;
-constexpr DWORD CONNECTED_REOFFERED = LINECALLSTATE_CONNECTED | STATE_REOFFERING;
-constexpr DWORD PROCEEDING_HELD = LINECALLSTATE_PROCEEDING | LINECALLSTATE_ONHOLD;
 
 // Dials the call's DestAddress from the conversation; the display interpretation presses the transfer soft key when the
 // set shows it, and completes the request. Gives 0, or the error with which it has itself completed the request.

@@ -18,8 +18,8 @@
 #include "trace/trace.h"
 #include "tracking/display.h"
 #include "tracking/events.h"
-#include "tracking/model.h"
 #include "tracking/pending.h"
+#include "tracking/steps.h"
 
 #include <algorithm>
 #include <span>
@@ -148,7 +148,7 @@ void RunDeferredMakeCall() {
     if (Tick.InitDataPending || !Marks.DeferredMakeCall.Set || !Tick.ConfigUsable)
         return;
     const int kept = Marks.DeferredMakeCall.Cref;
-    const DWORD state = IsCref(kept) ? CallTable[static_cast<std::size_t>(kept)].state : 0;
+    const DWORD state = StateOf(kept);
     if (state != 0 && state != LINECALLSTATE_IDLE && state != LINECALLSTATE_DIALTONE) {
         GiveUpDeferredMakeCall();  // the user has dialled from its record meanwhile: that call is not to be moved
         return;
@@ -171,8 +171,8 @@ void WatchMakeCall() {
     const int cref = FindCallByState(LINECALLSTATE_PROCEEDING);
     if (!IsCref(cref))
         return;
-    const int key = CallTable[static_cast<std::size_t>(cref)].touch;
-    if (key < 0 || key >= KEY_COUNT || TouchTable[static_cast<std::size_t>(key)].icon == ACTIV_ICON)
+    const int key = CallOf(cref).touch;
+    if (!IsKey(key) || TouchOf(key).icon == ACTIV_ICON)
         return;
     Trace(TRACE_CALL, "Time out:Icone:%d éteint - Etat:IDLE - Ref:%d"_cp1252, key, cref);
     ClearCall(cref);
@@ -209,14 +209,8 @@ void OfferWithoutCaller() {
     Trace(TRACE_CALL, "- Etat:OFFERING - Ref:%d", cref);
     Trace(TRACE_CALL, "2 sec - pas d'info sur l'appelant");
     DoLineEvent(LINE_CALLSTATE, LINECALLSTATE_OFFERING, 0, cref);
-    if (IsCref(cref)) {
-        const int key = CallTable[static_cast<std::size_t>(cref)].touch;
-        if (key >= 0 && key < KEY_COUNT && TouchTable[static_cast<std::size_t>(key)].kind == TOUCH_MULTI) {
-            const auto entry = std::find(WaitInfo.begin(), WaitInfo.end(), -1);
-            if (entry != WaitInfo.end())
-                *entry = cref;
-        }
-    }
+    if (IsCref(cref) && IsKey(CallOf(cref).touch) && TouchOf(CallOf(cref).touch).kind == TOUCH_MULTI)
+        WaitForCaller(cref);
     Tracking.OfferInfoCref = -1;
 }
 

@@ -156,10 +156,8 @@ constexpr ReasonEntry Reasons[] = {
 
 // The supervised set rings anew while its last call is still shown: that one is over.
 void ReleaseSupervisedCall(int key, int cref) {
-    CallRecord& call = CallOf(cref);
     Trace(TRACE_ENTRY, "ICI tou %d Superv cref %04x deja en sonnerie => lib ", key, cref);
-    call.state = LINECALLSTATE_DISCONNECTED;
-    SendCallState(cref, LINECALLSTATE_DISCONNECTED, LINEDISCONNECTMODE_NORMAL);
+    Disconnect(cref);
     Trace(TRACE_CALL, "Icone:%d Ref:%04x- Etat:DISCONNECTED -", key, cref);
     TouchOf(key).icon = IDLE_ICON;
     EndCall(cref, key);

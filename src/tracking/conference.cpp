@@ -57,9 +57,8 @@ void Build(Trigger trigger, int joining, int connected) {
 void EndSecondCall() {
     const int active = Tracking.ActivCallTouch;
     if (const int cref = OnActive(LINECALLSTATE_CONNECTED); cref != -1) {
-        CallOf(cref).state = LINECALLSTATE_DISCONNECTED;
         Trace(TRACE_CALL, "Icone:%d  - Etat:DISCONNECTED - Ref:%d", active, cref);
-        SendIfDirected(cref, LINECALLSTATE_DISCONNECTED, LINEDISCONNECTMODE_NORMAL);
+        DisconnectIfDirected(cref);
     }
     if (const int held = OnActive(LINECALLSTATE_ONHOLD); held != -1) {
         CallOf(held).state = LINECALLSTATE_CONNECTED;
@@ -99,8 +98,7 @@ void OneStays(int stays, int left, const char* trace) {
     if (IsCref(stays))
         Connect(stays, active, trace);
     if (IsCref(left)) {
-        CallOf(left).state = LINECALLSTATE_DISCONNECTED;
-        SendIfDirected(left, LINECALLSTATE_DISCONNECTED, LINEDISCONNECTMODE_NORMAL);
+        DisconnectIfDirected(left);
         Trace(TRACE_CALL, "Icone:%d  - Etat:DISCONNECTED - Ref:%d", active, left);
     }
     ConferenceReset();
@@ -136,8 +134,7 @@ void BothPartiesOnOneKeyLeft(int key) {
     Trace(TRACE_CALL, "* Fin de la conférence sur une touche. icon %d *"_cp1252, key);
     const auto calls = TouchOf(key).calls;
     for (const int cref : calls) {
-        CallOf(cref).state = LINECALLSTATE_DISCONNECTED;
-        SendCallState(cref, LINECALLSTATE_DISCONNECTED, LINEDISCONNECTMODE_NORMAL);
+        Disconnect(cref);
     }
     Tracking.DbCall = 0;
     Tracking.ActivCallTouch = 0;
@@ -157,8 +154,7 @@ void ActiveKeyLeft(int key, int cref) {
     Tracking.ConferenceReq = 0;
     confstate = LINECALLSTATE_IDLE;
     SendCallState(CONF_CREF, LINECALLSTATE_IDLE);
-    CallOf(cref).state = LINECALLSTATE_DISCONNECTED;
-    SendIfDirected(cref, LINECALLSTATE_DISCONNECTED, LINEDISCONNECTMODE_NORMAL);
+    DisconnectIfDirected(cref);
     Trace(TRACE_CALL, "Icone:%d éteint - Etat:DISCONNECTED - Ref:%d"_cp1252, key, cref);
     TouchOf(key).icon = IDLE_ICON;
     if (const int remaining = FindCallByState(LINECALLSTATE_CONFERENCED); remaining == -1) {
@@ -179,7 +175,7 @@ void ActiveKeyLeft(int key, int cref) {
 void SoftKeyPressed(int number) {
     if (Tracking.DbCall == 0)
         return;
-    const bool pair = StatesOn(Tracking.ActivCallTouch) == ACTIVE_PAIR;
+    const bool pair = StatesOn(Tracking.ActivCallTouch) == CONNECTED_HELD;
     switch (number) {
     case 1:
         if (pair)
@@ -262,8 +258,7 @@ void ConferenceEndRequested() {
         Tracking.ConfInProgress = 0;
         SendCallState(CONF_CREF, LINECALLSTATE_IDLE);
         if (IsCref(left)) {
-            CallOf(left).state = LINECALLSTATE_DISCONNECTED;
-            SendIfDirected(left, LINECALLSTATE_DISCONNECTED, LINEDISCONNECTMODE_NORMAL);
+            DisconnectIfDirected(left);
             Trace(TRACE_CALL, "Icone:%d  - Etat:DISCONNECTED - Ref:%d", active, left);
         }
         if (IsCref(stays))

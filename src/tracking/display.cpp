@@ -244,13 +244,12 @@ void ReconnectHeld(const char* trace) {
     Trace(TRACE_CALL, trace, Tracking.ActivCallTouch, held);
 }
 
-void DisconnectIfDirected(int cref) {
-    CallOf(cref).state = LINECALLSTATE_DISCONNECTED;
+void DisconnectOnActive(int cref) {
     Trace(TRACE_CALL, "Icone:%d  - Etat:DISCONNECTED - Ref:%d", Tracking.ActivCallTouch, cref);
-    SendIfDirected(cref, LINECALLSTATE_DISCONNECTED, LINEDISCONNECTMODE_NORMAL);
+    DisconnectIfDirected(cref);
 }
 
-void IdleIfDirected(int cref) {
+void EndOnActive(int cref) {
     EndCallIfDirected(cref, Tracking.ActivCallTouch);
     Trace(TRACE_CALL, "Icone:%d  - Etat:IDLE - Ref:%d", Tracking.ActivCallTouch, cref);
 }
@@ -259,9 +258,8 @@ void IdleIfDirected(int cref) {
 void SecondCallAbandoned() {
     Tracking.DbCall = 0;
     if (const int cref = OnActive(LINECALLSTATE_PROCEEDING); cref != -1) {
-        CallOf(cref).state = LINECALLSTATE_DISCONNECTED;
         Trace(TRACE_CALL, "Icone:%d  - Etat:DISCONNECTED - Ref:%d", Tracking.ActivCallTouch, cref);
-        SendCallState(cref, LINECALLSTATE_DISCONNECTED, LINEDISCONNECTMODE_NORMAL);
+        Disconnect(cref);
         FreeCall(cref, Tracking.ActivCallTouch);
         SendCallState(cref, LINECALLSTATE_IDLE);
         Trace(TRACE_CALL, "Icone:%d  - Etat:IDLE - Ref:%d", Tracking.ActivCallTouch, cref);
@@ -273,20 +271,20 @@ void SecondCallAbandoned() {
 void OneOfTwoEnded() {
     if (Tracking.SecondCallDropReq == 0) {
         if (const int held = OnActive(LINECALLSTATE_ONHOLD); held != -1) {
-            DisconnectIfDirected(held);
+            DisconnectOnActive(held);
             Tracking.DbCall = 0;
-            IdleIfDirected(held);
+            EndOnActive(held);
         }
         return;
     }
     const int cref = OnActive(LINECALLSTATE_CONNECTED);
     if (cref != -1)
-        DisconnectIfDirected(cref);
+        DisconnectOnActive(cref);
     ReconnectHeld("Icone:%d  - Etat:CONNECTED - Ref:%d cas 8");
     Tracking.DbCall = 0;
     Tracking.SecondCallDropReq = 0;
     if (cref != -1)
-        IdleIfDirected(cref);
+        EndOnActive(cref);
 }
 
 void DisconnectedOneLeft() {
@@ -300,9 +298,9 @@ void DisconnectedOneLeft() {
 
 void SecondCallOfferedWithTwoCalls() {
     const int active = Tracking.ActivCallTouch;
-    if (StatesOn(active) == (LINECALLSTATE_PROCEEDING | LINECALLSTATE_ONHOLD))
+    if (StatesOn(active) == PROCEEDING_HELD)
         SecondCallAbandoned();
-    if (StatesOn(active) == ACTIVE_PAIR)
+    if (StatesOn(active) == CONNECTED_HELD)
         OneOfTwoEnded();
     if (StatesOn(active) == (LINECALLSTATE_DISCONNECTED | LINECALLSTATE_ONHOLD))
         DisconnectedOneLeft();
@@ -397,8 +395,7 @@ void SecondCallAnswered() {
         return;
     Trace(TRACE_CALL, "VaVien avec 2 appels en cours sur Icone:%d ", Tracking.ActivCallTouch);
     const DWORD states = StatesOn(Tracking.ActivCallTouch);
-    if (states != (LINECALLSTATE_PROCEEDING | LINECALLSTATE_ONHOLD) &&
-        states != (LINECALLSTATE_PROCEEDING | LINECALLSTATE_ONHOLDPENDTRANSFER))
+    if (states != PROCEEDING_HELD && states != (LINECALLSTATE_PROCEEDING | LINECALLSTATE_ONHOLDPENDTRANSFER))
         return;
     Trace(TRACE_CALL, "VaVien avec 1 appel ONHOLD et 1 appel PROCEEDING ");
     const int cref = OnActive(LINECALLSTATE_PROCEEDING);
@@ -441,7 +438,7 @@ void InterpretSoftKeys() {
         return;
     }
     if (LabelShown(SK_TRANSFER) && Tracking.DbCall != 0 && Tracking.ConferenceReq != 0 &&
-        StatesOn(Tracking.ActivCallTouch) == ACTIVE_PAIR)
+        StatesOn(Tracking.ActivCallTouch) == CONNECTED_HELD)
         ConferenceByDisplay();
 }
 
@@ -457,11 +454,10 @@ bool HangUpAsked() {
         cref = OnActive(LINECALLSTATE_CONNECTED);
     if (cref == -1)
         return false;
-    CallRecord& call = CallOf(cref);
-    call.state = LINECALLSTATE_DISCONNECTED;
+    const CallRecord& call = CallOf(cref);
     if (settingUp)
         Trace(TRACE_ALWAYS, "byMakeCall:%d,inbound:%d,outbound:%d", call.byMakeCall, call.Inbound, call.Outbound);
-    SendCallState(cref, LINECALLSTATE_DISCONNECTED, LINEDISCONNECTMODE_NORMAL);
+    Disconnect(cref);
     Trace(TRACE_CALL, "Icone:%d  - Etat:DISCONNECTED - Ref:%d", Tracking.ActivCallTouch, cref);
     if (!settingUp)
         PhoneStateEvent(PHONESTATE_DISCONNECTED, 0);
@@ -475,8 +471,7 @@ void CancelSecondCallAsked() {
     const int cref = OnActive(LINECALLSTATE_CONNECTED);
     if (cref == -1)
         return;
-    CallOf(cref).state = LINECALLSTATE_DISCONNECTED;
-    SendIfDirected(cref, LINECALLSTATE_DISCONNECTED, LINEDISCONNECTMODE_NORMAL);
+    DisconnectIfDirected(cref);
     Trace(TRACE_CALL, "Icone:%d - Etat:DISCONNECTED - Ref:%d", Tracking.ActivCallTouch, cref);
     Tracking.DbCall = 0;
 }
@@ -688,9 +683,9 @@ void OfferedCaller(int cref) {
 
 // The entry of WaitInfo whose call stands on this key, or null.
 int* WaitingOn(int key) {
-    for (std::size_t i = 0; i < WaitInfoCount(); ++i)
-        if (IsCref(WaitInfo[i]) && CallOf(WaitInfo[i]).touch == key)
-            return &WaitInfo[i];
+    for (int& cref : WaitEntries())
+        if (IsCref(cref) && CallOf(cref).touch == key)
+            return &cref;
     return nullptr;
 }
 
@@ -725,14 +720,6 @@ void AnsweredCaller(int cref) {
     Tracking.UnknownConnectedCall = -1;
 }
 
-int PositionOf(int index) {
-    if (index < 0 || index > MAX_TA_SK)
-        return 0;
-    const char* converted = nullptr;
-    const char* found = Shown(Settings.SoftKeyLabels[index], 1, converted);
-    return found == nullptr ? 0 : static_cast<int>(found - converted) / 8 + 1;
-}
-
 }  // namespace
 
 void InterpretDisplay(int line, int p) {
@@ -762,14 +749,13 @@ void GetCallInformation(int cref) {
 }
 
 int SoftKeyPosition(int index) {
-    const int position = PositionOf(index);
-    if (position != 0)
-        Trace(TRACE_CALL, "Softkey %d n°:%d"_cp1252, index, position);
-    return position;
-}
-
-int SoftKeyPositionTraced(int index) {
-    const int position = PositionOf(index);
+    if (index < 0 || index > MAX_TA_SK)
+        return 0;
+    const char* converted = nullptr;
+    const char* found = Shown(Settings.SoftKeyLabels[index], 1, converted);
+    if (found == nullptr)
+        return 0;
+    const int position = static_cast<int>(found - converted) / 8 + 1;
     Trace(TRACE_CALL, "Softkey %d n°:%d"_cp1252, index, position);
     return position;
 }

@@ -11,5 +11,3 @@ void GetCallInformation(int cref);
 
 // The position 1 to 5 of soft-key label `index` (0 to 6) on line 1, or 0 when it is not shown. Traced when found.
 int SoftKeyPosition(int index);
-// The same, traced also when the label is absent.
-int SoftKeyPositionTraced(int index);

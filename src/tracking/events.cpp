@@ -1,8 +1,8 @@
 #include "tracking/events.h"
 
 #include "trace/trace.h"
-#include "tracking/model.h"
 #include "tracking/pending.h"
+#include "tracking/steps.h"
 
 #include <utility>
 
@@ -14,7 +14,7 @@ namespace {
 HTAPICALL HandleOf(int cref) {
     if (cref == CONF_CREF)
         return ProviderState.htConference;
-    return IsCref(cref) ? CallTable[static_cast<std::size_t>(cref)].htCall : HTAPICALL{};
+    return IsCref(cref) ? CallOf(cref).htCall : HTAPICALL{};
 }
 
 // TAPI writes its handle through the second parameter while it handles the event.
@@ -66,7 +66,7 @@ void DoLineEventNewCall(int cref) {
     if (ProviderState.LineEventProc == nullptr || !IsCref(cref))
         return;
     Trace(TRACE_CALL, "DoLineEventNewCall send cref:%d", cref);
-    SendNewCall(cref, CallTable[static_cast<std::size_t>(cref)].htCall);
+    SendNewCall(cref, CallOf(cref).htCall);
 }
 
 void DoLineEventNewConf() {

@@ -124,7 +124,7 @@ int SearchState(int key, DWORD state) {
 
 int FindCallByState(DWORD state) {
     for (int cref = 0; cref < CALL_COUNT; ++cref)
-        if (CallTable[static_cast<std::size_t>(cref)].state == state)
+        if (CallOf(cref).state == state)
             return cref;
     return -1;
 }
@@ -155,11 +155,9 @@ void ClearCall(int cref) {
     Trace(TRACE_CALL, "ClearCall cref %d", cref);
     if (!IsCref(cref))
         return;
-    CallRecord& call = CallOf(cref);
     TmpAddress[0] = 0;
-    call.state = LINECALLSTATE_DISCONNECTED;
-    SendCallState(cref, LINECALLSTATE_DISCONNECTED, LINEDISCONNECTMODE_NORMAL);
-    const int key = call.touch;
+    Disconnect(cref);
+    const int key = CallOf(cref).touch;
     if (IsKey(key)) {
         TouchOf(key).icon = IDLE_ICON;
         LeaveSlot(key, cref);
@@ -290,7 +288,7 @@ void AllCallReset() {
 
 void ReportCallsLost() {
     for (int cref = 0; cref < CALL_COUNT; ++cref) {
-        const DWORD state = CallTable[static_cast<std::size_t>(cref)].state;
+        const DWORD state = CallOf(cref).state;
         if (state == 0 || state == LINECALLSTATE_IDLE)
             continue;
         Trace(TRACE_ALWAYS, "Çontact rompu avec le subdevice -> Redemarrage"_cp1252);

@@ -8,7 +8,9 @@
 #include "tracking/steps.h"
 #include "tracking/supervision.h"
 
+#include <algorithm>
 #include <array>
+#include <iterator>
 #include <utility>
 
 namespace {
@@ -192,11 +194,8 @@ void ExpectParty(int cref) {
         Tracking.OfferInfoCref = -1;
         return;
     }
-    const auto end = WaitInfo.begin() + static_cast<std::ptrdiff_t>(WaitInfoCount());
-    if (const auto entry = std::find(WaitInfo.begin(), end, cref); entry != end) {
-        *entry = -1;
+    if (StopWaitingForCaller(cref))
         Tracking.UnknownConnectedCall = cref;
-    }
 }
 
 void Answer(int key, int) {
@@ -247,26 +246,21 @@ void Hold(int key, int) {
 
 // --- a key that rings again ------------------------------------------------------------------------------------------
 
-// The held call calls back. True when there is one.
-bool Reoffer(int key) {
+// The held call calls back.
+void HeldRings(int key, int) {
     const int cref = SearchState(key, LINECALLSTATE_ONHOLD);
     if (cref == -1) {
         Trace(TRACE_CALL, "Pb d'état ..."_cp1252);
-        return false;
+        return;
     }
     CallOf(cref).state = STATE_REOFFERING;
     SendIfDirected(cref, LINECALLSTATE_OFFERING);
     Trace(TRACE_CALL, "Icone:%d - Etat:REOFFERING - Ref:%d", key, cref);
     TouchOf(key).icon = INCOM_ICON;
-    return true;
-}
-
-void ReofferStep(int key, int) {
-    Reoffer(key);
 }
 
 void HeldRingsWhileActive(int key) {
-    Reoffer(key);
+    HeldRings(key, INCOM_ICON);
     Tracking.ActivCallTouch = key;
 }
 
@@ -278,8 +272,7 @@ void AbandonedThenHeldRings(int key, DWORD abandoned) {
         return;
     }
     Trace(TRACE_CALL, "Icone:%d - Etat:DISCONNECTED - Ref:%d", key, cref);
-    CallOf(cref).state = LINECALLSTATE_DISCONNECTED;
-    SendIfDirected(cref, LINECALLSTATE_DISCONNECTED, LINEDISCONNECTMODE_NORMAL);
+    DisconnectIfDirected(cref);
     Trace(TRACE_CALL, "Icone:%d - Etat:IDLE - Ref:%d", key, cref);
     Tracking.DbCall = 0;
     TouchOf(key).icon = INCOM_ICON;
@@ -337,7 +330,7 @@ void RingAgain(int key, int) {
     };
     static constexpr Case Cases[] = {
         {LINECALLSTATE_ONHOLD, HeldRingsWhileActive},
-        {LINECALLSTATE_PROCEEDING | LINECALLSTATE_ONHOLD, ProceedingThenHeldRings},
+        {PROCEEDING_HELD, ProceedingThenHeldRings},
         {LINECALLSTATE_DIALTONE | LINECALLSTATE_ONHOLD, DialtoneThenHeldRings},
         {LINECALLSTATE_DISCONNECTED | LINECALLSTATE_ONHOLD, DisconnectedThenHeldRings},
         {LINECALLSTATE_DISCONNECTED, DisconnectedRings},
@@ -352,51 +345,43 @@ void RingAgain(int key, int) {
 
 enum class Then { NextSlot, Stop };
 
-void ReportEnded(int key, int cref) {
-    CallOf(cref).state = LINECALLSTATE_DISCONNECTED;
-    SendCallState(cref, LINECALLSTATE_DISCONNECTED, LINEDISCONNECTMODE_NORMAL);
-    Trace(TRACE_CALL, "Icone:%d éteint - Etat:DISCONNECTED - Ref:%d"_cp1252, key, cref);
-}
-
-void ReportIdle(int key, int cref) {
+// A boss or secretary key whose call was transferred goes out: the call is kept for the key that receives it.
+bool KeepForTransfer(int key, std::size_t slot, const char* trace) {
+    const int cref = TouchOf(key).calls[slot];
+    if (cref != SwapKeyTransferingCref || !IsBossOrSecretary(key))
+        return false;
+    Trace(TRACE_CALL, trace, key, cref);
     TouchOf(key).icon = IDLE_ICON;
-    EndCall(cref, key);
-    Trace(TRACE_CALL, "Icone:%d éteint - Etat:IDLE - Ref:%d"_cp1252, key, cref);
+    TouchOf(key).calls[slot] = -1;
+    return true;
 }
 
 Then EndEstablished(int key, int icon, std::size_t slot, int cref) {
-    Touch& touch = TouchOf(key);
+    const Touch& touch = TouchOf(key);
     const DWORD state = CallOf(cref).state;
     if (touch.kind == TOUCH_MULTI && (state == LINECALLSTATE_PROCEEDING || state == LINECALLSTATE_DIALTONE))
         TmpAddress[0] = 0;
-    if (cref == SwapKeyTransferingCref && IsBossOrSecretary(key)) {  // kept for the key that receives the call
-        Trace(TRACE_CALL, "Icone:%d éteint - cref %04x transfert touche PAT/SEC"_cp1252, key, cref);
-        touch.icon = IDLE_ICON;
-        touch.calls[slot] = -1;
+    if (KeepForTransfer(key, slot, "Icone:%d éteint - cref %04x transfert touche PAT/SEC"_cp1252)) {
         if (key == Tracking.ActivCallTouch)
             Tracking.ActivCallTouch = 0;
         return Then::Stop;
     }
-    ReportEnded(key, cref);
+    ReportGone(key, cref);
     if (touch.kind == TOUCH_MULTI && icon == RESERVED_ICON) {
         CompleteRunningDrop(cref);
         return Then::Stop;
     }
     if (CallOf(cref).touch == Tracking.ActivCallTouch)
         Tracking.ActivCallTouch = 0;
-    ReportIdle(key, cref);
+    EndGone(key, cref);
     return Then::NextSlot;
 }
 
 Then EndRinging(int key, std::size_t slot, int cref) {
-    if (cref == SwapKeyTransferingCref && IsBossOrSecretary(key)) {
-        Trace(TRACE_CALL, "Icone:%d éteint cref %04x transfert subi en sonnerie touche PAT/SEC"_cp1252, key, cref);
-        TouchOf(key).icon = IDLE_ICON;
-        TouchOf(key).calls[slot] = -1;
+    if (KeepForTransfer(key, slot, "Icone:%d éteint cref %04x transfert subi en sonnerie touche PAT/SEC"_cp1252))
         return Then::Stop;
-    }
-    ReportEnded(key, cref);
-    ReportIdle(key, cref);
+    ReportGone(key, cref);
+    EndGone(key, cref);
     return Then::NextSlot;
 }
 
@@ -406,7 +391,7 @@ Then EndDisconnected(int key, int icon, int cref) {
         return Then::Stop;
     }
     Tracking.ActivCallTouch = 0;
-    ReportIdle(key, cref);
+    EndGone(key, cref);
     return Then::NextSlot;
 }
 
@@ -432,11 +417,8 @@ void End(int key, int icon) {
         const int cref = TouchOf(key).calls[slot];  // afresh: the first slot's end may have changed the second
         if (!IsCref(cref))
             continue;
-        if (TouchOf(key).kind == TOUCH_MULTI) {
-            const auto end = WaitInfo.begin() + static_cast<std::ptrdiff_t>(WaitInfoCount());
-            if (const auto entry = std::find(WaitInfo.begin(), end, cref); entry != end)
-                *entry = -1;
-        }
+        if (TouchOf(key).kind == TOUCH_MULTI)
+            StopWaitingForCaller(cref);
         if (EndSlot(key, icon, slot, cref) == Then::Stop)
             return;
     }
@@ -445,14 +427,18 @@ void End(int key, int icon) {
 // --- the machine -----------------------------------------------------------------------------------------------------
 
 // The stored icon is the state, the new icon the event. Null: nothing is done and the stored icon stays.
+struct Row {
+    std::int32_t Stored;
+    Step Steps[5];
+};
 // clang-format off
-constexpr Step Steps[5][5] = {
-    //                     ACTIV      INCOM         HOLD      IDLE      RESERVED
-    /* ACTIV_ICON    */ {  nullptr,   RingAgain,    Hold,     End,      End     },
-    /* INCOM_ICON    */ {  Answer,    nullptr,      nullptr,  End,      End     },
-    /* HOLD_ICON     */ {  Retrieve,  ReofferStep,  nullptr,  End,      End     },
-    /* IDLE_ICON     */ {  Seize,     Ringing,      nullptr,  nullptr,  Reserve },
-    /* RESERVED_ICON */ {  nullptr,   nullptr,      nullptr,  End,      End     },
+constexpr Row Steps[] = {
+    //                 ACTIV      INCOM       HOLD      IDLE      RESERVED
+    {IDLE_ICON,     {  Seize,     Ringing,    nullptr,  nullptr,  Reserve }},
+    {ACTIV_ICON,    {  nullptr,   RingAgain,  Hold,     End,      End     }},
+    {INCOM_ICON,    {  Answer,    nullptr,    nullptr,  End,      End     }},
+    {HOLD_ICON,     {  Retrieve,  HeldRings,  nullptr,  End,      End     }},
+    {RESERVED_ICON, {  nullptr,   nullptr,    nullptr,  End,      End     }},
 };
 // clang-format on
 
@@ -460,10 +446,11 @@ bool IsIcon(int icon) {
     return icon >= ACTIV_ICON && icon <= RESERVED_ICON;
 }
 
-// A key whose stored icon is none of the five is one that is not idle: it can only end.
+// A key whose stored icon is none of the five is one that is not idle: it can only end, as by the last row.
 Step StepFor(int stored, int icon) {
-    const int row = IsIcon(stored) ? stored : static_cast<int>(RESERVED_ICON);
-    return Steps[row - ACTIV_ICON][icon - ACTIV_ICON];
+    const Row* row = std::find_if(std::begin(Steps), std::end(Steps) - 1,
+                                  [&](const Row& candidate) { return candidate.Stored == stored; });
+    return row->Steps[icon - ACTIV_ICON];
 }
 
 }  // namespace

@@ -3,7 +3,7 @@
 #include "provider/tapi.h"
 #include "trace/trace.h"
 #include "tracking/events.h"
-#include "tracking/model.h"
+#include "tracking/steps.h"
 
 #include <utility>
 
@@ -74,7 +74,7 @@ void GiveUpDeferredMakeCall(CrefMark next) {
     const CrefMark putOff = std::exchange(Marks.DeferredMakeCall, next);
     if (!putOff.Set || !IsCref(putOff.Cref))
         return;
-    CallRecord& call = CallTable[static_cast<std::size_t>(putOff.Cref)];
+    CallRecord& call = CallOf(putOff.Cref);
     if (call.touch == 0)  // else a call at dial tone lives on in it
         call.state = LINECALLSTATE_IDLE;
     DoLineEvent(LINE_CALLSTATE, LINECALLSTATE_DISCONNECTED, LINEDISCONNECTMODE_NORMAL, putOff.Cref);

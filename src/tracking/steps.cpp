@@ -1,5 +1,6 @@
 #include "tracking/steps.h"
 
+#include "platform/text.h"
 #include "trace/trace.h"
 #include "tracking/pending.h"
 
@@ -22,6 +23,11 @@ void LeaveKey(int to, int cref) {
     TouchOf(from).icon = IDLE_ICON;  // what the set shows there now ends nothing any more
     if (Tracking.ActivCallTouch == from)
         Tracking.ActivCallTouch = 0;
+}
+
+void MoveTo(int key, int cref) {
+    LeaveKey(key, cref);
+    CallOf(cref).touch = key;
 }
 
 // Ends the wait of a linePickup whose call is this one, which has shown on a key and gone without an answer: the next line
@@ -55,14 +61,24 @@ void EndCallIfDirected(int cref, int key) {
         FreeCall(cref, key);
 }
 
+void ReportGone(int key, int cref) {
+    Disconnect(cref);
+    Trace(TRACE_CALL, "Icone:%d éteint - Etat:DISCONNECTED - Ref:%d"_cp1252, key, cref);
+}
+
+void EndGone(int key, int cref) {
+    TouchOf(key).icon = IDLE_ICON;
+    EndCall(cref, key);
+    Trace(TRACE_CALL, "Icone:%d éteint - Etat:IDLE - Ref:%d"_cp1252, key, cref);
+}
+
 int EndSetupTransfer(int key) {
     // Cleared first, and the call at dial tone: from the completion TAPI may dial, or start the next one.
     const int cref = std::exchange(RunningRequest, {}).ConsultCref;
     if (IsCref(cref)) {
         CallRecord& call = CallOf(cref);
-        LeaveKey(key, cref);
+        MoveTo(key, cref);
         call.state = LINECALLSTATE_DIALTONE;
-        call.touch = key;
         call.Inbound = 0;
         call.byMakeCall = 1;
     }
@@ -72,9 +88,7 @@ int EndSetupTransfer(int key) {
 }
 
 void StandOnKey(int key, int cref) {
-    if (IsCref(cref)) {
-        LeaveKey(key, cref);
-        CallOf(cref).touch = key;
-    }
+    if (IsCref(cref))
+        MoveTo(key, cref);
     TouchOf(key).calls = {cref, -1};
 }

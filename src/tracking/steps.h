@@ -5,6 +5,7 @@
 #include "tracking/model.h"
 
 #include <algorithm>
+#include <span>
 
 inline bool IsKey(int key) {
     return key >= 0 && key < KEY_COUNT;
@@ -52,6 +53,16 @@ inline void SendIfDirected(int cref, DWORD state, DWORD mode = 0) {
         SendCallState(cref, state, mode);
 }
 
+// The call is over, but still shown.
+inline void Disconnect(int cref) {
+    CallOf(cref).state = LINECALLSTATE_DISCONNECTED;
+    SendCallState(cref, LINECALLSTATE_DISCONNECTED, LINEDISCONNECTMODE_NORMAL);
+}
+inline void DisconnectIfDirected(int cref) {
+    CallOf(cref).state = LINECALLSTATE_DISCONNECTED;
+    SendIfDirected(cref, LINECALLSTATE_DISCONNECTED, LINEDISCONNECTMODE_NORMAL);
+}
+
 inline void ClearDirection(int cref) {
     CallOf(cref).Inbound = CallOf(cref).Outbound = CallOf(cref).byMakeCall = 0;
 }
@@ -68,6 +79,10 @@ void FreeCall(int cref, int key);
 // The set shows the consultation call of the running lineSetupTransfer on this key: completes the request and gives the
 // call, now at dial tone there; -1 when the request names none.
 int EndSetupTransfer(int key);
+
+// A key has gone out: the call in it is DISCONNECTED, and ends. Reported whatever its direction.
+void ReportGone(int key, int cref);
+void EndGone(int key, int cref);
 
 // The bitwise OR of the states of the calls on a key; an empty slot, or no key, counts as 0.
 inline DWORD StatesOn(int key) {
@@ -86,8 +101,10 @@ inline bool HoldsTwoCalls(int key) {
 // and would end the call where it stands now. A supervision key keeps its call, which it knows for intercepted by that.
 void StandOnKey(int key, int cref);
 
-// The states on a key with one call in conversation and one held.
-constexpr DWORD ACTIVE_PAIR = LINECALLSTATE_CONNECTED | LINECALLSTATE_ONHOLD;
+// States of two calls together.
+constexpr DWORD CONNECTED_HELD = LINECALLSTATE_CONNECTED | LINECALLSTATE_ONHOLD;
+constexpr DWORD CONNECTED_REOFFERED = LINECALLSTATE_CONNECTED | STATE_REOFFERING;
+constexpr DWORD PROCEEDING_HELD = LINECALLSTATE_PROCEEDING | LINECALLSTATE_ONHOLD;
 
 // Both calls of the active key are parties of the conference.
 inline bool BothConferenced() {
@@ -100,7 +117,23 @@ inline int OnActive(DWORD state) {
     return SearchState(Tracking.ActivCallTouch, state);
 }
 
-// The entries of WaitInfo in use: one for each multi-line key.
-inline std::size_t WaitInfoCount() {
-    return std::min(static_cast<std::size_t>(KeyLists.Multi.Count), WaitInfo.size());
+// The calls that were offered without a caller and wait for it: one entry for each multi-line key.
+inline std::span<int> WaitEntries() {
+    return std::span(WaitInfo).first(std::min(static_cast<std::size_t>(KeyLists.Multi.Count), WaitInfo.size()));
+}
+
+// Nothing when all entries are taken.
+inline void WaitForCaller(int cref) {
+    if (const auto entry = std::find(WaitInfo.begin(), WaitInfo.end(), -1); entry != WaitInfo.end())
+        *entry = cref;
+}
+
+// False for a call that does not wait.
+inline bool StopWaitingForCaller(int cref) {
+    const auto entries = WaitEntries();
+    const auto entry = std::find(entries.begin(), entries.end(), cref);
+    if (entry == entries.end())
+        return false;
+    *entry = -1;
+    return true;
 }

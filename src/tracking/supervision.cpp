@@ -27,16 +27,11 @@ bool IsRinging(int cref) {
 
 // Nobody took the call.
 void EndSupervisedCall(int key, int cref) {
-    CallRecord& call = CallOf(cref);
-    call.state = LINECALLSTATE_DISCONNECTED;
-    SendCallState(cref, LINECALLSTATE_DISCONNECTED, LINEDISCONNECTMODE_NORMAL);
-    Trace(TRACE_CALL, "Icone:%d éteint - Etat:DISCONNECTED - Ref:%d"_cp1252, key, cref);
-    TouchOf(key).icon = IDLE_ICON;
+    ReportGone(key, cref);
     const bool wanted = cref == PickUpSupervCref;
     if (wanted)
         PickUpSupervCref = -1;
-    EndCall(cref, key);
-    Trace(TRACE_CALL, "Icone:%d éteint - Etat:IDLE - Ref:%d"_cp1252, key, cref);
+    EndGone(key, cref);
     if (wanted)
         Trace(TRACE_CALL, "Annulation PickUpSupervProceeding %04x ", cref);
 }
