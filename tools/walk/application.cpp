@@ -79,8 +79,8 @@ std::string Walker::ChooseOnLine() {
     }
     case 1: return LineOf("linePickup", Once(20) ? "null" : Once(2) ? "4720" : number, !Once(20));
     default: {
-        static const char* const Bad[] = {"", "*", "12?", "1$", "+33 (1) 47", "x"};
-        const std::string odd = Once(20) ? std::string(100, '5') : Pick(Bad);
+        static const char* const Bad[] = {"", "*", "12?", "1$", "+33 (1) 47", "x", "1aZ[{@"};
+        const std::string odd = Once(20) ? std::string(Once(2) ? 79 : 100, '5') : Pick(Bad);
         return LineOf("lineMakeCall",
                       Once(40)   ? "null"
                       : Once(10) ? odd
@@ -120,7 +120,11 @@ std::string Walker::ChooseOnCall() {
     case 11:
     case 12: {
         const std::string line = on("lineGenerateDigits", LINECALLSTATE_CONNECTED);
-        return line.empty() ? "" : line + LineOf("", Once(10) ? 1 : LINEDIGITMODE_DTMF, Once(4) ? "null" : Number());
+        return line.empty() ? ""
+                            : line + LineOf("", Once(10) ? 1 : LINEDIGITMODE_DTMF,
+                                            Once(4)    ? "null"
+                                            : Once(10) ? "1-2"
+                                                       : Number());
     }
     default: return Once(2) ? on("lineCloseCall", ~DWORD{0}) : "";
     }
@@ -156,7 +160,10 @@ std::string Walker::ChoosePhone() {
         return LineOf("hook", 1 << Below(4));
     static constexpr int Modes[] = {4, 8, 8, 0x20, 0x20, 1};
     const int mode = Pick(Modes);
-    const int id = mode == 8 ? Below(Digits()) : mode == 0x20 ? 29 + Below(5) : KeyInUse();
+    const int id = mode == 8      ? Once(30) ? 12 + Below(9) : Below(Digits())
+                        : Once(50) ? 0
+                   : mode == 0x20 ? 29 + Below(5)
+                                  : KeyInUse();
     return LineOf("button", mode, id, Once(20) ? 0 : Once(20) ? 12 : static_cast<int>(sizeof(PHONEBUTTONINFO)));
 }
 
@@ -403,7 +410,7 @@ bool Walker::Query(Words& words) {
     case 4: TSPI_lineGetLineDevStatus(Line, structure(device)); break;
     case 5: TSPI_lineGetDevCaps(LINE_ID, VERSION, 0, structure(deviceCaps)); break;
     case 6: TSPI_lineGetAddressCaps(LINE_ID, 0, VERSION, 0, structure(addressCaps)); break;
-    case 7: TSPI_phoneGetDisplay(phone, structure(text)); break;
+    case 7: TSPI_phoneGetDisplay(phone, size == 0 ? nullptr : structure(text)); break;
     case 8: TSPI_phoneGetDevCaps(PHONE_ID, VERSION, 0, structure(phoneCaps)); break;
     case 9: TSPI_phoneGetLamp(phone, static_cast<DWORD>(words.Int()), &value); break;
     default: TSPI_lineGetID(Line, 0, call, 1, structure(text), "tapi/line"_wide, nullptr); break;

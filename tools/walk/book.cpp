@@ -44,7 +44,8 @@ bool Expected(const TapiCall& call, DWORD state) {
     if (state == LINECALLSTATE_OFFERING && IsCref(call.Cref) && call.Cref == Tracking.OfferInfoCref &&
         CallTable[static_cast<std::size_t>(call.Cref)].touch == 0)
         return TheBook.Odd("OFFERING after IDLE: the caller hung up within the first second");
-    if (call.Is == Life::Ended && call.Cref == CONF_CREF && state == LINECALLSTATE_IDLE)
+    // A refused request may have written its handle over that of the conference.
+    if (call.Is != Life::Lost && call.Cref == CONF_CREF && state == LINECALLSTATE_IDLE)
         return TheBook.Odd("IDLE of a conference again");
     return false;
 }

@@ -128,6 +128,13 @@ void Walker::Watch() {
         Suspect = "a second call that ended by the prompt to hang up leaves the double call marked";
     if (Suspect == nullptr && (SwapKeyTransferingCref != -1 || PickUpSupervCref != -1))
         Suspect = "a call that is to come to another key: the next key that lights is taken for its";
+    for (const SetCall& call : Machine.set.calls)
+        if (Has(NO_SUPERVISION) && TouchOf(call.key).kind == TOUCH_SUPERV)
+            Unsupervised.insert(call.id);
+        else if (Suspect == nullptr && Unsupervised.contains(call.id))
+            Suspect = "without supervision a call that is intercepted is a new one at dial tone";
+    if (Suspect == nullptr && Machine.set.calls.size() >= CALL_COUNT)
+        Suspect = "all records are taken: a key that lights or rings keeps that icon when it goes out";
     const auto proceeding = std::count_if(CallTable.begin(), CallTable.end(), [](const CallRecord& call) {
         return call.state == LINECALLSTATE_PROCEEDING;
     });
@@ -181,7 +188,7 @@ void Walker::CheckAll() {
 std::string Walker::PictureFault() {
     for (const Eq::KeyConfiguration& configured : Machine.config.keys) {
         const int key = configured.number;
-        if (TouchOf(key).kind == TOUCH_NONE)
+        if (TouchOf(key).kind == TOUCH_NONE || (TouchOf(key).kind == TOUCH_SUPERV && Has(NO_SUPERVISION)))
             continue;
         std::vector<const SetCall*> set;
         std::vector<DWORD> told;

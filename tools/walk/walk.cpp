@@ -14,13 +14,16 @@ namespace Walk {
 
 std::string Walker::ChooseSet(const Options& options) {
     State = options.Seed * 2654435761u + 12345;
-    const bool modules = options.Version >= 2 && Once(2);
+    const int modules = options.Version >= 2 && Once(2) ? 1 + Below(3) : 0;
+    int extras = 0;
+    for (const int extra : {MANY_KEYS, NO_SUPERVISION, PREFIX_SHOWN, ODD_CODES, NO_CODES, TRACED})
+        extras |= Once(8) ? extra : 0;
     return LineOf("set", options.Version, options.Super, options.MultiMode, options.Misbehaves, Below(2), modules,
-                  Below(3) == 0, Below(3) == 0, Once(3) ? 8000 : 0);
+                  Below(3) == 0, Below(3) == 0, Once(3) ? 8000 : 0, extras);
 }
 
-// Version, super frames, mode of second calls, a misbehaving line, piggybacking, modules, events after the display, the
-// outside prefix in events, recall of held calls in ms.
+// Version, super frames, mode of second calls, a misbehaving line, piggybacking, add-on modules, events after the display,
+// the outside prefix in events, recall of held calls in ms, extras.
 void Walker::Configure(Words& words) {
     Eq::SetConfiguration& config = Machine.config;
     config.omna = Version = words.Int();
@@ -28,28 +31,51 @@ void Walker::Configure(Words& words) {
     config.multiMode = static_cast<std::uint8_t>(MultiMode = words.Int());
     Misbehaves = words.Int() != 0;
     config.piggyback = words.Int() != 0;
-    const bool modules = words.Int() != 0;
+    const int modules = words.Int();
     config.eventsAfterDisplay = words.Int() != 0;
     config.prefixInEvents = words.Int() != 0;
     config.recallMs = static_cast<std::uint32_t>(words.Int());
-    config.keys = {{1, Eq::KindMulti, "4711"}, {2, Eq::KindMulti, "4711"}, {3, Eq::KindMulti, "4712"}};
-    if (modules) {
-        config.modules = {{2, false, 40}};
-        config.keys.push_back({43, Eq::KindMulti, "4711"});
-    }
-    if (Version >= 3) {  // others are told nothing of such keys
-        for (const Eq::KeyConfiguration& key : {Eq::KeyConfiguration{7, Eq::KindSupervision, "4740"},
-                                                {9, Eq::KindBoss, "4730"},
-                                                {10, Eq::KindSecretary, "4731"},
-                                                {11, Eq::KindOverflow, "4732"}})
-            config.keys.push_back(key);
-        if (modules)
-            config.keys.push_back({45, Eq::KindSupervision, "4741"});
-    }
+    Extras = words.Int();
+    ConfigureKeys(modules);
     config.destinations = {{"4720", {Eq::FarEnd::Answers, 900, "DUPONT"}},
                            {"4721", {Eq::FarEnd::Busy, 500, ""}},
                            {"4722", {Eq::FarEnd::NeverAnswers, 0, "DURAND"}},
                            {"4723", {Eq::FarEnd::NotObtainable, 300, ""}}};
+    if (Has(ODD_CODES))
+        config.codes = {"6-1", "62", "6x3", "64", "60", "65", "66"};
+    if (Has(NO_CODES))
+        config.codes = {"61", "", "63", "-", "", "65", ""};
+    if (Has(NO_SUPERVISION))
+        SetSetting("SetConfig", "SupervService", "0");
+    if (Has(PREFIX_SHOWN))
+        SetSetting("Prefix", "ExtPrefixDisp", "1");
+    if (Has(TRACED))
+        TraceMask = 0xFF;
+}
+
+void Walker::ConfigureKeys(int modules) {
+    Eq::SetConfiguration& config = Machine.config;
+    static const Eq::ModuleConfiguration Modules[] = {{2, false, 40}, {3, true, 28}, {5, false, 60}};
+    config.modules.assign(std::begin(Modules), std::begin(Modules) + modules);
+    config.keys = {{1, Eq::KindMulti, "4711"}, {2, Eq::KindMulti, "4711"}, {3, Eq::KindMulti, "4712"}};
+    if (Has(MANY_KEYS))  // key 30 is on the second module, which the set may not have
+        for (const int key : {4, 5, 6, 30})
+            config.keys.push_back({key, Eq::KindMulti, key == 4 ? "  4713" : key == 5 ? "" : "4713"});
+    for (const int key : {43, 70})
+        if (modules > 2 || (modules > 0 && key == 43))
+            config.keys.push_back({key, Eq::KindMulti, "4711"});
+    if (Version < 3)  // others are told nothing of the keys that follow
+        return;
+    for (const Eq::KeyConfiguration& key : {Eq::KeyConfiguration{7, Eq::KindSupervision, "4740"},
+                                            {9, Eq::KindBoss, "4730"},
+                                            {10, Eq::KindSecretary, "4731"},
+                                            {11, Eq::KindOverflow, "4732"}})
+        config.keys.push_back(key);
+    if (modules > 0)
+        config.keys.push_back({45, Eq::KindSupervision, "4741"});
+    if (Has(MANY_KEYS))  // more than there are records for calls
+        for (int key = 13; key <= 27; ++key)
+            config.keys.push_back({key, Eq::KindSupervision, "47" + std::to_string(40 + key)});
 }
 
 void Walker::OpenLine() {
@@ -125,7 +151,7 @@ void Walker::Advance(std::uint32_t milliseconds) {
 void Walker::Load() {
     ResetProvider();
     DllMain(nullptr, DLL_PROCESS_ATTACH, nullptr);
-    TraceMask = PrintsAll ? 0xFF : 0;
+    TraceMask = PrintsAll || Has(TRACED) ? 0xFF : 0;
     DWORD lines = 0, phones = 0, options = 0;
     TSPI_providerEnumDevices(PROVIDER_ID, &lines, &phones, nullptr, nullptr, nullptr);
     TSPI_providerInit(VERSION, PROVIDER_ID, LINE_ID, PHONE_ID, 1, 1, RequestNews, &options);
@@ -176,18 +202,36 @@ void Walker::Finish() {
 }
 
 std::vector<std::string> Walker::ChooseDevice() {
-    const std::string pause = LineOf("wait", 500 * Below(8));
+    const std::string pause = LineOf("wait", 500 * Below(8)), later = LineOf("wait", 500 * Below(8));
+    if (Misbehaves && Once(10))  // the PBX never answers, and the provider stops
+        return {"close", "line dead 0 0 0 0", "open", "wait 20000", ChooseOnLine(), ChooseOnLine(), ChooseRequest()};
     if (Once(2))
-        return {"phone-open", pause, Once(2) ? "phone-close" : "close", "open"};
+        return {"phone-open", pause, Once(2) ? "phone-close" : "close", "open", later, ChooseRequest()};
     if (Once(3))  // a request finds no link: it starts that, and fails
         return {"close", ChooseOnLine(), pause, "close", "open"};
-    return {"close", "open"};
+    return {"close", "open", pause, ChooseRequest(), later, ChooseOnLine()};
+}
+
+std::vector<std::string> Walker::CallsOnAllKeys() {
+    std::vector<std::string> lines;
+    for (const Eq::KeyConfiguration& key : Machine.config.keys) {
+        lines.push_back(LineOf("call", key.number, Number(), "-", 0, 0, 0, "-"));
+        lines.push_back("wait 500");
+    }
+    for (int i = 0; i < 6; ++i) {
+        lines.push_back(LineOf("key", AnyKey()));
+        lines.push_back(ChooseOnSet());
+        lines.push_back("wait 500");
+    }
+    return lines;
 }
 
 std::vector<std::string> Walker::Choose() {
     const int what = Below(1000);
     if (what >= 998)
         return ChooseDevice();
+    if (what >= 994 && Has(MANY_KEYS))
+        return CallsOnAllKeys();
     return {what < 300 ? ChooseOnSet() : what < 570 ? ChooseFar() : what < 950 ? ChooseRequest() : ChooseLine()};
 }
 
@@ -195,9 +239,9 @@ bool Walker::Perform(const std::string& line) {
     Words words(line);
     const std::string verb = words.Word();
     static constexpr const char* OfSet[] = {"dial", "release", "offhook", "handset", "softkey", "key", "lamp"};
-    static constexpr const char* OfFar[] = {"call",     "far-hangs-up", "far-rings",     "far-answers",
-                                            "far-busy", "far-diverts",  "far-transfers", "recall",
-                                            "move",     "reserve",      "show-caller",   "call-waits"};
+    static constexpr const char* OfFar[] = {"call",        "far-hangs-up",  "far-rings", "far-answers", "far-busy",
+                                            "far-diverts", "far-transfers", "recall",    "move",        "reserve",
+                                            "show-caller", "call-waits",    "blank"};
     const auto among = [&](const auto& verbs) {
         return std::find(std::begin(verbs), std::end(verbs), verb) != std::end(verbs);
     };
@@ -248,12 +292,19 @@ bool Walker::Take(const std::string& line) {
 Outcome Walker::Go(const Options& options) {
     Start();
     Take(ChooseSet(options));
+    if (Once(10))  // requests before the set has ever told its configuration
+        for (const std::string& line :
+             {std::string("open"), ChooseRequest(), ChooseRequest(), std::string("wait 3000"), ChooseRequest()})
+            if (!Failed())
+                Take(line);
     Take("reopen");
     static constexpr int Pauses[] = {0, 0, 100, 200, 500, 1000, 1500, 4000};
     while (!Failed() && Out.Actions < options.Actions) {
         long done = 0;
         for (const std::string& line : Choose())
             done += !Failed() && Take(line);
+        if (!Failed() && TheBook.CloseCame && Once(3))  // an application that has not heard yet
+            Take(ChooseRequest());
         if (!Failed() && (Spoilt != nullptr || SuspectFor > 10 || TheBook.CloseCame))
             Take("reopen");
         if (done == 0)

@@ -30,6 +30,16 @@ constexpr std::size_t TRAIL = 80;  // lines kept for a report
 constexpr std::uint32_t TICK = 100;
 constexpr int NOBODY = INT_MIN;  // no cref
 
+// What is unusual about a set and its provider.
+enum Extra : int {
+    MANY_KEYS = 1,       // more than there are records for calls
+    NO_SUPERVISION = 2,  // SupervService 0
+    PREFIX_SHOWN = 4,    // ExtPrefixDisp 1
+    ODD_CODES = 8,       // service codes with characters that cannot be keyed
+    NO_CODES = 16,       // some service codes are missing
+    TRACED = 32,
+};
+
 // The words of a line behind its verb. A text is one word: '-' for an empty one, '_' for a blank.
 class Words {
 public:
@@ -75,6 +85,7 @@ private:
     const bool PrintsAll;
     int Version = 2, MultiMode = 0;
     bool Misbehaves = false;
+    int Extras = 0;  // Extra
     EquipmentPort Port;
     Eq::Machine& Machine = Port.Machine;
     std::uint64_t State = 1;
@@ -90,6 +101,7 @@ private:
     std::uint32_t ForwardedAt = 0;
     int ForwardedCall = INT_MAX;  // the set's last call when a service code was asked for
     std::set<int> Unseen;         // calls of the set that may have begun while it was keyed
+    std::set<int> Unsupervised;   // calls of the set that rang on supervision keys, which are switched off
     std::size_t Boxes = 0;
     Outcome Out;
     std::deque<std::string> Trail;
@@ -105,8 +117,9 @@ private:
         return list[static_cast<std::size_t>(Below(static_cast<int>(N)))];
     }
     std::string Number() {
-        static const char* const Numbers[] = {"4720", "4721", "4722",   "4723", "4730", "0145678901", "00612345678",
-                                              "12",   "4711", "614720", "60",   "66",   "664720",     "A1*#"};
+        static const char* const Numbers[] = {"4720",       "4721",        "4722",   "4723", "4730",
+                                              "0145678901", "00612345678", "12",     "4711", "614720",
+                                              "60",         "66",          "664720", "4731", "A1*#"};
         // In version 1 only digits show that a number is being dialled.
         return Numbers[Below(static_cast<int>(std::size(Numbers)) - (Version == 1))];
     }
@@ -156,8 +169,10 @@ private:
     void Finish();
     void Load();
     void Unload();
+    bool Has(Extra extra) const { return (Extras & extra) != 0; }
     std::string ChooseSet(const Options& options);
     void Configure(Words& words);
+    void ConfigureKeys(int modules);
     void OpenLine();
     void CloseLine();
     void OpenPhone();
@@ -169,6 +184,7 @@ private:
 
     // A line by chance, "" for none; several for what belongs together.
     std::vector<std::string> Choose();
+    std::vector<std::string> CallsOnAllKeys();
     std::string ChooseOnSet();
     std::string ChooseFar();
     std::string ChooseLine();

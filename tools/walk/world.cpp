@@ -50,7 +50,16 @@ bool Walker::OnSet(const std::string& verb, Words& words) {
 std::string Walker::ChooseFar() {
     const int key = KeyInUse();
     static const char* const Names[] = {"", "", "MARTIN", "LE GOFF", "4XY"};
-    const std::string name = Pick(Names), number = Once(8) ? "" : Number(), party = number.empty() ? "4799" : number;
+    static const char* const OddNames[] = {"AB/C",
+                                           "D/",
+                                           "=>DUVAL",
+                                           "=X",
+                                           "REN\u00c9",
+                                           "\x01Y",
+                                           "A-NAME-THAT-LEAVES-A-BLANK",
+                                           "A-NAME-THAT-FILLS-THE-LINE-OF-THE-SET.."};
+    const std::string name = Once(25) ? Pick(OddNames) : Pick(Names), number = Once(8) ? "" : Number(),
+                      party = number.empty() ? "4799" : number;
     switch (Below(19)) {
     case 0:
     case 1:
@@ -73,7 +82,7 @@ std::string Walker::ChooseFar() {
     case 14: return LineOf("recall", key);
     case 15: return LineOf("move", key, SomeKey());
     case 16: return LineOf("show-caller", key);
-    case 17: return Once(4) ? LineOf("reserve", SomeKey()) : "";
+    case 17: return Once(4) ? LineOf("reserve", SomeKey()) : Once(8) ? LineOf("blank", Below(2)) : "";
     default: return Machine.set.waiting.size() > 3 ? "" : LineOf("call-waits", name);
     }
 }
@@ -113,6 +122,8 @@ bool Walker::Far(const std::string& verb, Words& words) {
         answer = Eq::ShowCaller(Machine, words.Int());
     } else if (verb == "reserve") {
         answer = Eq::Reserve(Machine, words.Int());
+    } else if (verb == "blank") {
+        answer = Eq::WriteDisplay(Machine, 0, "", 0, 0, words.Int() != 0);
     } else if (verb == "call-waits") {
         answer = Eq::CallWaitsAt(Machine, "4720", "0145678901", words.Text());
     }
@@ -159,6 +170,8 @@ bool Walker::Misbehave(Words& words) {
         faults.ackDelayMs = 500u * static_cast<unsigned>(count);
     } else if (what == "pbx-late") {
         faults.answerDelayMs = 1000u * static_cast<unsigned>(count);
+    } else if (what == "dead") {
+        faults.noAssociation = faults.noAnswers = true;
     } else if (what == "silent") {
         faults.silent = true;
         Advance(1000u << silence);
