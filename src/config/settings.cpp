@@ -283,8 +283,7 @@ void GetOutsideAccess(std::span<char, 20> buffer) {
         LONG error = 0;
         const Key location = OpenKey(locations.handle, name, KEY_READ, error);
         if (!location) {
-            Trace(TRACE_CONFIG, "ERROR HKEY_LOCAL_MACHINE SOFTWARE ..Locations %s %ld", static_cast<const char*>(name),
-                  error);
+            Trace(TRACE_CONFIG, "ERROR HKEY_LOCAL_MACHINE SOFTWARE ..Locations %s %ld", name, error);
             continue;
         }
         DWORD id = 0;
@@ -311,21 +310,17 @@ void LoadIniStrings(DWORD permanentProviderID) {
         ProviderState.LineName[length] = name[length];
     ProviderState.LineName[length] = 0;
     RegReadSetting(SECTION_SETCONFIG, "SetMCDU", "", ProviderState.LineAddress);
-    Trace(TRACE_ENTRY, "LoadIniStrings port '%s' speed '%s'", static_cast<const char*>(ProviderState.PortName),
-          static_cast<const char*>(ProviderState.SpeedText));
-    Trace(TRACE_ENTRY, "LoadIniStrings linename '%S' lineaddr '%s'", static_cast<const WCHAR*>(ProviderState.LineName),
-          static_cast<const char*>(ProviderState.LineAddress));
+    Trace(TRACE_ENTRY, "LoadIniStrings port '%s' speed '%s'", ProviderState.PortName, ProviderState.SpeedText);
+    Trace(TRACE_ENTRY, "LoadIniStrings linename '%S' lineaddr '%s'", ProviderState.LineName, ProviderState.LineAddress);
     if (ProviderState.TAPI_OMNA_Ver != 1 && ProviderState.ProtocolLevel >= 2) {
         GetOutsideAccess(Settings.ExtPrefix);
-        Trace(TRACE_OMNA, "LoadIniStrings ExtPrefix  '%s'", static_cast<const char*>(Settings.ExtPrefix));
+        Trace(TRACE_OMNA, "LoadIniStrings ExtPrefix  '%s'", Settings.ExtPrefix);
     }
     if (RegReadSetting(SECTION_PREFIX, "PublicOperator", "", Settings.PublicOperator) > 0) {
-        Trace(TRACE_OMNA, "LoadIniStrings PublicOperator trouve '%s'",
-              static_cast<const char*>(Settings.PublicOperator));
+        Trace(TRACE_OMNA, "LoadIniStrings PublicOperator trouve '%s'", Settings.PublicOperator);
     } else {
         CopyText(Settings.PublicOperator, "0");
-        Trace(TRACE_OMNA, "LoadIniStrings PublicOperator defaut '%s'",
-              static_cast<const char*>(Settings.PublicOperator));
+        Trace(TRACE_OMNA, "LoadIniStrings PublicOperator defaut '%s'", Settings.PublicOperator);
     }
 }
 

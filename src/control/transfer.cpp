@@ -120,8 +120,7 @@ LONG DoBlindTransfer(int cref) {
     if (!IsCref(cref) || Tracking.DbCall != 0 || SoftKeyPosition(SK_SECOND_CALL) == 0)
         return Refuse(LINEERR_OPERATIONUNAVAIL);
     char* destination = CallOf(cref).DestAddress;
-    Trace(TRACE_ENTRY, "DoBlindTransfer - DestAddress:%s Supermsg %d", static_cast<const char*>(destination),
-          Link.SuperMsgSupported);
+    Trace(TRACE_ENTRY, "DoBlindTransfer - DestAddress:%s Supermsg %d", destination, Link.SuperMsgSupported);
     PressSequence presses;
     presses.DialString(destination);
     presses.Send();

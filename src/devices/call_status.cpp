@@ -150,7 +150,7 @@ void PlaceCaller(LINECALLINFO& info, const CallRecord& call) {
         Trace(TRACE_ENTRY, "v2 CallerAdd:'%s' lg %d", address, wide.Size);
         Trace(TRACE_ENTRY, "CallerAdd:  Used %lx Needed %lx Total %lx", CALLINFO_FIXED, CALLINFO_FIXED + wide.Size,
               info.dwTotalSize);
-        Trace(TRACE_ENTRY, "v2 CallerAdd:Wide '%S' lg %d", static_cast<const WCHAR*>(wide.Text), wide.Size);
+        Trace(TRACE_ENTRY, "v2 CallerAdd:Wide '%S' lg %d", wide.Text, wide.Size);
     }
     Place(info, address, info.dwCallerIDSize, info.dwCallerIDOffset);
     if (Filled(call.CallerName))

@@ -6,7 +6,7 @@
 #include "platform/text.h"
 #include "thread/serial_thread.h"
 #include "trace/trace.h"
-#include "tracking/model.h"
+#include "tracking/steps.h"
 
 #include <algorithm>
 #include <atomic>
@@ -214,7 +214,7 @@ LONG WINAPI TSPI_lineGetDevCaps(DWORD dwDeviceID, DWORD dwTSPIVersion, DWORD dwE
     // Each text on its own: one that does not fit is left out, the next is still tried.
     if (Fits(caps, infoSize)) {
         Trace(TRACE_ENTRY, "cbinfo 0x%x cbname 0x%x gszProviderInfo '%S' linename '%S' ", infoSize, nameSize,
-              PROVIDER_INFO, static_cast<const WCHAR*>(ProviderState.LineName));
+              PROVIDER_INFO, ProviderState.LineName);
         PlaceText(caps, PROVIDER_INFO, infoSize, caps.dwProviderInfoSize, caps.dwProviderInfoOffset);
     }
     if (Fits(caps, nameSize))
@@ -243,8 +243,7 @@ LONG WINAPI TSPI_lineGetAddressCaps(DWORD dwDeviceID, DWORD dwAddressID, DWORD d
     caps.dwNeededSize = ADDRESSCAPS_FIXED + address.Size;
     caps.dwUsedSize = ADDRESSCAPS_FIXED;
     if (caps.dwTotalSize >= caps.dwNeededSize) {
-        Trace(TRACE_ENTRY, "TSPI_lineGetAddressCaps lineaddr '%s'",
-              static_cast<const char*>(ProviderState.LineAddress));
+        Trace(TRACE_ENTRY, "TSPI_lineGetAddressCaps lineaddr '%s'", ProviderState.LineAddress);
         CopyBytes(&caps, ADDRESSCAPS_FIXED, address.Text, address.Size);
         caps.dwAddressSize = address.Size;
         caps.dwAddressOffset = ADDRESSCAPS_FIXED;
@@ -301,9 +300,8 @@ LONG WINAPI TSPI_lineGetAddressID(HDRVLINE hdLine, LPDWORD lpdwAddressID, DWORD 
     const NarrowText address(lpsAddress);
     WCHAR given[WIDE_LIMIT + 1] = {};  // a trace of the caller's own text would look for its end past his memory
     std::copy_n(lpsAddress, address.Wide, given);
-    Trace(TRACE_ENTRY, "Entering TSPI_lineGetAddressID lpsAddress '%S'", static_cast<const WCHAR*>(given));
-    Trace(TRACE_ENTRY, "Entering TSPI_lineGetAddressID lineaddr '%s'",
-          static_cast<const char*>(ProviderState.LineAddress));
+    Trace(TRACE_ENTRY, "Entering TSPI_lineGetAddressID lpsAddress '%S'", given);
+    Trace(TRACE_ENTRY, "Entering TSPI_lineGetAddressID lineaddr '%s'", ProviderState.LineAddress);
     Trace(TRACE_ENTRY, "Entering TSPI_lineGetAddressID Address  '%s'", address.Text());
     // A text that does not fit cannot be the line's address, which is shorter.
     if (!address.Fits() || std::strcmp(address.Text(), ProviderState.LineAddress) != 0)
@@ -361,7 +359,7 @@ LONG WINAPI TSPI_lineSetAppSpecific(HDRVCALL hdCall, DWORD dwAppSpecific) {
         return Refuse(LINEERR_INVALCALLHANDLE);
     ProviderState.AppSpecific = dwAppSpecific;
     if (ProviderState.LineEventProc != nullptr)  // not through DoLineEvent: no trace, no media mode
-        ProviderState.LineEventProc(ProviderState.htLine, CallTable[static_cast<std::size_t>(cref)].htCall,
-                                    LINE_CALLINFO, LINECALLINFOSTATE_APPSPECIFIC, 0, 0);
+        ProviderState.LineEventProc(ProviderState.htLine, CallOf(cref).htCall, LINE_CALLINFO,
+                                    LINECALLINFOSTATE_APPSPECIFIC, 0, 0);
     return ReleaseLineMutex(0);
 }

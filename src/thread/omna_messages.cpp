@@ -55,9 +55,9 @@ void DispatchOmnaMsg(std::span<const std::uint8_t> message) {
     char dump[DUMP_SIZE] = "";
     if (entry == nullptr || DumpIsTraced(TRACE_OMNA))
         HexDump(dump, message);
-    Trace(TRACE_OMNA, "TAPI_OMNA MSG: %s", static_cast<const char*>(dump));
+    Trace(TRACE_OMNA, "TAPI_OMNA MSG: %s", dump);
     if (entry == nullptr) {
-        Trace(TRACE_ALWAYS, "Unknown TAPI-OMNA msg received: %s", static_cast<const char*>(dump));
+        Trace(TRACE_ALWAYS, "Unknown TAPI-OMNA msg received: %s", dump);
         return;
     }
     const std::uint8_t version = message[2];

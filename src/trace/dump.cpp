@@ -29,5 +29,5 @@ void TraceDump(std::uint32_t level, const char* format, std::span<const std::uin
         return;
     char text[DUMP_SIZE];
     HexDump(text, bytes);
-    Trace(level, format, static_cast<const char*>(text));
+    Trace(level, format, text);
 }

@@ -173,7 +173,7 @@ void PutArgument(Output& out, const Directive& directive, const TraceArgument* a
 struct BelowWindows {
     char path[sizeof TraceLog.WindowsDirectory + 32];
     explicit BelowWindows(const char* name) {
-        const TraceArgument parts[] = {static_cast<const char*>(TraceLog.WindowsDirectory), name};
+        const TraceArgument parts[] = {TraceLog.WindowsDirectory, name};
         FormatText(path, sizeof path, "%s%s", parts, 2);
     }
 };
@@ -232,7 +232,7 @@ void WriteHeader() {
     char date[16], time[16], line[TEXT_MAX + 1];
     std::strftime(date, sizeof date, "%d/%m/%y", &local);
     std::strftime(time, sizeof time, "%H:%M:%S", &local);
-    const TraceArgument header[] = {timeGetTime(), static_cast<const char*>(date), static_cast<const char*>(time)};
+    const TraceArgument header[] = {timeGetTime(), date, time};
     FormatText(line, sizeof line, "%lu TSP CORVANE 6200 DebugFile - date: %s - %s\n", header, 3);
     TraceWrite(TraceLog.Counter, line);
     const TraceArgument mask[] = {timeGetTime(), TraceMask};
@@ -280,7 +280,7 @@ void TraceAccepted(const char* format, const TraceArgument* arguments, std::size
         }
         char message[TEXT_MAX + 1], line[TEXT_MAX + 1];
         FormatText(message, sizeof message, format, arguments, count);
-        const TraceArgument parts[] = {timeGetTime(), static_cast<const char*>(message)};
+        const TraceArgument parts[] = {timeGetTime(), message};
         const std::size_t length = FormatText(line, sizeof line, "%lu %s\n", parts, 2);
         line[length - 1] = '\n';  // also where the text was cut
         TraceWrite(TraceLog.Counter, line);

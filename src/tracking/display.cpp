@@ -97,7 +97,7 @@ void EnquiryConnectedName(int cref) {
     call.DispNamePending = 1;
     Text text;
     ReadParty(text);
-    Trace(TRACE_ENTRY, "Extract connected 1 TmpDestName %s len %d ", static_cast<const char*>(text), std::strlen(text));
+    Trace(TRACE_ENTRY, "Extract connected 1 TmpDestName %s len %d ", text, std::strlen(text));
     if (text[0] == 0)
         return;
     // The set may show the number without its last digits.
@@ -106,7 +106,7 @@ void EnquiryConnectedName(int cref) {
         CopyText(partial, call.DestAddress);
         const std::size_t length = std::strlen(partial);
         partial[length - std::min(cut, length)] = 0;
-        Trace(TRACE_ENTRY, "i:%d - PartialAddress:%s", cut, static_cast<const char*>(partial));
+        Trace(TRACE_ENTRY, "i:%d - PartialAddress:%s", cut, partial);
         const char* found = std::strstr(text, partial);
         if (found == nullptr)
             continue;
@@ -174,7 +174,7 @@ Party ReadParties() {
         party.Name[length] = 0;
     }
     Trace(TRACE_ENTRY, "NamePresent %d AddressPresent %d TmpName '%s' len %d PosName %d PosAddress %d",
-          party.NamePresent, party.NumberPresent, static_cast<const char*>(party.Name), length, nameAt, numberAt);
+          party.NamePresent, party.NumberPresent, party.Name, length, nameAt, numberAt);
     if (at == 0) {
         party.Nothing = true;
         return party;
@@ -184,8 +184,8 @@ Party ReadParties() {
         while (end < DISPLAY_COLUMNS && !IsSeparator(raw[end]))
             ++end;
         CopyColumns(party.Number, numberAt, end);
-        Trace(TRACE_ENTRY, "RequestDispName TmpAddress '%s' len %d PosName %d PosAddress %d",
-              static_cast<const char*>(party.Number), end - numberAt, nameAt, numberAt);
+        Trace(TRACE_ENTRY, "RequestDispName TmpAddress '%s' len %d PosName %d PosAddress %d", party.Number,
+              end - numberAt, nameAt, numberAt);
     }
     return party;
 }
@@ -548,7 +548,7 @@ void FollowDialledNumber(int p) {
     const bool placed = call.Outbound != 0 || call.byMakeCall != 0;
     if (run.count > 0) {
         CopyColumns(TmpAddress, run.from, std::min(run.from + run.count + 1, DISPLAY_COLUMNS));
-        Trace(TRACE_ALWAYS, "TmpAddress:'%s'", static_cast<const char*>(TmpAddress));
+        Trace(TRACE_ALWAYS, "TmpAddress:'%s'", TmpAddress);
     } else if (std::strlen(TmpAddress) > 1) {
         if (count == 1 && call.Outbound != 0) {
             Trace(TRACE_ENTRY, "Envoi du numero sur appel proceeding");
@@ -667,7 +667,7 @@ void OfferedCaller(int cref) {
     call.Origin = LINECALLORIGIN_UNKNOWN;
     Text text;
     CopyColumns(text, 2, EndBeforeTwoBlanks(2));
-    Trace(TRACE_ENTRY, "GetCallInformation - Récupération: -%s-"_cp1252, static_cast<const char*>(text));
+    Trace(TRACE_ENTRY, "GetCallInformation - Récupération: -%s-"_cp1252, text);
     if (!IsDigit(Raw(0)[2]))
         TakeName(call, text);
     else if (Version1())
@@ -693,7 +693,7 @@ void WaitingCaller(int& entry) {
     CallRecord& call = CallOf(entry);
     Text text;
     CopyColumns(text, 2, EndAfterOneBlank(2));
-    Trace(TRACE_ENTRY, "GetCallInformation - Récupération: -%s-"_cp1252, static_cast<const char*>(text));
+    Trace(TRACE_ENTRY, "GetCallInformation - Récupération: -%s-"_cp1252, text);
     if (IsDigit(Raw(0)[2]))
         TakeNumber(call, text);
     else

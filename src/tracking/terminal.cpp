@@ -293,7 +293,7 @@ void DigitKeyPushed(int digit) {
         DialedNumber[used] = Characters[digit];
         DialedNumber[used + 1] = 0;
     }
-    Trace(TRACE_ENTRY, "DigitKeyPushed %d DialedNumber %s", digit, static_cast<const char*>(DialedNumber));
+    Trace(TRACE_ENTRY, "DigitKeyPushed %d DialedNumber %s", digit, DialedNumber);
 }
 
 void DisplayChanged(int line, int start, int end, bool complete) {

@@ -3,11 +3,13 @@
 #include "equipment/characters.h"
 
 #include <algorithm>
+#include <cstdint>
 #include <fstream>
 #include <map>
 #include <optional>
 #include <span>
 #include <sstream>
+#include <type_traits>
 
 namespace Equipment {
 
@@ -126,124 +128,122 @@ int Key(Arguments& in) {
     return in.Small("key", 0, KeyCount - 1);
 }
 
-// --- set WHAT VALUE
+// --- set WHAT VALUE: each reads a value, which its errors call `what`, into one field
 
-std::string SetNumber(Machine&, Arguments& in, int& field, const char* what, int low, int high) {
-    const int value = in.Small(what, low, high);
+template <auto Field, int Low, int High> void SetNumber(Machine& machine, Arguments& in, const char* what) {
+    const int value = in.Small(what, Low, High);
+    auto& field = machine.config.*Field;
     if (in.Done())
-        field = value;
-    return "";
+        field = static_cast<std::remove_reference_t<decltype(field)>>(value);
 }
 
-std::string SetFlag(Arguments& in, bool& field) {
+template <auto Record, auto Field, long Low, long High>
+void SetLarge(Machine& machine, Arguments& in, const char* what) {
+    const long value = in.Integer(what, Low, High);
+    if (in.Done())
+        machine.*Record.*Field = static_cast<std::uint32_t>(value);
+}
+
+template <bool SetConfiguration::*Field> void SetFlag(Machine& machine, Arguments& in, const char*) {
     const bool value = in.OnOff();
     if (in.Done())
-        field = value;
-    return "";
+        machine.config.*Field = value;
 }
 
-std::string SetEntry(Arguments& in, std::vector<std::string>& list) {
+template <std::string SetConfiguration::*Field> void SetText(Machine& machine, Arguments& in, const char* what) {
+    const std::string text = in.Text(what);
+    if (in.Done())
+        machine.config.*Field = text;
+}
+
+template <std::vector<std::string> SetConfiguration::*List>
+void SetEntry(Machine& machine, Arguments& in, const char* what) {
     const int index = in.Small("number", 0, 31);
-    const std::string text = in.Text("text");
+    const std::string text = in.Text(what);
     if (!in.Done())
-        return "";
+        return;
+    std::vector<std::string>& list = machine.config.*List;
     if (list.size() <= static_cast<std::size_t>(index))
         list.resize(static_cast<std::size_t>(index) + 1);
     list[static_cast<std::size_t>(index)] = text;
-    return "";
 }
 
+void SetCard(Machine& machine, Arguments& in, const char*) {
+    const int major = in.Small("major", 0, 255);
+    const int minor = in.Small("minor", 0, 255);
+    if (!in.Done())
+        return;
+    machine.config.cardMajor = major;
+    machine.config.cardMinor = minor;
+}
+
+void SetContainer(Machine& machine, Arguments& in, const char* what) {
+    const long type = in.Integer(what, 0x0B, 0x6E, 16);
+    if (type != 0x0B && type != 0x6E)
+        in.Fail("the type is 0B or 6E");
+    if (in.Done())
+        machine.config.containerType = static_cast<std::uint8_t>(type);
+}
+
+void SetPrefix(Machine& machine, Arguments& in, const char* what) {
+    const std::string text = in.Text(what);
+    if (in.Done())
+        machine.config.externalPrefix = text == "-" ? "" : text;
+}
+
+struct SettingEntry {
+    const char* name;
+    void (*set)(Machine&, Arguments&, const char* what);
+    const char* what;
+    const char* form;  // behind its name, then what it is
+    const char* meaning;
+};
+
+using Config = SetConfiguration;
+constexpr long Hour = 3'600'000;  // ms
+
+constexpr SettingEntry Settings[] = {
+    {"version", SetNumber<&Config::omna, 0, 255>, "version", "N", "TAPI_OMNA version (1, 2 or 3)"},
+    {"card", SetCard, "", "MAJOR MINOR", "version of the card"},
+    {"super", SetFlag<&Config::superFrames>, "", "on|off", "super frames"},
+    {"piggyback", SetFlag<&Config::piggyback>, "", "on|off", "acknowledgement and data in one frame"},
+    {"container", SetContainer, "type", "0B|6E", "type of super frames"},
+    {"number", SetText<&Config::number>, "text", "TEXT", "directory number of the set"},
+    {"type", SetNumber<&Config::deviceType, 0, 255>, "value", "N", "kind of set; 3 is the one served"},
+    {"multi", SetNumber<&Config::multiMode, 0, 255>, "value", "N", "1: a second call on the same key; 0: on another"},
+    {"language", SetNumber<&Config::language, 0, 255>, "value", "N",
+     "1 French, 2 English, 4 German, 5 Spanish, 6 Italian"},
+    {"softkey", SetEntry<&Config::softKeys>, "text", "N TEXT", "label 0 to 6"},
+    {"string", SetEntry<&Config::strings>, "text", "N TEXT", "display string 0 to 2"},
+    {"code", SetEntry<&Config::codes>, "text", "N TEXT", "service code 0 to 6"},
+    {"entries", SetNumber<&Config::entriesPerMessage, 1, 255>, "entries", "N", "entries in one information message"},
+    {"idle", SetText<&Config::idleText>, "text", "TEXT", "line 0 of the set at rest"},
+    {"bps", SetLarge<&Machine::pacing, &Pacing::bitsPerSecond, 0, 10'000'000>, "bits per second", "N",
+     "speed of the line; 0 = at once"},
+    {"resend", SetLarge<&Machine::pacing, &Pacing::resendMs, 1, Hour>, "milliseconds", "MS",
+     "until an unacknowledged frame goes again"},
+    {"digit-pause", SetLarge<&Machine::config, &Config::digitPauseMs, 0, Hour>, "milliseconds", "MS",
+     "after which a dialled number is complete"},
+    {"choice-pause", SetLarge<&Machine::config, &Config::choicePauseMs, 0, Hour>, "milliseconds", "MS",
+     "for the other call's key of a transfer or conference"},
+    {"recall", SetLarge<&Machine::config, &Config::recallMs, 0, Hour>, "milliseconds", "MS",
+     "a held call rings back; 0 = never"},
+    {"internal", SetNumber<&Config::internalDigits, 0, 40>, "digits", "N",
+     "longer numbers are outside, in call events"},
+    {"prefix", SetPrefix, "digits", "DIGITS", "of outside numbers; - = none"},
+    {"event-prefix", SetFlag<&Config::prefixInEvents>, "", "on|off", "outside numbers carry it in call events"},
+    {"no-operator", SetFlag<&Config::noOperatorPrefix>, "", "on|off", "call events forbid the operator's prefix"},
+    {"events-after", SetFlag<&Config::eventsAfterDisplay>, "", "on|off", "call events come after the display"},
+};
+
 std::string CarrySet(Machine& machine, Arguments& in) {
-    SetConfiguration& config = machine.config;
     const std::string what = in.Text("setting");
-    if (what == "version")
-        return SetNumber(machine, in, config.omna, "version", 0, 255);
-    if (what == "card") {
-        const int major = in.Small("major", 0, 255);
-        const int minor = in.Small("minor", 0, 255);
-        if (in.Done()) {
-            config.cardMajor = major;
-            config.cardMinor = minor;
-        }
-        return "";
-    }
-    if (what == "super")
-        return SetFlag(in, config.superFrames);
-    if (what == "piggyback")
-        return SetFlag(in, config.piggyback);
-    if (what == "container") {
-        const long type = in.Integer("type", 0x0B, 0x6E, 16);
-        if (type != 0x0B && type != 0x6E)
-            in.Fail("the type is 0B or 6E");
-        if (in.Done())
-            config.containerType = static_cast<std::uint8_t>(type);
-        return "";
-    }
-    if (what == "number" || what == "idle") {
-        const std::string text = in.Text("text");
-        if (in.Done())
-            (what == "number" ? config.number : config.idleText) = text;
-        return "";
-    }
-    if (what == "type" || what == "multi" || what == "language") {
-        const int value = in.Small("value", 0, 255);
-        if (in.Done())
-            (what == "type"    ? config.deviceType
-             : what == "multi" ? config.multiMode
-                               : config.language) = static_cast<std::uint8_t>(value);
-        return "";
-    }
-    if (what == "softkey")
-        return SetEntry(in, config.softKeys);
-    if (what == "string")
-        return SetEntry(in, config.strings);
-    if (what == "code")
-        return SetEntry(in, config.codes);
-    if (what == "entries")
-        return SetNumber(machine, in, config.entriesPerMessage, "entries", 1, 255);
-    if (what == "prefix") {
-        const std::string text = in.Text("digits");
-        if (in.Done())
-            config.externalPrefix = text == "-" ? "" : text;
-        return "";
-    }
-    static constexpr struct {
-        const char* name;
-        bool SetConfiguration::*field;
-    } flags[] = {{"event-prefix", &SetConfiguration::prefixInEvents},
-                 {"no-operator", &SetConfiguration::noOperatorPrefix},
-                 {"events-after", &SetConfiguration::eventsAfterDisplay}};
-    for (const auto& flag : flags)
-        if (what == flag.name)
-            return SetFlag(in, config.*flag.field);
-    static constexpr struct {
-        const char* name;
-        std::uint32_t SetConfiguration::*field;
-    } pauses[] = {{"digit-pause", &SetConfiguration::digitPauseMs},
-                  {"choice-pause", &SetConfiguration::choicePauseMs},
-                  {"recall", &SetConfiguration::recallMs}};
-    for (const auto& pause : pauses)
-        if (what == pause.name) {
-            const long ms = in.Integer("milliseconds", 0, 3'600'000);
-            if (in.Done())
-                config.*pause.field = static_cast<std::uint32_t>(ms);
-            return "";
-        }
-    if (what == "internal")
-        return SetNumber(machine, in, config.internalDigits, "digits", 0, 40);
-    if (what == "bps") {
-        const long value = in.Integer("bits per second", 0, 10'000'000);
-        if (in.Done())
-            machine.pacing.bitsPerSecond = static_cast<std::uint32_t>(value);
-        return "";
-    }
-    if (what == "resend") {
-        const long value = in.Integer("milliseconds", 1, 3'600'000);
-        if (in.Done())
-            machine.pacing.resendMs = static_cast<std::uint32_t>(value);
-        return "";
-    }
-    in.Fail("there is no setting '" + what + "'");
+    const auto* entry = std::find_if(std::begin(Settings), std::end(Settings),
+                                     [&](const SettingEntry& setting) { return what == setting.name; });
+    if (entry == std::end(Settings))
+        in.Fail("there is no setting '" + what + "'");
+    else
+        entry->set(machine, in, entry->what);
     return "";
 }
 
@@ -508,14 +508,23 @@ std::string CarryLamp(Machine& machine, Arguments& in) {
     return in.Done() ? Do(in, SetLamp(machine, lamp, mode)) : "";
 }
 
-std::string CarrySend(Machine& machine, Arguments& in) {
+// The rest of the line as bytes in hexadecimal; null, with an error, when it holds none or others.
+std::optional<Bytes> HexBytes(Arguments& in, std::size_t most, const char* wanted) {
     std::string hex;
     while (in.More())
         hex += in.Text("bytes") + " ";
-    const auto item = ParseHex(hex);
-    if (!item || item->empty() || item->size() > 255)
-        in.Fail("1 to 255 bytes in hexadecimal are wanted: type and data of a frame");
-    if (in.Done())
+    const auto bytes = ParseHex(hex);
+    if (!bytes || bytes->empty() || bytes->size() > most)
+        in.Fail(wanted);
+    return in.Done() ? bytes : std::nullopt;
+}
+
+std::optional<Bytes> FrameBytes(Arguments& in) {
+    return HexBytes(in, 255, "1 to 255 bytes in hexadecimal are wanted: type and data of a frame");
+}
+
+std::string CarrySend(Machine& machine, Arguments& in) {
+    if (const auto item = FrameBytes(in))
         machine.PutRaw(BuildFrame(*item));
     return "";
 }
@@ -528,25 +537,13 @@ template <std::uint8_t Control> std::string CarryControl(Machine& machine, Argum
 }
 
 std::string CarryRaw(Machine& machine, Arguments& in) {
-    std::string hex;
-    while (in.More())
-        hex += in.Text("bytes") + " ";
-    const auto bytes = ParseHex(hex);
-    if (!bytes || bytes->empty())
-        in.Fail("bytes in hexadecimal are wanted");
-    if (in.Done())
+    if (const auto bytes = HexBytes(in, SIZE_MAX, "bytes in hexadecimal are wanted"))
         machine.PutRaw(*bytes);
     return "";
 }
 
 std::string CarryQueue(Machine& machine, Arguments& in) {
-    std::string hex;
-    while (in.More())
-        hex += in.Text("bytes") + " ";
-    const auto item = ParseHex(hex);
-    if (!item || item->empty() || item->size() > 255)
-        in.Fail("1 to 255 bytes in hexadecimal are wanted: type and data of a frame");
-    if (in.Done()) {
+    if (const auto item = FrameBytes(in)) {
         machine.Queue(*item, false);
         machine.Pump();
     }
@@ -657,35 +654,12 @@ std::string CarryHelp(Machine&, Arguments& in) {
 struct CommandEntry {
     const char* name;
     Carry carry;
-    const char* form;  // its words, then what it does; empty = not in the help
+    const char* form;  // its words, then what it does
     const char* meaning;
 };
 
 constexpr CommandEntry Commands[] = {
-    {"set", CarrySet, "set version N", "TAPI_OMNA version (1, 2 or 3)"},
-    {"", nullptr, "set card MAJOR MINOR", "version of the card"},
-    {"", nullptr, "set super on|off", "super frames"},
-    {"", nullptr, "set piggyback on|off", "acknowledgement and data in one frame"},
-    {"", nullptr, "set container 0B|6E", "type of super frames"},
-    {"", nullptr, "set number TEXT", "directory number of the set"},
-    {"", nullptr, "set type N", "kind of set; 3 is the one served"},
-    {"", nullptr, "set multi N", "1: a second call on the same key; 0: on another"},
-    {"", nullptr, "set language N", "1 French, 2 English, 4 German, 5 Spanish, 6 Italian"},
-    {"", nullptr, "set softkey N TEXT", "label 0 to 6"},
-    {"", nullptr, "set string N TEXT", "display string 0 to 2"},
-    {"", nullptr, "set code N TEXT", "service code 0 to 6"},
-    {"", nullptr, "set entries N", "entries in one information message"},
-    {"", nullptr, "set idle TEXT", "line 0 of the set at rest"},
-    {"", nullptr, "set bps N", "speed of the line; 0 = at once"},
-    {"", nullptr, "set resend MS", "until an unacknowledged frame goes again"},
-    {"", nullptr, "set digit-pause MS", "after which a dialled number is complete"},
-    {"", nullptr, "set choice-pause MS", "for the other call's key of a transfer or conference"},
-    {"", nullptr, "set recall MS", "a held call rings back; 0 = never"},
-    {"", nullptr, "set internal N", "longer numbers are outside, in call events"},
-    {"", nullptr, "set prefix DIGITS", "of outside numbers; - = none"},
-    {"", nullptr, "set event-prefix on|off", "outside numbers carry it in call events"},
-    {"", nullptr, "set no-operator on|off", "call events forbid the operator's prefix"},
-    {"", nullptr, "set events-after on|off", "call events come after the display"},
+    {"set", CarrySet, "", ""},  // the table of settings has them
     {"key", CarryKey, "key N KIND [LABEL]", "multi, supervision, boss, secretary, overflow, none"},
     {"keys", CarryKeys, "keys none", "no programmable key"},
     {"module", CarryModule, "module ADR offset N [aom20]", "an add-on module; module ADR none removes it"},
@@ -770,12 +744,17 @@ constexpr CommandEntry Commands[] = {
 
 std::string HelpText() {
     std::string text;
-    for (const CommandEntry& entry : Commands) {
-        std::string form = entry.form;
-        if (*entry.meaning != 0)
+    const auto add = [&](std::string form, const char* meaning) {
+        if (*meaning != 0)
             form.resize(std::max<std::size_t>(form.size() + 2, 34), ' ');
-        text += form + entry.meaning + "\n";
-    }
+        text += form + meaning + "\n";
+    };
+    for (const CommandEntry& entry : Commands)
+        if (entry.carry == CarrySet)
+            for (const SettingEntry& setting : Settings)
+                add("set " + std::string(setting.name) + " " + setting.form, setting.meaning);
+        else
+            add(entry.form, entry.meaning);
     return text;
 }
 
@@ -798,7 +777,7 @@ std::string Execute(Machine& machine, const std::vector<std::string>& words, std
     if (words.empty())
         return "";
     for (const CommandEntry& entry : Commands) {
-        if (entry.carry == nullptr || words[0] != entry.name)
+        if (words[0] != entry.name)
             continue;
         Arguments in{words};
         const std::string answer = entry.carry(machine, in);

@@ -5,13 +5,14 @@
 
 #include <array>
 #include <cstring>
+#include <span>
 
 struct KeyKind {
     TouchKind Kind;
     const char* Code;  // in front of the label in the stored form
     KeyList& (*ListOf)(KeyListSet& lists);
     const char* LoadTrace;  // when loaded from the store: key, label
-    const char* RcvTrace;   // when received from the PBX: key, label; null for multi-line keys
+    const char* RcvTrace;   // when received from the PBX: key, label; multi-line keys have a message of their own
 };
 
 inline constexpr std::array<KeyKind, 5> KeyKinds{{
@@ -27,6 +28,9 @@ inline constexpr std::array<KeyKind, 5> KeyKinds{{
      "line.Touche %02d Secr Debord'%s'", "Secretaire Debord TouchId:%02d - :%s"},
 }};
 
+inline constexpr const KeyKind& MultiKind = KeyKinds[0];
+inline constexpr std::span<const KeyKind> SpecialKinds = std::span(KeyKinds).subspan(1);
+
 // The kind whose code the stored form begins with, or null.
 inline const KeyKind* KindOfData(const char* data) {
     for (const KeyKind& kind : KeyKinds)
@@ -37,8 +41,8 @@ inline const KeyKind* KindOfData(const char* data) {
 
 // The special kind (7 to 10) with this number, or null.
 inline const KeyKind* SpecialKind(int number) {
-    for (const KeyKind& kind : KeyKinds)
-        if (kind.Kind != TOUCH_MULTI && kind.Kind == number)
+    for (const KeyKind& kind : SpecialKinds)
+        if (kind.Kind == number)
             return &kind;
     return nullptr;
 }

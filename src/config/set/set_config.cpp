@@ -12,6 +12,7 @@
 #include "provider/event_log.h"
 #include "trace/trace.h"
 #include "tracking/events.h"
+#include "tracking/steps.h"
 
 #include <algorithm>
 #include <cstdio>
@@ -48,7 +49,7 @@ bool StoredBefore() {
 
 // Whether an entry's key is one of the set's. Key 0 is none, though the tables have a place for it.
 bool IsKeyNumber(int key) {
-    return key >= 1 && key < KEY_COUNT;
+    return key != 0 && IsKey(key);
 }
 
 void TraceCutEntry(const char* what, int index) {
@@ -79,14 +80,12 @@ bool TakeDirectoryNumber(Cursor& cursor) {
     number[sizeof Settings.SetMCDU - 1] = 0;  // as much as the field holds
     const bool changed = std::strcmp(number, Settings.SetMCDU) != 0;
     if (changed) {
-        Trace(TRACE_CONFIG, "NEW MCDU '%s' old '%s' ", static_cast<const char*>(number),
-              static_cast<const char*>(Settings.SetMCDU));
+        Trace(TRACE_CONFIG, "NEW MCDU '%s' old '%s' ", number, Settings.SetMCDU);
         CopyText(Settings.SetMCDU, number);
         RegWriteSetting(SECTION_SETCONFIG, "SetMCDU", Settings.SetMCDU);
         WritePrivateProfileStringA(SECTION_SETCONFIG, "SetMCDU", Settings.SetMCDU, INI_FILE);
     }
-    Trace(TRACE_CONFIG, "Language: %d - mcdu:%s lg_mcdu %d", ProviderState.PbxLanguage,
-          static_cast<const char*>(Settings.SetMCDU), length);
+    Trace(TRACE_CONFIG, "Language: %d - mcdu:%s lg_mcdu %d", ProviderState.PbxLanguage, Settings.SetMCDU, length);
     return changed;
 }
 
@@ -102,8 +101,7 @@ void TakeForwardDestination(Cursor& cursor) {
         return;
     }
     CopyText(ProviderState.ForwardDestination, destination);
-    Trace(TRACE_CONFIG, "Dest Fwd length %d typ %d Destaddr '%s'", length, type,
-          static_cast<const char*>(ProviderState.ForwardDestination));
+    Trace(TRACE_CONFIG, "Dest Fwd length %d typ %d Destaddr '%s'", length, type, ProviderState.ForwardDestination);
 }
 
 void TakeModules(Cursor& cursor) {
@@ -167,8 +165,7 @@ void TakeSetState(Cursor& cursor) {
 // Version 1 tells none of this: the store does.
 void ReadLocalSettings() {
     const bool found = ReadExtPrefix();
-    Trace(TRACE_OMNA, found ? "ExtPrefix lu:-%s-" : "ExtPrefix non trouve default:-%s-",
-          static_cast<const char*>(Settings.ExtPrefix));
+    Trace(TRACE_OMNA, found ? "ExtPrefix lu:-%s-" : "ExtPrefix non trouve default:-%s-", Settings.ExtPrefix);
     ReadExtPrefixDisp();
     Trace(TRACE_OMNA, "ExtPrefixDisp %d", Settings.ExtPrefixDisp);
     ReadEnquiryCallMode();
@@ -180,11 +177,11 @@ void ReadLocalSettings() {
 // --- keys ------------------------------------------------------------------------------------------------------------
 
 void TakeLabel(int key, const char* label) {
-    CopyText(TouchTable[static_cast<std::size_t>(key)].label, label);
+    CopyText(TouchOf(key).label, label);
 }
 
 void ClearKey(int key) {
-    Touch& touch = TouchTable[static_cast<std::size_t>(key)];
+    Touch& touch = TouchOf(key);
     touch.calls = {-1, -1};
     touch.icon = IDLE_ICON;
 }
@@ -193,13 +190,11 @@ void ClearKey(int key) {
 void TakeKinds() {
     for (std::size_t key = 1; key < TouchTable.size(); ++key)
         TouchTable[key].kind = SetConfig.RcvKind[key];
-    for (const KeyKind& kind : KeyKinds) {
-        if (kind.Kind == TOUCH_MULTI)
-            continue;
+    for (const KeyKind& kind : SpecialKinds) {
         KeyList& list = kind.ListOf(KeyLists);
         const auto known = std::exchange(list, KeyList(list.Room));
         for (const int key : known)
-            if (TouchTable[static_cast<std::size_t>(key)].kind == kind.Kind)
+            if (TouchOf(key).kind == kind.Kind)
                 list.Append(key);
     }
 }
@@ -225,14 +220,11 @@ void UseMultiKeys() {
 
 void UseSpecialKeys() {
     const bool again = ConfiguredBefore();
-    for (const KeyKind& kind : KeyKinds) {
-        if (kind.Kind == TOUCH_MULTI)
-            continue;
+    for (const KeyKind& kind : SpecialKinds) {
         KeyList& list = kind.ListOf(KeyLists);
         list = kind.ListOf(SetConfig.RcvKeyLists);
         for (const int key : list)
-            if (!again ||
-                TouchTable[static_cast<std::size_t>(key)].kind != SetConfig.RcvKind[static_cast<std::size_t>(key)])
+            if (!again || TouchOf(key).kind != SetConfig.RcvKind[static_cast<std::size_t>(key)])
                 ClearKey(key);
     }
     TakeKinds();
@@ -254,8 +246,7 @@ void TakeMultiKey(int key, const char* label) {
     }
     SetConfig.RcvKind[static_cast<std::size_t>(key)] = TOUCH_MULTI;
     TakeLabel(key, label);
-    Trace(TRACE_CONFIG, "TouchId:%d - :%s", key,
-          static_cast<const char*>(TouchTable[static_cast<std::size_t>(key)].label));
+    Trace(TRACE_CONFIG, "TouchId:%d - :%s", key, TouchOf(key).label);
 }
 
 void TakeSpecialKey(int key, int number, const char* label) {
@@ -274,7 +265,7 @@ void TakeSpecialKey(int key, int number, const char* label) {
     }
     SetConfig.RcvKind[static_cast<std::size_t>(key)] = number;
     TakeLabel(key, label);
-    Trace(TRACE_CONFIG, kind->RcvTrace, key, static_cast<const char*>(TouchTable[static_cast<std::size_t>(key)].label));
+    Trace(TRACE_CONFIG, kind->RcvTrace, key, TouchOf(key).label);
 }
 
 // One key into the registry and the INI file; false when a write fails.
@@ -282,7 +273,7 @@ bool SaveKey(int key, const char* code) {
     char name[8], data[LABEL_SIZE + 4];
     const TraceArgument number(key);
     FormatText(name, sizeof name, "T%02d", &number, 1);
-    const TraceArgument parts[] = {code, static_cast<const char*>(TouchTable[static_cast<std::size_t>(key)].label)};
+    const TraceArgument parts[] = {code, TouchOf(key).label};
     FormatText(data, sizeof data, "%s%s", parts, 2);
     const bool stored = RegWriteSetting(SECTION_SET_DES, name, data) != 0;
     return WritePrivateProfileStringA(SECTION_SET_DES, name, data, INI_FILE) != 0 && stored;
@@ -294,13 +285,12 @@ bool DiffersInFirst(const char* stored, const char* text, std::size_t count) {
     return std::strncmp(stored, text, count) != 0;
 }
 
-// Whether a received text makes its table worth saving: always when nothing was stored, else at its first difference.
-// `difference` is told whether this text is that first one.
-bool MarkChanged(bool& changed, bool differs, bool& difference) {
-    difference = !changed && differs && StoredBefore();
-    if (!StoredBefore() || (!changed && differs))
-        changed = true;
-    return changed;
+// Notes whether a table of texts is worth saving: always when nothing was stored, else from its first difference on. True
+// at that difference.
+bool NoteDifference(bool& changed, bool differs) {
+    const bool first = !changed && differs && StoredBefore();
+    changed = changed || differs || !StoredBefore();
+    return first;
 }
 
 // Writes all values of a section anew; false when a write fails. A section that cannot be deleted has its own trace.
@@ -416,9 +406,8 @@ void HandleKeySpeAck(std::uint8_t, Bytes payload) {
     SetConfig.PatronAnnounced = cursor.Byte();
     SetConfig.SecretaireAnnounced = cursor.Byte();
     SetConfig.SecrDebordAnnounced = cursor.Byte();
-    for (const KeyKind& kind : KeyKinds)
-        if (kind.Kind != TOUCH_MULTI)
-            kind.ListOf(SetConfig.RcvKeyLists).Count = 0;
+    for (const KeyKind& kind : SpecialKinds)
+        kind.ListOf(SetConfig.RcvKeyLists).Count = 0;
     if (SetConfig.SupervAnnounced + SetConfig.PatronAnnounced + SetConfig.SecretaireAnnounced +
             SetConfig.SecrDebordAnnounced ==
         0) {
@@ -470,13 +459,11 @@ void HandleStringInfoAck(std::uint8_t, Bytes payload) {
             Trace(TRACE_ALWAYS, "Reception d'une string d'ID > MAX_TA_STRING");
             return;
         }
-        char(&entry)[32] = Settings.DisplayStrings[identifier];
+        auto& entry = Settings.DisplayStrings[identifier];
         const char* label = CleanLabel(text);
-        bool difference = false;
-        MarkChanged(SetConfig.StringsChanged, DiffersInFirst(entry, label, std::min(length, sizeof entry - 1)),
-                    difference);
+        NoteDifference(SetConfig.StringsChanged, DiffersInFirst(entry, label, std::min(length, sizeof entry - 1)));
         CopyText(entry, label);
-        Trace(TRACE_CONFIG, "StringId:%d - %s", identifier, static_cast<const char*>(entry));
+        Trace(TRACE_CONFIG, "StringId:%d - %s", identifier, entry);
     });
     if (!AllReceived(" nb_of_info_rcvd:%d - nb_string_include:%d ", count, SetConfig.StringsAnnounced)) {
         RequestInfo(OMNA_STRING_INFO);
@@ -498,15 +485,12 @@ void HandleSkInfoAck(std::uint8_t, Bytes payload) {
             Trace(TRACE_ALWAYS, "Reception d'une SK d'ID > MAX_TA_SK");
             return;
         }
-        char(&entry)[7] = Settings.SoftKeyLabels[identifier];
+        auto& entry = Settings.SoftKeyLabels[identifier];
         const char* label = CleanLabel(text);
-        bool difference = false;
-        MarkChanged(SetConfig.SoftKeysChanged, DiffersInFirst(entry, label, std::min(length, sizeof entry - 1)),
-                    difference);
-        if (difference)
-            Trace(TRACE_CONFIG, "DIFF SkId:%d '%s'->'%s'", identifier, static_cast<const char*>(entry), label);
+        if (NoteDifference(SetConfig.SoftKeysChanged, DiffersInFirst(entry, label, std::min(length, sizeof entry - 1))))
+            Trace(TRACE_CONFIG, "DIFF SkId:%d '%s'->'%s'", identifier, entry, label);
         CopyText(entry, label);
-        Trace(TRACE_CONFIG, "SkId:%d - '%s'", identifier, static_cast<const char*>(entry));
+        Trace(TRACE_CONFIG, "SkId:%d - '%s'", identifier, entry);
     });
     if (!AllReceived(" nb_of_info_rcvd:%d - nb_sk_include:%d ", count, SetConfig.SoftKeysAnnounced)) {
         RequestInfo(OMNA_SK_INFO);
@@ -548,7 +532,7 @@ void HandleCodeInfoAck(std::uint8_t, Bytes payload) {
             Trace(TRACE_ALWAYS, "Reception d'un code d'ID (%d) > MAX_TA_CODE (%d)", identifier, MAX_TA_CODE);
             return;
         }
-        char(&entry)[5] = Settings.ServiceCodes[identifier];
+        auto& entry = Settings.ServiceCodes[identifier];
         if (DiffersInFirst(entry, text, std::min(length, sizeof entry - 1))) {
             CopyText(entry, text);
             changed = true;
@@ -573,17 +557,16 @@ void SaveMultiKeys() {
     WritePrivateProfileStringA(SECTION_SET_DES, nullptr, nullptr, INI_FILE);  // only writes count below
     bool saved = true;
     for (const int key : KeyLists.Multi)
-        saved = SaveKey(key, KeyKinds[0].Code) && saved;
+        saved = SaveKey(key, MultiKind.Code) && saved;
     if (!saved)
         Trace(TRACE_ALWAYS, "Pb de sauvegarde config touch multi dans fichier ini");
 }
 
 void SaveSpecialKeys() {
     bool saved = true;
-    for (const KeyKind& kind : KeyKinds)
-        if (kind.Kind != TOUCH_MULTI)
-            for (const int key : kind.ListOf(KeyLists))
-                saved = SaveKey(key, kind.Code) && saved;
+    for (const KeyKind& kind : SpecialKinds)
+        for (const int key : kind.ListOf(KeyLists))
+            saved = SaveKey(key, kind.Code) && saved;
     if (!saved)
         Trace(TRACE_ALWAYS, "Pb de sauvegarde config touch spe dans fichier ini");
 }

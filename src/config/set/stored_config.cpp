@@ -6,7 +6,7 @@
 #include "link/tick.h"        // StringInitError
 #include "platform/copy_text.h"
 #include "trace/trace.h"
-#include "tracking/model.h"
+#include "tracking/steps.h"
 
 #include <cstdlib>
 #include <cstring>
@@ -34,7 +34,7 @@ void TakeKey(const char* name, const char* data) {
         Trace(TRACE_ALWAYS, "Set_Des: no room for key %d '%s' - skipped", key, data);
         return;
     }
-    Touch& touch = TouchTable[static_cast<std::size_t>(key)];
+    Touch& touch = TouchOf(static_cast<int>(key));
     touch.kind = kind->Kind;
     CopyText(touch.label, label);
     Trace(TRACE_OMNA, kind->LoadTrace, key, label);
@@ -46,7 +46,7 @@ template <std::size_t N> bool ReadEntry(const char* section, const char* name, c
     if (RegReadSetting(section, name, "", text) == 0)
         return false;
     CopyText(entry, text);
-    Trace(TRACE_OMNA, "%s:-%s-", name, static_cast<const char*>(entry));
+    Trace(TRACE_OMNA, "%s:-%s-", name, entry);
     return true;
 }
 
@@ -58,7 +58,7 @@ void LoadDirectoryNumber() {
         return;
     }
     CopyText(Settings.SetMCDU, text);
-    Trace(TRACE_OMNA, "lecture mcdu -%s-", static_cast<const char*>(Settings.SetMCDU));
+    Trace(TRACE_OMNA, "lecture mcdu -%s-", Settings.SetMCDU);
     WritePrivateProfileStringA(SECTION_SETCONFIG, "SetMCDU", Settings.SetMCDU, INI_FILE);
 }
 
@@ -80,19 +80,18 @@ void LoadTexts() {
         if (!ReadEntry(SECTION_SOFTKEY_DES, SoftKeyNames[i], Settings.SoftKeyLabels[i])) {
             Tick.StringInitError = true;
             Trace(TRACE_OMNA, "Soft Key Reading:StringInitError TRUE %s:-%s-", SoftKeyNames[i],
-                  static_cast<const char*>(Settings.SoftKeyLabels[i]));
+                  Settings.SoftKeyLabels[i]);
         }
     for (std::size_t i = 0; i < StringNames.size(); ++i)
         if (!ReadEntry(SECTION_STRING_DES, StringNames[i], Settings.DisplayStrings[i])) {
             Tick.StringInitError = true;
             Trace(TRACE_OMNA, "LCD String Reading:StringInitError TRUE %s:-%s-", StringNames[i],
-                  static_cast<const char*>(Settings.DisplayStrings[i]));
+                  Settings.DisplayStrings[i]);
         }
     for (std::size_t i = 0; i < CodeNames.size(); ++i)
         if (!ReadEntry(SECTION_SERVICE_CODE, CodeNames[i], Settings.ServiceCodes[i])) {
             Settings.ServiceCodes[i][0] = 0;
-            Trace(TRACE_OMNA, "Service Codes Empty Reading: %s:-%s-", CodeNames[i],
-                  static_cast<const char*>(Settings.ServiceCodes[i]));
+            Trace(TRACE_OMNA, "Service Codes Empty Reading: %s:-%s-", CodeNames[i], Settings.ServiceCodes[i]);
         }
 }
 

@@ -77,7 +77,7 @@ bool NeedsRestart() {
 
 void SetConfigPort(const Object&, ConfigData& data) {
     data.PortName[SETTING_SIZE - 1] = 0;
-    Trace(TRACE_ENTRY, " Rcv Port '%s'", static_cast<const char*>(data.PortName));
+    Trace(TRACE_ENTRY, " Rcv Port '%s'", data.PortName);
     RegWriteSetting(SECTION_PROVIDER, "Port", data.PortName);
     if (NeedsRestart())
         ErrorBox("Serial Port configuration modified.\n\nClose and restart the application.");
@@ -93,7 +93,7 @@ void GetAdvanced(const Object&, AdvancedData& data) {
     ReadEnquiryCallMode();
     data = {Settings.MaxDigitLocal, Settings.EnquiryCallMode, Settings.ExtPrefixDisp, {}};
     CopyText(data.ExtPrefix, Settings.ExtPrefix);
-    Trace(TRACE_ENTRY, "UI_SPI_EI_CFGDLG_ADV_GET ExtPrefix '%s'", static_cast<const char*>(Settings.ExtPrefix));
+    Trace(TRACE_ENTRY, "UI_SPI_EI_CFGDLG_ADV_GET ExtPrefix '%s'", Settings.ExtPrefix);
     Trace(TRACE_ENTRY, "UI_SPI_EI_CFGDLG_ADV_GET ExtPrefixDisp '%d'", Settings.ExtPrefixDisp);
     Trace(TRACE_ENTRY, "UI_SPI_EI_CFGDLG_ADV_GET MaxDigitLocalCall '%d'", Settings.MaxDigitLocal);
     Trace(TRACE_ENTRY, "UI_SPI_EI_CFGDLG_ADV_GET EnqCallMode '%d'", Settings.EnquiryCallMode);
@@ -123,7 +123,7 @@ void SetAdvanced(const Object&, AdvancedData& data) {
         RegWriteSetting(SECTION_SETCONFIG, "MaxDigitLocal", text);
     }
     TakeFlag(Settings.EnquiryCallMode, data.EnquiryCallMode, SECTION_SETCONFIG, "EnquiryCallMode");
-    Trace(TRACE_ENTRY, "UI_SPI_EI_CFGDLG_ADV_SET ExtPrefix '%s'", static_cast<const char*>(Settings.ExtPrefix));
+    Trace(TRACE_ENTRY, "UI_SPI_EI_CFGDLG_ADV_SET ExtPrefix '%s'", Settings.ExtPrefix);
     Trace(TRACE_ENTRY, "UI_SPI_EI_CFGDLG_ADV_SET ExtPrefixDisp '%d'", Settings.ExtPrefixDisp);
     Trace(TRACE_ENTRY, "UI_SPI_EI_CFGDLG_ADV_SET MaxDigitLocalCall '%d'", Settings.MaxDigitLocal);
     Trace(TRACE_ENTRY, "UI_SPI_EI_CFGDLG_ADV_SET EnqCallMode '%d'", Settings.EnquiryCallMode);

@@ -147,7 +147,7 @@ void ShowConfig(HWND dialog) {
 
     char format[EDIT_SIZE], text[2 * SETTING_SIZE];
     GetDlgItemTextA(dialog, IDC_LINE_NAME, format, sizeof format);
-    const TraceArgument name(static_cast<const WCHAR*>(config.LineName));
+    const TraceArgument name(config.LineName);
     FormatText(text, sizeof text, format, &name, 1);
     SetText(dialog, IDC_LINE_NAME, text);
     SetText(dialog, IDC_TSPI_VERSION, config.Version);

@@ -80,7 +80,7 @@ void UiTraceText(const char* format, const TraceArgument* arguments, std::size_t
     ExchangeBuffer buffer;
     char text[sizeof buffer.data];
     FormatText(text, sizeof text, format, arguments, count);
-    const TraceArgument parts[] = {timeGetTime(), static_cast<const char*>(text)};
+    const TraceArgument parts[] = {timeGetTime(), text};
     const std::size_t length =
         FormatText(reinterpret_cast<char*>(buffer.data), sizeof buffer.data, "TUI DLL:%lu %s", parts, 2);
     buffer.header = {UI_SPI_EI_TRACE, static_cast<std::uint8_t>(length + 1), {}};
