@@ -12,7 +12,7 @@ using Given = std::function<void()>;
 class DisplayText : public Requests {
 protected:
     struct Row {
-        std::string situation;
+        std::string situation;  // as Stand takes it: keys and states, "1H- 1C"
         const char* text;
         std::string steps;
         Given also = {};

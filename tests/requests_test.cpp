@@ -37,7 +37,7 @@ protected:
 TEST_F(Dispatching, EachCodeRunsItsHandlerAndEndsInItsWay) {
     struct Case {
         RequestCode code;
-        const char *situation, *softKeys;
+        const char *situation, *softKeys;  // as Stand takes them
         LONG answer;
         DRV_REQUESTID pending;  // afterwards
         std::string steps, pressed = {};

@@ -25,11 +25,11 @@ inline std::string Pressed() {
 class Requests : public TrackedSet {
 protected:
     struct Row {
-        std::string situation;
+        std::string situation;  // as Stand takes it
         LONG result;
         std::string pressed, steps;
     };
-    // Calls 0, 1, ... each as its key and the state's letter, '-' behind one without direction: "1C 1H-" is a double
+    // Calls 0, 1, ... each as its key and the state's letter (Named), '-' behind one without direction: "1C 1H-" is a double
     // call on key 1. The first one's key is active; "@2" makes it key 2. "h1" last held call, "p1" second party of the
     // conference, "b0" broken conference.
     void Stand(const std::string& situation, std::string softKeys) {

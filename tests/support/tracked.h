@@ -66,25 +66,24 @@ protected:
         Active(1);
         Tracking.DbCall = 1;
     }
-    // A state by its letter.
+    // A state by its letter, in all situations of calls that rows name.
     static DWORD Named(char letter) {
-        constexpr std::string_view letters = "-IOTPCHFDBRUGKW";
-        constexpr DWORD states[] = {0,
-                                    IDLE,
-                                    OFFERING,
-                                    DIALTONE,
-                                    PROCEEDING,
-                                    CONNECTED,
-                                    ONHOLD,
-                                    CONFERENCED,
-                                    DISCONNECTED,
-                                    BUSY,
-                                    STATE_REOFFERING,
-                                    LINECALLSTATE_UNKNOWN,
-                                    LINECALLSTATE_DIALING,
-                                    LINECALLSTATE_RINGBACK,
-                                    LINECALLSTATE_ONHOLDPENDTRANSFER};
-        return states[letters.find(letter)];
+        static const std::map<char, DWORD> states{{'-', 0},
+                                                  {'I', IDLE},
+                                                  {'O', OFFERING},
+                                                  {'T', DIALTONE},
+                                                  {'G', LINECALLSTATE_DIALING},
+                                                  {'P', PROCEEDING},
+                                                  {'K', LINECALLSTATE_RINGBACK},
+                                                  {'B', BUSY},
+                                                  {'C', CONNECTED},
+                                                  {'H', ONHOLD},
+                                                  {'W', LINECALLSTATE_ONHOLDPENDTRANSFER},
+                                                  {'R', STATE_REOFFERING},
+                                                  {'F', CONFERENCED},
+                                                  {'D', DISCONNECTED},
+                                                  {'U', LINECALLSTATE_UNKNOWN}};
+        return states.at(letter);
     }
     // Calls 0, 1, ... alone on keys 1, 2, ...
     void Calls(const std::string& letters) {
