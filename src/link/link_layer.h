@@ -53,8 +53,8 @@ enum ControlCode : std::uint8_t {
 // Fills in the last byte of a frame so that all bytes add up to 0 modulo 256.
 constexpr void SetChecksum(std::span<std::uint8_t> frame) {
     std::uint8_t sum = 0;
-    for (const std::uint8_t byte : frame.first(frame.size() - 1))
-        sum = static_cast<std::uint8_t>(sum + byte);
+    for (const std::uint8_t value : frame.first(frame.size() - 1))
+        sum = static_cast<std::uint8_t>(sum + value);
     frame.back() = static_cast<std::uint8_t>(-sum);
 }
 
