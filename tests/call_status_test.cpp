@@ -78,8 +78,12 @@ TEST_F(StatusQueries, CallInfoWritesTheseFieldsAndNoOthers) {
     ProviderState.DialParams = {1, 2, 3, 4};
     Calls("O");
     const std::string common = "16:6 24:1 32:4 36:77 48:6 52:7f7b 64:1 68:2 72:3 76:4";
-    ASSERT_EQ(TSPI_lineGetCallInfo(Handle(0), Buffer.Room<LINECALLINFO>(324)), 0);
-    EXPECT_EQ(Buffer.Written(), "4:148 8:144 " + common + " 80:20 84:800 108:0 128:0 148:0 168:0 188:0");
+    for (const std::uint8_t version : std::to_array<std::uint8_t>({0, 2, 3})) {  // 0 before the PBX has told it
+        ProviderState.TAPI_OMNA_Ver = version;
+        ASSERT_EQ(TSPI_lineGetCallInfo(Handle(0), Buffer.Room<LINECALLINFO>(324)), 0);
+        EXPECT_EQ(Buffer.Written(), "4:148 8:144 " + common + " 80:20 84:800 108:0 128:0 148:0 168:0 188:0");
+        EXPECT_EQ(Code(TSPI_lineGetCallInfo(Handle(CONF_CREF), Buffer.Room<LINECALLINFO>(324))), 0u);
+    }
     ASSERT_EQ(TSPI_lineGetCallInfo(Handle(CONF_CREF), Buffer.Room<LINECALLINFO>(324)), 0);
     EXPECT_EQ(Buffer.Written(), common + " 80:40 84:800");
     EXPECT_EQ(TraceLines().back(), "Entering TSPI_lineGetCallInfo cref:CONFREF ");

@@ -106,6 +106,8 @@ TEST(HostCalls, TheLastCallIsTheLastOneThatCameToBe) {
 }
 
 TEST(HostCalls, ACompletionCountsOnceAndIsNoEventToExpectAfterwards) {
+    while (!Next().empty()) {  // of other tests
+    }
     const DRV_REQUESTID request = NewRequest();
     LONG result = 1;
     EXPECT_FALSE(WaitForCompletion(request, 0, result));

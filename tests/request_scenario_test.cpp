@@ -339,15 +339,15 @@ TEST_P(Asked, ConferenceBrokenByEitherParty) {
 // Twelve presses alone take longer than the provider waits for the PBX; the set lets go by itself then.
 TEST_P(Asked, Forward) {
     Play({
-        {"app forward uncond 4720", "[6 1 4 7 2 0] 23?REL", "REPLY, 23?ADDRESS 0 40",
+        {"app forward uncond 4720", "[6 1 4 7 2 0] 23?REL", "REPLY, 23?ADDRESS 0 40 to 4720",
          "Renvoi(4720) - LINEFORWARDMODE_UNCOND | 23?modif renv acquitee par Pbx: envoi RAC "},
-        {"app forward busy 4720", "[6 2 4 7 2 0] 23?REL", "REPLY, 23?ADDRESS 0 40",
+        {"app forward busy 4720", "[6 2 4 7 2 0] 23?REL", "REPLY, 23?ADDRESS 0 40 to 4720",
          "Renvoi(4720) - LINEFORWARDMODE_BUSY"},
-        {"app forward noansw 4720", "[6 3 4 7 2 0] 23?REL", "REPLY, 23?ADDRESS 0 40",
+        {"app forward noansw 4720", "[6 3 4 7 2 0] 23?REL", "REPLY, 23?ADDRESS 0 40 to 4720",
          "Renvoi(4720) - LINEFORWARDMODE_NOANSW"},
-        {"app forward busyna 0145678901", "[6 4 0 1 4 5 6 7 8 9 0 1] 23t?REL", "REPLY, 23t?ADDRESS 0 40",
+        {"app forward busyna 0145678901", "[6 4 0 1 4 5 6 7 8 9 0 1] 23t?REL", "REPLY, 23t?ADDRESS 0 40 to 0145678901",
          "Renvoi(0145678901) - LINEFORWARDMODE_BUSYNA"},
-        {"wait 3000", "", "23a?ADDRESS 0 40"},
+        {"wait 3000", "", "23a?ADDRESS 0 40 to 0145678901"},
         {"app forward off", "[6 0] REL", "REPLY, 23?ADDRESS 0 40", "Annulation renvoi"},
         {"incoming 1 4722", "", Offered(0)},
         {"app forward off", "", "= 80000049"},

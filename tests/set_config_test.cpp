@@ -216,7 +216,7 @@ TEST_F(Dialogue, ForwardingIsFollowedAndAcknowledgedByReleasing) {
     };
     again("1 0 4 0 =1234 18 60 5 40 0");
     EXPECT_EQ(Pressed(), RELEASE) << "and no key request: the dialogue runs";
-    EXPECT_THAT(LineEvents(), ElementsAre("ADDRESS 0 40"));
+    EXPECT_THAT(LineEvents(), ElementsAre("ADDRESS 0 40 to 1234"));
     EXPECT_STREQ(ProviderState.ForwardDestination, "1234");
     EXPECT_EQ(Settings.EnquiryCallMode, 1);
     EXPECT_EQ(AomCount, 2);
@@ -292,11 +292,13 @@ TEST_F(Dialogue, TextsLongerThanTheirEntryAreCutAndNotTakenForNews) {
     EXPECT_STREQ(Settings.SoftKeyLabels[0], "Second");
     EXPECT_STREQ(Settings.DisplayStrings[1], "A text of more than thirty-one ");
     // codes are saved by the message that changes one and ends them
+    RecordLastAction("never");
     SetConfig.CodesAnnounced = 3;
     Tick.ConfigReceived = false;
     Requests();
     HandleCodeInfoAck(1, Payload("2  0 '61'  7 '9'"));
     EXPECT_FALSE(Tick.ConfigReceived);
+    EXPECT_EQ(Setting("Dynamic_Set_Conf", "LastAction"), "success") << "with the first message, not the last";
     EXPECT_THAT(Requests(), ElementsAre("20 from 2")) << "an unknown one counts";
     HandleCodeInfoAck(1, Payload("1  0 '6'"));
     EXPECT_STREQ(Settings.ServiceCodes[0], "61") << "it begins so: no change";

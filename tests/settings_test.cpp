@@ -5,6 +5,7 @@
 #include "trace/dump.h"
 
 #include <cstring>
+#include <optional>
 #include <tuple>
 
 namespace {
@@ -40,13 +41,19 @@ TEST_F(Store, EachFailingStepIsTracedWithItsCode) {
     EXPECT_EQ(PlatformControl::OpenHandles(), handles) << "every key opened on the way is closed";
 }
 
-void Location(const char* key, DWORD id, const char* access) {
+std::string LocationPath(const char* key) {
+    return std::string("SOFTWARE\\Microsoft\\Windows\\CurrentVersion\\Telephony\\Locations") + key;
+}
+
+void Location(const char* key, std::optional<DWORD> id, const char* access) {
     HKEY handle = nullptr;
     char noClass[] = "";
-    const std::string path = std::string("SOFTWARE\\Microsoft\\Windows\\CurrentVersion\\Telephony\\Locations") + key;
-    ASSERT_EQ(
-        RegCreateKeyExA(HKEY_LOCAL_MACHINE, path.c_str(), 0, noClass, 0, KEY_ALL_ACCESS, nullptr, &handle, nullptr), 0);
-    RegSetValueExA(handle, access == nullptr ? "CurrentID" : "ID", 0, REG_DWORD, reinterpret_cast<const BYTE*>(&id), 4);
+    ASSERT_EQ(RegCreateKeyExA(HKEY_LOCAL_MACHINE, LocationPath(key).c_str(), 0, noClass, 0, KEY_ALL_ACCESS, nullptr,
+                              &handle, nullptr),
+              0);
+    if (id)
+        RegSetValueExA(handle, access == nullptr ? "CurrentID" : "ID", 0, REG_DWORD,
+                       reinterpret_cast<const BYTE*>(&*id), 4);
     if (access != nullptr)
         RegSetValueExA(handle, "OutsideAccess", 0, REG_SZ, reinterpret_cast<const BYTE*>(access),
                        static_cast<DWORD>(std::strlen(access) + 1));
@@ -73,11 +80,18 @@ TEST_F(Store, OutsideAccessComesFromTheCurrentLocationAndEachStepToItIsTracedWhe
         EXPECT_THAT(TraceLines(), ElementsAre("ERROR HKEY_LOCAL_MACHINE SOFTWARE" + walk.line + " 5"));
         PlatformControl::RefuseRegistry(walk.refused, 0);
     }
-    Location("\\Location0", 1, "7");
+    // None of those that come before it hides the current one.
+    RegDeleteKeyA(HKEY_LOCAL_MACHINE, LocationPath("\\Location1").c_str());
+    Location("\\Location0", {}, "8");
+    Location("\\Location3", 1, "7");
+    Location("\\Location4", 2, "7");
+    Location("\\Location1", 2, "9");
+    PlatformControl::RefuseRegistry("\\Location4", 5);
     EXPECT_EQ(access(), "9");
-    PlatformControl::RefuseRegistry("\\Location0", 5);
-    EXPECT_EQ(access(), "9") << "a location that does not open does not hide the current one behind it";
     EXPECT_EQ(PlatformControl::OpenHandles(), handles);
+    Location("", 0, nullptr);
+    EXPECT_EQ(access(), "0") << "no ID is no 0";
+    Location("", 2, nullptr);
     Location("\\Location1", 2, "123456789012345678901234567890");
     EXPECT_EQ(access(), "0") << "longer than its field";
 }

@@ -83,6 +83,10 @@ TEST_F(TraceLife, FilesChangeWhenTheCounterWrapsAndTheNextProcessKeepsThem) {
     EXPECT_EQ(TraceFile("tsptrac0.old"), "1000000 2001\n");
     EXPECT_THAT(TraceFile("tsptrac1.old"), testing::StartsWith("1000000 wrapped\n"));
     EXPECT_FALSE(std::filesystem::exists(PlatformControl::PosixPath("C:\\WINDOWS\\spitrace\\tsptrac1.tr")));
+    TraceClose();
+    Trace(TRACE_ALWAYS, "and the next");
+    EXPECT_THAT(TraceFile("tsptrac0.old"), testing::EndsWith(" next process\n")) << "its second file has not begun";
+    EXPECT_EQ(TraceFile("tsptrac1.old"), "");
 }
 
 TEST_F(TraceLife, AbandonedMutexIsReleasedAgainAMissingOneDropsTheLine) {

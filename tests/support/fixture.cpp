@@ -107,6 +107,18 @@ void ExpectEndedLeftAlone() {
         }
 }
 
+// Applications ask back while they are told: what they are told is already stored. Not so on the way to RINGBACK, which is
+// told in several states at once, and for a hold that the PBX reports.
+void ExpectStored(HTAPICALL call, DWORD told) {
+    constexpr DWORD STORED_FIRST =
+        LINECALLSTATE_OFFERING | LINECALLSTATE_CONNECTED | LINECALLSTATE_BUSY | LINECALLSTATE_CONFERENCED;
+    const std::size_t cref = reinterpret_cast<std::uintptr_t>(call) - 0x100;
+    if (cref >= CallTable.size() || (told & STORED_FIRST) == 0)
+        return;
+    const DWORD stored = CallTable[cref].state;
+    EXPECT_EQ(stored == STATE_REOFFERING ? DWORD{LINECALLSTATE_OFFERING} : stored, told) << "call " << cref;
+}
+
 void CALLBACK CaptureLine(HTAPILINE line, HTAPICALL call, DWORD message, DWORD_PTR p1, DWORD_PTR p2, DWORD_PTR) {
     const DWORD value = static_cast<DWORD>(p1);
     switch (message) {
@@ -116,11 +128,14 @@ void CALLBACK CaptureLine(HTAPILINE line, HTAPICALL call, DWORD message, DWORD_P
         return Record("NEWCALL " + std::to_string(p1));
     case LINE_CALLSTATE:
         NoteEnd(call, value);
+        ExpectStored(call, value);
         return Record("STATE " + CallName(call) + " " + Flags(value, States) + (p2 != 0 ? " " + Hex(p2) : ""));
     case LINE_CALLINFO: return Record("INFO " + CallName(call) + " " + Flags(value, Infos));
     case LINE_LINEDEVSTATE:
         return Record("LINEDEV " + Flags(value, LineStates) + (line == nullptr ? " (no line)" : ""));
-    case LINE_ADDRESSSTATE: return Record("ADDRESS " + Hex(p1) + " " + Hex(p2));
+    case LINE_ADDRESSSTATE:
+        return Record("ADDRESS " + Hex(p1) + " " + Hex(p2) + (ProviderState.ForwardDestination[0] != 0 ? " to " : "") +
+                      ProviderState.ForwardDestination);
     case LINE_CLOSE: return Record("CLOSE");
     default: return Record("LINE " + std::to_string(message) + " " + Hex(p1) + " " + Hex(p2));
     }

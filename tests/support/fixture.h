@@ -30,7 +30,7 @@ void ResetProvider();
 //   "STATE 0 DISCONNECTED 1"        LINE_CALLSTATE: cref, state, dwParam2 when not 0
 //   "INFO 0 CALLERID|CALLEDID"      LINE_CALLINFO
 //   "LINEDEV CONNECTED|INSERVICE"   LINE_LINEDEVSTATE; " (no line)" behind it when sent without line handle
-//   "ADDRESS 0 40"                  LINE_ADDRESSSTATE, both parameters, hexadecimal
+//   "ADDRESS 0 40 to 4720"          LINE_ADDRESSSTATE, both parameters, hexadecimal; where calls go at that moment
 //   "CLOSE"                         LINE_CLOSE
 //   "PHONE LAMP 21"                 PHONE_STATE: state, dwParam2 when not 0
 //   "REPLY 7 0"                     completion: request identifier, result (hexadecimal when negative)
