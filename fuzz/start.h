@@ -1,5 +1,5 @@
-// What every fuzz target stands on: the provider's records at their start values, line and phone "open" with callbacks
-// that only take what they are given, a port that swallows what is written, and no thread.
+// What every fuzz target stands on: the provider's records at their start values, and for all but one line and phone "open"
+// with callbacks that only take what they are given, a port that swallows what is written, and no thread.
 #pragma once
 
 #include <cstddef>
@@ -8,6 +8,8 @@
 
 // Every record back to its start. Cheap enough for each input.
 void FuzzStart();
+// The same with nothing open, not even the port, and no settings stored: what the entry points open themselves.
+void FuzzStartClosed();
 
 // A set as a configuration would leave it: two line keys, one key of each other kind, labels, texts, two modules.
 void FuzzConfigureSet();
@@ -37,6 +39,9 @@ private:
 
 // What holds of the key lists, as used and as received, and of the calls that wait for their caller.
 void FuzzCheckKeys();
+
+// Nothing is stored any more of the provider's settings.
+void FuzzEmptyRegistry();
 
 // Ends the process with a message when a condition that must hold does not.
 void FuzzRequire(bool condition, const char* what);

@@ -41,8 +41,7 @@ std::string PathOf(const std::string& section) {
 }
 
 void EmptyRegistry() {
-    for (const char* section : Sections)
-        RegDeleteSection(section);
+    FuzzEmptyRegistry();
     for (const char* name : LocationNames)
         RegDeleteKeyA(HKEY_LOCAL_MACHINE, (Locations + "\\" + name).c_str());
     RegDeleteKeyA(HKEY_LOCAL_MACHINE, Locations.c_str());
