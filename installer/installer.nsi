@@ -20,6 +20,7 @@ Unicode true
   InstallDir "$PROGRAMFILES\Corvane 6200 Service Provider"
 !endif
 SetCompressor /SOLID lzma
+SetDateSave off  ; installed files are of the day of their installation; and the same files make the same installer
 
 !include LogicLib.nsh
 !include x64.nsh
