@@ -8,7 +8,7 @@
 #include "config/set/set_config.h"
 #include "config/set/stored_config.h"
 #include "config/settings.h"
-#include "link/link_layer.h"
+#include "link/serial.h"
 #include "link/tick.h"
 #include "platform/platform.h"
 #include "provider/state.h"
