@@ -9,6 +9,7 @@
 #include "link/tick.h"
 #include "support/requests.h"
 #include "thread/tick.h"
+#include "tracking/multi_line.h"
 
 namespace {
 
@@ -123,6 +124,27 @@ TEST_F(Dispatching, MakeCallThatIsPutOffKeepsItsRecordAndIsToldOfItsEnd) {
     SerialTick(nullptr, 0, 0, 0);
     EXPECT_THAT(LineEvents(), testing::Contains("STATE 0 IDLE"));
     EXPECT_FALSE(Marks.DeferredMakeCall.Set);
+    // The call at dial tone whose record it has ends: told once, and nothing is dialled.
+    const auto atDialTone = [&] {
+        putOff(0);
+        Marks.DeferredMakeCall = {};
+        Call(1, 0, DIALTONE);
+        Marks.DeferredMakeCall = {true, 0};
+        TouchTable[1].icon = ACTIV_ICON;
+        CopyText(Record(0).DestAddress, "12");
+    };
+    const std::function<void()> ends[] = {[] { MultiIcon(IDLE_ICON, 1); }, AllCallReset, ReportCallsLost};
+    for (const auto& end : ends) {
+        atDialTone();
+        end();
+        EXPECT_THAT(LineEvents(), testing::Contains("STATE 0 IDLE").Times(1));
+        EXPECT_FALSE(Marks.DeferredMakeCall.Set);
+    }
+    // Its own application dials on it.
+    atDialTone();
+    EXPECT_EQ(Ask(REQUEST_DIAL, 0), 9);
+    EXPECT_THAT(LineEvents(), ElementsAre("REPLY 9 0"));
+    EXPECT_EQ(Marks.DeferredMakeCall.Cref, 0);
     // A pick-up takes the record.
     putOff(0);
     std::strcpy(Settings.ServiceCodes[CODE_CALL_PICKUP], "66");

@@ -43,6 +43,8 @@ void CompleteRequest(ProviderStateRecord& provider, DRV_REQUESTID request, LONG 
 
 void DoLineEvent(DWORD message, DWORD_PTR param1, DWORD_PTR param2, int cref) {
     Trace(TRACE_CALL, "LinEv cref=%d, ev:%0lx,val%0lx,mod=%0lx", cref, message, param1, param2);
+    if (message == LINE_CALLSTATE && param1 == LINECALLSTATE_IDLE)
+        ForgetPutOff(cref);  // first: TAPI may call anew from within this
     if (ProviderState.LineEventProc == nullptr)
         return;
     Trace(TRACE_CALL, "LineEvent send");

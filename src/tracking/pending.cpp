@@ -70,9 +70,14 @@ bool IsPutOff(int cref) {
     return Marks.DeferredMakeCall.Set && Marks.DeferredMakeCall.Cref == cref;
 }
 
+void ForgetPutOff(int cref) {
+    if (IsPutOff(cref))
+        Marks.DeferredMakeCall = {};
+}
+
 void GiveUpDeferredMakeCall(CrefMark next) {
     const CrefMark putOff = std::exchange(Marks.DeferredMakeCall, next);
-    if (!putOff.Set || !IsCref(putOff.Cref))
+    if (!putOff.Set || !IsCref(putOff.Cref) || IsPutOff(putOff.Cref))
         return;
     CallRecord& call = CallOf(putOff.Cref);
     if (call.touch == 0)  // else a call at dial tone lives on in it

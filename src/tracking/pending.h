@@ -75,7 +75,10 @@ extern RequestMarks Marks;
 
 // The make call that was put off is the one of this record.
 bool IsPutOff(int cref);
+// TAPI is being told that the call of this record is over, such as one at dial tone that a make call waited in: with it
+// ends the one that was put off, which is not told of again.
+void ForgetPutOff(int cref);
 // The make call that was put off will not be made: its application, told that it was accepted, is told DISCONNECTED and
 // IDLE. Nothing when none was put off. `next`: the call that takes its place, before TAPI is told: from within that it may
-// ask for another.
+// ask for another. The same call once more, with other digits, is no other one: nothing is told.
 void GiveUpDeferredMakeCall(CrefMark next = {});
