@@ -222,6 +222,35 @@ TEST_F(Dialogs, WrongDevicesShowNoDialog) {
     CloseHandle(event);
 }
 
+TEST_F(Dialogs, WithoutAnAnswerNothingIsShownAsASettingOrWritten) {
+    const auto deaf = [](DWORD_PTR object, DWORD type, LPVOID, DWORD size) -> LONG {
+        Exchanged.push_back(std::to_string(object) + ":" + std::to_string(type) + " " + std::to_string(size));
+        return static_cast<LONG>(LINEERR_OPERATIONFAILED);
+    };
+    PlatformControl::UseDialogs([](Dialog&) { ADD_FAILURE(); });
+    EXPECT_EQ(static_cast<DWORD>(TUISPI_lineConfigDialog(deaf, 0, nullptr, nullptr)), LINEERR_OPERATIONFAILED);
+    EXPECT_EQ(static_cast<DWORD>(TUISPI_phoneConfigDialog(deaf, 0, nullptr, nullptr)), PHONEERR_OPERATIONFAILED);
+    for (const char* picked : {"", "COM2"}) {
+        PlatformControl::UseDialogs([&](Dialog& dialog) {
+            EXPECT_EQ(dialog.Item(IDC_PORT).Text, "");
+            dialog.Select(IDC_PORT, picked);
+            dialog.Press(IDOK);
+        });
+        Exchanged.clear();
+        EXPECT_EQ(TUISPI_providerConfig(deaf, nullptr, 42), 0);
+        EXPECT_EQ(Exchanged.size(), picked[0] == 0 ? 2u : 3u) << "trace and question, and a port that was picked";
+    }
+    int opened = 0;
+    PlatformControl::UseDialogs([&](Dialog& dialog) {
+        ++opened;
+        PlatformControl::NextWait("SP62LineMutex", WAIT_TIMEOUT);
+        dialog.Press(IDC_ADVANCED);
+    });
+    TUISPI_lineConfigDialog(Channel, 6, nullptr, nullptr);
+    EXPECT_EQ(opened, 1) << "a box in place of the advanced one";
+    EXPECT_EQ(PlatformControl::Boxes().back().Text, "The Corvane Service Provider does not answer.\n\nTry again.");
+}
+
 // A buffer of a code with a size byte, filled with x, at the end of its memory (a sanitizer sees a byte too far), as the
 // provider gives it back.
 std::vector<std::uint8_t> Ask(DWORD type, int code, int size, std::size_t bytes) {

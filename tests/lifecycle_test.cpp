@@ -7,6 +7,7 @@
 #include "devices/line_requests.h"
 #include "link/serial.h"
 #include "platform/text.h"
+#include "provider/tapi.h"
 #include "support/fixture.h"
 #include "support/port.h"
 #include "thread/serial_thread.h"
@@ -53,6 +54,18 @@ protected:
     // Whether this thread holds the line mutex; it does not hold it afterwards.
     static bool HeldTheMutex() { return ReleaseMutex(Process.LineMutex) != 0; }
 };
+
+TEST_F(StartAndStop, ProvidersEntryPointsRefuseNullPointers) {
+    DWORD count = 9;
+    WCHAR name[16];
+    const ASYNC_COMPLETION completion = ProviderState.CompletionProc;
+    EXPECT_EQ(TSPI_providerEnumDevices(4, nullptr, &count, Provider, nullptr, nullptr), Error(LINEERR_INVALPOINTER));
+    EXPECT_EQ(TSPI_providerEnumDevices(4, &count, nullptr, Provider, nullptr, nullptr), Error(LINEERR_INVALPOINTER));
+    EXPECT_EQ(TSPI_providerInit(0x20000, 4, 6, 8, 1, 1, completion, nullptr), Error(LINEERR_INVALPOINTER));
+    EXPECT_EQ(TSPI_providerUIIdentify(nullptr), Error(LINEERR_INVALPOINTER));
+    EXPECT_EQ(TSPI_providerUIIdentify(name), 0);
+    EXPECT_EQ(count, 9u);
+}
 
 TEST_F(StartAndStop, ThreadThatEndedByItselfOrWasNeverMadeIsNotStoppedAndLeavesNoHandle) {
     PlatformControl::Port("COM1").OpenError = 5;

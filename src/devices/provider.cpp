@@ -101,6 +101,8 @@ void ProviderInitAgain() {
 
 LONG WINAPI TSPI_providerEnumDevices(DWORD dwPermanentProviderID, LPDWORD lpdwNumLines, LPDWORD lpdwNumPhones,
                                      HPROVIDER hProvider, LINEEVENT, PHONEEVENT) {
+    if (lpdwNumLines == nullptr || lpdwNumPhones == nullptr)
+        return Error(LINEERR_INVALPOINTER);
     Trace(TRACE_ENTRY, "TSPI_providerEnumDevices ppID %lx,lines %lx phones %lx)", dwPermanentProviderID, *lpdwNumLines,
           *lpdwNumPhones);
     ProviderState.PermanentProviderID = dwPermanentProviderID;
@@ -118,6 +120,8 @@ LONG WINAPI TSPI_providerInit(DWORD dwTSPIVersion, DWORD dwPermanentProviderID, 
           reinterpret_cast<std::uintptr_t>(lpfnCompletionProc));
     // Here, and not when the library is loaded: a process that only loads it begins no trace.
     Trace(TRACE_ALWAYS, "* Version %s - commit %s *", ZT_VERSION_TEXT, Commit);
+    if (lpdwTSPIOptions == nullptr)
+        return Error(LINEERR_INVALPOINTER);
     *lpdwTSPIOptions = LINETSPIOPTION_NONREENTRANT;
     ProviderInitCommon(dwPermanentProviderID, ProviderState.ProviderHandle, dwLineDeviceIDBase, dwPhoneDeviceIDBase,
                        lpfnCompletionProc);
@@ -156,6 +160,8 @@ LONG WINAPI TSPI_providerFreeDialogInstance(HDRVDIALOGINSTANCE hdDlgInst) {
 
 LONG WINAPI TSPI_providerUIIdentify(LPWSTR lpszUIDLLName) {
     Trace(TRACE_ENTRY, "TSPI_providerUIIdentify");
+    if (lpszUIDLLName == nullptr)
+        return Error(LINEERR_INVALPOINTER);
     const WCHAR* name = "zt_6232.tsp"_wide;
     do {
         *lpszUIDLLName++ = *name;

@@ -3,6 +3,7 @@
 #include "config/ui/resource.h"
 #include "config/ui/tuispi.h"
 #include "platform/copy_text.h"
+#include "provider/error_box.h"
 #include "provider/process.h"  // the module instance, whose resources the dialogs are
 
 #include <cstdlib>
@@ -66,13 +67,14 @@ void TakeNumber(std::int32_t& field, std::int32_t value) {
 
 void TakeAdvanced(HWND dialog) {
     AdvancedData& data = UiConfig.Advanced;
-    char text[EDIT_SIZE];
+    char text[EDIT_SIZE] = "";
     char prefix[sizeof data.ExtPrefix];
-    const bool read = ReadText(dialog, IDC_PREFIX, text);
-    CopyText(prefix, text);
-    if (read && std::strcmp(prefix, data.ExtPrefix) != 0) {
-        CopyText(data.ExtPrefix, prefix);
-        UiConfig.AdvancedChanged = true;
+    if (ReadText(dialog, IDC_PREFIX, text)) {
+        CopyText(prefix, text);
+        if (std::strcmp(prefix, data.ExtPrefix) != 0) {
+            CopyText(data.ExtPrefix, prefix);
+            UiConfig.AdvancedChanged = true;
+        }
     }
     TakeNumber(data.ExtPrefixDisp, Checked(dialog, IDC_PREFIX_DISPLAYED) ? 1 : 0);
     TakeNumber(data.EnquiryCallMode, Checked(dialog, IDC_PBX_MODE) ? 1 : 0);
@@ -105,7 +107,10 @@ INT_PTR CALLBACK AdvancedDialog(HWND dialog, UINT message, WPARAM wParam, LPARAM
 }
 
 void RunAdvanced(HWND owner) {
-    ExchangeNow(UI_SPI_EI_CFGDLG_ADV_GET);
+    if (!ExchangeNow(UI_SPI_EI_CFGDLG_ADV_GET)) {  // what it would show, and OK write, are nobody's settings
+        ErrorBox("The Corvane Service Provider does not answer.\n\nTry again.");
+        return;
+    }
     if (RunDialog(IDD_ADVANCED, owner, AdvancedDialog) != 0 || !UiConfig.AdvancedChanged)
         return;
     ExchangeNow(UI_SPI_EI_CFGDLG_ADV_SET);
@@ -126,7 +131,9 @@ bool PortExists(const char* name) {
 }
 
 void FillPorts(HWND dialog) {
-    WPARAM entries = 0, selected = 0;
+    // Without the provider's answer none is selected, and none is taken that the user has not picked.
+    constexpr WPARAM NONE = static_cast<WPARAM>(-1);
+    WPARAM entries = 0, selected = UiConfig.Config.Version[0] == 0 ? NONE : 0;
     for (const char* port : Ports) {
         if (!PortExists(port))
             continue;
@@ -145,8 +152,8 @@ void ShowConfig(HWND dialog) {
     Send(dialog, IDC_LANGUAGE, CB_SETCURSEL, 0);
     EnableWindow(GetDlgItem(dialog, IDC_LANGUAGE), FALSE);
 
-    char format[EDIT_SIZE], text[2 * SETTING_SIZE];
-    GetDlgItemTextA(dialog, IDC_LINE_NAME, format, sizeof format);
+    char format[EDIT_SIZE] = "", text[2 * SETTING_SIZE];
+    GetDlgItemTextA(dialog, IDC_LINE_NAME, format, sizeof format);  // shows nothing where it fails
     const TraceArgument name(config.LineName);
     FormatText(text, sizeof text, format, &name, 1);
     SetText(dialog, IDC_LINE_NAME, text);

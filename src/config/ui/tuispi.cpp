@@ -46,9 +46,10 @@ void Configure(HWND owner) {
 
 }  // namespace
 
-void UiExchange(TUISPIDLLCALLBACK callback, DWORD_PTR objectID, DWORD objectType, ExchangeCode code) {
+// TAPI's channel may fail, and the provider leaves a buffer alone that it cannot answer. These are never zero in an answer.
+bool UiExchange(TUISPIDLLCALLBACK callback, DWORD_PTR objectID, DWORD objectType, ExchangeCode code) {
     if (callback == nullptr)
-        return;
+        return false;
     switch (code) {
     case UI_SPI_EI_CFGDLG_GET:
     case UI_SPI_EI_CFGDLG_SET: {
@@ -57,21 +58,22 @@ void UiExchange(TUISPIDLLCALLBACK callback, DWORD_PTR objectID, DWORD objectType
         config.PortName[std::size(config.PortName) - 1] = 0;  // whoever answered
         config.LineName[std::size(config.LineName) - 1] = 0;
         config.Version[std::size(config.Version) - 1] = 0;
-        break;
+        return code == UI_SPI_EI_CFGDLG_SET || config.Version[0] != 0;
     }
     case UI_SPI_EI_CFGDLG_ADV_GET:
     case UI_SPI_EI_CFGDLG_ADV_SET: {
         AdvancedData& advanced = UiConfig.Advanced;
         Exchange(callback, objectID, objectType, code, advanced, code == UI_SPI_EI_CFGDLG_ADV_GET);
         advanced.ExtPrefix[std::size(advanced.ExtPrefix) - 1] = 0;
-        break;
+        return code == UI_SPI_EI_CFGDLG_ADV_SET || advanced.MaxDigitLocal != 0;
     }
     case UI_SPI_EI_TRACE: break;  // UiTraceText's
     }
+    return true;
 }
 
-void ExchangeNow(ExchangeCode code) {
-    UiExchange(UiConfig.Callback, UiConfig.ObjectID, UiConfig.ObjectType, code);
+bool ExchangeNow(ExchangeCode code) {
+    return UiExchange(UiConfig.Callback, UiConfig.ObjectID, UiConfig.ObjectType, code);
 }
 
 void UiTraceText(const char* format, const TraceArgument* arguments, std::size_t count) {
@@ -89,7 +91,8 @@ void UiTraceText(const char* format, const TraceArgument* arguments, std::size_t
 
 LONG WINAPI TUISPI_lineConfigDialog(TUISPIDLLCALLBACK lpfnUIDLLCallback, DWORD dwDeviceID, HWND hwndOwner, LPCWSTR) {
     Begin(lpfnUIDLLCallback, TUISPIDLL_OBJECT_LINEID, dwDeviceID);
-    ExchangeNow(UI_SPI_EI_CFGDLG_GET);
+    if (!ExchangeNow(UI_SPI_EI_CFGDLG_GET))
+        return static_cast<LONG>(LINEERR_OPERATIONFAILED);
     if (dwDeviceID != UiConfig.Config.LineDeviceID)
         return static_cast<LONG>(LINEERR_BADDEVICEID);
     Configure(hwndOwner);
@@ -98,7 +101,8 @@ LONG WINAPI TUISPI_lineConfigDialog(TUISPIDLLCALLBACK lpfnUIDLLCallback, DWORD d
 
 LONG WINAPI TUISPI_phoneConfigDialog(TUISPIDLLCALLBACK lpfnUIDLLCallback, DWORD dwDeviceID, HWND hwndOwner, LPCWSTR) {
     Begin(lpfnUIDLLCallback, TUISPIDLL_OBJECT_PHONEID, dwDeviceID);
-    ExchangeNow(UI_SPI_EI_CFGDLG_GET);
+    if (!ExchangeNow(UI_SPI_EI_CFGDLG_GET))
+        return static_cast<LONG>(PHONEERR_OPERATIONFAILED);
     if (dwDeviceID != UiConfig.Config.PhoneDeviceID)
         return static_cast<LONG>(PHONEERR_BADDEVICEID);
     Configure(hwndOwner);
@@ -108,7 +112,7 @@ LONG WINAPI TUISPI_phoneConfigDialog(TUISPIDLLCALLBACK lpfnUIDLLCallback, DWORD 
 LONG WINAPI TUISPI_providerConfig(TUISPIDLLCALLBACK lpfnUIDLLCallback, HWND hwndOwner, DWORD dwPermanentProviderID) {
     Begin(lpfnUIDLLCallback, TUISPIDLL_OBJECT_PROVIDERID, dwPermanentProviderID);
     UiTrace("TUISPI_providerConfig hInst %lx", Process.ModuleInstance);
-    ExchangeNow(UI_SPI_EI_CFGDLG_GET);
+    ExchangeNow(UI_SPI_EI_CFGDLG_GET);  // an installation goes on without the answer
     Configure(hwndOwner);
     return 0;
 }

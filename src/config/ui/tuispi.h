@@ -19,10 +19,11 @@ struct UiConfigRecord {
 extern UiConfigRecord UiConfig;
 
 // Sends UiConfig to the provider (the SET codes), or fetches it from there (the GET codes). Nothing without a callback.
-void UiExchange(TUISPIDLLCALLBACK callback, DWORD_PTR objectID, DWORD objectType, ExchangeCode code);
+// False where a fetch was not answered; what it fetches is all zero then.
+bool UiExchange(TUISPIDLLCALLBACK callback, DWORD_PTR objectID, DWORD objectType, ExchangeCode code);
 
 // The same with UiConfig's own callback and object.
-void ExchangeNow(ExchangeCode code);
+bool ExchangeNow(ExchangeCode code);
 
 // Writes a line into the provider's trace. Only UiTrace below calls it.
 void UiTraceText(const char* format, const TraceArgument* arguments, std::size_t count);
