@@ -3,7 +3,8 @@
 # and std::mutex.
 #
 # The product is compiled by clang, which makes PDBs, with MinGW's headers and libraries. ZT_COMPILER=gcc takes g++, as what
-# runs under Wine always does.
+# runs under Wine always does. Tools that take std::mutex have ZT_RUNTIME, where clang finds headers and libraries of the one
+# thread model, replaced by ZT_THREADED_RUNTIME, the other's.
 set(CMAKE_SYSTEM_NAME Windows)
 set(CMAKE_SYSTEM_PROCESSOR ${ZT_MACHINE})
 if(NOT DEFINED ZT_THREADS)
@@ -17,6 +18,8 @@ if(ZT_THREADS STREQUAL win32 AND NOT ZT_COMPILER STREQUAL gcc)
   # clang does not find these where Debian has them.
   execute_process(COMMAND ${gxx} -print-libgcc-file-name OUTPUT_VARIABLE libgcc OUTPUT_STRIP_TRAILING_WHITESPACE)
   get_filename_component(libraries "${libgcc}" DIRECTORY)
+  set(ZT_RUNTIME ${libraries})
+  string(REGEX REPLACE "win32$" "posix" ZT_THREADED_RUNTIME ${libraries})
   set(headers ${libraries}/include/c++)
   set(CMAKE_CXX_FLAGS_INIT "-stdlib++-isystem${headers} -isystem${headers}/${ZT_MACHINE}-w64-mingw32")
   # The same sources in the same place make the same bytes: no time of the build in them.

@@ -51,7 +51,7 @@ int InBrowser(Stage& stage, const std::string& place) {
             application.Take(line);
         application.Look();
         view.ShowApplication(application.State());
-        view.Step(Equipment::PtyLoop::Now());
+        view.Step(Equipment::Loop::Now());
         std::vector<int> watch = view.Handles();
         watch.push_back(stage.Host.Output());
         stage.Loop.Step(static_cast<int>(view.NextDue()), watch);

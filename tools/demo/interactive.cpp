@@ -56,7 +56,7 @@ int LineByLine(Stage& stage) {
                 continue;
             }
             const std::string answer =
-                Equipment::Execute(stage.Machine, line == "set" ? "help" : line.substr(4), Equipment::PtyLoop::Now());
+                Equipment::Execute(stage.Machine, line == "set" ? "help" : line.substr(4), Equipment::Loop::Now());
             if (!answer.empty())
                 std::printf("%s\n", answer.c_str());
         }

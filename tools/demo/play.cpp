@@ -133,11 +133,11 @@ bool Configured(const Eq::Machine& machine, std::size_t from) {
 // Lets the line run until the step is over, or its time.
 Took Await(Stage& stage, const Step& step, std::size_t requestsBefore) {
     Took took;
-    const std::uint32_t start = Eq::PtyLoop::Now();
+    const std::uint32_t start = Eq::Loop::Now();
     std::uint32_t lastNews = start;
     int framesBefore = -1;
     for (;;) {
-        const std::uint32_t now = Eq::PtyLoop::Now();
+        const std::uint32_t now = Eq::Loop::Now();
         const int frames = stage.Machine.card.framesIn + stage.Machine.card.framesOut;
         bool news = frames != framesBefore;
         framesBefore = frames;
@@ -166,7 +166,7 @@ std::string Play(Stage& stage, const Step& step) {
     const std::size_t requests = stage.Machine.pbx.requests.size();
     if (*step.app != 0)
         stage.Host.Send(step.app);
-    if (const std::string answer = Eq::Execute(stage.Machine, step.set, Eq::PtyLoop::Now()); Eq::IsError(answer))
+    if (const std::string answer = Eq::Execute(stage.Machine, step.set, Eq::Loop::Now()); Eq::IsError(answer))
         return "  the set refuses: " + answer + "\n";
     const Took took = Await(stage, step, requests);
     PrintStep(stage.Machine, took.lines);
@@ -190,11 +190,11 @@ std::string Play(Stage& stage, const Step& step) {
 int PlayAll(Stage& stage) {
     std::puts(
         "A simulated set on a pseudo-terminal at 9,600 baud on the left; TAPI's answers and events on the right.");
-    const std::uint32_t start = Eq::PtyLoop::Now();
+    const std::uint32_t start = Eq::Loop::Now();
     const std::span<const Scene> scenes = Scenes();
     int played = 0, failed = 0;
     for (std::size_t i = 0; i < scenes.size() && !StopAsked() && !stage.Host.Ended(); ++i) {
-        const std::uint32_t seconds = (Eq::PtyLoop::Now() - start) / 1000;
+        const std::uint32_t seconds = (Eq::Loop::Now() - start) / 1000;
         std::printf("\n%s\n", Colour("1;7", " " + std::to_string(i + 1) + "/" + std::to_string(scenes.size()) + "  " +
                                                 scenes[i].title + "  (" + std::to_string(seconds) + " s) ")
                                   .c_str());
@@ -210,7 +210,7 @@ int PlayAll(Stage& stage) {
     }
     const bool whole = !StopAsked() && !stage.Host.Ended();
     const int status = stage.End();
-    std::printf("\n%d steps in %u seconds, ", played, (Eq::PtyLoop::Now() - start) / 1000);
+    std::printf("\n%d steps in %u seconds, ", played, (Eq::Loop::Now() - start) / 1000);
     if (failed == 0)
         std::printf("each with exactly its events; ");
     else

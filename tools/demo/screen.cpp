@@ -339,7 +339,7 @@ void DoOnSet(Screen& screen, const std::string& line) {
     if (line.find_first_not_of(' ') == std::string::npos)
         return;
     screen.setLog.Add("> " + line, Style::Typed);
-    const std::string answer = Eq::Execute(screen.stage.Machine, line, Eq::PtyLoop::Now());
+    const std::string answer = Eq::Execute(screen.stage.Machine, line, Eq::Loop::Now());
     const Style style = Eq::IsError(answer) ? Style::Error : Style::Normal;
     std::istringstream rows(answer);
     for (std::string row; std::getline(rows, row);)

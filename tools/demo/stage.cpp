@@ -47,8 +47,8 @@ std::string Stage::Start(const std::string& directory, const std::string& host) 
 
 int Stage::End() {
     Host.Send("quit");
-    const std::uint32_t start = Equipment::PtyLoop::Now();
-    while (!Host.Ended() && Equipment::PtyLoop::Now() - start < END_MS) {
+    const std::uint32_t start = Equipment::Loop::Now();
+    while (!Host.Ended() && Equipment::Loop::Now() - start < END_MS) {
         Loop.Step(50, {Host.Output()});
         Host.Lines();
     }

@@ -4,7 +4,7 @@
 
 #include "demo/child.h"
 #include "equipment/equipment.h"
-#include "equipment/pty.h"
+#include "equipment/loop.h"
 
 #include <string>
 #include <vector>
@@ -13,7 +13,7 @@ namespace Demo {
 
 struct Stage {
     Equipment::Machine Machine;
-    Equipment::PtyLoop Loop{Machine};
+    Equipment::Loop Loop{Machine};
     Child Host;
     std::string Root;  // the host's own directory: drive C:, registry
 

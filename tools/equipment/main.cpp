@@ -1,17 +1,16 @@
 // The equipment as a program: on a pseudo-terminal of its own or a given device, driven by lines on standard input and
 // from files.
-#include "equipment/pty.h"
+#include "equipment/loop.h"
 #include "equipment/script.h"
 #include "web/view.h"
 
 #include <algorithm>
-#include <cerrno>
 #include <csignal>
 #include <cstdio>
-#include <cstring>
+#include <filesystem>
 #include <optional>
 #include <string>
-#include <unistd.h>
+#include <system_error>
 
 namespace {
 
@@ -19,7 +18,8 @@ constexpr const char* Usage =
     "usage: zt_equipment [options]\n"
     "The VXC card, the set and the PBX behind a serial port. The first line of output is the terminal to open.\n"
     "Commands are read from standard input, one a line; 'help' lists them.\n"
-    "  --device PATH   use this terminal or serial port instead of a new pseudo-terminal\n"
+    "  --device PATH   use this terminal or serial port (/dev/ttyUSB0, COM5) instead of a new pseudo-terminal, which\n"
+    "                  Windows has none of; unplugged and plugged in again, it goes on\n"
     "  --link FILE     make FILE a symbolic link to the terminal\n"
     "  --omna N        TAPI_OMNA version: 1, 2 (default) or 3\n"
     "  --config FILE   commands carried out first, all at once\n"
@@ -71,24 +71,21 @@ void Say(const std::string& text) {
     std::fflush(stdout);
 }
 
-bool MakeLink(const std::string& file, const std::string& target) {
-    // Only a link that was left behind is replaced, never a file.
-    char old[8];
-    if (readlink(file.c_str(), old, sizeof old) >= 0)
-        unlink(file.c_str());
-    return symlink(target.c_str(), file.c_str()) == 0;
+// Gives "", or what went wrong. Only a link that was left behind is replaced, never a file.
+std::string MakeLink(const std::string& file, const std::string& target) {
+    std::error_code error;
+    if (std::filesystem::is_symlink(file, error))
+        std::filesystem::remove(file, error);
+    std::filesystem::create_symlink(target, file, error);
+    return error ? file + ": " + error.message() : "";
 }
 
 // Lines of standard input, as far as they have come. False at its end.
-bool ReadInput(std::string& kept, Equipment::Script& into) {
-    char buffer[4096];
-    const ssize_t count = read(STDIN_FILENO, buffer, sizeof buffer);
-    if (count <= 0)
-        return count < 0 && (errno == EAGAIN || errno == EINTR);
-    kept.append(buffer, static_cast<std::size_t>(count));
+bool ReadInput(Equipment::Input& input, std::string& kept, Equipment::Script& into) {
+    const bool more = input.Read(kept);
     for (std::size_t end; (end = kept.find('\n')) != std::string::npos; kept.erase(0, end + 1))
-        into.lines.push_back(kept.substr(0, end));
-    return true;
+        into.Add(kept.substr(0, end));
+    return more;
 }
 
 void OnSignal(int) {
@@ -99,6 +96,7 @@ void OnSignal(int) {
 
 int main(int count, char** words) {
     using namespace Equipment;
+    PrepareStreams();
     Options options;
     if (const std::string error = Read(count, words, options); !error.empty()) {
         std::fprintf(stderr, "zt_equipment: %s\n%s", error.c_str(), Usage);
@@ -113,7 +111,7 @@ int main(int count, char** words) {
     const auto set = [&](const char* what, const std::string& value) {
         if (value.empty())
             return true;
-        const std::string answer = Execute(machine, std::string("set ") + what + " " + value, PtyLoop::Now());
+        const std::string answer = Execute(machine, std::string("set ") + what + " " + value, Loop::Now());
         if (IsError(answer))
             std::fprintf(stderr, "zt_equipment: %s\n", answer.c_str());
         return !IsError(answer);
@@ -128,22 +126,27 @@ int main(int count, char** words) {
         return 2;
     }
     for (const std::string& line : config.lines)
-        if (const std::string answer = Execute(machine, line, PtyLoop::Now()); IsError(answer)) {
+        if (const std::string answer = Execute(machine, line, Loop::Now()); IsError(answer)) {
             std::fprintf(stderr, "zt_equipment: %s: %s\n", line.c_str(), answer.c_str());
             return 2;
         }
 
-    PtyLoop loop(machine);
+    Loop loop(machine);
     if (const std::string error = options.device.empty() ? loop.Open() : loop.OpenDevice(options.device);
         !error.empty()) {
         std::fprintf(stderr, "zt_equipment: %s\n", error.c_str());
         return 1;
     }
-    if (!options.link.empty() && !MakeLink(options.link, loop.Path())) {
-        std::fprintf(stderr, "zt_equipment: %s: %s\n", options.link.c_str(), std::strerror(errno));
-        return 1;
-    }
+    if (!options.link.empty())
+        if (const std::string error = MakeLink(options.link, loop.Path()); !error.empty()) {
+            std::fprintf(stderr, "zt_equipment: %s\n", error.c_str());
+            return 1;
+        }
     Say(loop.Path() + "\n");
+    loop.onDevice = [&](bool there) {
+        Say("-- " + loop.Path() +
+            (there ? " is there again\n" : " is lost; it is opened anew when it is there again\n"));
+    };
     if (options.log) {
         machine.onLog = [](const std::string& line) { Say("-- " + line + "\n"); };
         machine.onFrame = [](bool outgoing, ByteSpan frame) {
@@ -164,11 +167,12 @@ int main(int count, char** words) {
 
     std::signal(SIGINT, OnSignal);
     std::signal(SIGTERM, OnSignal);
+    Input input;
     std::string kept;
     bool listening = true;  // to standard input; without it the equipment stays as it is until it is stopped
     int result = 0;
     while (Stop == 0 && !script.quit && !typed.quit) {
-        const std::uint32_t now = PtyLoop::Now();
+        const std::uint32_t now = Loop::Now();
         Say(script.Step(machine, now) + typed.Step(machine, now));
         if (view)
             view->Step(now);
@@ -176,16 +180,17 @@ int main(int count, char** words) {
             std::min({script.NextDue(now), typed.NextDue(now), view ? view->NextDue() : std::uint32_t{500}});
         std::vector<int> watch = view ? view->Handles() : std::vector<int>{};
         if (listening)
-            watch.push_back(STDIN_FILENO);
+            watch.push_back(input.Handle());
         if (!loop.Step(static_cast<int>(due), watch)) {
             std::fprintf(stderr, "zt_equipment: the terminal is gone\n");
             result = 1;
             break;
         }
-        if (listening && loop.Readable(STDIN_FILENO))
-            listening = ReadInput(kept, typed);
+        if (listening)
+            listening = ReadInput(input, kept, typed);
     }
+    std::error_code ignored;
     if (!options.link.empty())
-        unlink(options.link.c_str());
+        std::filesystem::remove(options.link, ignored);
     return result;
 }

@@ -791,8 +791,14 @@ bool Script::Load(const std::string& path) {
     if (!file)
         return false;
     for (std::string line; std::getline(file, line);)
-        lines.push_back(line);
+        Add(line);
     return true;
+}
+
+void Script::Add(std::string line) {
+    if (line.ends_with('\r'))
+        line.pop_back();
+    lines.push_back(std::move(line));
 }
 
 std::string Script::Step(Machine& machine, std::uint32_t nowMs) {

@@ -28,6 +28,8 @@ struct Script {
 
     // Reads a whole file; false when it cannot be read.
     bool Load(const std::string& path);
+    // One more line, as some systems end it or without its end.
+    void Add(std::string line);
     // Carries out lines until one waits; gives what they had to say, a line each. An error names its line.
     std::string Step(Machine& machine, std::uint32_t nowMs);
     // Milliseconds until Step has something to do; UINT32_MAX = nothing waits.
