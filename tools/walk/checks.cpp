@@ -150,7 +150,7 @@ void Walker::Watch() {
             Unseen.insert(call.id);
     for (const SetCall& call : Machine.set.calls)
         if (Suspect == nullptr && Unseen.contains(call.id) && call.state != At::DialTone &&
-            call.state != At::Dialling && call.state != At::Served && call.state != At::Over)
+            call.state != At::Dialling && call.state != At::Served)
             Suspect = "a key that lights while a service code is on its way, of which no call is made";
     if (Suspect == nullptr && active != 0 && (StatesOn(active) & ~(STATE_REOFFERING | LINECALLSTATE_IDLE)) == 0)
         Suspect = "a key that rang back stays the active one";

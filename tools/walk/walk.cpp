@@ -232,6 +232,8 @@ std::vector<std::string> Walker::Choose() {
         return ChooseDevice();
     if (what >= 994 && Has(MANY_KEYS))
         return CallsOnAllKeys();
+    if (what >= 985 && Once(2))
+        return {ChooseRaw()};
     return {what < 300 ? ChooseOnSet() : what < 570 ? ChooseFar() : what < 950 ? ChooseRequest() : ChooseLine()};
 }
 
@@ -264,6 +266,8 @@ bool Walker::Perform(const std::string& line) {
         return told(OnSet(verb, words));
     else if (among(OfFar))
         return told(Far(verb, words));
+    else if (verb == "raw")
+        return Say(line), SendRaw(words.Text());
     else if (verb == "line")
         return Say(line), Misbehave(words);
     else if (verb == "close" || verb == "open" || verb == "phone-open" || verb == "phone-close")

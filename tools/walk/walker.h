@@ -188,6 +188,7 @@ private:
     std::string ChooseOnSet();
     std::string ChooseFar();
     std::string ChooseLine();
+    std::string ChooseRaw();
     std::vector<std::string> ChooseDevice();
     std::string ChooseRequest();
     std::string ChooseOnLine();
@@ -200,6 +201,7 @@ private:
     bool Perform(const std::string& line);
     bool OnSet(const std::string& verb, Words& words);
     bool Far(const std::string& verb, Words& words);
+    bool SendRaw(const std::string& hex);
     bool Misbehave(Words& words);
     bool Request(const std::string& verb, Words& words);
     bool Query(Words& words);

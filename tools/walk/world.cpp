@@ -45,6 +45,51 @@ bool Walker::OnSet(const std::string& verb, Words& words) {
     return answer.empty();
 }
 
+// --- what sets and cards may send besides, none of which is about a call ---------------------------------------------------
+
+std::string Walker::ChooseRaw() {
+    static const char* const Items[] = {"61210705",
+                                        "61210203",
+                                        "61210905",
+                                        "612101",  // lamps: all off, unknown modes, cut short
+                                        "6127030041",
+                                        "612700",  // the display: nothing, cut short
+                                        "614701",
+                                        "61475900",
+                                        "6147590020",
+                                        "6147508800",  // icons: cut short, no such key, none that is known
+                                        "63024600",
+                                        "6307470120",
+                                        "6104",
+                                        "610402",  // add-on modules: icons off, no such module, no command
+                                        "61",
+                                        "6160",
+                                        "6105",
+                                        "612B",
+                                        "613B01",
+                                        "6106",  // no command, unknown ones, single ones
+                                        "610B0321010502213B",
+                                        "610B0921",
+                                        "610B0B0B0B0B0B0B0B0B0B03210105",  // super messages
+                                        "610B0F0B0D0B0B0B090B070B050B030B010B",
+                                        "62030F",
+                                        "6203",
+                                        "622100",
+                                        "622064",
+                                        "6407200114",
+                                        "640220600A"};
+    return LineOf("raw", Pick(Items));
+}
+
+bool Walker::SendRaw(const std::string& hex) {
+    Machine.SetNow(PlatformControl::Now());
+    Eq::Bytes item;
+    for (std::size_t i = 0; i + 1 < hex.size(); i += 2)
+        item.push_back(static_cast<std::uint8_t>(std::stoi(hex.substr(i, 2), nullptr, 16)));
+    Machine.Queue(item, true);
+    return true;
+}
+
 // --- far ends, the PBX ---------------------------------------------------------------------------------------------------
 
 std::string Walker::ChooseFar() {
