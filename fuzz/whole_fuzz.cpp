@@ -15,6 +15,7 @@
 #include "platform/control.h"
 #include "provider/process.h"
 #include "provider/state.h"
+#include "trace/trace.h"
 #include "tracking/events.h"
 #include "tracking/model.h"
 
@@ -426,6 +427,8 @@ int LLVMFuzzerTestOneInput(const std::uint8_t* data, std::size_t size) {
     TheCard.Acknowledges = (start & START_SILENT_CARD) == 0;
     PlatformControl::MapPort("COM1", &TheCard);
     PlatformControl::PutBack("COM1");
+    DllMain(nullptr, DLL_PROCESS_ATTACH, nullptr);
+    TraceMask = 0;
     RegWriteSetting(SECTION_PROVIDER, "Port", "COM1");
     DWORD options = 0;
     TSPI_providerInit(TSPI_VERSION_2, 9, LINE_DEVICE, PHONE_DEVICE, 1, 1, Completion, &options);
@@ -454,6 +457,7 @@ int LLVMFuzzerTestOneInput(const std::uint8_t* data, std::size_t size) {
     for (const auto& [id, request] : TheBooks.Requests)
         FuzzRequire(request != Asked::Running, "a request without its completion");
     PlatformControl::Advance(TICK_MS * 2);
+    DllMain(nullptr, DLL_PROCESS_DETACH, nullptr);
     FuzzRequire(PlatformControl::OpenHandles() == 0, "what is left open");
     return 0;
 }
