@@ -16,6 +16,7 @@
 #include "provider/event_log.h"
 #include "provider/process.h"
 #include "provider/state.h"
+#include "support/records.h"
 #include "trace/trace.h"
 #include "tracking/events.h"
 #include "tracking/model.h"
@@ -60,38 +61,6 @@ void OpenPlatform() {
         CreateFileA("COM1", GENERIC_READ | GENERIC_WRITE, 0, nullptr, OPEN_EXISTING, FILE_FLAG_OVERLAPPED, nullptr);
 }
 
-// Of both kinds of start.
-void ResetRecords() {
-    FifoReset();
-    Link = LinkState{};
-    Tick = TickState{};
-    Marks = RequestMarks{};
-    RunningRequest = RunningRequestRecord{};
-    ConferenceReset();
-    Tracking = TrackingState{};
-    DynamicConfig = DynamicConfigRecord{};
-    SetConfig = SetConfigState{};
-    LanguageChanged = false;
-    Settings = SettingsRecord{};
-    AomTable = {};
-    AomCount = 0;
-    SortAomModules();
-    TouchTable = {};
-    CallTable = {};
-    KeyLists = KeyListSet{};
-    confstate = 0;
-    LastHeldCref = PickUpSupervCref = SwapKeyTransferingCref = -1;
-    WaitInfo.fill(-1);
-    TmpAddress[0] = DialedNumber[0] = 0;
-    Display = DisplayRecord{};
-    CharPatternTable = {};
-    CharCodeArray.fill(' ');
-    ProviderState = ProviderStateRecord{};
-    ProviderState.ProtocolLevel = 2;
-    ProviderState.FwdStatus = FWD_NOT_FORWARDED;
-    TraceMask = 0;
-}
-
 void ConfigureKey(int key, TouchKind kind, KeyList& list, const char* label) {
     Touch& touch = TouchTable.at(static_cast<std::size_t>(key));
     touch.kind = kind;
@@ -109,9 +78,9 @@ void FuzzStart() {
     if (inputs++ % INPUTS_PER_RESET == 0)
         OpenPlatform();
     const HANDLE port = Serial.Port;
-    Serial = SerialState{};
-    Serial.Port = port;
     ResetRecords();
+    Serial.Port = port;
+    TraceMask = 0;
     ProviderState.htLine = reinterpret_cast<HTAPILINE>(std::uintptr_t{0x11});
     ProviderState.LineEventProc = TakeLineEvent;
     ProviderState.htPhone = reinterpret_cast<HTAPIPHONE>(std::uintptr_t{0x22});
@@ -124,12 +93,12 @@ void FuzzStartClosed() {
     if (inputs++ % INPUTS_PER_RESET == 0)
         PlatformControl::Reset();
     FuzzEmptyRegistry();
-    Serial = SerialState{};
     Process = ProcessRecord{};
     StopRequest = false;
     SerialThreadLife = ThreadLife::None;
     ResetEventLog();
     ResetRecords();
+    TraceMask = 0;
 }
 
 void FuzzEmptyRegistry() {

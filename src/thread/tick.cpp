@@ -65,6 +65,12 @@ void CloseLine() {
     DoLineEvent(LINE_CLOSE, 0, 0, -1);
 }
 
+// Why the provider stops itself: for its next start, and for the administrator.
+void RecordStop(const char* lastAction, EventId event) {
+    RecordLastAction(lastAction);
+    LogEvent(event, ProviderState.PortName);
+}
+
 // The set's configuration has not come in time. True when the provider has stopped itself.
 bool WatchConfiguration() {
     if (Tick.ConfigReceived)
@@ -75,8 +81,7 @@ bool WatchConfiguration() {
         AllCallReset();
         Trace(TRACE_ALWAYS, "Config dynamic not received: WaitConfigCount %ld LIMIT %d Cas 1", Tick.WaitConfigCount,
               CONFIG_LIMIT_ASSOC);
-        RecordLastAction("failed :Config dynamic :Device association ack not received");
-        LogEvent(EVENT_STOPPED_NO_ASSOCIATION, ProviderState.PortName);
+        RecordStop("failed :Config dynamic :Device association ack not received", EVENT_STOPPED_NO_ASSOCIATION);
         NoConfigurationBox();
         if (HoldsLineMutex())
             CloseLine();
@@ -91,17 +96,14 @@ bool WatchConfiguration() {
           CONFIG_LIMIT_DONE);
     if (ProviderState.TAPI_OMNA_Ver >= 2 && ProviderState.Dev_type != DEV_TYPE_KB2) {
         Trace(TRACE_ALWAYS, "MessageBox Poste non KB2");
-        RecordLastAction("failed :Not a KB2(7120) set");
-        LogEvent(EVENT_STOPPED_WRONG_SET, ProviderState.PortName);
+        RecordStop("failed :Not a KB2(7120) set", EVENT_STOPPED_WRONG_SET);
         ErrorBox("     Set Configuration Error\n\nYour set is not a 7120/7121 Corvane set");
     } else if (SetConfig.MultiAnnounced == 0) {
         Trace(TRACE_ALWAYS, "MessageBox Poste MONO");
-        RecordLastAction("failed :Not a multiline set");
-        LogEvent(EVENT_STOPPED_NO_MULTI_LINE, ProviderState.PortName);
+        RecordStop("failed :Not a multiline set", EVENT_STOPPED_NO_MULTI_LINE);
         ErrorBox("     Set Configuration Error\n\nYour set has not a multiline config");
     } else {
-        RecordLastAction("failed :Config dynamic not received");
-        LogEvent(EVENT_STOPPED_NO_CONFIGURATION, ProviderState.PortName);
+        RecordStop("failed :Config dynamic not received", EVENT_STOPPED_NO_CONFIGURATION);
         NoConfigurationBox();
     }
     if (HoldsLineMutex())
@@ -123,8 +125,7 @@ bool WatchTraceMode() {
     Link.LinkStopped = true;
     ProviderState.DeviceState = DEVICE_OUT_OF_SERVICE;
     DynamicConfig.WaitTraceMode = 0;
-    RecordLastAction("failed :Bad MAC/PC trace mode");
-    LogEvent(EVENT_STOPPED_NO_TRACE_MODE, ProviderState.PortName);
+    RecordStop("failed :Bad MAC/PC trace mode", EVENT_STOPPED_NO_TRACE_MODE);
     ErrorBox("     Set Configuration Error\n\nVXC setup error - Bad MAC/PC mode");
     AllCallReset();
     CloseLine();

@@ -165,16 +165,23 @@ bool AnotherKeyIsActive(int key) {
     return Tracking.ActivCallTouch != 0 && Tracking.ActivCallTouch != key;
 }
 
-void Retrieve(int key, int) {
+// The one call on a key, in this state; -1, traced, when there are two or none is.
+int OnlyCall(int key, DWORD state, const char* traceOfTwo) {
     if (HoldsTwoCalls(key)) {
-        Trace(TRACE_CALL, "Impossible 2 appels sur la même Touche ??"_cp1252);
-        return;
+        Trace(TRACE_CALL, traceOfTwo);
+        return -1;
     }
     const int cref = CallOnKey(key);
-    if (!IsCref(cref) || CallOf(cref).state != LINECALLSTATE_ONHOLD) {
-        Trace(TRACE_CALL, "Impossible de mettre un appel non connected onhold");
+    if (IsCref(cref) && CallOf(cref).state == state)
+        return cref;
+    Trace(TRACE_CALL, "Impossible de mettre un appel non connected onhold");
+    return -1;
+}
+
+void Retrieve(int key, int) {
+    const int cref = OnlyCall(key, LINECALLSTATE_ONHOLD, "Impossible 2 appels sur la même Touche ??"_cp1252);
+    if (cref == -1)
         return;
-    }
     if (AnotherKeyIsActive(key)) {
         Tracking.ConfInProgress = 1;
         Trace(TRACE_CALL, "Passage en conférence detecte par icone. ConferenceReq %d"_cp1252, Tracking.ConferenceReq);
@@ -228,15 +235,10 @@ void Answer(int key, int) {
 }
 
 void Hold(int key, int) {
-    if (HoldsTwoCalls(key)) {
-        Trace(TRACE_CALL, "Impossible 2 appels sur la même Touche en garde ??"_cp1252);
+    const int cref =
+        OnlyCall(key, LINECALLSTATE_CONNECTED, "Impossible 2 appels sur la même Touche en garde ??"_cp1252);
+    if (cref == -1)
         return;
-    }
-    const int cref = CallOnKey(key);
-    if (!IsCref(cref) || CallOf(cref).state != LINECALLSTATE_CONNECTED) {
-        Trace(TRACE_CALL, "Impossible de mettre un appel non connected onhold");
-        return;
-    }
     Trace(TRACE_CALL, "Icone:%d  - Etat:ONHOLD - Ref:%d", key, cref);
     CallOf(cref).state = LINECALLSTATE_ONHOLD;
     TouchOf(key).icon = HOLD_ICON;

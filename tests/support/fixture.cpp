@@ -12,6 +12,7 @@
 #include "link/tick.h"
 #include "provider/event_log.h"
 #include "provider/process.h"
+#include "support/records.h"
 #include "trace/trace.h"
 #include "tracking/display.h"
 #include "tracking/events.h"
@@ -175,41 +176,14 @@ std::string Utf8(std::string_view cp1252) {
 
 void ResetProvider() {
     CallbacksUnderTheMutex = false;
-    FifoReset();
-    Serial = SerialState{};
-    Link = LinkState{};
-    Tick = TickState{};
-    Marks = RequestMarks{};
-    RunningRequest = RunningRequestRecord{};
-    ConferenceReset();
-    Tracking = TrackingState{};
-    DynamicConfig = DynamicConfigRecord{};
-    SetConfig = SetConfigState{};
-    LanguageChanged = false;
-    Settings = SettingsRecord{};
+    ResetRecords();
     Settings.SupervService = 1;
     Settings.MaxDigitLocal = 8;
-    AomTable = {};
-    AomCount = 0;
-    SortAomModules();
-    TouchTable = {};
-    CallTable = {};
-    KeyLists = KeyListSet{};
-    confstate = 0;
-    LastHeldCref = PickUpSupervCref = SwapKeyTransferingCref = -1;
-    WaitInfo.fill(-1);
-    TmpAddress[0] = DialedNumber[0] = 0;
-    ::Display = DisplayRecord{};
     for (auto& line : ::Display.Lines)
         std::memset(line, ' ', DISPLAY_COLUMNS);
-    CharPatternTable = {};
-    CharCodeArray.fill(' ');
     Process = ProcessRecord{};
     StopRequest = false;
     SerialThreadLife = ThreadLife::None;
-    ProviderState = ProviderStateRecord{};
-    ProviderState.ProtocolLevel = 2;
-    ProviderState.FwdStatus = FWD_NOT_FORWARDED;
     TraceLog = TraceRecord{};
     ResetEventLog();
 }

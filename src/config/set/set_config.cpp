@@ -56,6 +56,14 @@ void TraceCutEntry(const char* what, int index) {
     Trace(TRACE_ALWAYS, "%s: entry %d runs past its message - dropped", what, index);
 }
 
+// How many texts there are. Where there are none the dialogue stops: the PBX has to say more.
+void TakeAnnounced(Bytes payload, int& announced, const char* trace, OmnaCode info) {
+    announced = FirstByte(payload);
+    Trace(TRACE_CONFIG, trace, announced);
+    if (announced > 0)
+        RequestInfo(info);
+}
+
 // Counts the entries of an information message in; true when all announced ones are there, which ends this reading.
 bool AllReceived(const char* trace, int included, int announced) {
     SetConfig.nb_of_info_rcvd += included;
@@ -447,10 +455,7 @@ void HandleKeySpeInfoAck(std::uint8_t, Bytes payload) {
 }
 
 void HandleStringAck(std::uint8_t, Bytes payload) {
-    SetConfig.StringsAnnounced = FirstByte(payload);
-    Trace(TRACE_CONFIG, "nb_string: %d", SetConfig.StringsAnnounced);
-    if (SetConfig.StringsAnnounced > 0)
-        RequestInfo(OMNA_STRING_INFO);
+    TakeAnnounced(payload, SetConfig.StringsAnnounced, "nb_string: %d", OMNA_STRING_INFO);
 }
 
 void HandleStringInfoAck(std::uint8_t, Bytes payload) {
@@ -473,10 +478,7 @@ void HandleStringInfoAck(std::uint8_t, Bytes payload) {
 }
 
 void HandleSkAck(std::uint8_t, Bytes payload) {
-    SetConfig.SoftKeysAnnounced = FirstByte(payload);
-    Trace(TRACE_CONFIG, "nb_sk: %d", SetConfig.SoftKeysAnnounced);
-    if (SetConfig.SoftKeysAnnounced > 0)
-        RequestInfo(OMNA_SK_INFO);
+    TakeAnnounced(payload, SetConfig.SoftKeysAnnounced, "nb_sk: %d", OMNA_SK_INFO);
 }
 
 void HandleSkInfoAck(std::uint8_t, Bytes payload) {
@@ -519,10 +521,7 @@ void HandleSkInfoAck(std::uint8_t, Bytes payload) {
 }
 
 void HandleCodeAck(std::uint8_t, Bytes payload) {
-    SetConfig.CodesAnnounced = FirstByte(payload);
-    Trace(TRACE_CONFIG, "nb_code: %d", SetConfig.CodesAnnounced);
-    if (SetConfig.CodesAnnounced > 0)
-        RequestInfo(OMNA_CODE_INFO);
+    TakeAnnounced(payload, SetConfig.CodesAnnounced, "nb_code: %d", OMNA_CODE_INFO);
 }
 
 void HandleCodeInfoAck(std::uint8_t, Bytes payload) {
