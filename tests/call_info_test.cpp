@@ -107,8 +107,9 @@ TEST_F(CallEvents, CallerIsToldOnceAndTheReasonEveryTime) {
 }
 
 TEST_F(CallEvents, EachReasonCodeHasItsValueAndItsReport) {
-    const std::pair<int, DWORD> reasons[] = {{0, 0x1},  {1, 0x2},   {2, 0x4},   {3, 0x8},    {4, 0x10},
-                                             {5, 0x20}, {8, 0x100}, {9, 0x200}, {11, 0x800}, {255, 0x800}};
+    const std::pair<int, DWORD> reasons[] = {{0, 0x1},    {1, 0x2},    {2, 0x4},    {3, 0x8},   {4, 0x10},
+                                             {5, 0x20},   {6, 0x40},   {7, 0x80},   {8, 0x100}, {9, 0x200},
+                                             {10, 0x400}, {11, 0x800}, {255, 0x800}};
     for (const auto& [code, reason] : reasons) {
         Fresh();
         Calls("O");

@@ -138,6 +138,17 @@ TEST_F(Conference, ComesDownToThePartyThatStillShows) {
     }
 }
 
+TEST_F(Conference, SoftKeysCountOnlyForTheOneAndTheOtherOfTwoCalls) {
+    for (const char* situation : {"1H 1C", "1P 1H", "1D 1H"})
+        for (const int number : {1, 2, 3}) {
+            Stand(situation, "");
+            const bool pair = situation == std::string("1H 1C");
+            Tracking.DbCall = pair ? 0 : 1;
+            SoftKeyPressed(number);
+            EXPECT_EQ(Steps(), "") << situation << number;
+        }
+}
+
 TEST_F(Conference, EndAskedForOnTheSet) {
     JoinOnOneKey();
     SoftKeyPressed(3);

@@ -275,6 +275,9 @@ TEST_F(Dialogs, BuffersThatAreNotWhatTheySayAreLeftAlone) {
     EXPECT_STREQ(Settings.ExtPrefix, "5");
     PlatformControl::NextWait("SP62LineMutex", WAIT_TIMEOUT);
     EXPECT_EQ(Ask(1, UI_SPI_EI_CFGDLG_ADV_GET, 32, 36)[4], 'x') << "the thread's values only under the line mutex";
+    PlatformControl::NextWait("SP62LineMutex", WAIT_TIMEOUT);
+    Ask(1, UI_SPI_EI_CFGDLG_ADV_SET, 32, 36);
+    EXPECT_STREQ(Settings.ExtPrefix, "5");
 }
 
 TEST_F(Dialogs, TextsWithoutAnEndAreCutToTheirFields) {

@@ -269,6 +269,9 @@ TEST_F(StartAndStop, InitialisationNeedsAFourCharacterPortAndSucceedsAllTheSame)
                                  "pas de choix à provider config -> on stoppe le SP"})
             EXPECT_EQ(std::count(lines.begin(), lines.end(), text), std::string(port) == "COM5" ? 0 : 1) << port;
     }
+    PlatformControl::FailCall("RegQueryValueExA", 1, PlatformControl::Failing::Once);
+    Initialise("COM1");
+    EXPECT_STREQ(ProviderState.PortName, "COM1") << "read again behind the configuration";
     const ProviderStateRecord& p = ProviderState;
     const LINEDIALPARAMS& dial = p.DialParams;
     EXPECT_EQ((std::vector<DWORD>{p.LineDeviceID, p.PermanentProviderID, p.MediaMode, p.FwdStatus,

@@ -130,6 +130,19 @@ TEST_F(Model, CharactersOfTheSetByRow) {
     EXPECT_EQ(out[40], 'x') << "forty characters, no terminator";
 }
 
+TEST_F(Model, OneOfTwoCallsIsSearchedForOnMultiLineKeysAlone) {
+    for (const int key : {1, 8, 9, 10}) {
+        Fresh();
+        Key(9, TOUCH_SECRETAIRE);
+        Key(10, TOUCH_SECR_DEBORD);
+        Call(key, 0, CONNECTED);
+        Call(key, 1, CONNECTED);
+        Call(key, 1, ONHOLD);
+        EXPECT_EQ(SearchState(key, CONNECTED), 0);
+        EXPECT_EQ(SearchState(key, ONHOLD), key == 1 ? 2 : -1) << key;
+    }
+}
+
 TEST_F(Model, NewCallKeepsTheLastDigitKeyedBeforeIt) {
     for (const auto& [keyed, kept] : {std::pair{"0123", "3"}, {"4", "4"}, {"", ""}}) {
         Fresh();

@@ -127,6 +127,22 @@ TEST_F(Thread, StopsClosesEverythingAndStartsAgain) {
     EXPECT_THAT(LineEvents(), IsEmpty());
 }
 
+TEST_F(Thread, MessagesThatEndUnaskedEndAllThatWaitsForTheSet) {
+    ASSERT_EQ(Start(), 0);
+    WaitLineMutex();
+    ProviderState.DeviceState = DEVICE_IN_SERVICE;
+    ProviderState.PendingRequestID = 7;
+    Call(1, 0, LINECALLSTATE_CONNECTED);
+    PlatformControl::FailCall("GetMessageA", 1, PlatformControl::Failing::Once);
+    ReleaseLineMutex(0);
+    CallbacksUnderTheMutex = true;
+    PlatformControl::Advance(200);
+    EXPECT_THAT(LineEvents(), ElementsAre("STATE 0 IDLE", "REPLY 7 80000048", "CLOSE"));
+    EXPECT_EQ(ProviderState.DeviceState, DEVICE_OUT_OF_SERVICE);
+    EXPECT_THAT(TraceLines(), testing::Contains("Serial Thread: no more messages"));
+    EXPECT_EQ(Com1().Closes, 1);
+}
+
 TEST_F(Thread, PortThatDoesNotOpenIsToldToUserAndPendingRequest) {
     const struct {
         DWORD error;
@@ -195,6 +211,7 @@ TEST_F(Thread, ReconnectReopensWithoutTouchingTimeoutsOrTimer) {
     Com1().Timeouts = {};
     Com1().Rts = false;
     Link.WriteFailed = true;
+    Link.SavedLength = 3;
     Tick.WaitConfigCount = 33;
     Tick.WaitTrace = 44;
     Link.SuperMsgSupported = Link.PiggybackMode = true;
@@ -209,7 +226,7 @@ TEST_F(Thread, ReconnectReopensWithoutTouchingTimeoutsOrTimer) {
     EXPECT_EQ(Serial.Timer, timer);
     EXPECT_EQ(Link.After_L2_timeout, 25);
     EXPECT_FALSE(Link.SuperMsgSupported || Link.PiggybackMode);
-    EXPECT_TRUE(Link.WriteFailed);
+    EXPECT_TRUE(Link.WriteFailed && Link.SavedLength == 3) << "it is still to be tried again";
     EXPECT_EQ(Link.TxIdleCount + Link.TxDropCount + Tick.WaitConfigCount + Tick.WaitTrace, 0);
     EXPECT_EQ(Port.Taken(), "02 60 85 19");
     ReleaseLineMutex(0);

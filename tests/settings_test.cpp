@@ -19,7 +19,11 @@ struct Walk {
 };
 
 TEST_F(Store, EachFailingStepIsTracedWithItsCode) {
-    const Walk cases[] = {{"\\SOFTWARE", ""}, {"\\S", " Corvane Spi62 'S'"}, {"V", " Corvane Spi62 'S''V'"}};
+    const Walk cases[] = {{"\\SOFTWARE", ""},
+                          {"\\Corvane", " Corvane"},
+                          {"\\TSpi_6200", " Corvane Spi62"},
+                          {"\\S", " Corvane Spi62 'S'"},
+                          {"V", " Corvane Spi62 'S''V'"}};
     const int handles = PlatformControl::OpenHandles();
     for (const Walk& walk : cases) {
         SetSetting("S", "V", "1");
@@ -31,8 +35,13 @@ TEST_F(Store, EachFailingStepIsTracedWithItsCode) {
         EXPECT_EQ(RegWriteSetting("S", "V", "2"), 0);
         const std::string line = "ERROR HKEY_LOCAL_MACHINE SOFTWARE" + walk.line + " 5";
         EXPECT_THAT(TraceLines(), ElementsAre(line, line));
+        if (walk.line.find('\'') == std::string::npos) {
+            EXPECT_EQ(RegDeleteSection("S"), 0);
+            EXPECT_THAT(TraceLines(), ElementsAre(line));
+        }
         PlatformControl::RefuseRegistry(walk.refused, 0);
     }
+    EXPECT_EQ(Setting("S", "V"), "1");
     EXPECT_EQ(RegDeleteSection("S"), 1);
     EXPECT_EQ(RegDeleteSection("S"), 1) << "a section that is not there is no error";
     PlatformControl::RefuseRegistry("\\S", 5);
@@ -67,7 +76,11 @@ TEST_F(Store, OutsideAccessComesFromTheCurrentLocationAndEachStepToItIsTracedWhe
     Location("", 2, nullptr);
     Location("\\Location1", 2, "9");
     EXPECT_EQ(access(), "9");
-    const Walk cases[] = {{"\\Microsoft", " Microsoft"},
+    const Walk cases[] = {{"\\SOFTWARE", ""},
+                          {"\\Microsoft", " Microsoft"},
+                          {"\\Windows", " Microsoft Windows"},
+                          {"\\CurrentVersion", " ..CurrentVersion"},
+                          {"\\Locations", " ..Locations"},
                           {"\\Telephony", " ..Telephony"},
                           {"CurrentID", " ..CurrentID"},
                           {"\\Location1", " ..Locations Location1"},

@@ -63,6 +63,28 @@ TEST_F(Stored, KeysBeyondTheirListAndNumbersThatAreNoneAreSkipped) {
     EXPECT_STREQ(TouchTable[30].label, "34567890123456789");
 }
 
+TEST_F(Stored, EveryKeyIsReadAndEachListHasItsRoom) {
+    const auto store = [](int last, const char* data) {
+        for (int key = 1; key <= last; ++key)
+            SetSetting("Set_Des", ("T" + std::string(key < 10 ? "0" : "") + std::to_string(key)).c_str(), data);
+    };
+    const std::tuple<const char*, const KeyList&, int> rows[] = {{"M1", KeyLists.Multi, 10},
+                                                                 {"SU1", KeyLists.Superv, 31},
+                                                                 {"EX1", KeyLists.Patron, 10},
+                                                                 {"SE1", KeyLists.Secretaire, 10},
+                                                                 {"RS1", KeyLists.SecrDebord, 10}};
+    for (const auto& [data, list, room] : rows) {
+        store(88, data);
+        store(1, "XX1");
+        LoadSetDes();
+        EXPECT_EQ(list.Count, room) << data;
+        EXPECT_EQ(*list.begin(), 2);
+        store(87, "XX1");
+        LoadSetDes();
+        EXPECT_THAT(Keys(list), ElementsAre(88)) << "the last value of all";
+    }
+}
+
 TEST_F(Stored, SwitchesAreReadWithTheirDefaults) {
     const char* tooLong = "a word longer than the reader";
     for (const auto& [stored, after] :

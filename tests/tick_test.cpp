@@ -80,6 +80,12 @@ TEST_F(Ticking, StopsAtItsLimitWithoutTheConfiguration) {
         {140, 1, 0, -1, "failed :Config dynamic not received", noAnswer},
     };
     std::size_t boxes = 0;
+    std::vector<std::string> before;  // the box, in which further ticks run
+    PlatformControl::AnswerBoxes([&](const PlatformControl::Box&) {
+        before = LineEvents();
+        EXPECT_TRUE(Tick.SpStopped && ProviderState.DeviceState == DEVICE_OUT_OF_SERVICE);
+        return IDOK;
+    });
     for (const auto& c : cases) {
         Tick = TickState{};
         Tick.DeviceAssocAck = c.limit != 90;
@@ -96,10 +102,10 @@ TEST_F(Ticking, StopsAtItsLimitWithoutTheConfiguration) {
         EXPECT_EQ(PlatformControl::Boxes().back().Text, c.box);
         EXPECT_EQ(PlatformControl::Boxes().back().LineMutexHeld, c.box != noAnswer);
         EXPECT_EQ(Setting("Dynamic_Set_Conf", "LastAction"), c.lastAction);
-        EXPECT_THAT(LineEvents(), ElementsAre("STATE " + call + " IDLE", "CLOSE"));
+        EXPECT_THAT(before, ElementsAre("STATE " + call + " IDLE"));
+        EXPECT_THAT(LineEvents(), ElementsAre("CLOSE"));
         const std::string limit = std::to_string(c.limit), how = c.limit == 90 ? "Cas 1" : "Cas 2";
         EXPECT_TRUE(Traced("Config dynamic not received: WaitConfigCount " + limit + " LIMIT " + limit + " " + how));
-        EXPECT_EQ(ProviderState.DeviceState, DEVICE_OUT_OF_SERVICE);
     }
 }
 
@@ -126,13 +132,16 @@ TEST_F(Ticking, TraceModeWatchdogStopsTheLinkAtItsLimitOrEndsWithTheFirstHeader)
     Ticks(249);
     EXPECT_FALSE(Link.LinkStopped);
     Call(1, 0, LINECALLSTATE_CONNECTED);
+    PlatformControl::AnswerBoxes([](const PlatformControl::Box&) {
+        EXPECT_TRUE(Link.LinkStopped && ProviderState.DeviceState == DEVICE_OUT_OF_SERVICE);
+        EXPECT_THAT(LineEvents(), IsEmpty());
+        return IDOK;
+    });
     Ticks(1);
     EXPECT_EQ(PlatformControl::Boxes().at(0).Text, "     Set Configuration Error\n\nVXC setup error - Bad MAC/PC mode");
     EXPECT_THAT(LineEvents(), ElementsAre("STATE 0 IDLE", "CLOSE"));
     EXPECT_TRUE(Traced("TIMEOUT Bad MAC/PC No Trace mode: WaitTrace 250 limit 250"));
     EXPECT_EQ(Setting("Dynamic_Set_Conf", "LastAction"), "failed :Bad MAC/PC trace mode");
-    EXPECT_EQ(ProviderState.DeviceState, DEVICE_OUT_OF_SERVICE);
-    EXPECT_TRUE(Link.LinkStopped);
 }
 
 TEST_F(Ticking, BadStoredStringStopsUnderTheMutexAndOnlyOnce) {
@@ -142,12 +151,14 @@ TEST_F(Ticking, BadStoredStringStopsUnderTheMutexAndOnlyOnce) {
     Ticks(1);
     EXPECT_FALSE(Link.LinkStopped) << "the configuration has not been received yet";
     Tick.ConfigReceived = true;
+    PlatformControl::AnswerBoxes([](const PlatformControl::Box&) {
+        EXPECT_TRUE(Link.LinkStopped && ProviderState.DeviceState == DEVICE_OUT_OF_SERVICE);
+        return IDOK;
+    });
     Ticks(3);
     ASSERT_EQ(PlatformControl::Boxes().size(), 1u);
     EXPECT_EQ(PlatformControl::Boxes()[0].Text, "Corvane Service Provider internal error\n\nBad string definition");
     EXPECT_TRUE(PlatformControl::Boxes()[0].LineMutexHeld);
-    EXPECT_TRUE(Link.LinkStopped);
-    EXPECT_EQ(ProviderState.DeviceState, DEVICE_OUT_OF_SERVICE);
     EXPECT_THAT(LineEvents(), IsEmpty());
 }
 
@@ -199,6 +210,11 @@ TEST_F(Ticking, PressesTheVoiceFrequencyKeyOnceFourSecondsAfterDigits) {
     EXPECT_EQ(Port.Taken(), "");
     Ticks(9);
     EXPECT_EQ(Port.Taken(), "03 26 20 1F 98");
+    ::Display.Lines[1][16] = ' ';  // the set has left the mode by itself
+    Marks.FvTimer = {true, 39};
+    Ticks(1);
+    EXPECT_TRUE(!Marks.FvTimer.Set && Marks.FvTimer.Ticks == 0);
+    EXPECT_EQ(Port.Taken(), "");
 }
 
 TEST_F(Ticking, OffersACallWithoutCallerAtTheTenthTickAndKeepsItWaitingWhereACallerCanCome) {
@@ -271,9 +287,15 @@ TEST_F(Ticking, PollsASilentLinkAndReconnectsWhenNothingComes) {
     EXPECT_THAT(LineEvents(), IsEmpty());
     Port.Taken();
     const int opens = PlatformControl::Port("COM1").Opens;
+    Call(1, 0, LINECALLSTATE_CONNECTED);
+    PlatformControl::AnswerBoxes([&](const PlatformControl::Box&) {
+        EXPECT_TRUE(Serial.V24Trouble && ProviderState.DeviceState == DEVICE_OUT_OF_SERVICE);
+        EXPECT_EQ(PlatformControl::Port("COM1").Opens, opens + 1);
+        EXPECT_THAT(LineEvents(), ElementsAre("STATE 0 IDLE", "LINEDEV DISCONNECTED|OUTOFSERVICE"));
+        return IDOK;
+    });
     SilentTicks(1);
-    EXPECT_EQ(PlatformControl::Port("COM1").Opens, opens + 1);
-    EXPECT_THAT(LineEvents(), ElementsAre("LINEDEV DISCONNECTED|OUTOFSERVICE", "CLOSE"));
+    EXPECT_THAT(LineEvents(), ElementsAre("CLOSE"));
     EXPECT_EQ(Port.Taken(), "02 60 85 19") << "resynchronisation at once, the rest waits in the queue";
     EXPECT_EQ(FifoCount(LINK_FIFO), 4);
     EXPECT_EQ(Setting("Dynamic_Set_Conf", "LastAction"), "failed :V24 Trouble");
@@ -284,6 +306,7 @@ TEST_F(Ticking, PollsASilentLinkAndReconnectsWhenNothingComes) {
     Serial.V24Trouble = false;
     ProviderState.DeviceState = DEVICE_STARTING;
     Link.LinkIdleTicks = 60;
+    PlatformControl::AnswerBoxes(nullptr);
     SilentTicks(1);
     EXPECT_THAT(LineEvents(), ElementsAre("CLOSE")) << "a line that never was in service does not leave it";
 }
@@ -347,6 +370,11 @@ TEST_F(Ticking, TouchesNothingMoreWhenABoxHasCostItTheMutex) {
     EXPECT_THAT(LineEvents(), ElementsAre("LINEDEV DISCONNECTED|OUTOFSERVICE")) << "no LINE_CLOSE";
     EXPECT_EQ(TraceLines().back(), "MessageBox returns 1 IDOK 1 IDHELP 9") << "nothing is released";
     EXPECT_EQ(Setting("Dynamic_Set_Conf", "LastAction"), "(none)");
+    Tick.ConfigReceived = false;
+    Tick.WaitConfigCount = 90;
+    Ticks(1);
+    EXPECT_THAT(LineEvents(), IsEmpty()) << "nor here";
+    EXPECT_EQ(TraceLines().back(), "Dynamic Config not received DialogBox return 0");
 }
 
 TEST_F(Ticking, ReadErrorEndsTheReadingOfThisTickACalledOffReadCounts) {

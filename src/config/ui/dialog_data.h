@@ -44,5 +44,9 @@ struct AdvancedData {
 
 // Both sides may be built by different compilers: the offsets are the format.
 static_assert(sizeof(ExchangeHeader) == 4 && sizeof(ConfigData) == 172 && sizeof(AdvancedData) == 32);
-static_assert(offsetof(ConfigData, LineName) == 48 && offsetof(ConfigData, Version) == 128 &&
-              offsetof(ConfigData, AdapterMajor) == 168 && offsetof(AdvancedData, ExtPrefix) == 12);
+static_assert(offsetof(ConfigData, PhoneDeviceID) == 4 && offsetof(ConfigData, PortName) == 8 &&
+              offsetof(ConfigData, LineName) == 48 && offsetof(ConfigData, Version) == 128 &&
+              offsetof(ConfigData, AdapterMajor) == 168 && offsetof(ConfigData, AdapterMinor) == 169 &&
+              offsetof(ConfigData, TAPI_OMNA_Ver) == 170);
+static_assert(offsetof(ExchangeHeader, Size) == 1 && offsetof(AdvancedData, EnquiryCallMode) == 4 &&
+              offsetof(AdvancedData, ExtPrefixDisp) == 8 && offsetof(AdvancedData, ExtPrefix) == 12);
