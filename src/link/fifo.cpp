@@ -10,6 +10,9 @@
 
 namespace {
 
+constexpr int FIFO_QUEUES = 3;
+constexpr int SUPER_FRAME_MAX = 250;  // size of the longest super frame
+
 struct Slot {
     HGLOBAL memory = nullptr;      // movable block of length + 1 bytes
     std::uint8_t* data = nullptr;  // the block, locked while the frame is queued

@@ -8,10 +8,8 @@
 #include <cstdint>
 #include <span>
 
-constexpr int FIFO_QUEUES = 3;
 constexpr int FIFO_SLOTS = 30;
 constexpr int LINK_FIFO = 0;
-constexpr int SUPER_FRAME_MAX = 250;  // size of the longest super frame
 
 int FifoCount(int queue);
 // Queues a copy of a whole frame. Gives 1, or 0 when the queue is full or memory is short; the frame is then lost.

@@ -26,6 +26,7 @@ using Bytes = std::span<const std::uint8_t>;
 
 constexpr std::uint32_t CONTACT_LOST_MS = 60000;   // nothing sent for so long when the card asks for a restart
 constexpr std::uint32_t INCOMPLETE_WAIT_MS = 200;  // wait for the rest of the last frame of a burst of refusals
+constexpr int ACK_WAIT_SENT = 20;                  // AckWaitTicks after a frame went out
 constexpr int TX_IDLE_LIMIT = 150;                 // kicks without acknowledgement before a frame is given up
 constexpr int TX_DROP_LIMIT = 2;                   // frames given up, each told to the card by an abort frame
 constexpr int SUSPENDED = -2;                      // NbInputBeforeSuspend: nothing is sent until the card restarts

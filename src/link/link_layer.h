@@ -73,7 +73,6 @@ inline constexpr auto SPECIAL_FUNCTION_FRAME = FixedFrame(FRAME_CONTROL, CONTROL
 inline constexpr auto CONFIG_ENQUIRY_FRAME = FixedFrame(FRAME_CONTROL, CONTROL_CONFIG);
 inline constexpr auto TEMPO_FRAME = FixedFrame(FRAME_CONTROL, CONTROL_TEMPO, 50);
 
-constexpr int ACK_WAIT_SENT = 20;   // AckWaitTicks after a frame went out
 constexpr int ACK_WAIT_LIMIT = 50;  // AckWaitTicks beyond this goes back to 0: free to send
 constexpr int POLL_PERIOD_ANSWERED = 160;
 

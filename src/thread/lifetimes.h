@@ -1,7 +1,7 @@
 // What lives how long: the records that start anew, in one place. Each stands in one list only, so that a new marker is put
 // into one of them and is reset wherever that is due.
 //
-//   with the library           Process, Settings, Display, TraceLog
+//   with the library           Process, Settings, Display, TraceLog, LastHeldCref, dialled digits, conference texts
 //   with ProviderState         the model: calls, keys, lists             ResetModel
 //   with each serial thread    the link, the tick, the modules           ResetThreadState
 //   with both                  what names calls and keys of either       (the markers)

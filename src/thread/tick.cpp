@@ -39,7 +39,7 @@ constexpr int BLOCKED_PAUSE = 600;       // a minute, as between two entries of 
 
 // The two boxes of the tick. They release the line mutex while they are shown. A tick that does not hold it again
 // afterwards must touch nothing more.
-int HardwareProblemBox() {
+void HardwareProblemBox() {
     Trace(TRACE_ALWAYS, "V24 trouble hinst %lx", Process.ModuleInstance);
     MessageBeep(MB_ICONHAND);
     ReleaseLineMutex(0);
@@ -47,10 +47,9 @@ int HardwareProblemBox() {
                                 " - the VXC card.\n\nTrying to restart ... Click Ok to abort");
     WaitLineMutex();
     Trace(TRACE_ALWAYS, "MessageBox returns %lx IDOK %lx IDHELP %lx", result, IDOK, IDHELP);
-    return 0;
 }
 
-int NoConfigurationBox() {
+void NoConfigurationBox() {
     Trace(TRACE_ALWAYS, "Dynamic Config not received - SP stopped");
     MessageBeep(MB_ICONHAND);
     ReleaseLineMutex(0);
@@ -58,7 +57,6 @@ int NoConfigurationBox() {
              " - Check your VXC setup.");
     WaitLineMutex();
     Trace(TRACE_ALWAYS, "Dynamic Config not received DialogBox return %ld", 0);
-    return 0;
 }
 
 void CloseLine() {
