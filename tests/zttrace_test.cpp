@@ -1,4 +1,6 @@
+#include "equipment/script.h"
 #include "platform/control.h"
+#include "support/service.h"
 #include "zttrace/events.h"
 #include "zttrace/files.h"
 #include "zttrace/replay.h"
@@ -282,6 +284,65 @@ TEST(TraceReplay, TheScriptSendsTheSameBytesAtTheSameTimes) {
               "ignore 100000\nwait provider\nwait 100\nsend 60 01\nsend 61 47 01 00 28\n"
               "# 54: cut in the trace, the first 2 messages of it\nwait 50\n"
               "send 6E 03 62 20 01 05 61 47 01 20 20\nwait 3600000\nwait 3600000\nsend 62 20 01\n");
+}
+
+// The equipment that plays a script on the provider's line.
+struct PlayingPort : EquipmentPort {
+    Equipment::Script Script;
+    std::size_t Available(std::uint32_t now) override {
+        EXPECT_EQ(Script.Step(Machine, now), "");
+        return EquipmentPort::Available(now);
+    }
+};
+
+class ReplayedTrace : public Service {
+protected:
+    // From the open to the close, all that TAPI is told.
+    template <class Happenings> std::vector<std::string> Life(Happenings happenings) {
+        EXPECT_EQ(OpenLine(), 0);
+        happenings();
+        std::vector<std::string> events = Events();
+        CloseLine();
+        return events;
+    }
+};
+
+// What a user of ours sent in is told again by the real provider.
+TEST_F(ReplayedTrace, TellsTheEventsAgain) {
+    Machine.config.destinations["4750"] = {Equipment::FarEnd::Answers, 300, ""};
+    const std::vector<std::string> told = Life([this] {
+        for (const char* action :
+             {"wait 5000", "wait 5000", "wait 5000", "incoming 1 4722", "answer 1", "hold 1", "retrieve 1",
+              "second-call", "dial 4750", "swap", "transfer", "wait 5000", "seize 1", "dial 4750", "hangup 1",
+              "incoming 2 4723 \"DUPONT\"", "caller-hangs-up 2", "forward 0 4799", "contact"}) {
+            Machine.SetNow(PlatformControl::Now());
+            EXPECT_EQ(Equipment::Execute(Machine, action, PlatformControl::Now()), "") << action;
+            Advance(5000);
+        }
+    });
+    Report report;
+    Replay replay;
+    report.onDump = [&](const TraceReader::Line& line, const Dump& dump) { replay.Take(line, dump); };
+    std::istringstream trace(FileText("C:\\WINDOWS\\spitrace\\tsptrac0.tr"));
+    for (std::string line; std::getline(trace, line);)
+        report.Take(line);
+
+    TearDown();
+    PlayingPort playing;
+    SetUp();
+    PlatformControl::MapPort("COM1", &playing);
+    std::istringstream script(replay.script);
+    for (std::string line; std::getline(script, line);)
+        playing.Script.Add(line);
+    EXPECT_EQ(Life([&] {
+                  for (int second = 0; second < 200 && !playing.Script.lines.empty(); ++second)
+                      Advance(1000);
+                  EXPECT_TRUE(playing.Script.lines.empty());
+                  Advance(5000);
+              }),
+              told);
+    EXPECT_GT(told.size(), 30u);
+    PlatformControl::MapPort("COM1", nullptr);
 }
 
 }  // namespace
