@@ -72,6 +72,7 @@ void Add(Counts& counts, const Walk::Outcome& out) {
     const std::pair<const char*, long> numbers[] = {
         {"walks", 1},
         {"actions", out.Actions},
+        {"actions after something wanted as it is", out.Suspected},
         {"requests", out.Requests},
         {"refused", out.Refused},
         {"events", out.Events},

@@ -315,6 +315,7 @@ Outcome Walker::Go(const Options& options) {
             continue;
         ++Out.Actions;
         SuspectFor += Suspect != nullptr;
+        Out.Suspected += Suspect != nullptr;
         for (const std::string& line :
              {LineOf("wait", Once(200) ? 30'000 : Pick(Pauses)), std::string(Once(3) ? "compare" : ""),
               std::string(Once(150) ? "quiet" : ""), std::string(Once(100) ? "reopen" : "")})

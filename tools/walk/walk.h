@@ -29,6 +29,7 @@ struct Outcome {
     std::map<std::string, long> Exceptions;  // what was odd and is wanted so, by its reason
     std::map<std::string, long> Asked;       // requests, by name, " ok" behind those completed with 0
     long Actions = 0, Refused = 0, Requests = 0, Events = 0, Compared = 0, Rests = 0, Boxes = 0, Reopened = 0;
+    long Suspected = 0;  // actions behind something wanted as it is, after which the tables are not held to be right
     std::uint64_t Milliseconds = 0;  // of the set's life
 };
 
