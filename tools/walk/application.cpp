@@ -80,7 +80,9 @@ std::string Walker::ChooseOnLine() {
     case 1: return LineOf("linePickup", Once(20) ? "null" : Once(2) ? "4720" : number, !Once(20));
     default: {
         static const char* const Bad[] = {"", "*", "12?", "1$", "+33 (1) 47", "x", "1aZ[{@"};
-        const std::string odd = Once(20) ? std::string(Once(2) ? 79 : 100, '5') : Pick(Bad);
+        // In version 1 only digits show that a number is being dialled.
+        const int kinds = static_cast<int>(std::size(Bad)) - (Version == 1);
+        const std::string odd = Once(20) ? std::string(Once(2) ? 79 : 100, '5') : Bad[Below(kinds)];
         return LineOf("lineMakeCall",
                       Once(40)   ? "null"
                       : Once(10) ? odd
