@@ -17,11 +17,16 @@ protected:
     void JoinKeys() {
         TwoKeys("1H");
         Icon(1, ACTIV_ICON);
-        Steps();
+        AskAgain();
     }
     void JoinOnOneKey() {
         Stand("1H 1C", "");
         SoftKeyPressed(3);
+        AskAgain();
+    }
+    // A conference that an application asks for while there is one does not outlive it.
+    static void AskAgain() {
+        Tracking.ConferenceReq = 1;
         Steps();
     }
     static void ExpectNoConference() {
@@ -92,6 +97,7 @@ TEST_F(Conference, EndsWithItsKeys) {
                        "STATE 1 DISCONNECTED 1 | STATE 0 IDLE | STATE 1 IDLE | Icone:1 éteint - Etat:IDLE - Ref:30 | "
                        "STATE 30 IDLE");
     EXPECT_EQ(Tracking.ConfParty1, -1);
+    EXPECT_EQ(confstate, IDLE);
     ExpectNoConference();
     for (const bool alone : {false, true}) {
         JoinKeys();
@@ -124,6 +130,7 @@ TEST_F(Conference, ComesDownToThePartyThatStillShows) {
                   "Passage en conference detecte par display 0 | * La conf a ete cassee par un interlocuteur *");
         Display(0, "12:30");
         EXPECT_EQ(Steps(), "* On detecte qui a casse la conf * | STATE 30 IDLE | Pb de detection de string");
+        EXPECT_EQ(Tracking.ConferenceReq, 0);
         Display(0, first ? "x\0MARTIN      "sv : "DURAND      "sv);
         const std::string stays = first ? "0" : "1", left = first ? "1" : "0";
         EXPECT_EQ(Steps(), std::string("* On detecte qui a casse la conf * | STATE 30 IDLE | Detection du ") +
@@ -164,7 +171,10 @@ TEST_F(Conference, EndAskedForOnTheSet) {
     Tracking.ConfEndReq = Tracking.ConfBroken = 1;
     Display(0, "y");
     EXPECT_EQ(Steps(), "Pb de detection de string | Pb de detection de string") << "no conference now";
-    JoinOnOneKey();
+    Stand("1H 1C", "");
+    Tracking.ConfEndReq = Tracking.ConfBroken = 1;
+    SoftKeyPressed(3);
+    Steps();
     Display(0, "MARTIN");
     EXPECT_EQ(Steps(), "") << "the next conference is neither broken nor asked to end";
     Stand("1H 1C", "");
@@ -175,6 +185,7 @@ TEST_F(Conference, EndAskedForOnTheSet) {
                        "Icone:1  - Etat:CONNECTED - Ref:0 cas 15 | Icone:1  - Etat:DISCONNECTED - Ref:0 | "
                        "STATE 0 DISCONNECTED 1 | Icone:1  - Etat:CONNECTED - Ref:1 cas 14 | "
                        "Icone:1  - Etat:IDLE - Ref:0 | STATE 0 IDLE");
+    EXPECT_EQ(Tracking.DbCall, 0);
 }
 
 }  // namespace

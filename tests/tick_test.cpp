@@ -337,6 +337,11 @@ TEST_F(Ticking, WithoutAPortOneBoxAtATimeSaysSo) {
     EXPECT_EQ(PlatformControl::Boxes()[0].Text, "Serial Port blocked");
     SerialTick(nullptr, 0, 0, 0);
     EXPECT_EQ(PlatformControl::Boxes().size(), 2u);
+    PlatformControl::FailCall("MessageBoxA");  // one that cannot be shown is tried once a minute
+    for (int tick = 0; tick < 1000; ++tick)
+        SerialTick(nullptr, 0, 0, 0);
+    EXPECT_EQ(PlatformControl::CallsCounted(), 2);
+    PlatformControl::CallsWork();
 }
 
 TEST_F(Ticking, WritesTheQueueWhenTheWaitForTheAcknowledgementIsOver) {
