@@ -22,6 +22,11 @@ LONG CALLBACK Channel(DWORD_PTR object, DWORD type, LPVOID buffer, DWORD size) {
     return TSPI_providerGenericDialogData(object, type, buffer, size);
 }
 
+LONG CALLBACK DeadChannel(DWORD_PTR, DWORD, LPVOID, DWORD) {
+    Exchanged.emplace_back("lost");
+    return static_cast<LONG>(LINEERR_OPERATIONFAILED);
+}
+
 class Dialogs : public OnTheLine {
 protected:
     RecordingPort Silent;
@@ -223,13 +228,9 @@ TEST_F(Dialogs, WrongDevicesShowNoDialog) {
 }
 
 TEST_F(Dialogs, WithoutAnAnswerNothingIsShownAsASettingOrWritten) {
-    const auto deaf = [](DWORD_PTR object, DWORD type, LPVOID, DWORD size) -> LONG {
-        Exchanged.push_back(std::to_string(object) + ":" + std::to_string(type) + " " + std::to_string(size));
-        return static_cast<LONG>(LINEERR_OPERATIONFAILED);
-    };
     PlatformControl::UseDialogs([](Dialog&) { ADD_FAILURE(); });
-    EXPECT_EQ(static_cast<DWORD>(TUISPI_lineConfigDialog(deaf, 0, nullptr, nullptr)), LINEERR_OPERATIONFAILED);
-    EXPECT_EQ(static_cast<DWORD>(TUISPI_phoneConfigDialog(deaf, 0, nullptr, nullptr)), PHONEERR_OPERATIONFAILED);
+    EXPECT_EQ(static_cast<DWORD>(TUISPI_lineConfigDialog(DeadChannel, 0, nullptr, nullptr)), LINEERR_OPERATIONFAILED);
+    EXPECT_EQ(static_cast<DWORD>(TUISPI_phoneConfigDialog(DeadChannel, 0, nullptr, nullptr)), PHONEERR_OPERATIONFAILED);
     for (const char* picked : {"", "COM2"}) {
         PlatformControl::UseDialogs([&](Dialog& dialog) {
             EXPECT_EQ(dialog.Item(IDC_PORT).Text, "");
@@ -237,7 +238,7 @@ TEST_F(Dialogs, WithoutAnAnswerNothingIsShownAsASettingOrWritten) {
             dialog.Press(IDOK);
         });
         Exchanged.clear();
-        EXPECT_EQ(TUISPI_providerConfig(deaf, nullptr, 42), 0);
+        EXPECT_EQ(TUISPI_providerConfig(DeadChannel, nullptr, 42), 0);
         EXPECT_EQ(Exchanged.size(), picked[0] == 0 ? 2u : 3u) << "trace and question, and a port that was picked";
     }
     int opened = 0;
