@@ -4,7 +4,11 @@
 #include <gmock/gmock.h>
 #include <gtest/gtest.h>
 
+#include <algorithm>
 #include <map>
+#include <sstream>
+#include <string>
+#include <vector>
 
 namespace {
 
@@ -37,8 +41,20 @@ struct Windows {
     std::map<std::string, std::string> logSources;
     std::uint32_t logError = 0;
     std::vector<std::string> calls;
+    // TAPI's lines by name, what the provider's has to tell (a quiet second between two), and what it refuses.
+    std::vector<std::string> lines{"Modem", "CORVANE_ZT_6200_2.0_3"};
+    std::vector<LineMessage> messages;
+    std::map<std::string, std::uint32_t> lineErrors;
+    std::uint32_t clock = 4'294'960'000u, stopAfter = UINT32_MAX, started = 0, requests = 0;
+    std::string shown;
 };
 Windows windows;
+
+std::uint32_t Refusal(const char* function) {
+    windows.calls.push_back(function);
+    const auto found = windows.lineErrors.find(function);
+    return found == windows.lineErrors.end() ? 0 : found->second;
+}
 
 }  // namespace
 
@@ -138,6 +154,62 @@ std::uint32_t RemoveLogSource(std::string_view source) {
     if (windows.logError == 0)
         windows.logSources.erase(std::string(source));
     return windows.logError;
+}
+
+std::uint32_t StartTapi(std::uint32_t& lines) {
+    lines = static_cast<std::uint32_t>(windows.lines.size());
+    windows.started = windows.clock;
+    return Refusal("start");
+}
+void EndTapi() {
+    windows.calls.push_back("end");
+}
+std::uint32_t AskLine(std::uint32_t device, LineFacts& facts) {
+    facts = {0x20000, TextOf<128>(windows.lines[device]), TextOf<128>("The maker"), TextOf<128>("4711"), 20, 3, 0x84};
+    return windows.lines[device] == "broken" ? 0x80000048 : 0;
+}
+std::uint32_t OpenLine(std::uint32_t device, std::uint32_t version) {
+    EXPECT_EQ(windows.lines[device], "CORVANE_ZT_6200_2.0_3");
+    EXPECT_EQ(version, 0x20000u);
+    return Refusal("open");
+}
+std::uint32_t NextMessage(LineMessage& message, std::uint32_t milliseconds, bool& came) {
+    windows.clock += milliseconds;
+    const std::uint32_t second = (windows.clock - windows.started) / 1000;
+    came = second > 0 && !windows.messages.empty() && windows.clock % 1000 < milliseconds;
+    if (came) {
+        message = windows.messages.front();
+        windows.messages.erase(windows.messages.begin());
+    }
+    return 0;
+}
+std::uint32_t AskCall(std::uint32_t call, CallFacts& facts) {
+    facts.caller = {TextOf<128>("0145678901"), TextOf<128>("DUPONT Élise")};
+    facts.called.number = TextOf<128>("4711");
+    return call == 0x999 ? 0x80000018 : 0;
+}
+std::uint32_t MakeCall(std::string_view number, std::uint32_t& request) {
+    const std::uint32_t refusal = Refusal(("make " + std::string(number)).c_str());
+    request = refusal == 0 ? ++windows.requests : 0;
+    return refusal;
+}
+std::uint32_t MadeCall() {
+    return 0x200;
+}
+std::uint32_t DropCall(std::uint32_t call) {
+    return Refusal(("drop " + std::to_string(call)).c_str());
+}
+void ReleaseCall(std::uint32_t call) {
+    windows.calls.push_back("release " + std::to_string(call));
+}
+bool StopAsked() {
+    return windows.clock - windows.started >= windows.stopAfter;
+}
+std::uint32_t Now() {
+    return windows.clock;
+}
+void Show(std::string_view lines) {
+    windows.shown += lines;
 }
 
 }  // namespace Setup
@@ -416,6 +488,102 @@ TEST(Ztsetup, TakesOnlyALibrarysHeader) {
     std::string far = whole;
     far[0x3F] = '\x7F';
     EXPECT_EQ(machine(far), 0) << "header past the file";
+}
+
+// --- ztsetup test
+
+// What follows "s  " of each line shown that has a time.
+std::vector<std::string> Events() {
+    std::vector<std::string> events;
+    std::istringstream in(windows.shown);
+    for (std::string line; std::getline(in, line);)
+        if (const std::size_t at = line.find(" s  "); at != std::string::npos)
+            events.push_back(line.substr(at + 4));
+    return events;
+}
+
+TEST(ZtsetupTest, ShowsTheLineAndItsEventsAsTheyCome) {
+    windows = Windows{};
+    windows.stopAfter = 12'000;
+    windows.messages = {{MESSAGE_LINE_STATE, 1, 0x44, 0},       {MESSAGE_NEW_CALL, 1, 0, 0x100},
+                        {MESSAGE_CALL_STATE, 0x100, 2, 0},      {MESSAGE_CALL_INFO, 0x100, 0x18000, 0},
+                        {MESSAGE_CALL_STATE, 0x100, 1, 0},      {MESSAGE_NEW_CALL, 1, 0, 0x100},
+                        {MESSAGE_CALL_INFO, 0x999, 0, 0},       {MESSAGE_ADDRESS_STATE, 1, 0, 0x40},
+                        {MESSAGE_CALL_STATE, 0x100, 0x20000, 0}};
+    const Outcome outcome = Command({"test"});
+    EXPECT_EQ(outcome.code, EXIT_DONE);
+    EXPECT_THAT(windows.shown, HasSubstr("CORVANE_ZT_6200_2.0_3, device 1\n"));
+    EXPECT_THAT(windows.shown, HasSubstr("TAPI version:      2.0\nAddress:           4711\nActive calls:      20\n"
+                                         "Can be asked:      FORWARD|MAKECALL\nOf its calls:      ANSWER|DROP\n"));
+    EXPECT_THAT(windows.shown, HasSubstr("Ctrl+C"));
+    EXPECT_THAT(Events(),
+                testing::ElementsAre("LINE_LINEDEVSTATE: CONNECTED|INSERVICE", "LINE_APPNEWCALL: call 1",
+                                     "LINE_CALLSTATE: call 1 OFFERING",
+                                     "LINE_CALLINFO: call 1  caller 0145678901 \"DUPONT Élise\"  called 4711",
+                                     "LINE_CALLSTATE: call 1 IDLE", "LINE_APPNEWCALL: call 2",
+                                     "LINE_CALLINFO: call 3 has no parties to tell. TAPI's answer (0x80000018)",
+                                     "LINE_ADDRESSSTATE: FORWARD", "LINE_CALLSTATE: call 2 0x20000"))
+        << "a handle that comes again is another call";
+    EXPECT_THAT(windows.calls, testing::ElementsAre("start", "open", "release 256", "end"));
+}
+
+TEST(ZtsetupTest, MakesACallAgainUntilTheKeysAreReadAndEndsIt) {
+    windows = Windows{};
+    windows.messages.assign(9, {MESSAGE_LINE_STATE, 1, 0x44, 0});  // a second each
+    windows.messages[3] = {MESSAGE_REPLY, 1, 1, 0x80000048};
+    windows.messages[5] = {MESSAGE_REPLY, 1, 2, 0};
+    windows.messages[6] = {MESSAGE_CALL_STATE, 0x200, 0x100, 0};
+    windows.messages[8] = {MESSAGE_CALL_STATE, 0x200, 1, 0};
+    EXPECT_EQ(Command({"test", "4750", "--seconds", "8"}).code, EXIT_DONE);
+    EXPECT_THAT(windows.calls,
+                testing::ElementsAre("start", "open", "make 4750", "make 4750", "drop 512", "release 512", "end"));
+
+    windows = Windows{};
+    windows.lineErrors["make 4750"] = 0x80000048;
+    const Outcome outcome = Command({"test", "4750", "--seconds", "20"});
+    EXPECT_EQ(outcome.code, EXIT_FAILED);
+    EXPECT_THAT(outcome.message.text, HasSubstr("The call was not made"));
+    EXPECT_EQ(std::count(windows.calls.begin(), windows.calls.end(), "make 4750"), 5);
+}
+
+TEST(ZtsetupTest, SaysWhatStandsInTheWay) {
+    const struct {
+        void (*make)();
+        std::vector<std::string_view> command;
+        ExitCode code;
+        const char* says;
+        const char* last;
+    } rows[] = {
+        {[] { windows.lineErrors["start"] = 0x80000061; }, {"test"}, EXIT_SERVICE, "net start tapisrv", "start"},
+        {[] {
+             windows.lines = {"Modem", "broken"};
+         },
+         {"test"},
+         EXIT_NOTHING,
+         "None of TAPI's lines is",
+         "end"},
+        {[] { windows.lines.clear(); }, {"test"}, EXIT_NOTHING, "TAPI has no line at all.\n", "end"},
+        {[] { windows.lineErrors["open"] = 0x80000001; }, {"test"}, EXIT_SERVICE, "LINEERR_ALLOCATED", "end"},
+        {[] {
+             windows.messages = {{MESSAGE_CLOSE, 1, 0, 0}};
+         },
+         {"test"},
+         EXIT_FAILED,
+         "",
+         "end"},
+        {[] {}, {"test", "4750", "4751"}, EXIT_USAGE, "unexpected: 4751", ""},
+        {[] {}, {"test", "LAMBERT"}, EXIT_USAGE, "unexpected: LAMBERT", ""},
+        {[] {}, {"test", "--seconds", "0"}, EXIT_USAGE, "from 1 to 86400", ""},
+        {[] {}, {"test", "--seconds"}, EXIT_USAGE, "unexpected: --seconds", ""},
+    };
+    for (const auto& row : rows) {
+        windows = Windows{};
+        row.make();
+        const Outcome outcome = Command(row.command);
+        EXPECT_EQ(outcome.code, row.code) << row.says;
+        EXPECT_THAT(outcome.message.text, HasSubstr(row.says));
+        EXPECT_EQ(windows.calls.empty() ? "" : windows.calls.back(), row.last) << row.says;
+    }
 }
 
 }  // namespace

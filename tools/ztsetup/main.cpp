@@ -1,4 +1,4 @@
-// ztsetup: adds the provider to the Windows telephony service, and removes it.
+// ztsetup: adds the provider to the Windows telephony service, removes it, and tries its line.
 #define WIN32_LEAN_AND_MEAN
 #define NOMINMAX
 #include "ztsetup/setup.h"
@@ -46,6 +46,10 @@ void KeepToSystemLibraries() {
 
 }  // namespace
 
+void Setup::Show(std::string_view lines) {
+    Print(lines, STD_OUTPUT_HANDLE);
+}
+
 int wmain(int count, WCHAR** arguments) {
     KeepToSystemLibraries();
     static Path texts[8];
@@ -60,6 +64,7 @@ int wmain(int count, WCHAR** arguments) {
     }
     const Outcome outcome = Run(std::span(words).first(static_cast<std::size_t>(used)));
     const bool answered = outcome.code == EXIT_DONE || outcome.code == EXIT_NOTHING || outcome.code == EXIT_ACCOUNT;
-    Print(outcome.message.View(), answered ? STD_OUTPUT_HANDLE : STD_ERROR_HANDLE);
+    if (outcome.message.length != 0)
+        Print(outcome.message.View(), answered ? STD_OUTPUT_HANDLE : STD_ERROR_HANDLE);
     return outcome.code;
 }

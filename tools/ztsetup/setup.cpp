@@ -1,6 +1,9 @@
 #include "ztsetup/setup.h"
 
+#include "ztsetup/trial.h"
+
 #include <algorithm>
+#include <charconv>
 
 namespace Setup {
 
@@ -11,6 +14,7 @@ constexpr std::string_view LIBRARY = "zt_6232.tsp";
 constexpr std::string_view USAGE = "usage: ztsetup install [FILE] [--quiet]\n"
                                    "       ztsetup remove\n"
                                    "       ztsetup status\n"
+                                   "       ztsetup test [NUMBER] [--seconds N]\n"
                                    "       ztsetup --help\n";
 
 constexpr std::string_view HELP =
@@ -25,6 +29,10 @@ constexpr std::string_view HELP =
     "  remove    takes it out of the list of providers, those rights back, and that source away; library and settings\n"
     "            stay\n"
     "  status    shows this Windows, the library, the telephony service and its rights, and the list of providers\n"
+    "  test      opens the provider's line as an application does, shows what it can do, and its events as they come, "
+    "until\n"
+    "            Ctrl+C; other programs keep their calls. NUMBER  also makes a call there, and ends it at the end\n"
+    "            --seconds N  ends by itself\n"
     "\n"
     "install and remove need administrator rights.\n"
     "\n"
@@ -34,7 +42,7 @@ constexpr std::string_view HELP =
     "  2  the command line is wrong\n"
     "  3  administrator rights are missing\n"
     "  4  the library is missing, in the wrong place, or not for this Windows\n"
-    "  5  nothing to do: already installed (install), not installed (remove, status)\n"
+    "  5  nothing to do: already installed (install), not installed (remove, status), no such line (test)\n"
     "  6  the telephony service does not run or is busy: try again\n"
     "  8  done, or installed (status), but the account NETWORK SERVICE has not the rights that it should have\n";
 
@@ -46,6 +54,9 @@ struct TapiError {
     std::string_view name, words;
 };
 constexpr TapiError TapiErrors[] = {
+    {0x80000001, true, "LINEERR_ALLOCATED",
+     "the serial port did not open: another program has it, or it is not there. Look at the port's number in the "
+     "configuration dialog."},
     {0x8000000C, false, "LINEERR_INCOMPATIBLEAPIVERSION", "this Windows has no TAPI 2.0."},
     {0x8000000E, false, "LINEERR_INIFILECORRUPT",
      "the list of providers in the registry is damaged. Look at HKEY_LOCAL_MACHINE\\SOFTWARE\\Microsoft\\Windows\\"
@@ -92,6 +103,8 @@ const ServiceWords& WordsFor(Service service) {
                          [&](const ServiceWords& words) { return words.service == service; });
 }
 
+}  // namespace
+
 void AddTapiWords(Message& message, std::uint32_t code) {
     const auto* const error =
         std::find_if(std::begin(TapiErrors), std::end(TapiErrors), [&](const TapiError& e) { return e.code == code; });
@@ -113,6 +126,8 @@ Outcome TapiFailure(std::string_view what, std::uint32_t code) {
         outcome.code = EXIT_SERVICE;
     return outcome;
 }
+
+namespace {
 
 // --- the system and the library --------------------------------------------------------------------------------------
 
@@ -502,6 +517,28 @@ Outcome WrongUsage(std::string_view why, std::string_view word) {
     return outcome;
 }
 
+bool IsNumberToDial(std::string_view word) {
+    return !word.empty() && word.find_first_not_of("0123456789*#+") == std::string_view::npos;
+}
+
+Outcome Test(std::span<const std::string_view> words) {
+    std::string_view number;
+    std::uint32_t seconds = 0;
+    for (std::size_t i = 0; i < words.size(); ++i) {
+        if (words[i] == "--seconds" && i + 1 < words.size()) {
+            const std::string_view text = words[++i];
+            const auto [end, error] = std::from_chars(text.data(), text.data() + text.size(), seconds);
+            if (error != std::errc{} || end != text.data() + text.size() || seconds == 0 || seconds > 86'400)
+                return WrongUsage("seconds are a number from 1 to 86400, not ", text);
+        } else if (number.empty() && IsNumberToDial(words[i])) {
+            number = words[i];
+        } else {
+            return WrongUsage("unexpected: ", words[i]);
+        }
+    }
+    return TestLine(number, seconds);
+}
+
 }  // namespace
 
 std::uint16_t LibraryMachine(std::span<const std::uint8_t> head) {
@@ -532,6 +569,8 @@ bool Grants(const EntryList& list, const AccessEntry& wanted) {
 Outcome Run(std::span<const std::string_view> words) {
     if (words.empty())
         return WrongUsage("no command", "");
+    if (words[0] == "test")
+        return Test(words.subspan(1));
     std::string_view file;
     bool quiet = false;
     for (const std::string_view word : words.subspan(1)) {

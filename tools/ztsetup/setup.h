@@ -22,6 +22,11 @@ struct Outcome {
     Message message;  // lines, each ended
 };
 
+// A LINEERR_ code by name and in words, on a line of its own.
+void AddTapiWords(Message& message, std::uint32_t code);
+// `what` failed with this code.
+Outcome TapiFailure(std::string_view what, std::uint32_t code);
+
 Outcome Run(std::span<const std::string_view> words);  // the command line without the program's name
 
 // The machine code in a program's header, 0 where the bytes are no dynamic library's.

@@ -76,4 +76,46 @@ void RemoveEmpty(const Place& place);  // only a place that has nothing in it
 std::uint32_t AddLogSource(std::string_view source, std::string_view file);
 std::uint32_t RemoveLogSource(std::string_view source);
 
+// --- the provider's line, as an application has it: one at a time; 0, or a LINEERR_ code
+
+struct LineFacts {
+    std::uint32_t version = 0;  // of TAPI, that the provider agreed to
+    TextOf<128> name, provider, address;
+    std::uint32_t activeCalls = 0, addressFeatures = 0, callFeatures = 0;
+};
+enum MessageKind : std::uint32_t {
+    MESSAGE_ADDRESS_STATE = 0,
+    MESSAGE_CALL_INFO = 1,
+    MESSAGE_CALL_STATE = 2,
+    MESSAGE_CLOSE = 3,
+    MESSAGE_LINE_STATE = 8,
+    MESSAGE_REPLY = 12,
+    MESSAGE_NEW_CALL = 23,
+};
+constexpr std::uint32_t CALL_IDLE = 1;
+struct LineMessage {
+    std::uint32_t kind = 0, device = 0, first = 0, second = 0;  // as TAPI has them
+};
+struct Party {
+    TextOf<128> number, name;
+};
+struct CallFacts {
+    Party caller, called, connected;
+};
+
+std::uint32_t StartTapi(std::uint32_t& lines);
+void EndTapi();
+std::uint32_t AskLine(std::uint32_t device, LineFacts& facts);
+std::uint32_t OpenLine(std::uint32_t device, std::uint32_t version);  // to watch: calls stay with who has them
+std::uint32_t NextMessage(LineMessage& message, std::uint32_t milliseconds, bool& came);
+std::uint32_t AskCall(std::uint32_t call, CallFacts& facts);
+std::uint32_t MakeCall(std::string_view number, std::uint32_t& request);
+std::uint32_t MadeCall();  // once that request is completed
+std::uint32_t DropCall(std::uint32_t call);
+void ReleaseCall(std::uint32_t call);
+
+bool StopAsked();                   // Ctrl+C was pressed since StartTapi
+std::uint32_t Now();                // a clock, ms
+void Show(std::string_view lines);  // at once
+
 }  // namespace Setup

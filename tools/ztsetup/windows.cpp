@@ -1,35 +1,14 @@
 // What ztsetup asks of Windows and of TAPI, asked of them.
-#define WIN32_LEAN_AND_MEAN
-#define NOMINMAX
-#define TAPI_CURRENT_VERSION 0x00020000
+#include "ztsetup/calls.h"
 #include "ztsetup/system.h"
 
-#include <windows.h>
-
 #include <aclapi.h>
-#include <tapi.h>
 
 #include <cstdlib>
 
 namespace Setup {
 
 namespace {
-
-using Wide = WCHAR[1024];
-
-const WCHAR* ToWide(std::string_view text, Wide& wide) {
-    const int length = MultiByteToWideChar(CP_UTF8, 0, text.data(), static_cast<int>(text.size()), wide,
-                                           static_cast<int>(std::size(wide)) - 1);
-    wide[length] = 0;
-    return wide;
-}
-
-template <std::size_t Room> TextOf<Room> FromWide(const WCHAR* wide, int length) {
-    char narrow[Room];
-    const int size =
-        WideCharToMultiByte(CP_UTF8, 0, wide, length, narrow, static_cast<int>(sizeof narrow), nullptr, nullptr);
-    return TextOf<Room>({narrow, static_cast<std::size_t>(size)});
-}
 
 Path PathFrom(const WCHAR* wide, DWORD length) {
     return FromWide<1024>(wide, static_cast<int>(length < std::size(Wide{}) ? length : 0));
@@ -57,24 +36,6 @@ void SpendHiddenStart() {
         return;
     ShowWindow(window, SW_SHOWNORMAL);
     DestroyWindow(window);
-}
-
-// Windows looks for an imported library, or one that is loaded by its name alone, beside the program first; this program
-// runs as administrator from wherever it was unpacked, so what lies there must not be taken for TAPI.
-template <class Function> Function FindTapi(const char* name) {
-    constexpr WCHAR TAPI[] = L"\\tapi32.dll";
-    Wide path;
-    const UINT length = GetSystemDirectoryW(path, static_cast<UINT>(std::size(path) - std::size(TAPI)));
-    if (length == 0 || length > std::size(path) - std::size(TAPI))
-        return nullptr;
-    lstrcpyW(path + length, TAPI);
-    const HMODULE tapi = LoadLibraryExW(path, nullptr, LOAD_WITH_ALTERED_SEARCH_PATH);  // what it needs: from there too
-    return tapi == nullptr ? nullptr : reinterpret_cast<Function>(reinterpret_cast<void*>(GetProcAddress(tapi, name)));
-}
-
-template <class Function, class... Arguments> LONG CallTapi(const char* name, Arguments... arguments) {
-    const auto function = FindTapi<Function>(name);
-    return function == nullptr ? static_cast<LONG>(LINEERR_OPERATIONUNAVAIL) : function(arguments...);
 }
 
 LONG CallAddProvider(std::string_view file, DWORD& id) {
