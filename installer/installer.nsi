@@ -3,7 +3,8 @@
 ; The installer is a program of the architecture that it installs for: the x64 one sees the real system directory and
 ; registry, and Wine without 32-bit programs runs it.
 ;
-;   zt_6232-setup-ARCH.exe [/S] [/D=DIRECTORY]   /S: without a question, and without the provider's dialog
+;   zt_6232-setup-ARCH.exe [/S] [/SET] [/D=DIRECTORY]   /S: without a question, and without the provider's dialog
+;                                                       /SET: the simulated set too
 ;   uninstall.exe [/S] [/ALL]                    /ALL: settings and trace files too, without asking
 ; Exit codes: 0 done; ztsetup's own where the provider could not be added or removed, and 8 where that was done but the
 ; telephony service's account has not its rights; 1 for what stands in the way before that; 7 when a file cannot be written.
@@ -25,6 +26,7 @@ SetDateSave off  ; installed files are of the day of their installation; and the
 !include LogicLib.nsh
 !include x64.nsh
 !include FileFunc.nsh
+!include Sections.nsh
 
 !define PRODUCT "Corvane 6200 Service Provider"
 !define PUBLISHER "Corvane"
@@ -47,6 +49,8 @@ VIAddVersionKey "FileVersion" "${VERSION}"
 VIAddVersionKey "ProductVersion" "${VERSION}"
 VIAddVersionKey "LegalCopyright" ""
 
+ComponentText "The simulated set is for trying the provider without a PBX: see trying.txt in its folder."
+Page components
 Page directory
 Page instfiles
 UninstPage uninstConfirm
@@ -111,6 +115,7 @@ Function .onInit
   ${If} $Update != ""  ; it stays where it is
     StrCpy $INSTDIR $Update
   ${EndIf}
+  Call ChooseSet
 FunctionEnd
 
 ; Nothing of a first installation stays; after a failed update the earlier library is back.
@@ -141,6 +146,15 @@ Function ${un}RemovePrograms
   Delete "$INSTDIR\readme.txt"
   Delete "$INSTDIR\uninstall.exe"
   SetOutPath $TEMP
+  Delete "$INSTDIR\simulated-set\zt_equipment.exe"
+  Delete "$INSTDIR\simulated-set\trying.txt"
+  Delete "$INSTDIR\simulated-set\applications.txt"
+  Delete "$INSTDIR\simulated-set\day.txt"
+  Delete "$INSTDIR\simulated-set\bad-line.txt"
+  Delete "$INSTDIR\simulated-set\version-1.txt"
+  Delete "$INSTDIR\simulated-set\version-2.txt"
+  Delete "$INSTDIR\simulated-set\version-3.txt"
+  RMDir "$INSTDIR\simulated-set"
   RMDir "$INSTDIR"
 FunctionEnd
 !macroend
@@ -152,7 +166,8 @@ Function CannotWrite
   !insertmacro Stop 7 "A file could not be written to $INSTDIR or $SYSDIR. Look for free space and rights there, end all programs that use the telephone, and try again. The provider is as it was before."
 FunctionEnd
 
-Section "Install" install_section
+Section "Service provider" install_section
+  SectionIn RO
   StrCpy $Aside ""
   StrCpy $Placed ""
   StrCpy $Quiet ""
@@ -224,6 +239,33 @@ Section "Install" install_section
     !insertmacro Tell MB_ICONEXCLAMATION "$Said"
   ${EndIf}
 SectionEnd
+
+Section /o "Simulated set" set_section
+  SetOutPath "$INSTDIR\simulated-set"
+  ClearErrors
+  File "${BUILD}\zt_equipment.exe"
+  File "${TEXTS}\trying.txt"
+  File "${TEXTS}\applications.txt"
+  File "${TEXTS}\scripts\*.txt"
+  ${If} ${Errors}
+    !insertmacro Stop 7 "The provider is installed. The simulated set is not: a file could not be written to $OUTDIR. End it, if it runs, and try again."
+  ${EndIf}
+  SectionGetSize ${set_section} $0
+  ReadRegDWORD $1 HKLM "${ENTRY}" "EstimatedSize"
+  IntOp $0 $0 + $1
+  WriteRegDWORD HKLM "${ENTRY}" "EstimatedSize" $0
+SectionEnd
+
+; The simulated set is chosen where it is asked for, or there already.
+Function ChooseSet
+  ${GetParameters} $0
+  ${GetOptions} $0 "/SET" $1
+  ${If} ${Errors}
+  ${AndIfNot} ${FileExists} "$INSTDIR\simulated-set\zt_equipment.exe"
+    Return
+  ${EndIf}
+  !insertmacro SelectSection ${set_section}
+FunctionEnd
 
 Function un.onInit
   SetRegView ${BITS}
