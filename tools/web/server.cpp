@@ -3,9 +3,6 @@
 
 #define BOOST_ERROR_CODE_HEADER_ONLY
 #define BOOST_SYSTEM_NO_DEPRECATED
-#ifndef BOOST_ASIO_DISABLE_THREADS
-#define BOOST_ASIO_DISABLE_THREADS  // one loop, in its caller's thread
-#endif
 #include <boost/asio/ip/host_name.hpp>
 #include <boost/asio/ip/tcp.hpp>
 #include <boost/asio/steady_timer.hpp>
