@@ -6,6 +6,7 @@
 #include <algorithm>
 #include <array>
 #include <cstdio>
+#include <cstdlib>
 #include <fcntl.h>
 #include <io.h>
 #include <mutex>
@@ -184,8 +185,11 @@ std::vector<int> Port::Wait(int timeoutMs, bool, const std::vector<int>&) {
     return {};
 }
 
+// The console keeps its code page beyond the program's end, so it gets its own back.
 void PrepareStreams() {
-    SetConsoleOutputCP(CP_UTF8);
+    static const UINT before = GetConsoleOutputCP();
+    if (before != 0 && SetConsoleOutputCP(CP_UTF8))
+        std::atexit([] { SetConsoleOutputCP(before); });
     for (std::FILE* stream : {stdout, stderr})
         _setmode(_fileno(stream), _O_BINARY);
 }
