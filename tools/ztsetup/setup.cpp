@@ -1,5 +1,6 @@
 #include "ztsetup/setup.h"
 
+#include "ztsetup/report.h"
 #include "ztsetup/trial.h"
 
 #include <algorithm>
@@ -15,6 +16,8 @@ constexpr std::string_view USAGE = "usage: ztsetup install [FILE] [--quiet]\n"
                                    "       ztsetup remove\n"
                                    "       ztsetup status\n"
                                    "       ztsetup test [NUMBER] [--seconds N]\n"
+                                   "       ztsetup trace on|off\n"
+                                   "       ztsetup report FILE [--mask]\n"
                                    "       ztsetup --help\n";
 
 constexpr std::string_view HELP =
@@ -33,8 +36,12 @@ constexpr std::string_view HELP =
     "until\n"
     "            Ctrl+C; other programs keep their calls. NUMBER  also makes a call there, and ends it at the end\n"
     "            --seconds N  ends by itself\n"
+    "  trace     on: the provider is to trace everything; off: only what it always does. It reads that when the\n"
+    "            telephony service starts\n"
+    "  report    writes FILE, an archive (tar) for who looks into a fault: trace, settings, versions, serial ports.\n"
+    "            zttrace reads it as it is. --mask  replaces the digits of telephone numbers\n"
     "\n"
-    "install and remove need administrator rights.\n"
+    "install, remove and trace need administrator rights.\n"
     "\n"
     "exit codes:\n"
     "  0  done; status: installed\n"
@@ -539,6 +546,32 @@ Outcome Test(std::span<const std::string_view> words) {
     return TestLine(number, seconds);
 }
 
+Outcome Trace(std::span<const std::string_view> words) {
+    if (words.size() != 1 || (words[0] != "on" && words[0] != "off"))
+        return WrongUsage("trace is on or off", "");
+    Outcome outcome;
+    if (!SystemFits(outcome) || !HasRights(outcome))
+        return outcome;
+    return SetTrace(words[0] == "on");
+}
+
+Outcome Report(std::span<const std::string_view> words) {
+    std::string_view file;
+    bool mask = false;
+    for (const std::string_view word : words) {
+        if (word == "--mask")
+            mask = true;
+        else if (file.empty() && !word.empty() && word[0] != '-')
+            file = word;
+        else
+            return WrongUsage("unexpected: ", word);
+    }
+    if (file.empty())
+        return WrongUsage("no file is named for the report", "");
+    Outcome outcome;
+    return SystemFits(outcome) ? WriteReport(file, mask) : outcome;
+}
+
 }  // namespace
 
 std::uint16_t LibraryMachine(std::span<const std::uint8_t> head) {
@@ -571,6 +604,10 @@ Outcome Run(std::span<const std::string_view> words) {
         return WrongUsage("no command", "");
     if (words[0] == "test")
         return Test(words.subspan(1));
+    if (words[0] == "trace")
+        return Trace(words.subspan(1));
+    if (words[0] == "report")
+        return Report(words.subspan(1));
     std::string_view file;
     bool quiet = false;
     for (const std::string_view word : words.subspan(1)) {

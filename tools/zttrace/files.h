@@ -24,8 +24,23 @@ private:
     std::string kept;
 };
 
-// The trace files in a directory stand for it; .old goes in front, and of two of one kind that with the earlier clock.
-std::vector<Path> InOrder(const std::vector<Path>& named);
+// A trace file, by itself or as the part of an archive that ztsetup made.
+struct TraceFile {
+    Path path;  // to be opened
+    Path name;  // the trace file's own
+    std::uint64_t from = 0, size = UINT64_MAX;
+
+    TraceFile(const Path& alone) : path(alone), name(alone) {}
+    friend bool operator==(const TraceFile&, const TraceFile&) = default;
+};
+
+// Whether it begins as an archive does; only what ztsetup writes is understood.
+bool IsArchive(const Path& file);
+// The trace files in a directory, or in an archive, stand for it; .old goes in front, and of two of one kind that with the
+// earlier clock.
+std::vector<TraceFile> InOrder(const std::vector<Path>& named);
+// Gives the lines of all of it ("-": of standard input); false where it cannot be read, or ends too early.
+bool ReadLines(const TraceFile& file, const TakeLine& take);
 
 // A file that is being written and its twin. Each Poll gives the lines that are new: of the file written last first,
 // for what came behind the change is in the other one.

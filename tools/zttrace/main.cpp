@@ -9,8 +9,6 @@
 #include <cstdio>
 #include <cstdlib>
 #include <fstream>
-#include <iostream>
-#include <iterator>
 #include <thread>
 
 namespace {
@@ -20,8 +18,9 @@ using namespace TraceReader;
 constexpr const char* Usage =
     "usage: zttrace [options] FILE ...\n"
     "Prints trace files of the provider with the frames and messages in them in words: <- received, -> sent.\n"
-    "FILE is a trace file, the directory that the provider writes them in, or - for standard input. Files of an\n"
-    "earlier start (.old) come first. The output is UTF-8 (chcp 65001 in a Windows console).\n"
+    "FILE is a trace file, the directory that the provider writes them in, an archive that ztsetup report made, or -\n"
+    "for standard input. Files of an earlier start (.old) come first. The output is UTF-8 (chcp 65001 in a Windows\n"
+    "console).\n"
     "  -f          go on with the lines that the provider writes, from one file to the other\n"
     "  -l LEVELS   only lines that the mask LEVELS lets through: a number as in Debug_Mode\\DebugOutput, or names "
     "with\n"
@@ -97,21 +96,10 @@ int Fail(const std::string& why) {
     return 1;
 }
 
-bool ReadWhole(const Path& path, const TakeLine& take) {
-    std::ifstream file;
-    if (path != "-") {
-        file.open(path, std::ios::binary);
-        if (!file)
-            return false;
-    }
-    std::istream& in = path == "-" ? std::cin : file;
-    for (std::string line; std::getline(in, line);)
-        take(line);
-    return !in.bad();
-}
-
 int Follow(const Path& named, const TakeLine& take) {
     std::error_code error;
+    if (IsArchive(named))
+        return Fail(named.string() + " is an archive: nobody writes to it any more");
     Follower follower(std::filesystem::is_directory(named, error) ? named / "tsptrac0.tr" : named);
     if (!follower.Poll(take))
         return Fail(named.string() + " cannot be read");
@@ -185,12 +173,13 @@ int main(int count, char** words) {
     if (options.follow)
         return Follow(options.files[0], take);
 
-    const std::vector<Path> files = InOrder(options.files);
+    const std::vector<TraceFile> files = InOrder(options.files);
     if (files.empty())
         return Fail("no trace file in " + options.files[0].string());
-    for (const Path& file : files)
-        if (!ReadWhole(file, take))
-            return Fail(file.string() + " cannot be read");
+    for (const TraceFile& file : files)
+        if (!ReadLines(file, take))
+            return Fail(file.path.string() +
+                        (file.from == 0 ? " cannot be read" : " is cut: it is not read to its end"));
     if (story)
         return WriteStory(options, teller.Finish());
     if (!options.replay.empty())
