@@ -191,7 +191,16 @@ void MaskDump(std::span<char> text, const DumpText& kind) {
 
 // Texts that are not between quotes, by what stands in front of them.
 constexpr std::string_view OpenTexts[] = {
-    "Address:", "Extract connected", "DigitKeyPushed", "DialedNumber", "mcdu", "Renvoi(", ":-", "- :", "CodeId:",
+    "GetCallInformation",
+    "Address:",
+    "Extract connected",
+    "DigitKeyPushed",
+    "DialedNumber",
+    "mcdu",
+    "Renvoi(",
+    ":-",
+    "- :",
+    "CodeId:",
 };
 
 void MaskTraceLine(std::span<char> line) {
