@@ -285,7 +285,7 @@ bool Walker::Forward(Words& words) {
 }
 
 // The set's calls on the key of this one for which the test holds.
-long Walker::OnKey(int cref, bool (*test)(const SetCall&)) {
+std::ptrdiff_t Walker::OnKey(int cref, bool (*test)(const SetCall&)) {
     return std::count_if(Machine.set.calls.begin(), Machine.set.calls.end(), [&](const SetCall& call) {
         return call.key == KeyOf(cref) && (test == nullptr || test(call));
     });

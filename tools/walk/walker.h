@@ -210,7 +210,7 @@ private:
     bool Asked(DRV_REQUESTID request, LONG result);
     static void TakeOver(TapiCall* lost, TapiCall& call, LONG result);
     bool Sync(const std::string& name, LONG result);
-    long OnKey(int cref, bool (*test)(const SetCall&) = nullptr);
+    std::ptrdiff_t OnKey(int cref, bool (*test)(const SetCall&) = nullptr);
     bool MakeCall(Words& words);
     bool Forward(Words& words);
     bool SetUpTransfer(Words& words);
