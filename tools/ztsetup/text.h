@@ -27,7 +27,8 @@ template <std::size_t Room> struct TextOf {
         const char* const end = std::to_chars(digits, digits + sizeof digits, number, base).ptr;
         return Add({digits, static_cast<std::size_t>(end - digits)});
     }
-    std::string_view View() const { return {text, length}; }
+    // The bound is what g++ does not see of Add.
+    std::string_view View() const { return {text, length < Room ? length : Room - 1}; }
 };
 
 using Path = TextOf<1024>;
