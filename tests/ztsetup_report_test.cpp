@@ -195,6 +195,15 @@ TEST(ZtsetupReport, MasksDigitsOnly) {
     }
 }
 
+// One of the numbers of those sessions.
+bool HasNumber(const std::string& line) {
+    const auto digit = [&](std::size_t at) { return at < line.size() && line[at] >= '0' && line[at] <= '9'; };
+    for (std::size_t at = line.find("47"); at != std::string::npos; at = line.find("47", at + 1))
+        if (digit(at + 2) && digit(at + 3))
+            return true;
+    return line.find("0145") != std::string::npos;
+}
+
 // What the provider traces in recorded sessions, so that a new text with a number in it is noticed.
 TEST(ZtsetupReport, LeavesNoNumberOfTheRecordedSessions) {
     int lines = 0, changed = 0;
@@ -207,7 +216,7 @@ TEST(ZtsetupReport, LeavesNoNumberOfTheRecordedSessions) {
             MaskTrace(line);
             ++lines;
             changed += line == before ? 0 : 1;
-            EXPECT_THAT(line, Not(testing::ContainsRegex("(47[0-9][0-9]|0145)")));
+            EXPECT_FALSE(HasNumber(line)) << line;
         }
     }
     EXPECT_GT(changed, 100);
