@@ -1,10 +1,10 @@
 // Texts of a fixed room, UTF-8, cut to it and always terminated: the program stays small without std::string.
 #pragma once
 
+#include <algorithm>
 #include <charconv>
 #include <cstddef>
 #include <cstdint>
-#include <cstring>
 #include <string_view>
 
 namespace Setup {
@@ -18,7 +18,7 @@ template <std::size_t Room> struct TextOf {
 
     TextOf& Add(std::string_view more) {
         const std::size_t taken = more.size() < Room - 1 - length ? more.size() : Room - 1 - length;
-        std::memcpy(text + length, more.data(), taken);
+        std::copy_n(more.data(), taken, text + length);  // of no text, too, which has no address
         text[length += taken] = 0;
         return *this;
     }
