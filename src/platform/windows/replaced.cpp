@@ -154,8 +154,13 @@ std::string PlatformControl::Root() {
 
 void PlatformControl::SetWindowsDirectory(const std::string& path) {
     WindowsPath = path;
+    const std::string system = Mapped(path + "\\system32");
+    // Windows makes none that is longer. Wine does, and RemoveRoot leaves it there, with all that the next process of this
+    // number then finds.
+    if (system.size() >= MAX_PATH)
+        return;
     std::error_code ignored;
-    std::filesystem::create_directories(Mapped(path + "\\system32"), ignored);
+    std::filesystem::create_directories(system, ignored);
 }
 
 int Sim_mkdir(const char* path) {
