@@ -31,6 +31,7 @@ protected:
         TrackedSet::SetUp();
         CopyText(Settings.ExtPrefix, "0");
         CopyText(Settings.PublicOperator, "9");
+        ToldFirst = ONHOLD;
     }
     static void Incoming(int key, int reason, const Party& caller, const Party& called = {}) {
         IncomingCallInfo(1, Message(key, reason, caller + called));
@@ -207,6 +208,29 @@ TEST_F(CallEvents, OutgoingFindsOrMakesItsCall) {
     Outgoing(1, {"4712"});
     Outgoing(89, {"4712"});  // no key
     EXPECT_EQ(Sent(), "") << "no room";
+}
+
+TEST_F(CallEvents, TextThatAnEventLeavesOutStaysAndOneCharacterIsAText) {
+    Call(1, 0, CONNECTED);
+    CallRecord& call = Record(0);
+    const auto stored = [&](const Party& caller, const Party& called, const Party& connected) {
+        Incoming(1, 0, caller, called);
+        Connected(1, connected);
+        std::string all;
+        for (const char* text : {call.CallerAddress, call.CallerName, call.CalledAddress, call.CalledName,
+                                 call.ConnectedAddress, call.ConnectedName})
+            all += std::string(text) + "/";
+        return all;
+    };
+    EXPECT_EQ(stored({"1", "a"}, {"2", "b"}, {"3", "c"}), "1/a/2/b/3/c/");
+    EXPECT_EQ(stored({"", "d"}, {"", "e"}, {"", "f"}), "1/d/2/e/3/f/");
+    EXPECT_EQ(stored({"4", ""}, {"5", ""}, {"6", ""}), "4/d/5/e/6/f/");
+    Placed("P-");
+    for (const auto& [number, name, then] :
+         {std::tuple{"1", "a", "1/a"}, {"1", "", "1/a"}, {"1", "b", "1/b"}, {"", "c", "1/b"}}) {
+        Outgoing(1, {number, name, INTERNAL});
+        EXPECT_EQ(std::string(call.CalledAddress) + "/" + call.CalledName, then);
+    }
 }
 
 TEST_F(CallEvents, CalledPartyIsFirstDialledThenDiverted) {

@@ -180,7 +180,7 @@ TEST_F(StatusQueries, WithVersion1TheDisplayIsTheOnlySource) {
 
 TEST_F(StatusQueries, StateModeAndFeaturesOfACall) {
     const auto told = [this](int cref) {
-        auto* status = Buffer.Room<LINECALLSTATUS>(56);
+        auto* status = Buffer.Room<LINECALLSTATUS>(36);
         EXPECT_EQ(TSPI_lineGetCallStatus(Handle(cref), status), 0);
         EXPECT_EQ(Hex(status->dwNeededSize) + Hex(status->dwUsedSize) + Hex(status->dwCallPrivilege), "---");
         EXPECT_LE(Buffer.End(), 28u);

@@ -96,7 +96,7 @@ TEST_F(Conference, EndsWithItsKeys) {
     EXPECT_EQ(Steps(), "* Fin de la conférence sur une touche. icon 1 * | STATE 0 DISCONNECTED 1 | "
                        "STATE 1 DISCONNECTED 1 | STATE 0 IDLE | STATE 1 IDLE | Icone:1 éteint - Etat:IDLE - Ref:30 | "
                        "STATE 30 IDLE");
-    EXPECT_EQ(Tracking.ConfParty1, -1);
+    EXPECT_TRUE(Tracking.ConfParty1 == -1 && Tracking.ConfParty2 == -1) << "no drop of call 1 ends a later one";
     EXPECT_EQ(confstate, IDLE);
     ExpectNoConference();
     for (const bool alone : {false, true}) {
@@ -143,6 +143,10 @@ TEST_F(Conference, ComesDownToThePartyThatStillShows) {
         ExpectNoConference();
         EXPECT_EQ(confstate, CONNECTED) << "IDLE is told, the state stays";
     }
+    JoinOnOneKey();
+    Display(1, "2eApp");
+    Display(0, "12:30");
+    EXPECT_THAT(Steps(), testing::HasSubstr("Detection du premier")) << "no text stands in every line";
 }
 
 TEST_F(Conference, SoftKeysCountOnlyForTheOneAndTheOtherOfTwoCalls) {

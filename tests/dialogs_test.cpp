@@ -165,8 +165,10 @@ TEST_F(Dialogs, AdvancedSettingsAreTakenAndWrittenWhereTheyDiffer) {
         {"9", "12", IDC_PBX_MODE, IDCANCEL, false, "0 0 8 0"},
         {nullptr, "12", 0, IDOK, true, "0 0 12 0"},
         {nullptr, "1", 0, IDOK, false, "0 0 12 0"},
-        {"00", "25", IDC_PBX_MODE, IDOK, true, "00 0 12 1"},
-        {"123456", "x", IDC_PREFIX_DISPLAYED, IDOK, true, "1234 1 12 1"},
+        {"00", nullptr, 0, IDOK, true, "00 0 12 0"},
+        {nullptr, "25", IDC_PBX_MODE, IDOK, true, "00 0 12 1"},
+        {nullptr, "x", IDC_PREFIX_DISPLAYED, IDOK, true, "00 1 12 1"},
+        {"123456", nullptr, 0, IDOK, true, "1234 1 12 1"},
         {nullptr, nullptr, IDC_DEFAULTS, IDOK, true, "0 0 08 0"},
         {"", "19", IDC_KEY_SYSTEM_MODE, IDOK, true, "(none) 0 19 0"},
     };

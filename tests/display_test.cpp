@@ -66,6 +66,11 @@ TEST_F(DisplayText, SoftKeyLine) {
                }},
           });
     EXPECT_EQ(RunningRequest.ConsultCref, 6) << "another call's transfer";
+    Check(1, {{"1W 1P", "VaVien",
+               "VaVien detected | VaVien avec 2 appels en cours sur Icone:1  | VaVien avec 1 appel ONHOLD et 1 appel "
+               "PROCEEDING  | STATE 1 CONNECTED | Icone:1 - Etat: CONNECTED - Ref:1",
+               [] { Tracking.DbCall = 0; }}});
+    EXPECT_EQ(Tracking.DbCall, 1);
     Check(1, {{"1C", "Fin2Ap", begun + held + "REPLY 9 0 | sendCompletion SetupTransfer " + dialtone, [&] {
                    RunningRequest = {REQUEST_SETUP_TRANSFER, 0, Call(12, 0, IDLE)};
                }}});
@@ -127,6 +132,11 @@ TEST_F(DisplayText, InformationLine) {
                  {"1C", "Raccrochez", "STATE 0 DISCONNECTED 1 | Icone:1  - Etat:DISCONNECTED - Ref:0"},
                  {"1C-", "Annulez 2e", "Annulez le 2eAppel ActivCallTouch 1 | Icone:1 - Etat:DISCONNECTED - Ref:0"},
                  {"", "Annulez 2e", "Annulez le 2eAppel ActivCallTouch 0"},
+                 {"1C 1H", "Annulez 2e",
+                  "Annulez le 2eAppel ActivCallTouch 1 | STATE 0 DISCONNECTED 1 | Icone:1 - Etat:DISCONNECTED - Ref:0"},
+             });
+    EXPECT_EQ(Tracking.DbCall, 0);
+    Check(0, {
                  {"1C", "Numero:", held + " | NEWCALL 1 | Icone:1  - Etat:DIALTONE - Ref:0001 | STATE 1 DIALTONE"},
                  {"1C", "Numero:", held, allTaken},
                  {"1T 1H", "4720", ""},
@@ -193,23 +203,26 @@ TEST_F(DisplayText, NameAndNumberOfACallBeingSetUp) {
         EXPECT_STREQ(Record(0).DestName, c.name) << c.line;
         EXPECT_STREQ(Record(0).DestAddress, c.number) << c.line;
     }
-    const std::vector<std::string> caller = {"INFO 0 CALLERID", "INFO 0 CONNECTEDID"}, connected = {caller[1]};
-    const std::tuple<const char*, const char*, const char*, std::vector<std::string>> answered[] = {
+    const auto told = [](const std::string& change) {
+        return " | DoLineEvent\t(LINE_CALLINFO,LINECALLINFOSTATE_" + change + ", 0, cref:0) | INFO 0 " + change;
+    };
+    const std::string connected = told("CONNECTEDID"), caller = told("CALLERID") + connected;
+    const std::tuple<const char*, const char*, const char*, std::string> answered[] = {
         {"=>DUPONT 4720  ", "DUPONT", "4720", caller},
         {"DUPONT J/4720", "DUPONT J", "4720", caller},
         {"DUPONT  ", "DUPONT", "", connected},
-        {"4720 DUPONT", "", "9", {}},
-        {"  DUPONT", "", "9", {}},
+        {"4720 DUPONT", "", "9", ""},
+        {"  DUPONT", "", "9", ""},
     };
-    for (const auto& [line, name, address, events] : answered) {
+    for (const auto& [line, name, address, sent] : answered) {
         Stand("1C", "");
         Record(0).DispNamePending = 1;
         CopyText(Record(0).ConnectedAddress, "9");
-        Display(0, line);
-        EXPECT_EQ(LineEvents(), events) << line;
+        const std::string steps = Shown(0, line);
+        EXPECT_EQ(steps.substr(std::min(steps.find(" | DoLineEvent"), steps.size())), sent) << line;
         EXPECT_STREQ(Record(0).ConnectedName, name);
         EXPECT_STREQ(Record(0).ConnectedAddress, address);
-        EXPECT_STREQ(Record(0).DestAddress, events.size() == 2 ? address : "");
+        EXPECT_STREQ(Record(0).DestAddress, sent == caller ? address : "");
     }
 }
 

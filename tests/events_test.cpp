@@ -38,6 +38,13 @@ void CALLBACK DropNext(DRV_REQUESTID, LONG) {
     RunningRequest = {REQUEST_DROP, 3, -1};
 }
 
+void CALLBACK TraceTold(HTAPILINE, HTAPICALL, DWORD, DWORD_PTR, DWORD_PTR, DWORD_PTR) {
+    Trace(TRACE_ALWAYS, "told");
+}
+void CALLBACK TraceCompleted(DRV_REQUESTID, LONG) {
+    Trace(TRACE_ALWAYS, "told");
+}
+
 using EventsTest = TrackedSet;
 
 TEST_F(EventsTest, CallEventsNameTheirCallAndTheMediaModeAndANewCallForgetsItsFormerHandle) {
@@ -59,6 +66,20 @@ TEST_F(EventsTest, CallEventsNameTheirCallAndTheMediaModeAndANewCallForgetsItsFo
                 ElementsAre("LinEv cref=3, ev:2,val100,mod=7", "LineEvent send", "LinEv cref=30, ev:1,val8000,mod=0",
                             "LineEvent send", "LinEv cref=-1, ev:8,val40,mod=9", "LineEvent send",
                             "DoLineEventNewCall send cref:3", "DoLineEventNewConf send"));
+}
+
+TEST_F(EventsTest, TraceOfAnEventStandsBeforeWhatTapiAsksForWithinIt) {
+    ProviderState.LineEventProc = TraceTold;
+    ProviderState.CompletionProc = TraceCompleted;
+    for (const int cref : {-1, 3})
+        DoLineEvent(LINE_CLOSE, 0, 0, cref);
+    DoLineEventNewCall(3);
+    DoLineEventNewConf();
+    CompleteRequest(ProviderState, 7, 0);
+    EXPECT_THAT(TraceLines(),
+                ElementsAre("LinEv cref=-1, ev:3,val0,mod=0", "LineEvent send", "told", "LinEv cref=3, ev:3,val0,mod=0",
+                            "LineEvent send", "told", "DoLineEventNewCall send cref:3", "told",
+                            "DoLineEventNewConf send", "told", "SendCompletion:7, res:0", "told"));
 }
 
 TEST_F(EventsTest, TransferOneOfWhoseCallsEndsIsNotLeftWaiting) {
@@ -159,6 +180,7 @@ TEST_F(EventsTest, ReinitHasNoLineHandleAndAClosedLineGetsNothing) {
     DoLineEvent(LINE_CALLSTATE, LINECALLSTATE_ONHOLD, 0, 3);
     EXPECT_EQ(LastHeldCref, 3);
     DoLineEventNewConf();
+    confstate = LINECALLSTATE_CONNECTED;
     DoLineEvent(LINE_CALLSTATE, LINECALLSTATE_CONNECTED, 0, CONF_CREF);
     EXPECT_THAT(Events(), ElementsAre("STATE - ONHOLD", "NEWCALL 30", "STATE 30 CONNECTED"));
     ProviderState.LineEventProc = nullptr;

@@ -152,6 +152,10 @@ TEST_F(LineRequests, MakeCallTestsInItsOrderAndSaysWhy) {
                                      name);
     };
     params.dwAddressID = 3;
+    params.dwTotalSize = 47;
+    EXPECT_EQ(MakeCall(nullptr, &params), LINEERR_STRUCTURETOOSMALL);
+    params.dwTotalSize = 48;
+    Steps();
     refused(LINEERR_INVALBEARERMODE, "BEARERMODE");
     params.dwBearerMode = LINEBEARERMODE_VOICE;
     refused(LINEERR_INVALMEDIAMODE, "MEDIAMODE");
@@ -235,6 +239,7 @@ TEST_F(LineRequests, PairsOfCallsThatCanBeJoined) {
 }
 
 TEST_F(LineRequests, DropAndCloseOfACallThatWasPutOffEndItAtOnce) {
+    ToldFirst = DISCONNECTED | IDLE;
     for (const bool close : {false, true}) {
         Marks.DeferredMakeCall = {true, 3};
         Record(3).state = DIALTONE;  // of a call that the user has begun; it lives on
@@ -293,6 +298,17 @@ TEST_F(LineRequests, CallMadeFromWithinTheEndOfAnotherHasItsRecordAloneAndIsHear
     EXPECT_TRUE(Marks.DeferredMakeCall.Set);
     EXPECT_STREQ(Record(0).DestAddress, "12");
     EXPECT_EQ(Record(0).htCall, reinterpret_cast<HTAPICALL>(std::uintptr_t{0x200}));
+    begin(1);
+    DynamicConfig.StaticConfig = 0;
+    Marks.DeferredMakeCall = {true, 0};
+    MakeCall("34"_wide);
+    EXPECT_EQ(Written, Handle(1)) << "the next free one, where that call goes out at once";
+    EXPECT_EQ(Record(0).htCall, reinterpret_cast<HTAPICALL>(std::uintptr_t{0x200}));
+    begin(1);
+    Marks.DeferredMakeCall = {true, 0};
+    Record(1).state = CONNECTED;
+    EXPECT_EQ(SetUp(1), LINEERR_RESOURCEUNAVAIL) << "nor is it a consultation call's";
+    EXPECT_EQ(Record(0).htCall, reinterpret_cast<HTAPICALL>(std::uintptr_t{0x200}));
     // In the record of a make call that takes the other one's place: that is told of its end, and calls no other number.
     begin(1);
     Marks.DeferredMakeCall = {true, 1};
@@ -338,6 +354,8 @@ TEST_F(LineRequests, ForwardUsesTheFirstEntryOfItsListAndNothingOutsideIt) {
     EXPECT_EQ(forward(1, "5678", 41), LINEERR_INVALPARAM) << "the text passes the list's end";
     EXPECT_EQ(forward(1, "5678", 42, 0xFFFFFFFE), LINEERR_INVALPARAM);
     EXPECT_EQ(forward(1, "5678", 31), LINEERR_STRUCTURETOOSMALL);
+    EXPECT_EQ(forward(1, "5678", 32), LINEERR_INVALPARAM);
+    EXPECT_EQ(forward(1, "5678", 7, 32, 0), LINEERR_STRUCTURETOOSMALL) << "not even the number of entries";
     EXPECT_STREQ(ProviderState.ForwardDestination, "1234");
     EXPECT_EQ(forward(1, std::string(38, '6'), 110), 7u);
     EXPECT_EQ(forward(1, std::string(39, '7'), 112), LINEERR_INVALPARAM) << "80 bytes";

@@ -68,16 +68,23 @@ TEST_F(LineEdges, EveryEntryIsTracedWithItsArgumentsAndRefusesItsHandleFirst) {
     const DWORD never = LINEERR_OPERATIONUNAVAIL;
     TraceMask = TRACE_ENTRY;
     ProviderState.DeviceState = DEVICE_OUT_OF_SERVICE;
+    // Each waits for the line mutex before anything else, but where `free`: the wait of the row behind is abandoned.
     struct Row {
         LONG Result;
         DWORD Wanted;
         const char* Trace;
+        bool Free;
+        Row(LONG result, DWORD wanted, const char* trace, bool free = false)
+            : Result(result), Wanted(wanted), Trace(trace), Free(free) {
+            PlatformControl::NextWait("SP62LineMutex", WAIT_ABANDONED);
+        }
     };
+    PlatformControl::NextWait("SP62LineMutex", WAIT_ABANDONED);
     // clang-format off
     const Row rows[] = {
-        {TSPI_lineNegotiateTSPIVersion(7, 0x10004, 0x20000, Any{0x78}), device, "TSPI_lineNegotiateTSPIVersion(   7,10004,20000,  78)"},
+        {TSPI_lineNegotiateTSPIVersion(7, 0x10004, 0x20000, Any{0x78}), device, "TSPI_lineNegotiateTSPIVersion(   7,10004,20000,  78)", true},
         {TSPI_lineNegotiateExtVersion(7, 0x20000, 1, 2, Any{0x78}), device, "TSPI_lineNegotiateExtVersion(   7,20000,   1,   2,  78)"},
-        {TSPI_lineOpen(7, Any{0x34}, Any{0x56}, 0x20000, Any{0xF3}), device, "TSPI_lineOpen(7,34,56,20000,f3)"},
+        {TSPI_lineOpen(7, Any{0x34}, Any{0x56}, 0x20000, Any{0xF3}), device, "TSPI_lineOpen(7,34,56,20000,f3)", true},
         {TSPI_lineClose(Any{0x12}), line, "Entering TSPI_lineClose(12)"},
         {TSPI_lineGetDevCaps(7, 0x20000, 1, Any{0x9A}), device, "Entering TSPI_lineGetDevCaps(7,20000,1,9a)"},
         {TSPI_lineGetAddressCaps(7, 3, 0x20000, 1, Any{0xBC}), device, "Entering TSPI_lineGetAddressCaps(7,3,20000,1,bc)"},
@@ -92,7 +99,7 @@ TEST_F(LineEdges, EveryEntryIsTracedWithItsArgumentsAndRefusesItsHandleFirst) {
         {TSPI_lineSetMediaMode(Any{0x19}, 5), call, "Entering TSPI_lineSetMediaMode(19,5)"},
         {TSPI_lineSetAppSpecific(Any{0x19}, 0x77), call, "Entering TSPI_lineSetAppSpecific(19,77)"},
         {TSPI_lineMakeCall(7, Any{0x12}, Any{0x34}, Any{0x56}, nullptr, 33, Any{0x78}), LINEERR_NODEVICE, "Entering TSPI_lineMakeCall(7,12,34,56,0,21,78)"},
-        {0, 0, " TSPI_lineMakeCall LINEERR_NODEVICE "},
+        {0, 0, " TSPI_lineMakeCall LINEERR_NODEVICE ", true},
         {TSPI_lineDial(7, Any{0x19}, Any{0x56}, 33), call, "Entering TSPI_lineDial(7,19,56,21)"},
         {TSPI_lineGenerateDigits(Any{0x19}, 1, 2, Any{0x56}, 4), call, "Entering TSPI_lineGenerateDigits(19,1,2,56,4)"},
         {TSPI_lineGenerateTone(Any{0x19}, 1, 2, 3, 4, Any{0x56}), call, "Entering TSPI_lineGenerateTone(19,1,2,3,4,56)"},
@@ -110,8 +117,8 @@ TEST_F(LineEdges, EveryEntryIsTracedWithItsArgumentsAndRefusesItsHandleFirst) {
         {TSPI_lineAddToConference(7, Any{0x19}, Any{0x34}), never, "Entering TSPI_lineAddToConference(7,19,34)"},
         {TSPI_linePrepareAddToConference(7, Any{0x19}, Any{2}, Any{3}, Any{4}), never, "Entering TSPI_linePrepareAddToConference(7,19,2,3,4)"},
         {TSPI_linePickup(7, Any{0x12}, 0, nullptr, nullptr, nullptr, nullptr), line, "Entering TSPI_linePickup"},
-        {TSPI_phoneNegotiateTSPIVersion(6, 1, 0x20000, Any{0x78}), phoneDevice, "TSPI_phoneNegotiateTSPIVersion(6,1,20000,78)"},
-        {TSPI_phoneOpen(6, Any{0x34}, Any{0x56}, 0x20000, Any{0xF3}), phoneDevice, "Entering TSPI_phoneOpen(6,34,56,20000)"},
+        {TSPI_phoneNegotiateTSPIVersion(6, 1, 0x20000, Any{0x78}), phoneDevice, "TSPI_phoneNegotiateTSPIVersion(6,1,20000,78)", true},
+        {TSPI_phoneOpen(6, Any{0x34}, Any{0x56}, 0x20000, Any{0xF3}), phoneDevice, "Entering TSPI_phoneOpen(6,34,56,20000)", true},
         {TSPI_phoneClose(Any{0x12}), phone, "Entering TSPI_phoneClose (12)"},
         {TSPI_phoneGetDevCaps(6, 0x20000, 1, Any{0x9A}), phoneDevice, "Entering TSPI_phoneGetDevCaps(6,20000,1,9a)"},
         {TSPI_phoneGetDisplay(Any{0x12}, Any{0x78}), phone, "Entering TSPI_phoneGetDisplay(12,78)"},
@@ -141,16 +148,52 @@ TEST_F(LineEdges, EveryEntryIsTracedWithItsArgumentsAndRefusesItsHandleFirst) {
         {TSPI_phoneSetVolume(1, Any{0x12}, 3, 4), 0, "Entering TSPI_phoneSetVolume(1,12,3,4)"},
     };
     // clang-format on
-    const std::vector<std::string> lines = TraceLines();
-    ASSERT_EQ(lines.size(), std::size(rows));
-    for (std::size_t i = 0; i < lines.size(); ++i) {
-        EXPECT_EQ(lines[i], rows[i].Trace);
-        EXPECT_EQ(Code(rows[i].Result), rows[i].Wanted) << lines[i];
+    std::vector<std::string> wanted;
+    for (const Row& row : rows) {
+        if (!row.Free)
+            wanted.emplace_back("WAITLINEMUTEX PRB WAIT_ABANDONED");
+        wanted.emplace_back(row.Trace);
+        EXPECT_EQ(Code(row.Result), row.Wanted) << row.Trace;
     }
+    EXPECT_EQ(TraceLines(), wanted);
     EXPECT_THAT(Events(), IsEmpty());
+    EXPECT_EQ(WaitLineMutex(), static_cast<LONG>(WAIT_ABANDONED)) << "the last row's";
+    ReleaseLineMutex(0);
+    TraceLines();
     EXPECT_EQ(Code(TSPI_lineForward(7, Any{0x12}, 1, 0, nullptr, 3, nullptr, nullptr, nullptr)), line);
     EXPECT_EQ(Code(TSPI_lineCloseCall(Any{0x19})), call);
     EXPECT_THAT(TraceLines(), IsEmpty()) << "these trace no wrong handle";
+}
+
+TEST_F(LineEdges, WhatIsMissingIsToldByTheCodeOfItsDevice) {
+    HDRVPHONE set = reinterpret_cast<HDRVPHONE>(&ProviderState);
+    const DWORD line = LINEERR_INVALPOINTER, phone = PHONEERR_INVALPOINTER;
+    const WCHAR* const ours = "tapi/line"_wide;
+    DWORD id = 9;
+    // clang-format off
+    const std::pair<LONG, DWORD> rows[] = {
+        {TSPI_lineNegotiateTSPIVersion(6, 0x10004, 0x20000, nullptr), line},
+        {TSPI_lineNegotiateExtVersion(6, 0x20000, 1, 2, nullptr), line},
+        {TSPI_lineOpen(6, Any{0x34}, nullptr, 0x20000, nullptr), line},
+        {TSPI_lineGetDevCaps(6, 0x20000, 0, nullptr), line},
+        {TSPI_lineGetAddressCaps(6, 1, 0x20000, 0, nullptr), LINEERR_INVALADDRESSID},
+        {TSPI_lineGetAddressCaps(6, 0, 0x20000, 0, nullptr), line},
+        {TSPI_lineGetID(Line, 0, nullptr, 1, nullptr, ours, nullptr), line},
+        {TSPI_lineGetID(Line, 0, nullptr, 1, Buffer.Room<VARSTRING>(28), nullptr, nullptr), line},
+        {TSPI_lineGetNumAddressIDs(Line, nullptr), line},
+        {TSPI_lineGetAddressID(Line, nullptr, 1, ours, 4), line},
+        {TSPI_lineGetAddressID(Line, &id, 1, nullptr, 4), line},
+        {TSPI_phoneNegotiateTSPIVersion(8, 0x10004, 0x20000, nullptr), phone},
+        {TSPI_phoneOpen(8, Any{0x34}, nullptr, 0x20000, nullptr), phone},
+        {TSPI_phoneGetDevCaps(8, 0x20000, 0, nullptr), phone},
+        {TSPI_phoneGetLamp(set, 5, nullptr), phone},
+    };
+    // clang-format on
+    for (const auto& [result, wanted] : rows)
+        EXPECT_EQ(Code(result), wanted) << &result - &rows[0].first;
+    EXPECT_EQ(id, 9u);
+    EXPECT_EQ(Buffer.End(), 4u);
+    EXPECT_EQ(Process.OpenCount, 0) << "no open has begun";
 }
 
 void CALLBACK SumOfDetails(HTAPILINE, HTAPICALL, DWORD, DWORD_PTR, DWORD_PTR p2, DWORD_PTR p3) {
@@ -184,8 +227,6 @@ TEST_F(LineEdges, ValuesAreJudgedAndKept) {
     }
     EXPECT_EQ(ProviderState.MediaMode, DWORD{4});
     EXPECT_EQ(Code(TSPI_lineSetMediaMode(Any{30}, 4)), LINEERR_INVALCALLHANDLE);
-    EXPECT_EQ(Code(TSPI_lineGetAddressCaps(6, 1, 0x20000, 0, Buffer.Room<LINEADDRESSCAPS>(400))),
-              LINEERR_INVALADDRESSID);
     Call(1, 0, CONNECTED);
     Events();
     EXPECT_EQ(TSPI_lineSetAppSpecific(Any{0x10000}, 4), 0) << "the high bits of a handle are ignored";

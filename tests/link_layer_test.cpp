@@ -286,6 +286,7 @@ TEST_F(LinkLayer, SeveralRefusalsInOneReadCauseOneResend) {
 }
 
 TEST_F(LinkLayer, ARestartInAReadIsAnsweredAloneAndAfterAMinuteWithoutSendingLosesAllCalls) {
+    ToldFirst = LINECALLSTATE_IDLE;
     Link.ProcessData = true;
     Key(1, TOUCH_MULTI);
     const int live = Call(1, 0, LINECALLSTATE_CONNECTED);

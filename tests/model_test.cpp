@@ -32,7 +32,9 @@ TEST_F(Model, NewCallReportsAllItsStatesAndThenTracesThem) {
               "| STATE 0 RINGBACK | DoLineEvent(LINE_CALLSTATE,  LINECALLSTATE_DIALTONE, 0, cref:0) | "
               "DoLineEvent(LINE_CALLSTATE,  LINECALLSTATE_DIALING, 0, cref:0) | DoLineEvent(LINE_CALLSTATE,  "
               "LINECALLSTATE_PROCEEDING, 0, cref:0) | DoLineEvent(LINE_CALLSTATE,  LINECALLSTATE_RINGBACK, 0, cref:0)");
+    Tracking.SecondCallDropReq = 1;
     EXPECT_EQ(NewCall(2, LINECALLSTATE_RINGBACK), 1);
+    EXPECT_EQ(Tracking.SecondCallDropReq, 0) << "the drop of an earlier second call is not this one's";
     EXPECT_THAT(At(2).calls, ElementsAre(0, 1));
     EXPECT_EQ(Tracking.DbCall, 1);
     Steps();
@@ -59,6 +61,7 @@ TEST_F(Model, NewStateByReportedState) {
         {CONNECTED, PROCEEDING, CONNECTED, proceeding, true},
         {CONNECTED, BUSY, CONNECTED, "", false},
     };
+    ToldFirst = ONHOLD;
     for (const Case& c : cases) {
         Fresh();
         Tracking.PickUpCref = Call(2, 0, c.from);
@@ -77,7 +80,9 @@ TEST_F(Model, ResetOfAllCallsClearsTheMarksOfDoubleCallsAndConferences) {
     Record(5).state = IDLE;
     Tracking.ConfInProgress = Tracking.ConferenceReq = Tracking.ConfEndReq = Tracking.ConfBroken = 1;
     Tracking.SecondCallDropReq = 1;
+    confstate = CONNECTED;
     CopyText(ConfText1, "MARTIN");
+    CopyText(ConfText2, "DURAND");
     AllCallReset();
     EXPECT_EQ(Steps(), "STATE 0 IDLE | AllCallReset-DoLineEvent(LINECALLSTATE_IDLE,0) | STATE 1 IDLE | "
                        "AllCallReset-DoLineEvent(LINECALLSTATE_IDLE,1) | STATE 2 IDLE | "
@@ -87,8 +92,8 @@ TEST_F(Model, ResetOfAllCallsClearsTheMarksOfDoubleCallsAndConferences) {
     EXPECT_THAT(At(8).calls, ElementsAre(2, -1)) << "only multi-line keys are emptied";
     EXPECT_EQ(Tracking.ConfInProgress | Tracking.ConferenceReq | Tracking.ConfEndReq | Tracking.ConfBroken, 0);
     EXPECT_EQ(Tracking.SecondCallDropReq | Tracking.DbCall | Tracking.ActivCallTouch, 0);
-    EXPECT_EQ(Tracking.ConfParty1, -1);
-    EXPECT_STREQ(ConfText1, "");
+    EXPECT_TRUE(Tracking.ConfParty1 == -1 && Tracking.ConfParty2 == -1 && confstate == IDLE);
+    EXPECT_EQ(std::string(ConfText1) + ConfText2, "");
     for (const CallRecord& call : CallTable)
         EXPECT_TRUE(call.state == IDLE && call.touch == 0 && !call.HasDirection());
     // The next call with that record is not ended when the boss key goes out.

@@ -75,6 +75,7 @@ TEST_F(MultiLine, FromAnIdleKey) {
          Rings, 0, [] { Tracking.OfferTicks = 9; }},
     });
     EXPECT_EQ(Tracking.OfferTicks, 0) << "its caller has a second to show, whoever rang before";
+    EXPECT_EQ(Tracking.RingingKey, 0) << "once its call has ended, it is free again";
     Check({
         {"", 2, Dark, Rings, "SwapKeyTransfering cref 0000 new Icone:2 state INCOMING", Rings, 0,
          [&] { SwapKeyTransferingCref = Call(8, 0, OFFERING); }},
@@ -102,7 +103,6 @@ TEST_F(MultiLine, FromAnIdleKey) {
     EXPECT_EQ(RunningRequest.Code, REQUEST_NONE);
     EXPECT_EQ(RunningRequest.ConsultCref, -1);
     EXPECT_EQ(Record(0).touch, 1);
-    EXPECT_EQ(Record(0).byMakeCall, 1);
 }
 
 TEST_F(MultiLine, AnswerHoldRetrieve) {
@@ -180,6 +180,44 @@ TEST_F(MultiLine, KeyThatRingsAgain) {
             Rings, 1}});
     EXPECT_FALSE(Record(1).HasDirection());
     EXPECT_EQ(Tracking.DbCall, 0);
+    Check({{"1D-", 1, Lit, Rings, "Icone:1 - Etat:OFFERING - Ref:0 | STATE 0 OFFERING", Rings, 1,
+            [] { Tracking.DbCall = 1; }}});
+    EXPECT_EQ(Tracking.DbCall, 0);
+    EXPECT_EQ(Record(0).Inbound, 1) << "offered";
+}
+
+// A record that its former call has left its direction, as an abandoned second call does.
+TEST_F(MultiLine, NewCallHasItsOwnDirection) {
+    const std::tuple<const char*, const char*, Given> rows[] = {
+        // Inbound, Outbound, byMakeCall
+        {"", "010", [&] { Icon(1, Lit); }},
+        {"", "110", [&] { Icon(1, Rings); }},
+        {"", "100", [&] { Icon(1, Reserved); }},
+        {"", "110", [&] { Icon(7, Rings); }},
+        {"", "010", [] { NewCall(1, PROCEEDING); }},
+        {"", "100", [&] { Tracking.PickUpCref = 0, Icon(1, Lit); }},
+        {"", "100", [&] { PickUpSupervCref = 0, Icon(1, Lit); }},
+        {"", "011",
+         [&] {
+             RunningRequest = {REQUEST_SETUP_TRANSFER, 5, 0}, Icon(1, Lit);
+         }},
+        {"", "111", [] { DoMakeCall(0, REQUEST_MAKE_CALL); }},
+        {"1C", "010", [&] { Settings.EnquiryCallMode = 1, Display(1, "Fin2Ap"); }},
+        {"1C", "011", [&] { Display(0, "Numero:"); }},
+    };
+    for (const auto& [situation, direction, begins] : rows) {
+        Stand(situation, "");
+        Settings.EnquiryCallMode = 0;
+        const int cref = *situation == 0 ? 0 : 1;
+        CallRecord& call = Record(cref);
+        call.Inbound = call.Outbound = call.byMakeCall = 1;
+        call.htCall = reinterpret_cast<HTAPICALL>(static_cast<std::uintptr_t>(0x100 + cref));
+        begins();
+        EXPECT_EQ(std::to_string(call.Inbound) + std::to_string(call.Outbound) + std::to_string(call.byMakeCall),
+                  direction)
+            << &direction - &std::get<1>(rows[0]);
+        Steps();
+    }
 }
 
 TEST_F(MultiLine, KeyThatGoesOut) {
@@ -244,9 +282,12 @@ TEST_F(MultiLine, SupervisionKeyThatStopsRinging) {
             {"7H", 7, Rings, icon, "Icone:7 éteint - Superv Interceptee - Ref:0", Dark, 0, elsewhere},
             {"7C", 7, Rings, icon, "Icone:7 éteint - Superv etat impossible 100 - Ref:0", Rings, 0},
         });
+    for (const char* silent : {"", "7C", "7R"}) {
+        Stand(silent, "");
+        SupervKeyPressed(7);
+        EXPECT_EQ(PickUpSupervCref, -1) << "it does not ring";
+    }
     Fresh();
-    SupervKeyPressed(7);
-    EXPECT_EQ(PickUpSupervCref, -1) << "it does not ring";
     Settings.SupervService = 0;
     Icon(7, Rings);
     EXPECT_EQ(Steps(), "");

@@ -100,6 +100,7 @@ TEST_F(Dispatching, EachCodeRunsItsHandlerAndEndsInItsWay) {
 }
 
 TEST_F(Dispatching, MakeCallThatIsPutOffKeepsItsRecordAndIsToldOfItsEnd) {
+    ToldFirst = DISCONNECTED | IDLE;
     const auto putOff = [this](int cref) {
         Fresh();
         Marks = RequestMarks{};

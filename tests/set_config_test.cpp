@@ -86,6 +86,16 @@ TEST_F(Dialogue, GoesThroughItsStepsOneRequestAnAnswer) {
     HandleKeyInfoAck(1, Payload("0"));
     HandleKeyInfoAck(1, Payload("1  3 '4713' 0"));
     EXPECT_THAT(Requests(), ElementsAre("8 from 0", "8 from 2", "8 from 2", "30"));
+    TraceLines();
+    for (const auto& [handle, counts] : {std::pair{&HandleStringAck, "1"},
+                                         {HandleSkAck, "1"},
+                                         {HandleCodeAck, "1"},
+                                         {HandleStringAck, "0"},
+                                         {HandleKeySpeAck, "1 2 3 4"}})
+        handle(1, Payload(counts));
+    EXPECT_THAT(Requests(), ElementsAre("12 from 0", "16 from 0", "20 from 0", "32 from 0"));
+    EXPECT_THAT(TraceLines(), testing::IsSupersetOf({"Nbre touch Superv     :1", "Nbre touch Patron     :2",
+                                                     "Nbre touch Secretaire :3", "Nbre touch Sec Debord :4"}));
     EXPECT_STREQ(Settings.DisplayStrings[STRING_DIAL], "Dial:");
     EXPECT_EQ(TouchTable[9].kind, TOUCH_PATRON);
     EXPECT_THAT(LineEvents(), ElementsAre("LINEDEV CONNECTED|INSERVICE", "LINEDEV CONNECTED|INSERVICE"));

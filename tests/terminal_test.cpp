@@ -95,6 +95,25 @@ TEST_F(Terminal, LampsTakeTheModesThatExist) {
     EXPECT_EQ(::Display.Lamps[0], 0u);
 }
 
+// As the phone's queries would answer from within the event: the set's lamp, key 3's icon, line 0.
+std::string Asked;
+void CALLBACK AskBack(HTAPIPHONE, DWORD, DWORD_PTR state, DWORD_PTR lamp, DWORD_PTR) {
+    Asked += " " + (state == PHONESTATE_DISPLAY
+                        ? std::string(::Display.Lines[0], 2)
+                        : std::to_string(lamp < 20 ? ::Display.Lamps[lamp] : TouchTable[lamp - 20].rawIcon));
+}
+
+TEST_F(Terminal, WhatHasChangedIsToldAfterItHasButForTheSetsLamps) {
+    ProviderState.PhoneEventProc = AskBack;
+    Command({0x21, 1, 19});
+    Command({0x21, 3, 19});
+    Command({0x21, 7, 0});
+    Command({0x47, 3, 0x20, 0x20});
+    Command({0x46});
+    Command({0x27, 0, 0, 'A', 'B'});
+    EXPECT_EQ(Asked, " 0 4 0 16 8224 2 AB");
+}
+
 TEST_F(Terminal, SmallCommandsReportTheirPartOfThePhone) {
     for (const auto& command : {ToBytes({0x29, 1}), ToBytes({0x29, 0}), ToBytes({0x29}), ToBytes({0xBB}),
                                 ToBytes({0x3E}), ToBytes({0x48, 1}), ToBytes({0x7F})})

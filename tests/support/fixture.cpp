@@ -29,6 +29,7 @@
 #include <utility>
 
 bool CallbacksUnderTheMutex = false;
+DWORD ToldFirst = 0;
 
 namespace {
 
@@ -109,12 +110,19 @@ void ExpectEndedLeftAlone() {
 }
 
 // Applications ask back while they are told: what they are told is already stored. Not so on the way to RINGBACK, which is
-// told in several states at once, and for a hold that the PBX reports.
+// told in several states at once.
 void ExpectStored(HTAPICALL call, DWORD told) {
-    constexpr DWORD STORED_FIRST =
-        LINECALLSTATE_OFFERING | LINECALLSTATE_CONNECTED | LINECALLSTATE_BUSY | LINECALLSTATE_CONFERENCED;
+    constexpr DWORD STORED_FIRST = LINECALLSTATE_OFFERING | LINECALLSTATE_CONNECTED | LINECALLSTATE_BUSY |
+                                   LINECALLSTATE_CONFERENCED | LINECALLSTATE_ONHOLD | LINECALLSTATE_DISCONNECTED |
+                                   LINECALLSTATE_IDLE;
     const std::size_t cref = reinterpret_cast<std::uintptr_t>(call) - 0x100;
-    if (cref >= CallTable.size() || (told & STORED_FIRST) == 0)
+    if (cref == CONF_CREF && (told & (LINECALLSTATE_ONHOLDPENDCONF | LINECALLSTATE_CONNECTED)) != 0) {
+        EXPECT_EQ(confstate, told);
+    }
+    if (cref == CONF_CREF && told == LINECALLSTATE_IDLE) {
+        EXPECT_EQ(Tracking.ConferenceReq, 0) << "the next one asked for is not forgotten with this one";
+    }
+    if (cref >= CallTable.size() || (told & STORED_FIRST & ~ToldFirst) == 0)
         return;
     const DWORD stored = CallTable[cref].state;
     EXPECT_EQ(stored == STATE_REOFFERING ? DWORD{LINECALLSTATE_OFFERING} : stored, told) << "call " << cref;
@@ -176,6 +184,7 @@ std::string Utf8(std::string_view cp1252) {
 
 void ResetProvider() {
     CallbacksUnderTheMutex = false;
+    ToldFirst = 0;
     ResetRecords();
     Settings.SupervService = 1;
     Settings.MaxDigitLocal = 8;

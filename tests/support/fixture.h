@@ -48,6 +48,10 @@ void OpenForCapture();
 // not step by step. ResetProvider() clears it.
 extern bool CallbacksUnderTheMutex;
 
+// Call states that TAPI may be told before they are stored: a hold that the PBX reports, the end of a call that was put
+// off or went with the contact. ResetProvider() clears it.
+extern DWORD ToldFirst;
+
 // Trace lines written since the last call, without clock, as UTF-8; header lines left out.
 std::vector<std::string> TraceLines();
 

@@ -14,6 +14,7 @@ void Service::SetUp() {
     PlatformControl::Reset();
     ResetProvider();
     CallbacksUnderTheMutex = true;
+    ToldFirst = LINECALLSTATE_ONHOLD | LINECALLSTATE_DISCONNECTED | LINECALLSTATE_IDLE;
     TraceLines();
     Events();
     PlatformControl::MapPort("COM1", &Port);
