@@ -23,10 +23,10 @@ using Bytes = std::span<const std::uint8_t>;
 
 constexpr std::uint8_t MODULE_PREFIX = 0x02;
 constexpr std::uint8_t SUPER_MESSAGE = 0x0B;
-constexpr int SUPER_MESSAGE_DEPTH = 8;  // Super Messages within one another
-constexpr DWORD KEY_LAMPS = 20;         // lamp identifier of key 0
-constexpr DWORD ICON_OFF = 2;           // raw icon value of a module key that was cleared
-constexpr int CURSOR_MAX = 1 << 20;     // far off the line; keeps the count from overflowing
+constexpr int SUPER_MESSAGE_DEPTH = 8;   // Super Messages within one another
+constexpr DWORD KEY_LAMPS = LAMP_COUNT;  // lamp identifier of key 0
+constexpr DWORD ICON_OFF = 2;            // raw icon value of a module key that was cleared
+constexpr int CURSOR_MAX = 1 << 20;      // far off the line; keeps the count from overflowing
 constexpr auto ANSWERED_FRAME = FixedFrame(FRAME_KEY, 0x1F, 5, 1);
 
 // Whose command it is.
