@@ -166,9 +166,9 @@ TEST_F(Dialogs, AdvancedSettingsAreTakenAndWrittenWhereTheyDiffer) {
         {nullptr, "12", 0, IDOK, true, "0 0 12 0"},
         {nullptr, "1", 0, IDOK, false, "0 0 12 0"},
         {"00", nullptr, 0, IDOK, true, "00 0 12 0"},
-        {nullptr, "25", IDC_PBX_MODE, IDOK, true, "00 0 12 1"},
+        {nullptr, "20", IDC_PBX_MODE, IDOK, true, "00 0 12 1"},
         {nullptr, "x", IDC_PREFIX_DISPLAYED, IDOK, true, "00 1 12 1"},
-        {"123456", nullptr, 0, IDOK, true, "1234 1 12 1"},
+        {"123456", "2", 0, IDOK, true, "1234 1 02 1"},
         {nullptr, nullptr, IDC_DEFAULTS, IDOK, true, "0 0 08 0"},
         {"", "19", IDC_KEY_SYSTEM_MODE, IDOK, true, "(none) 0 19 0"},
     };
@@ -189,6 +189,16 @@ TEST_F(Dialogs, AdvancedSettingsAreTakenAndWrittenWhereTheyDiffer) {
                   entry.stored);
         EXPECT_EQ(Settings.MaxDigitLocal, std::stoi(Setting("SetConfig", "MaxDigitLocal")));
     }
+    int times = 0;
+    EXPECT_THAT(Configure([&](Dialog& dialog) {
+                    if (dialog.Id == IDD_ADVANCED && ++times == 1)
+                        dialog.Type(IDC_DIGITS, "5");
+                    for (int i = 0; i < 2 && dialog.Id == IDD_MAIN; ++i)
+                        dialog.Press(IDC_ADVANCED);
+                    dialog.Press(IDOK);
+                }),
+                ElementsAre("6:1 code 1 172/176", "6:1 code 3 32/36", "6:1 code 4 32/36", "6:1 code 3 32/36"))
+        << "what was sent once is no change any more";
 }
 
 TEST_F(Dialogs, AdvancedDialogShowsWhatTheStoreHoldsAndItsDefaults) {
@@ -284,8 +294,12 @@ TEST_F(Dialogs, BuffersThatAreNotWhatTheySayAreLeftAlone) {
 }
 
 TEST_F(Dialogs, TextsWithoutAnEndAreCutToTheirFields) {
-    Ask(1, UI_SPI_EI_CFGDLG_SET, 172, 176);
-    EXPECT_EQ(Setting("Provider", "Port"), std::string(39, 'x'));
+    PlatformControl::NextWait("SP62LineMutex", WAIT_TIMEOUT);
+    for (const char* port : {"COM2", "xxxxxxxxxxxxxxxxxxxxxxxxxxxxxxxxxxxxxxx"}) {
+        Ask(1, UI_SPI_EI_CFGDLG_SET, 172, 176);
+        EXPECT_EQ(Setting("Provider", "Port"), std::string(39, 'x'));
+        EXPECT_STREQ(ProviderState.PortName, port) << "taken only under the line mutex";
+    }
     Ask(1, UI_SPI_EI_CFGDLG_ADV_SET, 32, 36);
     EXPECT_EQ(std::string(Settings.ExtPrefix), std::string(19, 'x'));
 }

@@ -125,7 +125,9 @@ TEST_F(InTheService, AMissingPortIsToldOnceAMinuteUntilSomebodyIsThereToSeeIt) {
     PlatformControl::UseScreen(Screen::NobodyLoggedOn);
     GoInService();
     PlatformControl::Port("COM1").OpenError = ERROR_FILE_NOT_FOUND;
+    Logged();
     LoseContact();
+    EXPECT_THAT(Logged(), testing::IsSupersetOf({"W2 COM1", "E6 COM1 2"})) << "lost, and not opened again";
     PlatformControl::FailCall("WTSQuerySessionInformationW");  // nobody, as before, and counted
     Advance(180'000);
     EXPECT_LE(PlatformControl::CallsCounted(), 12) << "not at every tick, and under the line mutex";
@@ -169,12 +171,13 @@ TEST_F(InTheService, BoxesUnderOneHoldOfTheMutexShareTheirFifteenSeconds) {
 TEST_F(InTheService, WhereNobodyCanSeeABoxItIsAnsweredAtOnceAndOnlyLogged) {
     const struct {
         Screen screen;
-        const char* fails;
+        const char *fails, *logged = "abort";  // the end of the entry: the box's text, or the error behind it
     } rows[] = {{Screen::UserAtADistance, "WTSEnumerateSessionsW"},
                 {Screen::NobodyLoggedOn, nullptr},
                 {Screen::NoSession, nullptr},
                 {Screen::UsersSession, "LoadLibraryA"},
-                {Screen::UsersSession, "WTSSendMessageW"},
+                {Screen::UsersSession, "CreateThread", " 1450"},
+                {Screen::UsersSession, "WTSSendMessageW", " 5"},
                 {Screen::UsersSession, "WTSQuerySessionInformationW"}};
     for (const auto& row : rows) {
         SCOPED_TRACE(row.fails == nullptr ? "nobody" : row.fails);
@@ -189,7 +192,8 @@ TEST_F(InTheService, WhereNobodyCanSeeABoxItIsAnsweredAtOnceAndOnlyLogged) {
         LoseContact();
         EXPECT_THAT(LineEvents(), ElementsAre("LINEDEV DISCONNECTED|OUTOFSERVICE", "CLOSE")) << "as after OK";
         EXPECT_EQ(BoxCount(), 0u);
-        EXPECT_THAT(Logged(), testing::Contains(testing::AllOf(StartsWith("W16 Hardware Problem"))));
+        EXPECT_THAT(Logged(), testing::Contains(
+                                  testing::AllOf(StartsWith("W16 Hardware Problem"), testing::EndsWith(row.logged))));
         PlatformControl::CallsWork();
         Machine.faults.silent = false;
         CloseLine();
@@ -267,9 +271,16 @@ TEST_F(Service, TheEventLogTellsWhyAPortWasNotOpened) {
         EXPECT_THAT(Logged(), ElementsAre(row.entry, row.box));
     }
     PlatformControl::Port("COM1").OpenError = 0;
+    for (const std::string port : {"NONE", "COM5"}) {
+        SetSetting("Provider", "Port", port.c_str());
+        EXPECT_NE(OpenLine(), 0);
+        EXPECT_THAT(Logged(), ElementsAre("E7 " + port)) << "once, though it may be found out twice";
+    }
+    ResetEventLog();
     SetSetting("Provider", "Port", "NONE");
-    EXPECT_NE(OpenLine(), 0);
-    EXPECT_THAT(Logged(), ElementsAre("E7 NONE")) << "once, though it is found out twice";
+    DWORD options = 0;
+    EXPECT_EQ(TSPI_providerInit(0x20000, 9, 3, 5, 1, 1, nullptr, &options), 0);
+    EXPECT_THAT(Logged(), ElementsAre("E7 NONE")) << "before anybody opens the line";
 }
 
 TEST_F(Service, TheEventLogGetsTheSameEntryOnceAMinuteAndThenHowManyMore) {

@@ -18,6 +18,11 @@ TEST_F(Forwarding, NeedsAnIdleSetAndItsCode) {
     }
     EXPECT_EQ(Tracking.PickUpCref, -1);
     CopyText(ProviderState.ForwardDestination, "4750");
+    EXPECT_EQ(Tracking.ForwardAckTicks, 0);
+    Fresh();
+    EXPECT_EQ(DoForward(ForwardingModes[0]), 0);
+    EXPECT_EQ(Tracking.ForwardAckTicks, 15) << "1.5 s in which a line key that lights is this one's";
+    Pressed();
     for (const char* none : {"", "AB"}) {  // letters are left out of codes
         for (auto& code : Settings.ServiceCodes)
             CopyText(code, none);

@@ -89,21 +89,25 @@ TEST_F(StartAndStop, ThreadThatEndedByItselfOrWasNeverMadeIsNotStoppedAndLeavesN
                                                      std::string("Thread serial didn't start error 1450")}));
 }
 
-TEST_F(StartAndStop, ThreadThatDoesNotEndIsForgottenAfterThirtySeconds) {
-    PlatformControl::Port("COM1").OpenError = 5;
+TEST_F(StartAndStop, ThreadThatDoesNotEndIsForgottenAfterThirtySecondsAndNoOtherStartsBesideIt) {
     PlatformControl::KeepBoxesOpen(60'000);
-    EXPECT_EQ(static_cast<DWORD>(Open()), 0x80000001);
+    EXPECT_EQ(Open(), 0);
+    PlatformControl::Advance(7000);  // contact is lost: a box
     TraceLines();
     ASSERT_EQ(WaitLineMutex(), 0);
     const std::uint32_t asked = PlatformControl::Now();
     EXPECT_EQ(StopSerialThread(), 0);
     EXPECT_EQ(PlatformControl::Now() - asked, 30'000u);
     EXPECT_THAT(TraceLines(),
-                ElementsAre("StopSerialThread Request", "StopSerialThread Prb WAIT_TIMEOUT SerialThread"));
+                testing::IsSupersetOf({"StopSerialThread Request", "StopSerialThread Prb WAIT_TIMEOUT SerialThread"}));
     EXPECT_TRUE(HeldTheMutex());
     EXPECT_EQ(Process.SerialThread, nullptr);
     EXPECT_FALSE(StopRequest);
+    EXPECT_EQ(static_cast<DWORD>(Open()), 0x80000001) << "the port is that thread's";
+    EXPECT_THAT(TraceLines(), testing::Contains("End TSPI_lineOpen Pb"));
+    EXPECT_FALSE(HeldTheMutex());
     PlatformControl::Advance(60'000);
+    EXPECT_EQ(Open(), 0);
 }
 
 DWORD WINAPI RunOnAThread(LPVOID what) {
@@ -272,6 +276,11 @@ TEST_F(StartAndStop, InitialisationNeedsAFourCharacterPortAndSucceedsAllTheSame)
     PlatformControl::FailCall("RegQueryValueExA", 1, PlatformControl::Failing::Once);
     Initialise("COM1");
     EXPECT_STREQ(ProviderState.PortName, "COM1") << "read again behind the configuration";
+    PlatformControl::FailCall("RegQueryValueExA");
+    Initialise("COM1");
+    PlatformControl::CallsWork();
+    Process.OpenCount = 0;
+    EXPECT_EQ(Open(), 0) << "and by the first open";
     const ProviderStateRecord& p = ProviderState;
     const LINEDIALPARAMS& dial = p.DialParams;
     EXPECT_EQ((std::vector<DWORD>{p.LineDeviceID, p.PermanentProviderID, p.MediaMode, p.FwdStatus,

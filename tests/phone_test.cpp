@@ -16,9 +16,9 @@ protected:
     HDRVPHONE Set = reinterpret_cast<HDRVPHONE>(&ProviderState);
     CallersBuffer Buffer;
 
-    LONG Press(DWORD mode, DWORD id) {
+    LONG Press(DWORD mode, DWORD id, DWORD total = 16) {
         PHONEBUTTONINFO info{};
-        info.dwTotalSize = sizeof info;
+        info.dwTotalSize = total;
         info.dwButtonMode = mode;
         return TSPI_phoneSetButtonInfo(7, Set, id, &info);
     }
@@ -75,6 +75,8 @@ TEST_F(Phone, ButtonsAreOfTheSetLampsOfTheSetAndItsKeys) {
             << mode << ' ' << id;
     }
     EXPECT_EQ(TSPI_phoneSetButtonInfo(7, Set, 5, nullptr), 0);
+    EXPECT_EQ(Press(PHONEBUTTONMODE_FEATURE, 5, 15), 0) << "too short to hold a mode";
+    EXPECT_THAT(QueuedFrames(), IsEmpty());
     ProviderState.PendingRequestID = 99;
     EXPECT_EQ(Press(PHONEBUTTONMODE_FEATURE, 5), 0) << "refused, and not told";
     EXPECT_THAT(QueuedFrames(), IsEmpty());

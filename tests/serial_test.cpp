@@ -197,8 +197,20 @@ TEST_F(Thread, OtherPortNamesEndTheThreadWithoutASignal) {
         Configure(name);
         EXPECT_EQ(static_cast<DWORD>(Start()), static_cast<DWORD>(LINEERR_NODRIVER)) << name;
     }
+    Configure("LPT1");  // as long as a name may be
+    EXPECT_EQ(Start(), 0);
+    PlatformControl::Settle();
+    EXPECT_EQ(PlatformControl::Boxes().back().Text, "Serial Port Problem - Check it and try again \n\nAccess Failed");
+    EXPECT_THAT(TraceLines(), testing::Contains("LastError 123"));
     PlatformControl::MapPort("COM4", &Port);
     Configure("COM4");
+    PlatformControl::FailCall("SetTimer");
+    EXPECT_EQ(Start(), 0);
+    PlatformControl::Settle();
+    EXPECT_THAT(TraceLines(), testing::IsSupersetOf({"***Comm port failed to open", "LastError 1450"}))
+        << "a port that no tick serves is none";
+    EXPECT_EQ(PlatformControl::Port("COM4").Closes, 1);
+    PlatformControl::CallsWork();
     EXPECT_EQ(Start(), 0);
 }
 

@@ -6,6 +6,7 @@
 #include "control/requests.h"
 #include "link/fifo.h"
 #include "link/link_layer.h"
+#include "provider/event_log.h"
 #include "provider/process.h"
 #include "support/fixture.h"
 #include "support/port.h"
@@ -56,6 +57,14 @@ protected:
         Ticks(1);
         EXPECT_EQ(Tick.Kept, 10);
     }
+    // Why the provider stopped itself, for the administrator: the entry in front of its box's.
+    static std::string StopLogged() {
+        const std::vector<PlatformControl::LogEntry> entries = PlatformControl::LogEntries();
+        if (entries.size() < 2 || entries.back().Event != EVENT_BOX_ON_SCREEN)
+            return "no box";
+        const PlatformControl::LogEntry& entry = entries[entries.size() - 2];
+        return std::to_string(entry.Event & 0xFFFF) + " " + entry.Texts.at(0);
+    }
     static bool Traced(const std::string& wanted) {
         for (const std::string& line : TraceLines())
             if (line.find(wanted) != std::string::npos)
@@ -64,20 +73,28 @@ protected:
     }
 };
 
+// From within the end of a call an application asks for the next: nothing more is accepted by then.
+LINEEVENT Capture;
+void CALLBACK EndsOfAStop(HTAPILINE line, HTAPICALL call, DWORD message, DWORD_PTR p1, DWORD_PTR p2, DWORD_PTR p3) {
+    EXPECT_TRUE(message != LINE_CALLSTATE || (Tick.SpStopped && ProviderState.DeviceState == DEVICE_OUT_OF_SERVICE));
+    Capture(line, call, message, p1, p2, p3);
+}
+
 TEST_F(Ticking, StopsAtItsLimitWithoutTheConfiguration) {
+    Capture = std::exchange(ProviderState.LineEventProc, EndsOfAStop);
     const std::string noAnswer = "No response from PBX !\nThe Corvane Service Provider cannot run...\n\n"
                                  "- Check your PBX version.\n - Check your VXC setup.",
                       wrong = "     Set Configuration Error\n\n";
     const struct {
         int limit, version, type, multi;
         const char* lastAction;
-        std::string box;
+        std::string box, logged;
     } cases[] = {
-        {90, 0, 0, -1, "failed :Config dynamic :Device association ack not received", noAnswer},
-        {140, 2, 1, 3, "failed :Not a KB2(7120) set", wrong + "Your set is not a 7120/7121 Corvane set"},
-        {140, 2, 3, 0, "failed :Not a multiline set", wrong + "Your set has not a multiline config"},
-        {140, 1, 0, 0, "failed :Not a multiline set", wrong + "Your set has not a multiline config"},
-        {140, 1, 0, -1, "failed :Config dynamic not received", noAnswer},
+        {90, 0, 0, -1, "failed :Config dynamic :Device association ack not received", noAnswer, "8 COM1"},
+        {140, 2, 1, 3, "failed :Not a KB2(7120) set", wrong + "Your set is not a 7120/7121 Corvane set", "10 COM1"},
+        {140, 2, 3, 0, "failed :Not a multiline set", wrong + "Your set has not a multiline config", "11 COM1"},
+        {140, 1, 0, 0, "failed :Not a multiline set", wrong + "Your set has not a multiline config", "11 COM1"},
+        {140, 1, 0, -1, "failed :Config dynamic not received", noAnswer, "9 COM1"},
     };
     std::size_t boxes = 0;
     std::vector<std::string> before;  // the box, in which further ticks run
@@ -88,6 +105,7 @@ TEST_F(Ticking, StopsAtItsLimitWithoutTheConfiguration) {
     });
     for (const auto& c : cases) {
         Tick = TickState{};
+        ResetEventLog();
         Tick.DeviceAssocAck = c.limit != 90;
         ProviderState.DeviceState = DEVICE_STARTING;
         ProviderState.TAPI_OMNA_Ver = static_cast<std::uint8_t>(c.version);
@@ -102,6 +120,7 @@ TEST_F(Ticking, StopsAtItsLimitWithoutTheConfiguration) {
         EXPECT_EQ(PlatformControl::Boxes().back().Text, c.box);
         EXPECT_EQ(PlatformControl::Boxes().back().LineMutexHeld, c.box != noAnswer);
         EXPECT_EQ(Setting("Dynamic_Set_Conf", "LastAction"), c.lastAction);
+        EXPECT_EQ(StopLogged(), c.logged);
         EXPECT_THAT(before, ElementsAre("STATE " + call + " IDLE"));
         EXPECT_THAT(LineEvents(), ElementsAre("CLOSE"));
         const std::string limit = std::to_string(c.limit), how = c.limit == 90 ? "Cas 1" : "Cas 2";
@@ -142,6 +161,7 @@ TEST_F(Ticking, TraceModeWatchdogStopsTheLinkAtItsLimitOrEndsWithTheFirstHeader)
     EXPECT_THAT(LineEvents(), ElementsAre("STATE 0 IDLE", "CLOSE"));
     EXPECT_TRUE(Traced("TIMEOUT Bad MAC/PC No Trace mode: WaitTrace 250 limit 250"));
     EXPECT_EQ(Setting("Dynamic_Set_Conf", "LastAction"), "failed :Bad MAC/PC trace mode");
+    EXPECT_EQ(StopLogged(), "12 COM1");
 }
 
 TEST_F(Ticking, BadStoredStringStopsUnderTheMutexAndOnlyOnce) {
@@ -159,6 +179,7 @@ TEST_F(Ticking, BadStoredStringStopsUnderTheMutexAndOnlyOnce) {
     ASSERT_EQ(PlatformControl::Boxes().size(), 1u);
     EXPECT_EQ(PlatformControl::Boxes()[0].Text, "Corvane Service Provider internal error\n\nBad string definition");
     EXPECT_TRUE(PlatformControl::Boxes()[0].LineMutexHeld);
+    EXPECT_EQ(StopLogged(), "13 COM1");
     EXPECT_THAT(LineEvents(), IsEmpty());
 }
 
