@@ -2,7 +2,7 @@
 //   lines [text, ms, time of day in ms or -1, levels], steps [line, from, to, words, crefs, keys],
 //   troubles [line, last line, count, what, advice], calls {cref, over, parties, states [line, state]},
 //   changes of the set [line, what, number, value, text, kind].
-import { button, choice, element, labelled, setText, shape } from './dom.js';
+import { button, choice, element, labelled, setAttribute, setText, shape } from './dom.js';
 import { SetPicture } from './set.js';
 
 const data = JSON.parse(document.getElementById('data').textContent);
@@ -12,6 +12,7 @@ const LEVELS = [[1, 'entry'], [2, 'link'], [4, 'input'], [8, 'display'], [16, 'c
 const ROW = 34;              // px, as in the style sheet
 const LONGEST_GAP = 4000;    // ms: longer ones are drawn so long
 const AROUND = 14;           // plain lines shown before and behind the chosen one
+const REST_MS = 300;         // without another choice, until the address tells the chosen one
 
 const pad = (value, digits) => String(value).padStart(digits, '0');
 function timeOf(line) {
@@ -47,12 +48,34 @@ function showHead() {
 
 // --- the chosen moment, a line of the trace
 
-let chosen = 0;
-const followers = [];
+let chosen = 0, scrolls = false, resting;
+const followers = [];  // only the first and the last one measure: before and behind all changes, so one layout will do
+const follow = onceAFrame(() => {
+  for (const one of followers) one(scrolls);
+  scrolls = false;
+});
 function choose(line, scroll) {
   chosen = Math.max(0, Math.min(data.lines.length - 1, line));
-  history.replaceState(null, '', '#L' + (chosen + 1));
-  for (const follow of followers) follow(scroll);
+  scrolls ||= scroll;
+  follow();
+  clearTimeout(resting);  // browsers refuse an address that changes with every move of a hand
+  resting = setTimeout(() => history.replaceState(null, '', linkToChosen()), REST_MS);
+}
+function linkToChosen() {
+  return location.href.replace(/#.*/, '') + '#L' + (chosen + 1);
+}
+
+// However often it is called meanwhile.
+function onceAFrame(draw) {
+  let waits = false;
+  return () => {
+    if (waits) return;
+    waits = true;
+    requestAnimationFrame(() => {
+      waits = false;
+      draw();
+    });
+  };
 }
 
 // --- the set
@@ -159,7 +182,7 @@ function showTimeline() {
   });
 }
 
-// --- the chart: only the rows in sight are in the document
+// --- the chart: only the rows in sight are in the document, and those that stay in sight stay as they are
 
 function showChart() {
   const search = element('input', { placeholder: 'words, bytes', 'aria-label': 'Search' });
@@ -174,6 +197,7 @@ function showChart() {
   const rows = at('rows'), all = element('div', { class: 'all' });
   rows.append(all);
   const wrong = new Set(data.troubles.map(([line]) => line));
+  const built = new Map();  // by their places in `shown`
   let shown = [];
 
   const filter = () => {
@@ -186,6 +210,8 @@ function showChart() {
              (text === '' || words.toLowerCase().includes(text) || plain.toLowerCase().includes(text));
     });
     all.style.height = shown.length * ROW + 'px';
+    all.replaceChildren();
+    built.clear();
     draw();
   };
   const build = (step, i) => {
@@ -193,7 +219,7 @@ function showChart() {
     const before = i > 0 ? data.lines[line][1] - data.lines[shown[i - 1][0]][1] : 0;
     const left = Math.min(from, to), right = Math.max(from, to);
     return element('div', { class: 'step' + (wrong.has(line) ? ' wrong' : ''), role: 'option', style: 'top:' + i * ROW + 'px',
-                            'aria-selected': line === chosen ? 'true' : 'false', 'data-line': line },
+                            'data-line': line },
       element('span', { class: 'when' }, timeOf(line), element('span', { class: 'gap' }, before > 0 ? '+' + spanOf(before) : '')),
       element('div', { class: 'way' },
         element('div', { class: 'arrow ' + (from < to ? 'right' : 'left'),
@@ -202,18 +228,20 @@ function showChart() {
                          style: left < 2 ? 'left:calc(' + (12.5 + 25 * left) + '% + 6px)'
                                          : 'left:0;right:calc(12.5% + 8px);text-align:right' }, words)));
   };
-  let waiting = false;
   const draw = () => {
-    waiting = false;
     const first = Math.max(0, Math.floor(rows.scrollTop / ROW) - 6);
     const last = Math.min(shown.length, first + Math.ceil(rows.clientHeight / ROW) + 14);
-    all.replaceChildren(...shown.slice(first, last).map((step, i) => build(step, first + i)));
+    for (const [i, row] of built) {
+      if (i >= first && i < last) continue;
+      row.remove();
+      built.delete(i);
+    }
+    for (let i = last - 1; i >= first; --i) {
+      if (!built.has(i)) built.set(i, all.insertBefore(build(shown[i], i), built.get(i + 1) ?? null));
+      setAttribute(built.get(i), 'aria-selected', shown[i][0] === chosen ? 'true' : 'false');
+    }
   };
-  rows.addEventListener('scroll', () => {
-    if (waiting) return;
-    waiting = true;
-    requestAnimationFrame(draw);
-  });
+  rows.addEventListener('scroll', onceAFrame(draw));
   rows.addEventListener('click', (event) => {
     const step = event.target.closest('.step');
     if (step) choose(Number(step.dataset.line), false);
@@ -241,7 +269,7 @@ function showChart() {
 
 function showPlain() {
   const link = button('Copy a link to this line', { onclick: () => {
-    const text = location.href;
+    const text = linkToChosen();
     navigator.clipboard?.writeText(text).then(() => setText(link, 'Copied'), () => prompt('The link', text)) ?? prompt('The link', text);
   } });
   at('plain').append(element('p', { class: 'copy' }, link));
@@ -258,9 +286,9 @@ function showPlain() {
 }
 
 showHead();
+showChart();
 showPicture();
 showTimeline();
-showChart();
 showPlain();
 const asked = /^#L(\d+)$/.exec(location.hash);
 if (data.lines.length > 0) choose(asked ? Number(asked[1]) - 1 : data.troubles[0]?.[0] ?? 0, true);
