@@ -160,7 +160,7 @@ TEST_F(StatusQueries, WithVersion1TheDisplayIsTheOnlySource) {
         ProviderState.TAPI_OMNA_Ver = byLevel ? 2 : 1;
         ProviderState.ProtocolLevel = byLevel ? 1 : 2;
         EXPECT_EQ(Info(0), "348 348 1 800 | called c 'da' 'dn' | connected c 'oa' 'on'");
-        Steps();
+        EXPECT_THAT(Steps(), testing::EndsWith(" |  dwCalledIDFlags c dwConnectedIDFlags c"));
         EXPECT_EQ(Info(1), "358 358 2 800 | caller c 'da' 'dn' | called 8 '4711' - | connected c 'oa' 'on'");
         EXPECT_EQ(Steps(),
                   "Entering TSPI_lineGetCallInfo cref:1 hdCall:1 | callState 256 DestAddress:'da' - DestName:'dn' | "

@@ -264,6 +264,30 @@ TEST_F(Dialogs, WithoutAnAnswerNothingIsShownAsASettingOrWritten) {
     EXPECT_EQ(PlatformControl::Boxes().back().Text, "The Corvane Service Provider does not answer.\n\nTry again.");
 }
 
+// Whoever answers fills every field to its end.
+LONG CALLBACK EndlessTexts(DWORD_PTR, DWORD, LPVOID buffer, DWORD size) {
+    auto* const bytes = static_cast<std::uint8_t*>(buffer);
+    if (bytes[0] == UI_SPI_EI_CFGDLG_GET || bytes[0] == UI_SPI_EI_CFGDLG_ADV_GET)
+        std::fill(bytes + 4, bytes + size, std::uint8_t{'x'});
+    return 0;
+}
+
+TEST_F(Dialogs, AnswersWithoutAnEndAreCutToTheirFields) {
+    PlatformControl::UseDialogs([](Dialog& dialog) {
+        if (dialog.Id == IDD_ADVANCED) {
+            EXPECT_EQ(dialog.Item(IDC_PREFIX).Text, std::string(19, 'x'));
+            return;
+        }
+        EXPECT_EQ(dialog.Item(IDC_TSPI_VERSION).Text, std::string(UiConfig.Config.Version));
+        EXPECT_EQ(std::strlen(UiConfig.Config.Version), sizeof UiConfig.Config.Version - 1);
+        EXPECT_EQ(std::strlen(UiConfig.Config.PortName), sizeof UiConfig.Config.PortName - 1);
+        EXPECT_EQ(std::end(UiConfig.Config.LineName)[-1], 0);
+        dialog.Item(IDC_ADVANCED).Enabled = true;
+        dialog.Press(IDC_ADVANCED);
+    });
+    EXPECT_EQ(TUISPI_providerConfig(EndlessTexts, nullptr, 42), 0);
+}
+
 // A buffer of a code with a size byte, filled with x, at the end of its memory (a sanitizer sees a byte too far), as the
 // provider gives it back.
 std::vector<std::uint8_t> Ask(DWORD type, int code, int size, std::size_t bytes) {
@@ -278,12 +302,19 @@ std::vector<std::uint8_t> Ask(DWORD type, int code, int size, std::size_t bytes)
 TEST_F(Dialogs, BuffersThatAreNotWhatTheySayAreLeftAlone) {
     CopyText(Settings.ExtPrefix, "5");
     const std::tuple<DWORD, int, int, std::size_t> rows[] = {
-        {0, 1, 172, 176}, {1, 1, 172, 175}, {1, 1, 171, 176}, {1, 2, 172, 175}, {1, 2, 32, 176},
+        {0, 1, 172, 176}, {5, 1, 172, 176}, {1, 1, 172, 175}, {1, 1, 171, 176}, {1, 2, 172, 175}, {1, 2, 32, 176},
         {1, 3, 32, 35},   {1, 3, 33, 37},   {1, 4, 32, 35},   {1, 4, 172, 176}, {1, 0, 32, 36}};
     for (const auto& [type, code, size, bytes] : rows) {
         const auto buffer = Ask(type, code, size, bytes);
         EXPECT_EQ(std::count(buffer.begin(), buffer.end(), 'x'), std::ssize(buffer) - 2) << code << " " << size;
     }
+    std::vector<std::uint8_t> longer(176, 'x');
+    longer[0] = UI_SPI_EI_CFGDLG_GET;
+    longer[1] = 172;
+    EXPECT_EQ(TSPI_providerGenericDialogData(42, 1, longer.data(), 3), 0);
+    EXPECT_EQ(std::count(longer.begin(), longer.end(), 'x'), 174) << "not even a header";
+    std::uint8_t endsEarly[] = {UI_SPI_EI_TRACE, 3, 0, 0, 'a', 0, 'b'};
+    EXPECT_EQ(TSPI_providerGenericDialogData(42, 1, endsEarly, sizeof endsEarly), 0);
     EXPECT_THAT(TraceLines(), IsEmpty()) << "nor is a text without its end traced";
     EXPECT_STREQ(Settings.ExtPrefix, "5");
     PlatformControl::NextWait("SP62LineMutex", WAIT_TIMEOUT);

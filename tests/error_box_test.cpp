@@ -144,18 +144,20 @@ TEST_F(InTheService, AMissingPortIsToldOnceAMinuteUntilSomebodyIsThereToSeeIt) {
 // All boxes of one hold of the mutex share its 15 s; the request is an application's, on its own thread.
 TEST_F(InTheService, BoxesUnderOneHoldOfTheMutexShareTheirFifteenSeconds) {
     GoInService();
-    PlatformControl::KeepBoxesOpen(9'000);
+    PlatformControl::KeepBoxesOpen(9'500);
     ASSERT_EQ(WaitLineMutex(), 0);
     const std::uint32_t start = PlatformControl::Now();
+    const int handles = PlatformControl::OpenHandles();
     const auto shown = [&] { return ErrorBox("FIFO - GlobalAlloc - failed"); };
     EXPECT_EQ(shown(), IDOK);
     EXPECT_EQ(LastBox().Seconds, 15u);
     EXPECT_EQ(shown(), IDTIMEOUT);
-    EXPECT_EQ(LastBox().Seconds, 6u);
+    EXPECT_EQ(LastBox().Seconds, 6u) << "the last one begun is a whole one";
     const std::size_t boxes = BoxCount();
     EXPECT_EQ(shown(), IDOK) << "no time is left: only the log tells of it";
     EXPECT_EQ(BoxCount(), boxes);
-    EXPECT_EQ(PlatformControl::Now() - start, 15'000u);
+    EXPECT_EQ(PlatformControl::OpenHandles(), handles);
+    EXPECT_EQ(PlatformControl::Now() - start, 15'500u);
     WaitLineMutex();
     ReleaseLineMutex(0);
     EXPECT_NE(LineMutexHeldFor(), NOT_HELD);
@@ -199,6 +201,23 @@ TEST_F(InTheService, WhereNobodyCanSeeABoxItIsAnsweredAtOnceAndOnlyLogged) {
         CloseLine();
         Machine.Restart();
     }
+}
+
+void CALLBACK EndWithContact(HTAPILINE, HTAPICALL, DWORD message, DWORD_PTR, DWORD_PTR, DWORD_PTR) {
+    if (message == LINE_LINEDEVSTATE)
+        PostQuitMessage(0);
+}
+
+TEST_F(InTheService, EndOfTheThreadsMessagesThatComesInsideABoxEndsItBehindIt) {
+    GoInService();
+    ProviderState.LineEventProc = EndWithContact;
+    PlatformControl::KeepBoxesOpen(5'000);
+    LoseContact();
+    TraceLines();
+    Advance(4'000);
+    EXPECT_THAT(TraceLines(), testing::Not(testing::Contains("Serial Thread: no more messages")));
+    Advance(2'000);
+    EXPECT_THAT(TraceLines(), testing::Contains("Serial Thread: no more messages"));
 }
 
 TEST_F(InTheService, ClosingTheLineDoesNotWaitForABoxThatNobodyAnswers) {
@@ -303,14 +322,19 @@ TEST_F(Service, TheEventLogGetsTheSameEntryOnceAMinuteAndThenHowManyMore) {
     Advance(60'000);
     LogLeftOut();
     EXPECT_THAT(Logged(), ElementsAre("W2 COM1 1 more")) << "itself the other of the two";
-    LogLeftOut();
-    Advance(60'000);
-    LogLeftOut();
-    EXPECT_THAT(Logged(), IsEmpty());
+    lost();
+    EXPECT_THAT(Logged(), IsEmpty()) << "its minute has begun anew";
+    for (const bool more : {true, false}) {
+        Advance(60'000);
+        LogLeftOut();
+        EXPECT_EQ(Logged(), more ? std::vector<std::string>{"W2 COM1"} : std::vector<std::string>{});
+    }
     lost();
     lost();
-    for (DWORD number = 1; number <= 24; ++number)  // more kinds than it remembers
+    for (DWORD number = 1; number <= 24; ++number) {  // more kinds than it remembers
+        Advance(1);
         LogEvent(EVENT_CONTACT_LOST, "COM2", number);
+    }
     EXPECT_THAT(Logged(), testing::Contains("W2 COM1").Times(2)) << "the second was left out";
     PlatformControl::FailCall("RegisterEventSourceA");
     SetLastError(77);

@@ -174,6 +174,7 @@ TEST_F(EventsTest, OnlyTheEndOfItsCallCompletesADrop) {
 }
 
 TEST_F(EventsTest, ReinitHasNoLineHandleAndAClosedLineGetsNothing) {
+    ProviderState.DeviceState = DEVICE_IN_SERVICE;
     DoLineEvent(LINE_LINEDEVSTATE, LINEDEVSTATE_REINIT, 0, -1);
     DoLineEvent(LINE_LINEDEVSTATE, LINEDEVSTATE_INSERVICE, 0, -1);
     EXPECT_THAT(Events(), ElementsAre("LINEDEV REINIT (no line)", "LINEDEV INSERVICE"));

@@ -70,9 +70,11 @@ TEST_F(StartAndStop, ProvidersEntryPointsRefuseNullPointers) {
 TEST_F(StartAndStop, ThreadThatEndedByItselfOrWasNeverMadeIsNotStoppedAndLeavesNoHandle) {
     PlatformControl::Port("COM1").OpenError = 5;
     const int before = PlatformControl::OpenHandles();
-    ASSERT_EQ(StartSerialThread(), 0);
-    ReleaseLineMutex(0);
-    PlatformControl::Settle();
+    for (int start = 0; start < 2; ++start) {
+        ASSERT_EQ(StartSerialThread(), 0);
+        ReleaseLineMutex(0);
+        PlatformControl::Settle();
+    }
     TraceLines();
     EXPECT_EQ(StopSerialThread(), 0);
     EXPECT_THAT(TraceLines(), IsEmpty());
@@ -193,6 +195,26 @@ TEST_F(StartAndStop, SecondOpenStartsTheRecordsAnewUnderTheMutexWhileTicksRun) {
     EXPECT_EQ(Process.LineMutex, nullptr);
 }
 
+TEST_F(StartAndStop, TwoThatStartItAtOnceBothGetItAndAStopEndsACallThatWasPutOff) {
+    OpenForCapture();
+    const LINEEVENT capture = ProviderState.LineEventProc;
+    std::vector<LONG> opened;
+    std::function<void()> open = [&] { opened.push_back(Open(capture)); };
+    for (int i = 0; i < 2; ++i)
+        CloseHandle(CreateThread(nullptr, 0, RunOnAThread, &open, 0, nullptr));
+    PlatformControl::Settle();
+    EXPECT_THAT(opened, ElementsAre(0, 0)) << "at once";
+    PlatformControl::NextWait("SP62LineMutex", WAIT_TIMEOUT);
+    EXPECT_EQ(StartSerialThread(), 0);
+    EXPECT_TRUE(HeldTheMutex()) << "the running one is given under the mutex, had at the second try";
+    Events();
+    ToldFirst = LINECALLSTATE_DISCONNECTED | LINECALLSTATE_IDLE;
+    CallTable[2].htCall = reinterpret_cast<HTAPICALL>(std::uintptr_t{0x102});
+    Marks.DeferredMakeCall = {true, 2};
+    EXPECT_EQ(TSPI_lineClose(Line), 0);
+    EXPECT_THAT(Events(), ElementsAre("STATE 2 DISCONNECTED 1", "STATE 2 IDLE"));
+}
+
 // An application that asks for more as soon as it hears of an end.
 bool CompletedUnderTheMutex;
 std::vector<DRV_REQUESTID> Completed;
@@ -273,6 +295,14 @@ TEST_F(StartAndStop, InitialisationNeedsAFourCharacterPortAndSucceedsAllTheSame)
                                  "pas de choix à provider config -> on stoppe le SP"})
             EXPECT_EQ(std::count(lines.begin(), lines.end(), text), std::string(port) == "COM5" ? 0 : 1) << port;
     }
+    Initialise("NONE");
+    WaitLineMutex();
+    ReleaseLineMutex(0);
+    Process.OpenCount = 1;
+    TraceLines();
+    EXPECT_NE(Open(), 0);
+    EXPECT_THAT(TraceLines(), testing::Each(testing::Not(testing::StartsWith("REL_LINE_MUTEX PRB"))))
+        << "a shutdown within an open has given the mutex up";
     PlatformControl::FailCall("RegQueryValueExA", 1, PlatformControl::Failing::Once);
     Initialise("COM1");
     EXPECT_STREQ(ProviderState.PortName, "COM1") << "read again behind the configuration";
@@ -300,6 +330,11 @@ TEST_F(StartAndStop, LineMutexIsMadeOnFirstUseAndSaysHowAWaitEnded) {
     EXPECT_THAT(TraceLines(), IsEmpty());
     EXPECT_EQ(ReleaseLineMutex(7), 7);
     EXPECT_THAT(TraceLines(), ElementsAre("REL_LINE_MUTEX PRB 120"));
+    Process.LineMutexHolder = 0xFFFF;  // a thread that ended with it
+    Process.LineMutexDepth = 3;
+    EXPECT_EQ(WaitLineMutex(), 0);
+    ReleaseLineMutex(0);
+    EXPECT_EQ(LineMutexHeldFor(), NOT_HELD) << "else boxes had no time any more";
     PlatformControl::NextWait("SP62LineMutex", WAIT_ABANDONED);
     EXPECT_EQ(WaitLineMutex(), 128);
     ReleaseLineMutex(0);
@@ -314,6 +349,15 @@ TEST_F(StartAndStop, LineMutexIsMadeOnFirstUseAndSaysHowAWaitEnded) {
     PlatformControl::FailCreate("SP62LineMutex", 6);
     EXPECT_EQ(static_cast<DWORD>(WaitLineMutex()), 0x80000043);
     EXPECT_THAT(TraceLines(), testing::Contains("MutexLine not created error 6"));
+}
+
+TEST_F(StartAndStop, LibraryGivesBackWhatItTookWhenItIsUnloaded) {
+    DllMain(nullptr, DLL_PROCESS_DETACH, nullptr);
+    const int handles = PlatformControl::OpenHandles();
+    DllMain(nullptr, DLL_PROCESS_ATTACH, nullptr);
+    DllMain(nullptr, DLL_PROCESS_DETACH, nullptr);
+    EXPECT_EQ(PlatformControl::OpenHandles(), handles);
+    DllMain(nullptr, DLL_PROCESS_ATTACH, nullptr);
 }
 
 HANDLE LetGo;

@@ -125,6 +125,7 @@ TEST_F(Thread, StopsClosesEverythingAndStartsAgain) {
     }
     EXPECT_EQ(PlatformControl::OpenHandles(), handles);
     EXPECT_THAT(LineEvents(), IsEmpty());
+    EXPECT_THAT(TraceLines(), testing::Each(testing::Not(testing::HasSubstr("MUTEX PRB"))));
 }
 
 TEST_F(Thread, MessagesThatEndUnaskedEndAllThatWaitsForTheSet) {
@@ -141,6 +142,8 @@ TEST_F(Thread, MessagesThatEndUnaskedEndAllThatWaitsForTheSet) {
     EXPECT_EQ(ProviderState.DeviceState, DEVICE_OUT_OF_SERVICE);
     EXPECT_THAT(TraceLines(), testing::Contains("Serial Thread: no more messages"));
     EXPECT_EQ(Com1().Closes, 1);
+    EXPECT_EQ(WaitLineMutex(), 0) << "not left behind by a thread that has ended";
+    ReleaseLineMutex(0);
 }
 
 TEST_F(Thread, PortThatDoesNotOpenIsToldToUserAndPendingRequest) {

@@ -129,6 +129,9 @@ TEST_F(Store, MissingEmptyTooLongOrOtherTypesGiveTheDefault) {
         char text[8];
         EXPECT_EQ(RegReadSetting("S", name.c_str(), "none", text), std::strlen(wanted)) << name;
         EXPECT_STREQ(text, wanted) << name;
+        CopyText(text, "left");
+        RegRead("S", name.c_str(), text);
+        EXPECT_STREQ(text, *wanted == '1' ? wanted : "") << "nothing of before, which would be read as a number";
     }
 }
 

@@ -141,6 +141,7 @@ void CALLBACK CaptureLine(HTAPILINE line, HTAPICALL call, DWORD message, DWORD_P
         return Record("STATE " + CallName(call) + " " + Flags(value, States) + (p2 != 0 ? " " + Hex(p2) : ""));
     case LINE_CALLINFO: return Record("INFO " + CallName(call) + " " + Flags(value, Infos));
     case LINE_LINEDEVSTATE:
+        EXPECT_TRUE((value & LINEDEVSTATE_INSERVICE) == 0 || ProviderState.DeviceState == DEVICE_IN_SERVICE);
         return Record("LINEDEV " + Flags(value, LineStates) + (line == nullptr ? " (no line)" : ""));
     case LINE_ADDRESSSTATE:
         return Record("ADDRESS " + Hex(p1) + " " + Hex(p2) + (ProviderState.ForwardDestination[0] != 0 ? " to " : "") +

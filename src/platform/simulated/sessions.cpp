@@ -5,6 +5,7 @@
 #include <algorithm>
 #include <cstdlib>
 #include <cstring>
+#include <iterator>
 #include <string_view>
 
 namespace Simulated {
@@ -13,7 +14,7 @@ namespace {
 
 using PlatformControl::Screen;
 
-constexpr DWORD OWN_SESSION = 0, CONSOLE_SESSION = 1, REMOTE_SESSION = 2, NO_SESSION = 0xFFFFFFFF;
+constexpr DWORD OWN_SESSION = 0, CONSOLE_SESSION = 1, REMOTE_SESSION = 2, LEFT_SESSION = 3, NO_SESSION = 0xFFFFFFFF;
 Screen UsedScreen = Screen::Own;
 int Pinned = 0;
 
@@ -25,7 +26,7 @@ std::vector<PlatformControl::LogEntry>& Entries = *new std::vector<PlatformContr
 // Whether somebody is logged on in this session.
 bool HasUser(DWORD session) {
     return (session == CONSOLE_SESSION && UsedScreen == Screen::UsersSession) ||
-           (session == REMOTE_SESSION && UsedScreen == Screen::UserAtADistance);
+           ((session == REMOTE_SESSION || session == LEFT_SESSION) && UsedScreen == Screen::UserAtADistance);
 }
 
 // What WTSFreeMemory gives back.
@@ -77,11 +78,13 @@ BOOL WINAPI WTSEnumerateSessionsW(HANDLE, DWORD, DWORD, WTS_SESSION_INFOW** sess
     if (Fails("WTSEnumerateSessionsW"))
         return FALSE;
     const Guard guard(Lock);
-    *count = 3;
+    constexpr DWORD Listed[] = {OWN_SESSION, LEFT_SESSION, CONSOLE_SESSION, REMOTE_SESSION};
+    *count = static_cast<DWORD>(std::size(Listed));
     *sessions = Given<WTS_SESSION_INFOW>(*count);
-    for (const DWORD session : {OWN_SESSION, CONSOLE_SESSION, REMOTE_SESSION}) {
-        (*sessions)[session].SessionId = session;
-        (*sessions)[session].State = session == OWN_SESSION ? WTSDisconnected : WTSActive;
+    for (DWORD i = 0; i < *count; ++i) {
+        (*sessions)[i].SessionId = Listed[i];
+        // Its user is still logged on in the one that was left, and does not see it.
+        (*sessions)[i].State = Listed[i] == OWN_SESSION || Listed[i] == LEFT_SESSION ? WTSDisconnected : WTSActive;
     }
     return TRUE;
 }
@@ -91,7 +94,7 @@ BOOL WINAPI WTSQuerySessionInformationW(HANDLE, DWORD session, WTS_INFO_CLASS, L
     if (Fails("WTSQuerySessionInformationW"))
         return FALSE;
     const Guard guard(Lock);
-    if (session != CONSOLE_SESSION && session != REMOTE_SESSION)
+    if (session < CONSOLE_SESSION || session > LEFT_SESSION)
         return FALSE;
     const std::string_view name = HasUser(session) ? "user" : "";
     auto* const copy = Given<WCHAR>(name.size() + 1);
