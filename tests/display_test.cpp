@@ -112,7 +112,7 @@ TEST_F(DisplayText, BlindTransferPressesItsSoftKeyWhenItShows) {
 }
 
 TEST_F(DisplayText, PhoneIsToldOfAConnectedPartyWhoHangsUp) {
-    for (const auto& [situation, times] : {std::pair{"1C", 1}, {"1P", 0}}) {
+    for (const auto& [situation, times] : {std::pair{"1C", 1u}, {"1P", 0u}}) {
         Stand(situation, "");
         Events();
         Display(0, "Raccrochez");

@@ -152,7 +152,7 @@ TEST(EquipmentLine, BytesComeAtTheSpeedOfTheLine) {
     TheOtherEnd end;
     end.machine.pacing.bitsPerSecond = 9600;  // 11 bits: 1.146 ms a byte
     end.Say("60 01");
-    for (const std::size_t expected : {0, 0, 1, 2, 3, 4, 4}) {
+    for (const std::size_t expected : {0u, 0u, 1u, 2u, 3u, 4u, 4u}) {
         EXPECT_EQ(end.machine.Available(end.now), expected);
         ++end.now;
     }

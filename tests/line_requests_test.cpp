@@ -27,7 +27,7 @@ protected:
     static DWORD Digits(int cref, const WCHAR* digits) {
         return Code(TSPI_lineGenerateDigits(Handle(cref), 0, LINEDIGITMODE_DTMF, digits, 0));
     }
-    DWORD SetUp(int cref) { return Code(TSPI_lineSetupTransfer(7, Handle(cref), TapiCall, &Written, nullptr)); }
+    DWORD SetUpTransfer(int cref) { return Code(TSPI_lineSetupTransfer(7, Handle(cref), TapiCall, &Written, nullptr)); }
     DWORD Complete(DWORD mode) {
         return Code(TSPI_lineCompleteTransfer(7, Handle(3), Handle(6), TapiCall, &Written, mode));
     }
@@ -180,7 +180,7 @@ TEST_F(LineRequests, SecondRequestIsRefusedWhatItWroteStaysAndTheFirstGoesOn) {
     EXPECT_STREQ(Record(0).DestAddress, "5");
     const int talking = Call(1, 0, CONNECTED);
     EXPECT_EQ(Digits(talking, "1"_wide), LINEERR_RESOURCEUNAVAIL);
-    EXPECT_EQ(SetUp(talking), LINEERR_RESOURCEUNAVAIL);
+    EXPECT_EQ(SetUpTransfer(talking), LINEERR_RESOURCEUNAVAIL);
     EXPECT_EQ(ProviderState.RequestCref, 5);
     EXPECT_THAT(QueuedFrames(), IsEmpty());
     Steps();
@@ -199,7 +199,7 @@ TEST_F(LineRequests, SecondRequestIsRefusedWhatItWroteStaysAndTheFirstGoesOn) {
 TEST_F(LineRequests, SetupTransferWithoutARecordForTheConsultation) {
     for (CallRecord& call : CallTable)
         call.state = CONNECTED;
-    EXPECT_EQ(SetUp(0), LINEERR_RESOURCEUNAVAIL);
+    EXPECT_EQ(SetUpTransfer(0), LINEERR_RESOURCEUNAVAIL);
     EXPECT_EQ(TraceLines().back(), " impossible - LINEERR_RESOURCEUNAVAIL");
 }
 
@@ -307,7 +307,7 @@ TEST_F(LineRequests, CallMadeFromWithinTheEndOfAnotherHasItsRecordAloneAndIsHear
     begin(1);
     Marks.DeferredMakeCall = {true, 0};
     Record(1).state = CONNECTED;
-    EXPECT_EQ(SetUp(1), LINEERR_RESOURCEUNAVAIL) << "nor is it a consultation call's";
+    EXPECT_EQ(SetUpTransfer(1), LINEERR_RESOURCEUNAVAIL) << "nor is it a consultation call's";
     EXPECT_EQ(Record(0).htCall, reinterpret_cast<HTAPICALL>(std::uintptr_t{0x200}));
     // In the record of a make call that takes the other one's place: that is told of its end, and calls no other number.
     begin(1);

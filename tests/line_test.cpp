@@ -220,7 +220,7 @@ TEST_F(LineEdges, ValuesAreJudgedAndKept) {
     EXPECT_EQ(TSPI_lineSetDefaultMediaDetection(Line, 0), 0);
     EXPECT_EQ(ProviderState.DefaultMediaDetection, DWORD{0});
     EXPECT_EQ(ProviderState.AddressStates, DWORD{0xEEEE});
-    for (const DWORD mode : {0, 4, 6}) {
+    for (const DWORD mode : {0u, 4u, 6u}) {
         const DWORD wanted = mode == 4 ? 0 : LINEERR_INVALMEDIAMODE;
         EXPECT_EQ(Code(TSPI_lineConditionalMediaDetection(Line, mode, nullptr)), wanted) << mode;
         EXPECT_EQ(Code(TSPI_lineSetMediaMode(Any{3}, mode)), wanted) << mode;

@@ -27,7 +27,7 @@ protected:
     // Has a key press under way, which CTS holds back, and two more behind it.
     void PressInVain() {
         Com1().CtsLow = true;
-        for (const DRV_REQUESTID request : {91, 92, 93})
+        for (const DRV_REQUESTID request : {91u, 92u, 93u})
             TSPI_phoneSetButtonInfo(request, reinterpret_cast<HDRVPHONE>(&ProviderState), 1, &Button);
         Advance(300);
     }
@@ -69,7 +69,7 @@ TEST_P(UnkindPort, OpensWithCtsLowAndComesIntoServiceWhenItRises) {
 
 TEST_P(UnkindPort, ClosesWithCtsLowAtAnyTime) {
     Com1().CtsLow = true;
-    for (const std::uint32_t wait : {0, 100, 3'050, 6'150, 20'000}) {
+    for (const std::uint32_t wait : {0u, 100u, 3'050u, 6'150u, 20'000u}) {
         ASSERT_EQ(OpenLine(), 0);
         Advance(wait);
         ClosesWithinASecond();
@@ -103,7 +103,7 @@ TEST_P(UnkindPort, ResetsAndReconnectsWithCtsLow) {
 TEST_P(UnkindPort, AnAdapterIsPulledOutAndPutBackWithCtsLow) {
     const std::vector<std::uint8_t> halfFrame = {0x60, 0x87, 0xFF, 0x61};
     std::size_t losses = 0;
-    for (const DWORD error : {22, 31, 5, 995}) {
+    for (const DWORD error : {22u, 31u, 5u, 995u}) {
         SCOPED_TRACE(error);
         const bool late = error == 22 || error == 5;
         ASSERT_NO_FATAL_FAILURE(GoInService());
@@ -146,7 +146,7 @@ TEST_P(UnkindPort, BreaksAndFramingErrorsCostAFrameAndNotTheLine) {
     for (const bool reconnected :
          {false, true}) {  // a port that was opened again stops at an error until it is cleared
         EXPECT_EQ(Com1().Dcb.fAbortOnError, reconnected ? 1u : 0u);
-        for (const DWORD error : {CE_BREAK, CE_FRAME})
+        for (const DWORD error : std::initializer_list<DWORD>{CE_BREAK, CE_FRAME})
             for (const int garbage : {0x00, 0xFF, 0x02}) {
                 PlatformControl::LineError("COM1", error, static_cast<std::uint8_t>(garbage));
                 Happen("app hook on");

@@ -164,7 +164,7 @@ TEST_F(Dispatching, MakeCallThatIsPutOffKeepsItsRecordAndIsToldOfItsEnd) {
 }
 
 TEST_F(Dispatching, CallThatCannotBeMadePressesNothing) {
-    const auto refused = [this](RequestCode code, LONG result, const char* steps) {
+    const auto refused = [](RequestCode code, LONG result, const char* steps) {
         EXPECT_EQ(DoMakeCall(5, code), result);
         EXPECT_EQ(Steps(), steps);
         EXPECT_EQ(Pressed(), "");

@@ -86,7 +86,7 @@ protected:
         TSPI_lineGetAddressCaps(3, 0, 0x20000, 0, Buffer.Room<LINEADDRESSCAPS>(400));
         TSPI_lineGetAddressStatus(Line, 0, Buffer.Room<LINEADDRESSSTATUS>(400));
         TSPI_lineGetLineDevStatus(Line, Buffer.Room<LINEDEVSTATUS>(400));
-        for (const std::uintptr_t call : {0, 1, 30, 31}) {
+        for (const std::uintptr_t call : {0u, 1u, 30u, 31u}) {
             TSPI_lineGetCallInfo(reinterpret_cast<HDRVCALL>(call), Buffer.Room<LINECALLINFO>(600));
             TSPI_lineGetCallStatus(reinterpret_cast<HDRVCALL>(call), Buffer.Room<LINECALLSTATUS>(400));
         }

@@ -475,7 +475,7 @@ TEST_F(Ticking, KeptBytesAreOfferedAgainWithTheRestAndGivenUpAfter200Millisecond
     Port.Taken();
     for (const bool restComes : {true, false}) {
         CutBurst();
-        for (const std::uint32_t wait : {100, 100}) {
+        for (const std::uint32_t wait : {100u, 100u}) {
             PlatformControl::Advance(wait);
             Ticks(1);
             EXPECT_TRUE(Traced("Deux msgs type 60.8x détectés - Dernier msg incomplet - Attente "));

@@ -122,12 +122,16 @@ struct Icon {
     chtype look;
 };
 
+chtype Colour(Pair pair) {
+    return static_cast<chtype>(COLOR_PAIR(pair));
+}
+
 Icon IconOf(std::uint16_t value) {
     switch (value) {
     case Eq::NoIcon: return {"[ ]", A_NORMAL};
-    case Eq::ActiveIcon: return {"[*]", A_BOLD | COLOR_PAIR(ActiveKey)};
-    case Eq::HeldIcon: return {"[=]", A_BOLD | COLOR_PAIR(HeldKey)};
-    case Eq::RingingIcon: return {"[!]", A_BOLD | COLOR_PAIR(RingingKey)};
+    case Eq::ActiveIcon: return {"[*]", A_BOLD | Colour(ActiveKey)};
+    case Eq::HeldIcon: return {"[=]", A_BOLD | Colour(HeldKey)};
+    case Eq::RingingIcon: return {"[!]", A_BOLD | Colour(RingingKey)};
     case Eq::ReservedIcon: return {"[-]", A_NORMAL};
     default: return {"[?]", A_NORMAL};
     }
@@ -149,7 +153,7 @@ chtype LookOf(Style style) {
     switch (style) {
     case Style::Faint: return A_DIM;
     case Style::Typed: return A_BOLD;
-    case Style::Error: return COLOR_PAIR(Wrong) | A_BOLD;
+    case Style::Error: return Colour(Wrong) | A_BOLD;
     case Style::Normal: break;
     }
     return A_NORMAL;
