@@ -60,6 +60,7 @@ TEST_F(DisplayText, SoftKeyLine) {
               {"1H 1C", "2eApp", left + " | STATE 1 DISCONNECTED 1" + answered + "8 | STATE 1 IDLE | " + gone,
                [] { Tracking.SecondCallDropReq = 1; }},
               {"1H 1D", "2eApp", answered.substr(3) + "9 | " + gone + " | STATE 1 IDLE"},
+              {"1P", "Fin2Ap", begun + "1"},
               {"1C", "Fin2Ap", begun + held + "NEWCALL 1" + dialtone,
                [] {
                    RunningRequest = {REQUEST_SETUP_TRANSFER, 5, 6};
@@ -139,6 +140,8 @@ TEST_F(DisplayText, InformationLine) {
     Check(0, {
                  {"1C", "Numero:", held + " | NEWCALL 1 | Icone:1  - Etat:DIALTONE - Ref:0001 | STATE 1 DIALTONE"},
                  {"1C", "Numero:", held, allTaken},
+                 {"1P", "Numero:", ""},
+                 {"1P", "Annulez 2e", "Annulez le 2eAppel ActivCallTouch 1"},
                  {"1T 1H", "4720", ""},
                  {"1T", "4720", "", [] { Tracking.PickUpCref = 5; }},
                  {"1T", "x4720", ""},

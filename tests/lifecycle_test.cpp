@@ -215,6 +215,24 @@ TEST_F(StartAndStop, TwoThatStartItAtOnceBothGetItAndAStopEndsACallThatWasPutOff
     EXPECT_THAT(Events(), ElementsAre("STATE 2 DISCONNECTED 1", "STATE 2 IDLE"));
 }
 
+TEST_F(StartAndStop, RequestWhileTheThreadStartsWaitsForItAndIsAnsweredOnce) {
+    OpenForCapture();
+    const LINEEVENT capture = ProviderState.LineEventProc;
+    std::function<void()> open = [&] { Open(capture); }, hold = [] { TSPI_lineHold(8, nullptr); };
+    for (const bool opens : {true, false}) {
+        Process.OpenCount = 0;
+        PlatformControl::Port("COM1").OpenError = opens ? 0 : 5;
+        CallTable[0].state = LINECALLSTATE_CONNECTED;
+        for (std::function<void()>* const does : {&open, &hold})
+            CloseHandle(CreateThread(nullptr, 0, RunOnAThread, does, 0, nullptr));
+        PlatformControl::Settle();
+        EXPECT_THAT(Events(), ElementsAre(opens ? "REPLY 8 0" : "REPLY 8 80000048"));
+        EXPECT_EQ(WaitLineMutex(), 0) << "given back by both";
+        ReleaseLineMutex(0);
+        EXPECT_EQ(TSPI_lineClose(Line), 0);
+    }
+}
+
 // An application that asks for more as soon as it hears of an end.
 bool CompletedUnderTheMutex;
 std::vector<DRV_REQUESTID> Completed;
