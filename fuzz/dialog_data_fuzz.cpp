@@ -8,7 +8,7 @@
 #include <cstring>
 #include <vector>
 
-int LLVMFuzzerTestOneInput(const std::uint8_t* data, std::size_t size) {
+int FuzzDialogData(const std::uint8_t* data, std::size_t size) {
     FuzzStart();
     FuzzInput input(data, size);
     while (!input.Empty()) {
@@ -17,8 +17,11 @@ int LLVMFuzzerTestOneInput(const std::uint8_t* data, std::size_t size) {
         std::vector<std::uint8_t> buffer(piece.begin(), piece.end());
         FuzzRequire(TSPI_providerGenericDialogData(1, type, buffer.data(), static_cast<DWORD>(buffer.size())) == 0,
                     "the result");
+        for (const std::uint8_t byte : buffer)
+            FuzzNote("", int{byte});
         FuzzRequire(std::memchr(Settings.ExtPrefix, 0, sizeof Settings.ExtPrefix) != nullptr, "the prefix's end");
         FuzzRequire(std::memchr(ProviderState.PortName, 0, SETTING_SIZE) != nullptr, "the port's end");
     }
+    FuzzNoteConfiguration();
     return 0;
 }

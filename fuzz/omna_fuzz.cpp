@@ -69,7 +69,7 @@ void CheckRecords() {
 
 }  // namespace
 
-int LLVMFuzzerTestOneInput(const std::uint8_t* data, std::size_t size) {
+int FuzzOmna(const std::uint8_t* data, std::size_t size) {
     FuzzInput input(data, size);
     const std::uint8_t start = input.Byte();
     const std::uint8_t version = start & VERSION_BITS;
@@ -90,5 +90,6 @@ int LLVMFuzzerTestOneInput(const std::uint8_t* data, std::size_t size) {
         CheckRecords();
         FifoClear(LINK_FIFO);  // as if all were acknowledged
     }
+    FuzzNoteConfiguration();
     return 0;
 }

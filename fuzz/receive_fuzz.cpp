@@ -80,7 +80,7 @@ void CheckRecords() {
 
 }  // namespace
 
-int LLVMFuzzerTestOneInput(const std::uint8_t* data, std::size_t size) {
+int FuzzReceive(const std::uint8_t* data, std::size_t size) {
     FuzzInput input(data, size);
     Begin(input.Byte());
     std::array<std::uint8_t, 1024> buffer;

@@ -8,6 +8,7 @@
 #include "link/fifo.h"
 #include "link/keys.h"
 #include "link/link_layer.h"
+#include "link/omna.h"
 #include "link/serial.h"
 #include "link/tick.h"
 #include "platform/control.h"
@@ -24,11 +25,11 @@
 
 #include <cstdio>
 #include <cstdlib>
-#include <filesystem>
 #include <utility>
 
 namespace {
 
+constexpr std::int32_t ALL_LEVELS = 0xFF;
 constexpr int INPUTS_PER_RESET = 500;  // the platform layer keeps every box since its last reset
 
 struct Sink : PlatformControl::PortDevice {
@@ -39,14 +40,19 @@ struct Sink : PlatformControl::PortDevice {
 Sink Port;
 
 void CALLBACK TakeLineEvent(HTAPILINE, HTAPICALL, DWORD message, DWORD_PTR p1, DWORD_PTR p2, DWORD_PTR) {
+    FuzzNote("line event", message, p1);
     constexpr DWORD NEW_CALL = static_cast<DWORD>(LINE_NEWCALL);
     if (message == NEW_CALL)
         *reinterpret_cast<HTAPICALL*>(p2) = reinterpret_cast<HTAPICALL>(static_cast<std::uintptr_t>(0x100 + p1));
 }
 
-void CALLBACK TakePhoneEvent(HTAPIPHONE, DWORD, DWORD_PTR, DWORD_PTR, DWORD_PTR) {}
+void CALLBACK TakePhoneEvent(HTAPIPHONE, DWORD message, DWORD_PTR p1, DWORD_PTR p2, DWORD_PTR) {
+    FuzzNote("phone event", message, p1, p2);
+}
 
-void CALLBACK TakeCompletion(DRV_REQUESTID, LONG) {}
+void CALLBACK TakeCompletion(DRV_REQUESTID, LONG result) {
+    FuzzNote("completion", result);
+}
 
 void ClosePort() {
     if (Serial.Port != INVALID_HANDLE_VALUE)
@@ -55,8 +61,11 @@ void ClosePort() {
 
 void OpenPlatform() {
     ClosePort();
+    CloseAndForget(DebugMutex);
     PlatformControl::Reset();
     PlatformControl::MapPort("COM1", &Port);
+    if (FuzzReplays)  // without it nothing is traced
+        DebugMutex = CreateMutexA(nullptr, FALSE, nullptr);
     Serial.Port =
         CreateFileA("COM1", GENERIC_READ | GENERIC_WRITE, 0, nullptr, OPEN_EXISTING, FILE_FLAG_OVERLAPPED, nullptr);
 }
@@ -71,16 +80,27 @@ void ConfigureKey(int key, TouchKind kind, KeyList& list, const char* label) {
 
 }  // namespace
 
+static int Inputs = 0;  // since the last restart
+bool FuzzReplays = false;
+std::string FuzzNotes;
+
+void FuzzRestart() {
+    Inputs = 0;
+    // What no reset of records reaches, and a link brings along: sequence numbers, and a message that is coming in.
+    static constexpr std::uint8_t AlwaysTheSame[] = {
+        FRAME_SEGMENT, 0x81, 0, 21, FRAME_OMNA, 0, 20, 0, 0, 0, 0, 0, 0, 0, 0, 0, 0, 0, 0, 0, 0};
+    ResetOmnaLink();
+    RebuildSegment(AlwaysTheSame, false);
+}
+
 void FuzzStart() {
-    static int inputs = 0;
-    if (inputs == 0)
-        std::atexit(ClosePort);  // before the platform layer's own records go
-    if (inputs++ % INPUTS_PER_RESET == 0)
+    [[maybe_unused]] static const int once = std::atexit(ClosePort);  // before the platform layer's own records go
+    if (Inputs++ % INPUTS_PER_RESET == 0)
         OpenPlatform();
     const HANDLE port = Serial.Port;
     ResetRecords();
     Serial.Port = port;
-    TraceMask = 0;
+    TraceMask = FuzzReplays ? ALL_LEVELS : 0;
     ProviderState.htLine = reinterpret_cast<HTAPILINE>(std::uintptr_t{0x11});
     ProviderState.LineEventProc = TakeLineEvent;
     ProviderState.htPhone = reinterpret_cast<HTAPIPHONE>(std::uintptr_t{0x22});
@@ -89,8 +109,7 @@ void FuzzStart() {
 }
 
 void FuzzStartClosed() {
-    static int inputs = 0;
-    if (inputs++ % INPUTS_PER_RESET == 0)
+    if (Inputs++ % INPUTS_PER_RESET == 0)
         PlatformControl::Reset();
     FuzzEmptyRegistry();
     Process = ProcessRecord{};
@@ -98,7 +117,7 @@ void FuzzStartClosed() {
     SerialThreadLife = ThreadLife::None;
     ResetEventLog();
     ResetRecords();
-    TraceMask = 0;
+    TraceMask = FuzzReplays ? ALL_LEVELS : 0;
 }
 
 void FuzzEmptyRegistry() {
@@ -106,18 +125,6 @@ void FuzzEmptyRegistry() {
          {SECTION_PROVIDER, SECTION_SETCONFIG, SECTION_PREFIX, SECTION_SET_DES, SECTION_SOFTKEY_DES, SECTION_STRING_DES,
           SECTION_SERVICE_CODE, SECTION_DYNAMIC, SECTION_SUBDEVICE_TEST, SECTION_DEBUG_MODE, SECTION_ZT_INFO})
         RegDeleteSection(section);
-}
-
-// The platform's directories in memory, where there is such a place: the disk took nine tenths of the time.
-extern "C" int LLVMFuzzerInitialize(int*, char***) {
-    if (std::filesystem::is_directory("/dev/shm"))
-        setenv("TMPDIR", "/dev/shm", 0);
-    return 0;
-}
-
-// A stack with each block of memory costs as much as an input does; a fault shows its own all the same.
-extern "C" const char* __asan_default_options() {
-    return "malloc_context_size=1";
 }
 
 void FuzzConfigureSet() {
@@ -160,4 +167,26 @@ void FuzzRequire(bool condition, const char* what) {
         return;
     std::fprintf(stderr, "does not hold: %s\n", what);
     std::abort();
+}
+
+void FuzzNoteConfiguration() {
+    for (const auto& label : Settings.SoftKeyLabels)
+        FuzzNote(label);
+    for (const auto& text : Settings.DisplayStrings)
+        FuzzNote(text);
+    for (const auto& code : Settings.ServiceCodes)
+        FuzzNote(code);
+    for (const char* text : {Settings.SetMCDU, Settings.ExtPrefix, Settings.PublicOperator, ProviderState.PortName,
+                             ProviderState.SpeedText, ProviderState.LineAddress, ProviderState.ForwardDestination})
+        FuzzNote(text);
+    FuzzNote("numbers", Settings.ExtPrefixDisp, Settings.MaxDigitLocal, Settings.EnquiryCallMode,
+             Settings.SupervService, DynamicConfig.LastActionState, DynamicConfig.WaitDynamicConfig,
+             DynamicConfig.StaticConfig, DynamicConfig.WaitTraceMode, ReadAfterL2Timeout());
+    for (const Touch& touch : TouchTable)
+        FuzzNote(touch.label, touch.kind, touch.icon, touch.calls[0], touch.calls[1]);
+    for (const KeyListSet* lists : {&KeyLists, &SetConfig.RcvKeyLists})
+        for (const KeyList* list :
+             {&lists->Multi, &lists->Superv, &lists->Patron, &lists->Secretaire, &lists->SecrDebord})
+            for (const int key : *list)
+                FuzzNote("key", key, list->Count);
 }

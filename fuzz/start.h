@@ -5,6 +5,7 @@
 #include <cstddef>
 #include <cstdint>
 #include <span>
+#include <string>
 
 // Every record back to its start. Cheap enough for each input.
 void FuzzStart();
@@ -13,6 +14,21 @@ void FuzzStartClosed();
 
 // A set as a configuration would leave it: two line keys, one key of each other kind, labels, texts, two modules.
 void FuzzConfigureSet();
+
+// The next input finds the platform as the first one does.
+void FuzzRestart();
+
+// While corpora are replayed everything is traced, and what a target gave is noted: results, events, structures.
+extern bool FuzzReplays;
+extern std::string FuzzNotes;
+// A line of it; nothing while the fuzzer runs.
+template <class... Numbers> void FuzzNote(const char* what, Numbers... numbers) {
+    if (FuzzReplays) {
+        FuzzNotes += what;
+        ((FuzzNotes += ' ' + std::to_string(numbers)), ...);
+        FuzzNotes += '\n';
+    }
+}
 
 // Reads an input piece by piece; an input that has run out gives zeros and empty pieces.
 class FuzzInput {
@@ -37,6 +53,9 @@ private:
     std::span<const std::uint8_t> left;
 };
 
+// Notes every setting, key and list of the set's configuration.
+void FuzzNoteConfiguration();
+
 // What holds of the key lists, as used and as received, and of the calls that wait for their caller.
 void FuzzCheckKeys();
 
@@ -46,4 +65,9 @@ void FuzzEmptyRegistry();
 // Ends the process with a message when a condition that must hold does not.
 void FuzzRequire(bool condition, const char* what);
 
-extern "C" int LLVMFuzzerTestOneInput(const std::uint8_t* data, std::size_t size);
+// The targets. A fuzzer takes one, tests/corpus_test.cpp all.
+int FuzzReceive(const std::uint8_t* data, std::size_t size);
+int FuzzOmna(const std::uint8_t* data, std::size_t size);
+int FuzzStoredConfig(const std::uint8_t* data, std::size_t size);
+int FuzzDialogData(const std::uint8_t* data, std::size_t size);
+int FuzzWhole(const std::uint8_t* data, std::size_t size);

@@ -96,7 +96,7 @@ void CheckRecords() {
 
 }  // namespace
 
-int LLVMFuzzerTestOneInput(const std::uint8_t* data, std::size_t size) {
+int FuzzStoredConfig(const std::uint8_t* data, std::size_t size) {
     FuzzStart();
     EmptyRegistry();
     std::string_view text(reinterpret_cast<const char*>(data), size);
@@ -109,5 +109,6 @@ int LLVMFuzzerTestOneInput(const std::uint8_t* data, std::size_t size) {
     ReadLastAction();
     InitDatas();
     CheckRecords();
+    FuzzNoteConfiguration();
     return 0;
 }

@@ -97,6 +97,7 @@ HTAPICALL NewHandle() {
 void AskFromWithin();
 
 void CALLBACK LineEvent(HTAPILINE, HTAPICALL call, DWORD message, DWORD_PTR p1, DWORD_PTR p2, DWORD_PTR) {
+    FuzzNote("line event", message, p1);
     if (message == static_cast<DWORD>(LINE_NEWCALL)) {
         *reinterpret_cast<HTAPICALL*>(p2) = NewHandle();
     } else if (const auto handle = reinterpret_cast<std::uintptr_t>(call); handle != 0) {
@@ -107,11 +108,13 @@ void CALLBACK LineEvent(HTAPILINE, HTAPICALL call, DWORD message, DWORD_PTR p1, 
     AskFromWithin();
 }
 
-void CALLBACK PhoneEvent(HTAPIPHONE, DWORD, DWORD_PTR, DWORD_PTR, DWORD_PTR) {
+void CALLBACK PhoneEvent(HTAPIPHONE, DWORD message, DWORD_PTR p1, DWORD_PTR p2, DWORD_PTR) {
+    FuzzNote("phone event", message, p1, p2);
     AskFromWithin();
 }
 
 void CALLBACK Completion(DRV_REQUESTID request, LONG result) {
+    FuzzNote("completion", request, result);
     const auto found = TheBooks.Requests.find(request);
     FuzzRequire(found != TheBooks.Requests.end(), "the completion of a request that was made");
     FuzzRequire(found->second == Asked::Running, "one completion of a request");
@@ -124,6 +127,7 @@ template <class Request> void Ask(Request request) {
     const DRV_REQUESTID id = TheBooks.NextRequest++;
     TheBooks.Requests[id] = Asked::Running;
     const LONG result = request(id);
+    FuzzNote("answer", id, result);
     if (result == static_cast<LONG>(id))
         return;
     FuzzRequire(result <= 0, "a request's answer");
@@ -157,6 +161,10 @@ public:
             Bytes.resize(sizeof(DWORD));  // a caller gives the size at least
         const auto size = static_cast<DWORD>(Bytes.size());
         std::memcpy(Bytes.data(), &size, sizeof size);
+    }
+    ~Room() {
+        for (const std::byte byte : Bytes)
+            FuzzNote("", std::to_integer<int>(byte));
     }
     Structure* Get() { return reinterpret_cast<Structure*>(Bytes.data()); }
 
@@ -418,7 +426,7 @@ void CheckBooks() {
 
 }  // namespace
 
-int LLVMFuzzerTestOneInput(const std::uint8_t* data, std::size_t size) {
+int FuzzWhole(const std::uint8_t* data, std::size_t size) {
     FuzzInput input(data, size);
     const std::uint8_t start = input.Byte();
     FuzzStartClosed();
@@ -428,7 +436,7 @@ int LLVMFuzzerTestOneInput(const std::uint8_t* data, std::size_t size) {
     PlatformControl::MapPort("COM1", &TheCard);
     PlatformControl::PutBack("COM1");
     DllMain(nullptr, DLL_PROCESS_ATTACH, nullptr);
-    TraceMask = 0;
+    TraceMask = FuzzReplays ? 0xFF : 0;
     RegWriteSetting(SECTION_PROVIDER, "Port", "COM1");
     DWORD options = 0;
     TSPI_providerInit(TSPI_VERSION_2, 9, LINE_DEVICE, PHONE_DEVICE, 1, 1, Completion, &options);

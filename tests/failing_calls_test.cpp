@@ -1,15 +1,20 @@
 // Every call of the system's that can fail, failing: a whole life of the provider, again and again, in which the n-th call
 // of one function fails, once or from then on, until the life makes fewer calls. Whatever fails: nothing is left open,
 // every request is completed, no setting changes, and the next start brings the line into service.
+//
+// What the provider does meanwhile is recorded, as a digest of its trace of all levels for each life
+// (tests/sessions/failing): ZT_RECORD_SESSIONS writes them anew.
 #include "config/settings.h"
 #include "config/ui/resource.h"
 #include "config/ui/tuispi.h"
 #include "link/tick.h"
 #include "provider/process.h"
+#include "support/digest.h"
 #include "support/scenario.h"
 #include "trace/trace.h"
 
 #include <cstdlib>
+#include <fstream>
 #include <utility>
 
 namespace {
@@ -19,11 +24,11 @@ using PlatformControl::Failing;
 // What a user has set, none of it the default: nothing of it may change by itself.
 constexpr struct {
     const char *Section, *Name, *Text;
-} UserSettings[] = {{"Provider", "Port", "COM1"},        {"Provider", "Speed", "19200"},
-                    {"SetConfig", "MaxDigitLocal", "5"}, {"SetConfig", "EnquiryCallMode", "1"},
-                    {"SetConfig", "SupervService", "0"}, {"Prefix", "ExtPrefix", "9"},
-                    {"Prefix", "ExtPrefixDisp", "1"},    {"Prefix", "PublicOperator", "12"},
-                    {"Debug_Mode", "DebugOutput", "64"}, {"ZT_Info", "After_L2_timeout", "20"}};
+} UserSettings[] = {{"Provider", "Port", "COM1"},         {"Provider", "Speed", "19200"},
+                    {"SetConfig", "MaxDigitLocal", "5"},  {"SetConfig", "EnquiryCallMode", "1"},
+                    {"SetConfig", "SupervService", "0"},  {"Prefix", "ExtPrefix", "9"},
+                    {"Prefix", "ExtPrefixDisp", "1"},     {"Prefix", "PublicOperator", "12"},
+                    {"Debug_Mode", "DebugOutput", "255"}, {"ZT_Info", "After_L2_timeout", "20"}};
 
 LONG CALLBACK Channel(DWORD_PTR object, DWORD type, LPVOID buffer, DWORD size) {
     return TSPI_providerGenericDialogData(object, type, buffer, size);
@@ -49,6 +54,7 @@ public:
     }
     ~Computer() override { PlatformControl::MapPort("COM1", nullptr); }
 
+    Digest Traced;
     bool TicksRun = true;  // else only the close of the line completes what is left
 
     // From load to unload, with three sessions: of an old PBX, of a new one, of one that does not answer.
@@ -61,6 +67,7 @@ public:
         Machine.faults.noAssociation = false;
         DllMain(nullptr, DLL_PROCESS_DETACH, nullptr);
         Advance(200);  // a thread that has been forgotten ends at its next tick
+        TakeTrace();
     }
     // Whether a new start and open bring the line into service.
     bool Serves() {
@@ -92,6 +99,12 @@ private:
             RegCloseKey(key);
         }
     }
+    // Before the files change.
+    void TakeTrace() {
+        for (const std::string& line : TraceLines())
+            Traced.Add(line);
+        TraceLog.Counter = std::min(TraceLog.Counter, 1);
+    }
     // A request, and the time until it is completed: one that the set does not answer fails after a minute, and the drop of
     // a call that rings waits for its caller.
     void Ask(const std::string& request) {
@@ -102,6 +115,7 @@ private:
             if (TheBooks.State(cref) == "OFFERING" && !TheBooks.Uncompleted().empty())
                 Happen("caller-hangs-up 1");
         EXPECT_TRUE(!TicksRun || TheBooks.Uncompleted().empty()) << request;
+        TakeTrace();
     }
     void AskOfTheCall(const char* request) {
         const std::vector<int> calls = TheBooks.Alive();
@@ -138,6 +152,7 @@ private:
         if (opened)
             CloseLine();
         EXPECT_EQ(TSPI_providerShutdown(0x20000, 9), 0);
+        TakeTrace();
         TheBooks.Take(Events());
         EXPECT_EQ(TheBooks.Faults(), "");
         EXPECT_THAT(TheBooks.Uncompleted(), IsEmpty());
@@ -147,18 +162,21 @@ private:
 
 // The next place to fail a call at. The first ten are those of start and open; behind them each lies half as far again as
 // the last, or with ZT_EVERY_CALL they are all tried.
+const bool EVERY = std::getenv("ZT_EVERY_CALL") != nullptr;
 int Next(int n) {
-    static const bool every = std::getenv("ZT_EVERY_CALL") != nullptr;
-    return n + (every || n < 10 ? 1 : n / 2);
+    return n + (EVERY || n < 10 ? 1 : n / 2);
 }
 
 class FailingCalls : public testing::TestWithParam<std::string> {};
 
 TEST_P(FailingCalls, LeaveNothingBehind) {
     const std::string& function = GetParam();
+    const std::string record = ZT_SESSIONS "/failing/" + function + ".txt";
+    std::string lives;
     for (const Failing failing : {Failing::Once, Failing::FromThenOn})
         for (int n = 1, counted = 1; n <= counted; n = Next(n)) {
-            SCOPED_TRACE(function + " " + std::to_string(n) + (failing == Failing::Once ? " once" : " from then on"));
+            const std::string which = std::to_string(n) + (failing == Failing::Once ? " once" : " from then on");
+            SCOPED_TRACE(function + " " + which);
             Computer computer;
             // Only then are they called.
             PlatformControl::Port("COM1").ReadPends = function == "GetOverlappedResult" || function == "CancelIoEx";
@@ -173,6 +191,7 @@ TEST_P(FailingCalls, LeaveNothingBehind) {
             computer.Life();
             counted = PlatformControl::CallsCounted();
             PlatformControl::CallsWork();
+            lives += computer.Traced.Text() + " " + which + "\n";
             EXPECT_GT(counted, 0) << "the life does not call it";
             EXPECT_EQ(Computer::ChangedSettings(), "");
             ASSERT_EQ(PlatformControl::OpenHandles(), 0);
@@ -180,6 +199,14 @@ TEST_P(FailingCalls, LeaveNothingBehind) {
             EXPECT_EQ(Computer::ChangedSettings(), "");
             ASSERT_EQ(PlatformControl::OpenHandles(), 0);
         }
+    if (EVERY)
+        return;
+    if (std::getenv("ZT_RECORD_SESSIONS") != nullptr) {
+        std::ofstream(record, std::ios::binary) << lives;
+        FAIL() << "recorded anew";
+    }
+    std::ifstream file(record, std::ios::binary);
+    EXPECT_EQ(lives, std::string(std::istreambuf_iterator<char>(file), {})) << "a life went another way";
 }
 INSTANTIATE_TEST_SUITE_P(Functions, FailingCalls, testing::ValuesIn(PlatformControl::FallibleCalls()),
                          [](const auto& param) {

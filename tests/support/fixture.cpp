@@ -36,6 +36,7 @@ namespace {
 std::mutex EventsLock;  // the serial thread reports too
 std::vector<std::string> Captured;
 std::size_t TraceOffset = 0;
+constexpr const char* TRACE_FILE = "C:\\WINDOWS\\spitrace\\tsptrac0.tr";
 
 struct Named {
     DWORD Value;
@@ -194,7 +195,9 @@ void ResetProvider() {
     Process = ProcessRecord{};
     StopRequest = false;
     SerialThreadLife = ThreadLife::None;
+    TraceMask = 0;
     TraceLog = TraceRecord{};
+    TraceOffset = 0;
     ResetEventLog();
 }
 
@@ -222,10 +225,14 @@ void OpenForCapture() {
 }
 
 std::vector<std::string> TraceLines() {
-    const std::string whole = FileText("C:\\WINDOWS\\spitrace\\tsptrac0.tr");
-    if (whole.size() < TraceOffset)
+    std::ifstream in(PlatformControl::PosixPath("C:\\WINDOWS\\spitrace\\tsptrac0.tr"),
+                     std::ios::binary | std::ios::ate);
+    if (!in)
+        return {};
+    if (static_cast<std::size_t>(in.tellg()) < TraceOffset)
         TraceOffset = 0;  // another test's file
-    const std::string text = whole.substr(TraceOffset);
+    in.seekg(static_cast<std::streamoff>(TraceOffset));
+    const std::string text((std::istreambuf_iterator<char>(in)), {});
     std::vector<std::string> lines;
     std::size_t at = 0;
     for (std::size_t end; (end = text.find('\n', at)) != std::string::npos; at = end + 1) {
@@ -248,6 +255,12 @@ std::vector<std::string> TraceLines() {
     }
     TraceOffset += at;
     return lines;
+}
+
+void RemoveTrace() {
+    TraceClose();
+    std::remove(PlatformControl::PosixPath(TRACE_FILE).c_str());
+    TraceOffset = 0;
 }
 
 std::string Interleaved(const std::vector<std::string>& events, const std::vector<std::string>& lines,
@@ -285,7 +298,6 @@ void SetSetting(const char* section, const char* name, const char* text) {
 void OnTheLine::SetUp() {
     PlatformControl::Reset();
     ResetProvider();
-    TraceOffset = 0;
     Captured.clear();
     Ended.clear();
     TraceMask = 0;

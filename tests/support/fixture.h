@@ -54,6 +54,8 @@ extern DWORD ToldFirst;
 
 // Trace lines written since the last call, without clock, as UTF-8; header lines left out.
 std::vector<std::string> TraceLines();
+// Closes and removes the trace's file; the next line begins it anew.
+void RemoveTrace();
 
 // Events at the places in the trace where it says that they were sent; lines that begin with one of `skipped` left out;
 // " | " between them.

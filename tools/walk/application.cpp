@@ -403,23 +403,33 @@ bool Walker::Query(Words& words) {
     VARSTRING* text = nullptr;
     PHONECAPS* phoneCaps = nullptr;
     DWORD value = 0;
+    LONG result = 0;
     const auto phone = reinterpret_cast<HDRVPHONE>(Line);
     switch (kind) {
     case 0:
-    case 1: TSPI_lineGetCallInfo(call, structure(info)); break;
-    case 2: TSPI_lineGetCallStatus(call, structure(status)); break;
-    case 3: TSPI_lineGetAddressStatus(Line, 0, structure(address)); break;
-    case 4: TSPI_lineGetLineDevStatus(Line, structure(device)); break;
-    case 5: TSPI_lineGetDevCaps(LINE_ID, VERSION, 0, structure(deviceCaps)); break;
-    case 6: TSPI_lineGetAddressCaps(LINE_ID, 0, VERSION, 0, structure(addressCaps)); break;
-    case 7: TSPI_phoneGetDisplay(phone, size == 0 ? nullptr : structure(text)); break;
-    case 8: TSPI_phoneGetDevCaps(PHONE_ID, VERSION, 0, structure(phoneCaps)); break;
-    case 9: TSPI_phoneGetLamp(phone, static_cast<DWORD>(words.Int()), &value); break;
-    default: TSPI_lineGetID(Line, 0, call, 1, structure(text), "tapi/line"_wide, nullptr); break;
+    case 1: result = TSPI_lineGetCallInfo(call, structure(info)); break;
+    case 2: result = TSPI_lineGetCallStatus(call, structure(status)); break;
+    case 3: result = TSPI_lineGetAddressStatus(Line, 0, structure(address)); break;
+    case 4: result = TSPI_lineGetLineDevStatus(Line, structure(device)); break;
+    case 5: result = TSPI_lineGetDevCaps(LINE_ID, VERSION, 0, structure(deviceCaps)); break;
+    case 6: result = TSPI_lineGetAddressCaps(LINE_ID, 0, VERSION, 0, structure(addressCaps)); break;
+    case 7: result = TSPI_phoneGetDisplay(phone, size == 0 ? nullptr : structure(text)); break;
+    case 8: result = TSPI_phoneGetDevCaps(PHONE_ID, VERSION, 0, structure(phoneCaps)); break;
+    case 9: result = TSPI_phoneGetLamp(phone, static_cast<DWORD>(words.Int()), &value); break;
+    default: result = TSPI_lineGetID(Line, 0, call, 1, structure(text), "tapi/line"_wide, nullptr); break;
     }
     if (std::any_of(room.begin() + std::max<DWORD>(size, 4), room.end(),
                     [](std::uint8_t byte) { return byte != 0xA5; }))
         Wrong("a query wrote behind its structure of " + std::to_string(size) + " bytes");
+    if (PrintsAll || Listens) {
+        std::string answer = "    answers " + std::to_string(result) + " " + std::to_string(value);
+        for (DWORD at = 4; at + 4 <= std::min<DWORD>(size, sizeof room); at += 4) {
+            DWORD field;
+            std::memcpy(&field, room.data() + at, sizeof field);
+            answer += field == 0xA5A5A5A5 ? std::string(" -") : LineOf("", field);
+        }
+        Say(std::move(answer));
+    }
     return true;
 }
 

@@ -5,6 +5,8 @@
 // A walk that fails is shown by its seed and its last lines, and then as the fewest lines that still fail so, as `--lines
 // FILE` and tests take them. It ends the program with status 1, and so does a run of 100,000 actions and more that has not
 // been everywhere often enough.
+//
+// `--choose` prints, to be recorded, the walks in which at least `--least` things follow upon each other as in none before.
 #include "walk/cells.h"
 #include "walk/walk.h"
 
@@ -19,8 +21,10 @@
 #include <filesystem>
 #include <fstream>
 #include <iostream>
+#include <regex>
 #include <set>
 #include <sstream>
+#include <utility>
 
 namespace {
 
@@ -28,6 +32,7 @@ const char* const Usage =
     "usage: zt_walk [--actions N] [--seed S] [--length N] [--seconds N] [--jobs N] [--version 1|2|3] [--super 0|1]\n"
     "               [--multi 0|1] [--line 0|1] [--print] [--go-on]\n"
     "       zt_walk --lines FILE [--print]\n"
+    "       zt_walk --choose [--actions N] [--seed S] [--length N] [--least N]\n"
     "what is not given is chosen by each walk's seed\n";
 
 constexpr long OFTEN = 20, ENOUGH = 100'000;  // times, in a run of so many actions
@@ -60,8 +65,8 @@ const char* const Requests[] = {
 
 struct Choices {
     long actions = 10'000, seed = 1, length = 400, seconds = 0, jobs = 1, version = -1, super = -1, multi = -1,
-         line = -1;
-    bool print = false, goOn = false;
+         line = -1, least = 20;
+    bool print = false, goOn = false, choose = false;
 };
 
 // Everything that is counted, by name. The first letter says what it is: a number of the run, a Request, an Oddity, a
@@ -200,6 +205,42 @@ Counts WalkSideBySide(const Choices& choices) {
     return counts;
 }
 
+// A thing noticed, without its numbers and bytes and what stands in brackets.
+std::string Bare(const std::string& text) {
+    static const std::regex numbers("(?:\\b[0-9A-Fa-f]+\\b[ ,:-]*)+"), names("'[^']*'|\"[^\"]*\"|\\(.*\\)");
+    return std::regex_replace(std::regex_replace(text, names, ""), numbers, "#");
+}
+
+int Choose(const Choices& choices) {
+    std::set<std::string> met;
+    long lines = 0, actions = 0;
+    for (long seed = choices.seed; actions < choices.actions; ++seed) {
+        std::set<std::string> fresh;
+        std::vector<std::string> walk;
+        std::string before;
+        std::size_t useful = 0;  // lines, up to the last that brought something
+        const Walk::Outcome out =
+            Walk::Run(OptionsOf(choices, seed), [&](const std::string& line, const std::vector<std::string>& seen) {
+                walk.push_back(line);
+                for (const std::string& text : seen) {
+                    const std::string bare = Bare(text);
+                    std::string pair = std::exchange(before, bare) + "\n" + bare;
+                    if (!met.contains(pair) && fresh.insert(std::move(pair)).second)
+                        useful = walk.size();
+                }
+            });
+        actions += std::max(1L, out.Actions);
+        if (!out.Fault.empty() || static_cast<long>(fresh.size()) < choices.least)
+            continue;
+        met.merge(fresh);
+        for (std::size_t i = 0; i < useful; ++i)
+            std::printf("%s%08x %s\n", i == 0 && lines > 0 ? "\n" : "", 0u, walk[i].c_str());
+        lines += static_cast<long>(useful);
+    }
+    std::fprintf(stderr, "%ld lines, %zu pairs\n", lines, met.size());
+    return lines > 0 ? 0 : 1;
+}
+
 int WalkLines(const char* path, bool print) {
     std::ifstream file(path);
     std::vector<std::string> lines;
@@ -224,7 +265,8 @@ int main(int argc, char** argv) {
         long* value;
     } numbers[] = {{"--actions", &choices.actions}, {"--seed", &choices.seed},   {"--length", &choices.length},
                    {"--seconds", &choices.seconds}, {"--jobs", &choices.jobs},   {"--version", &choices.version},
-                   {"--super", &choices.super},     {"--multi", &choices.multi}, {"--line", &choices.line}};
+                   {"--super", &choices.super},     {"--multi", &choices.multi}, {"--line", &choices.line},
+                   {"--least", &choices.least}};
     const char* lines = nullptr;
     for (int i = 1; i < argc; ++i) {
         long* into = nullptr;
@@ -233,6 +275,8 @@ int main(int argc, char** argv) {
                 into = number.value;
         if (std::strcmp(argv[i], "--print") == 0) {
             choices.print = true;
+        } else if (std::strcmp(argv[i], "--choose") == 0) {
+            choices.choose = true;
         } else if (std::strcmp(argv[i], "--go-on") == 0) {
             choices.goOn = true;
         } else if (std::strcmp(argv[i], "--lines") == 0 && i + 1 < argc) {
@@ -246,6 +290,8 @@ int main(int argc, char** argv) {
     }
     if (lines != nullptr)
         return WalkLines(lines, choices.print);
+    if (choices.choose)
+        return Choose(choices);
     choices.jobs = std::max(choices.jobs, 1L);
     const auto start = std::chrono::steady_clock::now();
     Counts counts = choices.jobs == 1 ? WalkSeeds(choices, 0) : WalkSideBySide(choices);

@@ -151,7 +151,7 @@ void Walker::Advance(std::uint32_t milliseconds) {
 void Walker::Load() {
     ResetProvider();
     DllMain(nullptr, DLL_PROCESS_ATTACH, nullptr);
-    TraceMask = PrintsAll || Has(TRACED) ? 0xFF : 0;
+    TraceMask = PrintsAll || Listens || Has(TRACED) ? 0xFF : 0;
     DWORD lines = 0, phones = 0, options = 0;
     TSPI_providerEnumDevices(PROVIDER_ID, &lines, &phones, nullptr, nullptr, nullptr);
     TSPI_providerInit(VERSION, PROVIDER_ID, LINE_ID, PHONE_ID, 1, 1, RequestNews, &options);
@@ -177,6 +177,13 @@ bool Walker::Settle() {
         Advance(2 * TICK);
     }
     return false;
+}
+
+// The trace so far. The files never change: the provider's count of lines starts anew.
+void Walker::See() {
+    for (std::string& line : TraceLines())
+        Seen.push_back(std::move(line));
+    TraceLog.Counter = std::min(TraceLog.Counter, 1);
 }
 
 // --- the walk ------------------------------------------------------------------------------------------------------------------
@@ -286,6 +293,10 @@ bool Walker::Take(const std::string& line) {
     if (PrintsAll)
         Say(SetText());
     CheckAll();
+    if (Listens) {
+        See();
+        Listens(line, std::exchange(Seen, {}));
+    }
     if (Machine.set.presses.size() > 1000)
         Machine.set.presses.clear();
     if (Machine.pbx.requests.size() > 1000)
@@ -341,6 +352,14 @@ Outcome Run(const Options& options) {
 
 Outcome Run(const std::vector<std::string>& lines, bool printsAll) {
     return Walker(printsAll).Go(lines);
+}
+
+Outcome Run(const Options& options, const Listener& listener) {
+    return Walker(false, listener).Go(options);
+}
+
+Outcome Run(const std::vector<std::string>& lines, const Listener& listener) {
+    return Walker(false, listener).Go(lines);
 }
 
 // --- shortening ----------------------------------------------------------------------------------------------------------

@@ -6,6 +6,7 @@
 #pragma once
 
 #include <cstdint>
+#include <functional>
 #include <map>
 #include <string>
 #include <vector>
@@ -37,6 +38,11 @@ struct Outcome {
 Outcome Run(const Options& options);
 // Walks these lines; one that does not apply is left out.
 Outcome Run(const std::vector<std::string>& lines, bool printsAll = false);
+// The same, telling after each line everything that could be noticed of it: trace lines of all levels, events, answers,
+// in the order in which they came.
+using Listener = std::function<void(const std::string& line, const std::vector<std::string>& seen)>;
+Outcome Run(const std::vector<std::string>& lines, const Listener& listener);
+Outcome Run(const Options& options, const Listener& listener);
 // The fewest of a failed walk's lines that still fail so, behind the same event (numbers apart): none of them can be left
 // out.
 std::vector<std::string> Shrink(const Outcome& failed);

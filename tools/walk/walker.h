@@ -77,12 +77,14 @@ template <class... T> std::string LineOf(const char* verb, const T&... words) {
 
 class Walker {
 public:
-    explicit Walker(bool printsAll) : PrintsAll(printsAll) {}
+    explicit Walker(bool printsAll, Listener listener = nullptr) : PrintsAll(printsAll), Listens(std::move(listener)) {}
     Outcome Go(const Options& options);
     Outcome Go(const std::vector<std::string>& lines);
 
 private:
     const bool PrintsAll;
+    const Listener Listens;
+    std::vector<std::string> Seen;  // what the listener has not been told yet
     int Version = 2, MultiMode = 0;
     bool Misbehaves = false;
     int Extras = 0;  // Extra
@@ -137,10 +139,15 @@ private:
     void Say(std::string line) {
         if (PrintsAll)
             std::printf("%8.1f %s\n", static_cast<double>(PlatformControl::Now() - 1'000'000) / 1000, line.c_str());
+        if (Listens) {
+            See();
+            Seen.push_back(line);
+        }
         Trail.push_back(std::move(line));
         if (Trail.size() > TRAIL)
             Trail.pop_front();
     }
+    void See();
     std::string SetText() const {
         std::string text = "        the set:";
         for (const SetCall& call : Machine.set.calls)

@@ -1,0 +1,35 @@
+// What was seen, as a number: for records of more than anybody would read.
+#pragma once
+
+#include <cstdint>
+#include <cstdio>
+#include <string>
+#include <string_view>
+
+class Digest {
+public:
+    // One line; not one that names this build. Of an entry point's arguments, which are addresses, only its name counts; of a thread's handle, nothing.
+    void Add(std::string_view line) {
+        if (line.starts_with("* Version "))
+            return;
+        if (const std::size_t entry = line.find("TSPI_");
+            entry != line.npos && entry <= std::string_view("Entering ").size())
+            line = line.substr(0, line.find('('));
+        else if (const std::size_t handle = line.find("hcd"); handle != line.npos)
+            line = line.substr(0, handle);
+        for (const char c : line)
+            Add(static_cast<std::uint8_t>(c));
+        Add(std::uint8_t{'\n'});
+    }
+    // Eight hexadecimal digits.
+    std::string Text() const {
+        char text[12];
+        std::snprintf(text, sizeof text, "%08x", static_cast<unsigned>(Value));
+        return text;
+    }
+
+private:
+    void Add(std::uint8_t byte) { Value = (Value ^ byte) * 16777619u; }
+
+    std::uint32_t Value = 2166136261u;  // FNV-1a
+};
