@@ -3,7 +3,7 @@
 // every request is completed, no setting changes, and the next start brings the line into service.
 //
 // What the provider does meanwhile is recorded, as a digest of its trace of all levels for each life
-// (tests/sessions/failing): ZT_RECORD_SESSIONS writes them anew.
+// (tests/recorded/failing): ZT_RECORD_SESSIONS writes them anew.
 #include "config/settings.h"
 #include "config/ui/resource.h"
 #include "config/ui/tuispi.h"
@@ -171,7 +171,7 @@ class FailingCalls : public testing::TestWithParam<std::string> {};
 
 TEST_P(FailingCalls, LeaveNothingBehind) {
     const std::string& function = GetParam();
-    const std::string record = ZT_SESSIONS "/failing/" + function + ".txt";
+    const std::string record = ZT_RECORDED "/failing/" + function + ".txt";
     std::string lives;
     for (const Failing failing : {Failing::Once, Failing::FromThenOn})
         for (int n = 1, counted = 1; n <= counted; n = Next(n)) {

@@ -2,7 +2,7 @@
 // (events, completions, answers, trace lines of all levels, in their order). It says nothing of what is right, and finds
 // what has changed without anybody's having wanted it.
 //
-// tests/sessions/walks.txt is what `zt_walk --choose` printed. ZT_RECORD_SESSIONS writes the digests anew.
+// tests/recorded/walks.txt is what `zt_walk --choose` printed. ZT_RECORD_SESSIONS writes the digests anew.
 #include "support/digest.h"
 #include "walk/walk.h"
 
@@ -15,7 +15,7 @@
 
 namespace {
 
-constexpr const char* RECORD = ZT_SESSIONS "/walks.txt";
+constexpr const char* RECORD = ZT_RECORDED "/walks.txt";
 constexpr std::size_t DIGEST = 9;  // characters, with the blank behind it
 
 using Recorded = std::vector<std::string>;  // a walk, line by line, each behind its digest
