@@ -172,10 +172,12 @@ TEST_F(StartAndStop, SecondOpenStartsTheRecordsAnewUnderTheMutexWhileTicksRun) {
     WaitInfo[3] = PickUpSupervCref = SwapKeyTransferingCref = 0;
     RunningRequest = {REQUEST_DROP, 0, -1};
     Marks.MakeCallReport = {true, 0};
+    confstate = LINECALLSTATE_CONNECTED;
     ProviderState.AppSpecific = 5;
     ReleaseLineMutex(0);
     Events();
     EXPECT_TRUE(waitsBeforeLoading());
+    EXPECT_EQ(CallTable[0].state + static_cast<DWORD>(TouchTable[1].kind + KeyLists.Multi.Count) + confstate, 0u);
     PlatformControl::Advance(2000);
     EXPECT_THAT(Events(), IsEmpty()) << "of calls from before";
     EXPECT_THAT(WaitInfo, testing::Each(-1));

@@ -36,8 +36,7 @@ void ResetThreadState() {
     Link = LinkState{};
     Tick = TickState{};
     ResetMarkers();
-    DynamicConfig.WaitDynamicConfig = 1;  // StaticConfig stays: only a complete dialogue ends it
-    DynamicConfig.WaitTraceMode = 0;
+    DynamicConfig.WaitTraceMode = 0;  // StaticConfig stays: only a complete dialogue ends it
     AomTable = {};
     AomCount = 0;
     SortAomModules();
