@@ -171,8 +171,12 @@ TEST_F(Ticking, BadStoredStringStopsUnderTheMutexAndOnlyOnce) {
     Ticks(1);
     EXPECT_FALSE(Link.LinkStopped) << "the configuration has not been received yet";
     Tick.ConfigReceived = true;
+    CallTable[3].htCall = reinterpret_cast<HTAPICALL>(std::uintptr_t{0x103});
+    Marks.DeferredMakeCall = {true, 3};
+    ToldFirst = LINECALLSTATE_DISCONNECTED | LINECALLSTATE_IDLE;
     PlatformControl::AnswerBoxes([](const PlatformControl::Box&) {
         EXPECT_TRUE(Link.LinkStopped && ProviderState.DeviceState == DEVICE_OUT_OF_SERVICE);
+        EXPECT_THAT(LineEvents(), ElementsAre("STATE 3 DISCONNECTED 1", "STATE 3 IDLE")) << "it will not be made";
         return IDOK;
     });
     Ticks(3);
@@ -272,6 +276,16 @@ TEST_F(Ticking, FlushesAHalfFrameOnTheFifthTickWithoutAByte) {
     EXPECT_THAT(TraceLines(), ElementsAre("Inactivity - flush rx queue", "ResetComPort:3",
                                           testing::HasSubstr("SendL2Msg(02.60.84.1A.)")));
     EXPECT_EQ(Port.Taken(), "02 60 84 1A");
+    EXPECT_EQ(Link.LinkIdleTicks, 0) << "the card has its time to answer before it is polled";
+}
+
+TEST_F(Ticking, WhatTheCardDoesNotTakeIsThrownAwayWithAResetOfThePort) {
+    PlatformControl::Port("COM1").CtsLow = true;
+    SendL2Msg(Serial.Port, ACK_FRAME);
+    ResetComPort(3);
+    PlatformControl::Port("COM1").CtsLow = false;
+    PlatformControl::Advance(100);
+    EXPECT_EQ(Port.Taken(), "") << "it would come out behind what is sent now";
 }
 
 TEST_F(Ticking, RetriesAFailedLinkControlFrameOnceAndEndsTheTick) {
