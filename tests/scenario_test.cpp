@@ -184,18 +184,4 @@ TEST_F(Calls, LossOfContactAndRecovery) {
         << "its key is not deaf";
 }
 
-TEST_F(Calls, TheHardwareProblemBoxKeepsTheTicksRunningWhileItIsOpen) {
-    Start();
-    PlatformControl::KeepBoxesOpen(60'000);
-    Machine.faults.silent = true;
-    Advance(25'000);
-    EXPECT_THAT(LineEvents(), ElementsAre("LINEDEV DISCONNECTED|OUTOFSERVICE"))
-        << "the box is open, the line not closed yet";
-    Machine.faults.silent = false;
-    Advance(25'000);
-    EXPECT_THAT(LineEvents(), ElementsAre("LINEDEV CONNECTED|INSERVICE")) << "nested ticks have reconnected";
-    Advance(30'000);
-    EXPECT_THAT(LineEvents(), ElementsAre("CLOSE"));
-}
-
 }  // namespace
