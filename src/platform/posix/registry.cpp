@@ -407,7 +407,7 @@ BOOL WINAPI WritePrivateProfileStringA(LPCSTR section, LPCSTR name, LPCSTR text,
         return FALSE;
     std::string path = file;
     if (path.find('\\') == std::string::npos) {
-        char directory[512];
+        char directory[512] = "";  // the call can fail
         GetWindowsDirectoryA(directory, sizeof directory);
         path = std::string(directory) + '\\' + path;
     }
