@@ -154,14 +154,22 @@ function showTimeline() {
     }
     return Math.max(0, low);
   }
+  let wide = 0, hidden = 0, dragging = false;
+  new ResizeObserver(() => {
+    wide = at('timeline').clientWidth;
+    hidden = at('timeline').scrollWidth - wide;
+    follow();
+  }).observe(at('timeline'));
   const drag = (event) => {
     const box = svg.getBoundingClientRect();
     choose(nearest((event.clientX - box.left) / box.width * whole), true);
   };
   svg.addEventListener('pointerdown', (event) => {
+    dragging = true;
     svg.setPointerCapture(event.pointerId);
     drag(event);
   });
+  svg.addEventListener('lostpointercapture', () => { dragging = false; });
   svg.addEventListener('pointermove', (event) => {
     if (event.buttons !== 0) drag(event);
   });
@@ -172,6 +180,8 @@ function showTimeline() {
     slide.value = chosen;
     hand.setAttribute('x1', x(chosen));
     hand.setAttribute('x2', x(chosen));
+    // Where the picture is wider than its place, the hand stays in sight, but does not run from under a finger.
+    if (hidden > 0 && !dragging) at('timeline').scrollLeft = x(chosen) / WIDE * (wide + hidden) - wide / 2;
     const live = data.calls.map((call) => {
       const past = call.states.filter(([line]) => line <= chosen);
       const [, state] = past[past.length - 1] ?? [0, 'IDLE'];
