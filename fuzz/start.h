@@ -65,9 +65,10 @@ void FuzzEmptyRegistry();
 // Ends the process with a message when a condition that must hold does not.
 void FuzzRequire(bool condition, const char* what);
 
-// The targets. A fuzzer takes one, tests/corpus_test.cpp all.
+// The targets. A fuzzer takes one, tests/corpus_test.cpp all but the page's, which tests/web_test.cpp takes.
 int FuzzReceive(const std::uint8_t* data, std::size_t size);
 int FuzzOmna(const std::uint8_t* data, std::size_t size);
 int FuzzStoredConfig(const std::uint8_t* data, std::size_t size);
 int FuzzDialogData(const std::uint8_t* data, std::size_t size);
 int FuzzWhole(const std::uint8_t* data, std::size_t size);
+int FuzzPage(const std::uint8_t* data, std::size_t size);

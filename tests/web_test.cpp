@@ -2,9 +2,12 @@
 #include "web/view.h"
 
 #include "equipment/script.h"
+#include "fuzz/start.h"
 
 #include <chrono>
 #include <cstring>
+#include <filesystem>
+#include <fstream>
 #include <list>
 
 #include <arpa/inet.h>
@@ -234,4 +237,17 @@ TEST_F(WebServer, AViewerWhoTakesNothingIsLetGoAndTheOthersGoOn) {
         }));
     }
     EXPECT_FALSE(other.ended);
+}
+
+// What the fuzzer of these messages has been given by hand: as much as the sanitizers see in it.
+TEST(PageMessages, OfTheCorpusHarmNothing) {
+    int inputs = 0;
+    for (const auto& entry : std::filesystem::directory_iterator(ZT_CORPUS "/page")) {
+        std::ifstream file(entry.path(), std::ios::binary);
+        const std::vector<char> bytes((std::istreambuf_iterator<char>(file)), {});
+        const std::vector<std::uint8_t> input(bytes.begin(), bytes.end());
+        EXPECT_EQ(FuzzPage(input.data(), input.size()), 0) << entry.path();
+        ++inputs;
+    }
+    EXPECT_GT(inputs, 0);
 }

@@ -31,6 +31,8 @@ public:
     // NextDue() milliseconds later at the latest.
     void Step(std::uint32_t nowMs);
     std::uint32_t NextDue() const;
+    // Carries out what a viewer has sent; false = the page would not say so.
+    bool Take(Viewer viewer, const std::string& text);
 
     // --- for an application beside the set
     // Carries out a viewer's command and gives "", or why not. None: there is no application.
@@ -56,7 +58,6 @@ private:
     void Add(Line line);
     void AddFrame(bool outgoing, Equipment::ByteSpan frame);
     void Join(Viewer viewer);
-    bool Take(Viewer viewer, const std::string& text);
     void ShowSet();
 };
 
