@@ -43,6 +43,15 @@ TEST_F(Model, NewCallReportsAllItsStatesAndThenTracesThem) {
     EXPECT_THAT(At(3).calls, ElementsAre(-1, -1)) << "its creator places any other call";
 }
 
+TEST_F(Model, NewCallLeavesTheSlotsOfItsRecordsFormerOneButThoseOfSupervision) {
+    Key(5, TOUCH_SUPERV);
+    for (const int key : {2, 5})
+        At(key).calls[1] = 0;
+    EXPECT_EQ(AllocCallRecord(DIALTONE, 3), 0);
+    EXPECT_EQ(At(2).calls[1], -1);
+    EXPECT_EQ(At(5).calls[1], 0);
+}
+
 TEST_F(Model, NewStateByReportedState) {
     struct Case {
         DWORD from, reported, then;
@@ -58,6 +67,7 @@ TEST_F(Model, NewStateByReportedState) {
         {LINECALLSTATE_DIALING, PROCEEDING, PROCEEDING, "STATE 0 PROCEEDING | " + ringback + proceeding, true},
         {DIALTONE, LINECALLSTATE_RINGBACK, PROCEEDING,
          "STATE 0 DIALING | STATE 0 PROCEEDING | " + ringback + proceeding, true},
+        {PROCEEDING, LINECALLSTATE_RINGBACK, PROCEEDING, ringback + proceeding, true},
         {CONNECTED, PROCEEDING, CONNECTED, proceeding, true},
         {CONNECTED, BUSY, CONNECTED, "", false},
     };

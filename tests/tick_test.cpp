@@ -187,6 +187,21 @@ TEST_F(Ticking, BadStoredStringStopsUnderTheMutexAndOnlyOnce) {
     EXPECT_THAT(LineEvents(), IsEmpty());
 }
 
+TEST_F(Ticking, PutOffCallIsMadeUnlessItsRecordHasBeenDialledFrom) {
+    Key(3, TOUCH_MULTI);
+    Tick.ConfigUsable = true;
+    Tick.InitDataPending = false;
+    ToldFirst = LINECALLSTATE_DISCONNECTED | LINECALLSTATE_IDLE;
+    for (const DWORD state : {DWORD{0}, LINECALLSTATE_IDLE, LINECALLSTATE_DIALTONE, LINECALLSTATE_DIALING}) {
+        CallTable[0] = CallRecord{};
+        CallTable[0].htCall = reinterpret_cast<HTAPICALL>(std::uintptr_t{0x100});
+        CallTable[0].state = state;
+        Marks.DeferredMakeCall = {true, 0};
+        Ticks(1);
+        EXPECT_EQ(LineEvents().front() == "STATE 0 DISCONNECTED 1", state == LINECALLSTATE_DIALING) << state;
+    }
+}
+
 TEST_F(Ticking, MadeCallThatLightsNoKeyEndsAtThe20thTick) {
     Link.TraceModeSeen = true;
     Key(3, TOUCH_MULTI);
