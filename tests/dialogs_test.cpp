@@ -67,8 +67,8 @@ protected:
 };
 
 TEST_F(Dialogs, MainDialogShowsThePortsThatExistAndTheVersions) {
-    for (const auto& [port, error] :
-         {std::pair{"COM2", ERROR_ACCESS_DENIED}, {"COM3", ERROR_FILE_NOT_FOUND}, {"COM4", ERROR_IRQ_BUSY}})
+    for (const auto& [port, error] : std::initializer_list<std::pair<const char*, DWORD>>{
+             {"COM2", ERROR_ACCESS_DENIED}, {"COM3", ERROR_FILE_NOT_FOUND}, {"COM4", ERROR_IRQ_BUSY}})
         PlatformControl::Port(port).OpenError = error;
     const int handles = PlatformControl::OpenHandles();
     SetSetting("Provider", "Port", "COM4");

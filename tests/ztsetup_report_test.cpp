@@ -56,7 +56,7 @@ std::uint32_t ValueAt(std::string_view key, std::uint32_t index, RegistryValue& 
         return FILE_MISSING;
     if (index >= found->second.size())
         return NOTHING_MORE;
-    const auto& [name, text] = *std::next(found->second.begin(), index);
+    const auto& [name, text] = *std::next(found->second.begin(), static_cast<std::ptrdiff_t>(index));
     value = {TextOf<512>(name), text == "#" ? 4u : TYPE_TEXT, TextOf<4096>(text == "#" ? "" : text)};
     return 0;
 }

@@ -8,6 +8,7 @@
 
 #include <span>
 #include <string>
+#include <type_traits>
 
 namespace Tsphost {
 
@@ -38,9 +39,17 @@ void Print(const std::string& name, const std::string& value);
 // Prints a result; true for success.
 bool Report(const char* name, LONG result);
 
+// Windows' constants are int where the entry points take DWORD.
+template <class Argument> auto Passed(Argument argument) {
+    if constexpr (std::is_same_v<Argument, int>)
+        return static_cast<DWORD>(argument);
+    else
+        return argument;
+}
+
 // An entry point that answers at once: ZT_CALL(TSPI_lineClose, TheHost.Line). Its result is printed.
 template <class Function, class... Arguments> bool Call(const char* name, Arguments... arguments) {
-    return Report(name, Export<Function>(name)(arguments...));
+    return Report(name, Export<Function>(name)(Passed(arguments)...));
 }
 #define ZT_CALL(name, ...) Call<decltype(&name)>(#name, __VA_ARGS__)
 
@@ -50,7 +59,7 @@ bool ReportRequest(const char* name, DRV_REQUESTID request, LONG result);
 template <class Function, class... Arguments> bool Request(const char* name, Arguments... arguments) {
     const auto function = Export<Function>(name);
     const DRV_REQUESTID request = NewRequest();
-    return ReportRequest(name, request, function(request, arguments...));
+    return ReportRequest(name, request, function(request, Passed(arguments)...));
 }
 #define ZT_REQUEST(name, ...) Request<decltype(&name)>(#name, __VA_ARGS__)
 

@@ -18,7 +18,8 @@ namespace {
 
 // Errors that have no name elsewhere in this layer.
 constexpr DWORD INVALID_WINDOW = 1400, NO_RESOURCES = 1450, NOT_ENOUGH_QUOTA = 1816,
-                NO_MEMORY = ERROR_NOT_ENOUGH_MEMORY, DISK_FULL = 112, NO_UNICODE = 1113;
+                NO_MEMORY = ERROR_NOT_ENOUGH_MEMORY;
+[[maybe_unused]] constexpr DWORD DISK_FULL = 112, NO_UNICODE = 1113;  // not on Windows
 
 struct Fallible {
     const char* Function;

@@ -18,7 +18,7 @@ void CALLBACK OnLineEvent(HTAPILINE, HTAPICALL, DWORD message, DWORD_PTR paramet
     if (message == LINE_CLOSE) {
         LineEvents += "CLOSE ";
     } else if (message == LINE_LINEDEVSTATE) {
-        for (const auto& [bit, name] : {std::pair{LINEDEVSTATE_CONNECTED, "CONNECTED "},
+        for (const auto& [bit, name] : {std::pair{DWORD{LINEDEVSTATE_CONNECTED}, "CONNECTED "},
                                         {LINEDEVSTATE_INSERVICE, "INSERVICE "},
                                         {LINEDEVSTATE_REINIT, "REINIT "}})
             if ((parameter & bit) != 0)
