@@ -192,7 +192,8 @@ TEST_F(Ticking, PutOffCallIsMadeUnlessItsRecordHasBeenDialledFrom) {
     Tick.ConfigUsable = true;
     Tick.InitDataPending = false;
     ToldFirst = LINECALLSTATE_DISCONNECTED | LINECALLSTATE_IDLE;
-    for (const DWORD state : {DWORD{0}, LINECALLSTATE_IDLE, LINECALLSTATE_DIALTONE, LINECALLSTATE_DIALING}) {
+    for (const DWORD state :
+         std::initializer_list<DWORD>{0, LINECALLSTATE_IDLE, LINECALLSTATE_DIALTONE, LINECALLSTATE_DIALING}) {
         CallTable[0] = CallRecord{};
         CallTable[0].htCall = reinterpret_cast<HTAPICALL>(std::uintptr_t{0x100});
         CallTable[0].state = state;

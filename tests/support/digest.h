@@ -29,7 +29,7 @@ public:
     }
 
 private:
-    void Add(std::uint8_t byte) { Value = (Value ^ byte) * 16777619u; }
+    void Add(std::uint8_t value) { Value = (Value ^ value) * 16777619u; }
 
     std::uint32_t Value = 2166136261u;  // FNV-1a
 };
