@@ -34,7 +34,8 @@ else()
   set(library -D__GXX_TYPEINFO_EQUALITY_INLINE=0)
   set(CMAKE_CXX_FLAGS_INIT "-stdlib++-isystem${headers} -isystem${headers}/${ZT_MACHINE}-w64-mingw32 ${library}")
   # The same sources in the same place make the same bytes: no time of the build in them.
-  set(link "-fuse-ld=lld -Wl,-Xlink=-Brepro -L${libraries} ${threads}")
+  # -B: the start that registers the frames of exceptions for 32 bits is gcc's, not the empty one beside the headers.
+  set(link "-fuse-ld=lld -Wl,-Xlink=-Brepro -B${libraries} -L${libraries} ${threads}")
   set(CMAKE_EXE_LINKER_FLAGS_INIT ${link})
   set(CMAKE_SHARED_LINKER_FLAGS_INIT ${link})
   set(CMAKE_OBJCOPY llvm-objcopy) # that of binutils writes the time into what it strips

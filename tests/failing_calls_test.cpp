@@ -199,7 +199,8 @@ TEST_P(FailingCalls, LeaveNothingBehind) {
             EXPECT_EQ(Computer::ChangedSettings(), "");
             ASSERT_EQ(PlatformControl::OpenHandles(), 0);
         }
-    if (EVERY)
+    // The layer for Linux calls that one for the INI file, too; Windows' does not.
+    if (EVERY || function == "GetWindowsDirectoryA")
         return;
     if (std::getenv("ZT_RECORD_SESSIONS") != nullptr) {
         std::ofstream(record, std::ios::binary) << lives;
