@@ -2,9 +2,9 @@
 # model is enough for the product; what is built to run under Wine (tests, host) sets ZT_THREADS to posix, for GoogleTest
 # and std::mutex.
 #
-# clang compiles it, which makes PDBs and is quicker, with MinGW's headers and libraries; ZT_COMPILER=gcc takes g++, as what
-# runs under Wine for 32 bits does: compiled by clang, some of its unit tests end in the middle. Tools that take std::mutex
-# have ZT_RUNTIME, where clang finds headers and libraries of the one thread model, replaced by ZT_THREADED_RUNTIME, the other's.
+# clang compiles it, which makes PDBs and is quicker, with MinGW's headers and libraries; ZT_COMPILER=gcc takes g++, for its
+# warnings. Tools that take std::mutex have ZT_RUNTIME, where clang finds headers and libraries of the one thread model,
+# replaced by ZT_THREADED_RUNTIME, the other's.
 set(CMAKE_SYSTEM_NAME Windows)
 set(CMAKE_SYSTEM_PROCESSOR ${ZT_MACHINE})
 if(NOT DEFINED ZT_THREADS)

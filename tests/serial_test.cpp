@@ -110,6 +110,11 @@ TEST_F(Thread, NothingOfAnEarlierThreadIsLeft) {
     EXPECT_EQ(DynamicConfig.LastActionState, 1);
     EXPECT_THAT(AomOrder, ElementsAre(0, 1, 2));
     EXPECT_EQ(FifoCount(LINK_FIFO), 4) << "what the link starts with";
+    EXPECT_EQ(Serial.PortDigit, '1');
+    Stop();
+    CopyText(ProviderState.PortName, "COM2");  // there is none
+    Start();
+    EXPECT_EQ(Serial.PortDigit, '2');
 }
 
 TEST_F(Thread, StopsClosesEverythingAndStartsAgain) {

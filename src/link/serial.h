@@ -10,6 +10,7 @@ struct SerialState {
     HANDLE Port = INVALID_HANDLE_VALUE;
     UINT_PTR Timer = 0;
     bool PortFailed = false;  // the thread could not open the port; SerialOpenComms refuses while set
+    char PortDigit = '1';     // fourth character of the port name
     bool V24Trouble = false;  // the "Hardware Problem" box has been shown since the thread started
 };
 extern SerialState Serial;

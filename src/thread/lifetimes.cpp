@@ -36,7 +36,8 @@ void ResetThreadState() {
     Link = LinkState{};
     Tick = TickState{};
     ResetMarkers();
-    DynamicConfig.WaitTraceMode = 0;  // StaticConfig stays: only a complete dialogue ends it
+    DynamicConfig.WaitDynamicConfig = 1;  // StaticConfig stays: only a complete dialogue ends it
+    DynamicConfig.WaitTraceMode = 0;
     AomTable = {};
     AomCount = 0;
     SortAomModules();

@@ -78,6 +78,7 @@ DWORD ServePort(HANDLE ready) {
             LeaveIfShared(held);
             return 0;
         }
+        Serial.PortDigit = name[3];
         SerialOpenComms(name, ProviderState.SpeedText);
         const DWORD error = GetLastError();  // before a trace line touches it
         Trace(TRACE_ENTRY, "Tentative d'ouverture du port - hcd:%x", Serial.Port);
