@@ -16,6 +16,9 @@ namespace {
 const char* DumpName = nullptr;
 
 LONG WINAPI WriteDump(EXCEPTION_POINTERS* what) {
+    // Wine's dbghelp reads the debug information of every loaded module otherwise, its own system's too: that takes half a
+    // minute, and it breaks down over it as the addresses fall.
+    SymSetOptions(SYMOPT_DEFERRED_LOADS);
     const HANDLE file = CreateFileA(DumpName, GENERIC_WRITE, 0, nullptr, CREATE_ALWAYS, 0, nullptr);
     MINIDUMP_EXCEPTION_INFORMATION information{GetCurrentThreadId(), what, FALSE};
     if (!MiniDumpWriteDump(GetCurrentProcess(), GetCurrentProcessId(), file, MiniDumpNormal, &information, nullptr,
