@@ -110,8 +110,8 @@ struct LinkState {
     bool LinkStopped = false;                               // the provider has stopped itself (trace mode, bad strings)
     // the sub-device test of the registry section Subdevice_Test
     bool SubdeviceTest = false;
-    int NbInputBeforeSuspend = -1;
-    int NbWaitAckBeforeResponse = 0;
+    int NbInputBeforeSuspend = -1;     // frames until sending is suspended; 0 and -2: it is; -1: never
+    int NbWaitAckBeforeResponse = 0;   // restarts of the card without an answer; below 0: none is ever answered
     bool WaitAckResponseNack = false;  // WaitAckResponse: false = ACK, true = NACK
 };
 extern LinkState Link;
@@ -122,9 +122,10 @@ void ResetReceiver();
 int ProcessInput(int count, const std::uint8_t* bytes);
 
 // Queues a whole frame (an empty one only kicks the transmitter). Gives 0 when queued or nothing to do, -3 when the
-// link is stopped, otherwise what TxZTMsgFromFifo gives.
+// link is stopped, 0 or -2 while the sub-device test suspends sending, otherwise what TxZTMsgFromFifo gives.
 int QueueZTMsg(HANDLE port, std::span<const std::uint8_t> frame);
-// Writes the oldest queued frame. Gives 0 when sent or nothing to send, -1 when there is no port or a write fails.
+// Writes the oldest queued frame. Gives 0 when sent or nothing to send, -1 when there is no port, the frame is too long or
+// a write fails.
 int TxZTMsgFromFifo();
 // 1 while data frames must wait.
 int SendingBlocked();

@@ -502,8 +502,9 @@ void HandleSkInfoAck(std::uint8_t, Bytes payload) {
     DynamicConfig.WaitDynamicConfig = 0;
     DynamicConfig.StaticConfig = 0;
     Tick.ConfigUsable = true;
-    Tick.InitDataPending =
-        false;  // nothing is to be loaded over it: a stored one counts as none after some failed starts
+    // Nothing is to be loaded over it. Where the stored one counts as none, after some failed starts, no tick would ever
+    // clear this, and a call that was put off waits for it.
+    Tick.InitDataPending = false;
     if (LanguageChanged)
         SaveLanguage();
     if (SetConfig.SoftKeysChanged) {
