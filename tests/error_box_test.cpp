@@ -132,12 +132,14 @@ TEST_F(InTheService, AMissingPortIsToldOnceAMinuteUntilSomebodyIsThereToSeeIt) {
     Advance(180'000);
     EXPECT_LE(PlatformControl::CallsCounted(), 12) << "not at every tick, and under the line mutex";
     PlatformControl::CallsWork();
+    const int handles = PlatformControl::OpenHandles();
     for (const Screen screen : {Screen::UserAtADistance, Screen::UsersSession}) {
         PlatformControl::UseScreen(screen);
         Advance(60'000);
         EXPECT_THAT(Logged(), testing::Contains(screen == Screen::UsersSession ? "W15 Serial Port blocked 1"
                                                                                : "W15 Serial Port blocked 2"));
     }
+    EXPECT_EQ(PlatformControl::OpenHandles(), handles) << "the list of sessions and their users' names are given back";
     PlatformControl::Port("COM1").OpenError = 0;
 }
 

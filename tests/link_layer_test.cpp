@@ -121,21 +121,47 @@ TEST_F(LinkLayer, ConfigResponseTellsTheCardsVersionAndModes) {
 // --- frames by type ------------------------------------------------------------------------------------------------
 
 TEST_F(LinkLayer, EachTypeHasItsAnswer) {
-    const std::pair<ByteList, std::string> cases[] = {
-        {Frame({0x00}), "01 00 FF"},  {Frame({0x20}), ACK + " 01 20 DF"}, {Frame({0x0C, 0x80, 0, 2, 0x12}), ACK},
-        {Frame({0x63, 0, 'G'}), ACK}, {Frame({0x64, 0, ' '}), ACK},       {Frame({0x04}), ""},
-        {Frame({0x65}), ""},          {Frame({0xFF, 1, 2, 3}), ""},       {ToBytes({0, 0}), ""}};
-    for (const auto& [received, written] : cases) {
+    struct Row {
+        ByteList counted;
+        std::string alone;
+        std::string unasked{};  // what it is answered with where it is not to be acknowledged
+    };
+    std::vector<Row> rows = {{{0x00}, "01 00 FF", "01 00 FF"},
+                             {{0x20}, ACK + " 01 20 DF", "01 20 DF"},
+                             {{0x0C, 0x80, 0, 2, 0x12}, ACK, ACK},
+                             {{0x60, 0x02}, ACK, ACK},
+                             {{0x60, 0x86}, ACK, ACK},
+                             {{0x60, 0x87}, ACK, ACK},
+                             {{0x60, 0x88}, ACK},
+                             {{0x63, 0, 'G'}, ACK},
+                             {{0x64, 0, ' '}, ACK},
+                             {{0x04}, ""},
+                             {{0x65}, ""},
+                             {{0xFF, 1, 2, 3}, ""}};
+    for (const int type : {0x03, 0x0B, 0x0E, 0x10, 0x11, 0x12, 0x1F, 0x21, 0x22, 0x61, 0x62, 0x6E, 0x6F})
+        rows.push_back({ToBytes({type}), ACK});
+    const auto answer = [&](const ByteList& counted, int inputs) {
         Quiet();
         Link.TxDropCount = 1;
-        EXPECT_EQ(Answer(received), written) << "type " << int{received[1]};
-        EXPECT_EQ(Link.TxDropCount, received[1] == 0x20 ? 0 : 1);
+        Link.NbInputBeforeSuspend = inputs;
+        return Answer(Frame(counted));
+    };
+    for (const auto& [counted, alone, unasked] : rows) {
+        SCOPED_TRACE("type " + std::to_string(counted[0]));
+        EXPECT_EQ(answer(counted, -1), alone);
+        EXPECT_EQ(Link.TxDropCount, counted[0] == 0x20 ? 0 : 1);
+        for (const int suspended : {0, -2})
+            EXPECT_EQ(answer(counted, suspended), unasked);
+        const ByteList item = Join({ToBytes({static_cast<int>(counted.size())}), counted}),
+                       control = counted[0] == 0x60 ? ByteList{} : ToBytes({2, 0x60, 0x55});
+        for (const int around : {0x0B, 0x6E, 0x6F})
+            EXPECT_EQ(answer(Join({ToBytes({around}), around == 0x6F ? control : ByteList{}, item}), -1),
+                      ACK + (unasked.empty() ? "" : " ") + unasked)
+                << "in " << around;
     }
-    for (const int type : {0x03, 0x0B, 0x0E, 0x10, 0x11, 0x12, 0x1F, 0x21, 0x22, 0x61, 0x62, 0x6E, 0x6F}) {
-        Quiet();
-        EXPECT_EQ(Answer(Frame({type})), ACK) << type;
-    }
-    EXPECT_THAT(Drain(), ElementsAre(ToBytes({0x05, 0x30, 0x02, 0x03, 0x03, 0x02, 0xC1}))) << "of type 0E";
+    EXPECT_EQ(Answer(ToBytes({0, 0})), "");
+    EXPECT_THAT(Drain(), testing::AllOf(testing::SizeIs(6), testing::Each(ToBytes({5, 0x30, 2, 3, 3, 2, 0xC1}))))
+        << "of type 0E";
 }
 
 TEST_F(LinkLayer, DataWaitsForTheCardsGoAheadAndTraceHeadersProveTheirMode) {
@@ -459,6 +485,8 @@ TEST_F(LinkLayer, TheSubdeviceTestSuspendsSendingUntilRestartsAndMayRefuse) {
     Quiet();
     EXPECT_EQ(QueueZTMsg(Serial.Port, {}), -2);
     EXPECT_EQ(Answer(restart), NACK);
+    Link.NbWaitAckBeforeResponse = -1;
+    EXPECT_EQ(Answer(restart), "") << "none is ever answered";
 }
 
 TEST_F(LinkLayer, AfterL2TimeoutIsTakenFromOneTo150Milliseconds) {

@@ -196,6 +196,7 @@ TEST_F(Thread, PortThatDoesNotOpenIsToldToUserAndPendingRequest) {
         PlatformControl::Settle();
         EXPECT_EQ(Com1().Opens, ++opened);
         EXPECT_EQ(Com1().Closes, opened) << "a port that cannot be set up is given back";
+        EXPECT_THAT(TraceLines(), testing::Contains("LastError 1117")) << "of what failed, not of what gave it back";
         *fails = false;
     }
 }
@@ -249,6 +250,19 @@ TEST_F(Thread, ReconnectReopensWithoutTouchingTimeoutsOrTimer) {
     EXPECT_TRUE(Link.WriteFailed && Link.SavedLength == 3) << "it is still to be tried again";
     EXPECT_EQ(Link.TxIdleCount + Link.TxDropCount + Tick.WaitConfigCount + Tick.WaitTrace, 0);
     EXPECT_EQ(Port.Taken(), "02 60 85 19");
+    for (bool* const fails : {&Com1().GetStateFails, &Com1().SetStateFails}) {
+        *fails = true;
+        Reconnect();
+        EXPECT_NE(Serial.Port, INVALID_HANDLE_VALUE) << "it ends there, with the port as it is";
+        EXPECT_EQ(Com1().Opens, Com1().Closes + 1);
+        EXPECT_EQ(Port.Taken(), "");
+        *fails = false;
+    }
+    PlatformControl::MapPort("LPT1", &Port);
+    CopyText(ProviderState.PortName, "LPT1");
+    Reconnect();
+    EXPECT_EQ(Serial.Port, INVALID_HANDLE_VALUE);
+    EXPECT_EQ(Port.Taken(), "") << "no COM port";
     ReleaseLineMutex(0);
 }
 

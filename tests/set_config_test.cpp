@@ -81,6 +81,7 @@ TEST_F(Dialogue, GoesThroughItsStepsOneRequestAnAnswer) {
     Again();
     EXPECT_THAT(Requests(), ElementsAre("2", "6", "8 from 0", "30", "32 from 0", "10", "12 from 0", "14", "16 from 0",
                                         "18", "20 from 0"));
+    ProviderState.TAPI_OMNA_Ver = 4;  // one to come has what version 3 has
     HandleKeyAck(1, Payload("3"));
     HandleKeyInfoAck(1, Payload("2  1 '4711' 0  2 '4712' 0"));
     HandleKeyInfoAck(1, Payload("0"));
@@ -282,6 +283,10 @@ TEST_F(Dialogue, StoredConfigurationIsUsableForTheSameNumberAndLanguage) {
         SaveLanguage();
         EXPECT_EQ(Setting("SetConfig", "Language"), text);
         EXPECT_EQ(ReadLanguage(), code) << text;
+    }
+    for (const char* text : {"5: Dutch", "9", "/", "French"}) {
+        SetSetting("SetConfig", "Language", text);
+        EXPECT_EQ(ReadLanguage(), -1) << text;
     }
 }
 

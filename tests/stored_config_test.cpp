@@ -83,6 +83,13 @@ TEST_F(Stored, EveryKeyIsReadAndEachListHasItsRoom) {
         LoadSetDes();
         EXPECT_THAT(Keys(list), ElementsAre(88)) << "the last value of all";
     }
+    for (const int others : {89, 90}) {  // 90 values are looked at
+        RegDeleteSection("Set_Des");
+        for (int other = 10; other < 10 + others; ++other)
+            SetSetting("Set_Des", ("A" + std::to_string(other)).c_str(), "M1");
+        SetSetting("Set_Des", "T01", "M1");
+        EXPECT_EQ(LoadSetDes(), others == 89 ? 1 : 0);
+    }
 }
 
 TEST_F(Stored, SwitchesAreReadWithTheirDefaults) {

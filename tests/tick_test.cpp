@@ -91,6 +91,7 @@ TEST_F(Ticking, StopsAtItsLimitWithoutTheConfiguration) {
         std::string box, logged;
     } cases[] = {
         {90, 0, 0, -1, "failed :Config dynamic :Device association ack not received", noAnswer, "8 COM1"},
+        {140, 3, 1, 3, "failed :Not a KB2(7120) set", wrong + "Your set is not a 7120/7121 Corvane set", "10 COM1"},
         {140, 2, 1, 3, "failed :Not a KB2(7120) set", wrong + "Your set is not a 7120/7121 Corvane set", "10 COM1"},
         {140, 2, 3, 0, "failed :Not a multiline set", wrong + "Your set has not a multiline config", "11 COM1"},
         {140, 1, 0, 0, "failed :Not a multiline set", wrong + "Your set has not a multiline config", "11 COM1"},
@@ -119,6 +120,7 @@ TEST_F(Ticking, StopsAtItsLimitWithoutTheConfiguration) {
         ASSERT_EQ(PlatformControl::Boxes().size(), ++boxes) << "once";
         EXPECT_EQ(PlatformControl::Boxes().back().Text, c.box);
         EXPECT_EQ(PlatformControl::Boxes().back().LineMutexHeld, c.box != noAnswer);
+        EXPECT_EQ(PlatformControl::Boxes().back().Beep, c.box == noAnswer ? MB_ICONHAND : PlatformControl::NO_BEEP);
         EXPECT_EQ(Setting("Dynamic_Set_Conf", "LastAction"), c.lastAction);
         EXPECT_EQ(StopLogged(), c.logged);
         EXPECT_THAT(before, ElementsAre("STATE " + call + " IDLE"));
@@ -302,6 +304,21 @@ TEST_F(Ticking, WhatTheCardDoesNotTakeIsThrownAwayWithAResetOfThePort) {
     PlatformControl::Port("COM1").CtsLow = false;
     PlatformControl::Advance(100);
     EXPECT_EQ(Port.Taken(), "") << "it would come out behind what is sent now";
+    Port.Feed({0x08, 0x22});
+    Ticks(1);
+    ResetComPort(3);
+    EXPECT_EQ(Link.Receiving, Receiver::Waiting) << "for a length byte";
+    // What is under way has time to go out at a closing, however long the last tick has waited.
+    Reconnect();
+    Port.Taken();
+    PlatformControl::Port("COM1").CtsLow = true;
+    SendL2Msg(Serial.Port, NACK_FRAME);
+    ResetComPort(3);
+    PlatformControl::Port("COM1").CtsLow = false;
+    PlatformControl::Port("COM1").How = PlatformControl::Transfers::InPieces;
+    SendL2Msg(Serial.Port, ACK_FRAME);
+    SerialCloseComms();
+    EXPECT_EQ(Port.Taken(), ACK);
 }
 
 TEST_F(Ticking, RetriesAFailedLinkControlFrameOnceAndEndsTheTick) {
@@ -325,6 +342,11 @@ TEST_F(Ticking, RetriesAFailedLinkControlFrameOnceAndEndsTheTick) {
 }
 
 TEST_F(Ticking, PollsASilentLinkAndReconnectsWhenNothingComes) {
+    Link.SubdeviceTest = true;
+    SilentTicks(100);
+    EXPECT_EQ(Port.Taken(), "") << "not in the sub-device test";
+    EXPECT_EQ(PlatformControl::Port("COM1").Opens, 1);
+    Link = LinkState{};
     ProviderState.DeviceState = DEVICE_IN_SERVICE;
     Tick.ConfigReceived = false;
     Tick.WaitConfigCount = 50;
@@ -354,6 +376,7 @@ TEST_F(Ticking, PollsASilentLinkAndReconnectsWhenNothingComes) {
               "Hardware Problem - Please check:\n\n - the cable,\n - the PC serial port,\n - the VXC card.\n\n"
               "Trying to restart ... Click Ok to abort");
     EXPECT_FALSE(PlatformControl::Boxes().at(0).LineMutexHeld);
+    EXPECT_EQ(PlatformControl::Boxes().at(0).Beep, UINT{MB_ICONHAND});
     Serial.V24Trouble = false;
     ProviderState.DeviceState = DEVICE_STARTING;
     Link.LinkIdleTicks = 60;

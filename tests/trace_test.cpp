@@ -88,7 +88,11 @@ TEST_F(TraceLife, FilesChangeWhenTheCounterWrapsAndTheNextProcessKeepsThem) {
     EXPECT_EQ(TraceFile("tsptrac0.old"), "1000000 2001\n");
     EXPECT_THAT(TraceFile("tsptrac1.old"), testing::StartsWith("1000000 wrapped\n"));
     EXPECT_FALSE(std::filesystem::exists(PlatformControl::PosixPath("C:\\WINDOWS\\spitrace\\tsptrac1.tr")));
-    TraceClose();
+    DllMain(nullptr, DLL_PROCESS_DETACH, &TraceLog);
+    EXPECT_NE(TraceLog.File, nullptr) << "the process ends: the run time may be half gone";
+    DllMain(nullptr, DLL_PROCESS_DETACH, nullptr);
+    EXPECT_EQ(TraceLog.File, nullptr);
+    DllMain(nullptr, DLL_PROCESS_ATTACH, nullptr);
     Trace(TRACE_ALWAYS, "and the next");
     EXPECT_THAT(TraceFile("tsptrac0.old"), testing::EndsWith(" next process\n")) << "its second file has not begun";
     EXPECT_EQ(TraceFile("tsptrac1.old"), "");

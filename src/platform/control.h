@@ -93,12 +93,14 @@ void PutBack(const std::string& name, std::uint32_t after = 0, const std::vector
 void LineError(const std::string& name, DWORD errors, std::uint8_t garbage);
 
 // --- message boxes -----------------------------------------------------------------------------------------------
+constexpr UINT NO_BEEP = 0xFFFFFFFF;
 struct Box {
     std::string Text, Caption;  // bytes as given, Windows-1252
     UINT Style = 0;
     bool LineMutexHeld = false;  // whether the showing thread held a mutex named SP62LineMutex while it was open
     bool InSession = false;      // sent to a user's session by a process without a screen
     DWORD Seconds = 0;           // after which such a box closes by itself; 0 = never
+    UINT Beep = NO_BEEP;         // of MessageBeep since the box before
 };
 std::vector<Box> Boxes();  // all shown since Reset
 // Boxes stay open this long by the clock; meanwhile the showing thread's timers are dispatched, as on Windows.
@@ -182,7 +184,8 @@ void StickGlobalUnlock(int times);  // the next n unlocks report that the block 
 // The next wait for the mutex of this name ends with this result (WAIT_ABANDONED gives the mutex, WAIT_TIMEOUT not).
 void NextWait(const std::string& mutexName, DWORD result);
 void FailCreate(const std::string& objectName, DWORD error);  // CreateMutexA, CreateEventA; 0 lifts it
-// What has not been given back, for leak tests: handles of every kind, timers, files, memory, threads that run.
+// What has not been given back, for leak tests: handles of every kind, timers, files, memory (what functions about sessions
+// have given, too), threads that run.
 int OpenHandles();
 
 }  // namespace PlatformControl

@@ -311,7 +311,7 @@ void PlatformControl::FailCreate(const std::string& objectName, DWORD error) {
 
 int PlatformControl::OpenHandles() {
     const Guard guard(Lock);
-    return static_cast<int>(Handles.size()) + TimerCount() + OpenFiles() + Running;
+    return static_cast<int>(Handles.size()) + TimerCount() + OpenFiles() + SessionMemory() + Running;
 }
 
 void PlatformControl::Reset() {

@@ -221,6 +221,7 @@ std::string TerminalOf(const std::string& name) {
 }
 
 // The open port behind a handle, kept alive by the caller; null with the error set, also when its device is gone.
+// A call that succeeds leaves any last error behind it: who wants one has taken it before.
 std::shared_ptr<OpenPort> PortOf(HANDLE handle) {
     const Guard guard(Lock);
     auto port = std::dynamic_pointer_cast<OpenPort>(Find(handle));
@@ -229,6 +230,7 @@ std::shared_ptr<OpenPort> PortOf(HANDLE handle) {
         return nullptr;
     }
     GoOn(*port, NowLocked());
+    SetLastError(ERROR_SUCCESS);
     return port;
 }
 

@@ -17,6 +17,7 @@ using PlatformControl::Screen;
 constexpr DWORD OWN_SESSION = 0, CONSOLE_SESSION = 1, REMOTE_SESSION = 2, LEFT_SESSION = 3, NO_SESSION = 0xFFFFFFFF;
 Screen UsedScreen = Screen::Own;
 int Pinned = 0;
+int NotFreed = 0;
 
 struct EventSource : Object {
     std::string name;
@@ -31,6 +32,7 @@ bool HasUser(DWORD session) {
 
 // What WTSFreeMemory gives back.
 template <class T> T* Given(std::size_t count) {
+    ++NotFreed;
     return static_cast<T*>(std::calloc(count, sizeof(T)));
 }
 
@@ -45,8 +47,12 @@ std::string Narrow(LPCWSTR text, DWORD bytes) {
 
 void ResetSessions() {
     UsedScreen = Screen::Own;
-    Pinned = 0;
+    Pinned = NotFreed = 0;
     Entries.clear();
+}
+
+int SessionMemory() {
+    return NotFreed;
 }
 
 }  // namespace Simulated
@@ -105,6 +111,8 @@ BOOL WINAPI WTSQuerySessionInformationW(HANDLE, DWORD session, WTS_INFO_CLASS, L
 }
 
 void WINAPI WTSFreeMemory(LPVOID memory) {
+    const Guard guard(Lock);
+    --NotFreed;
     std::free(memory);
 }
 

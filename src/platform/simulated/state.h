@@ -61,7 +61,8 @@ void Signal(HANDLE event, bool signalled);  // SetEvent and ResetEvent with Lock
 // The calling thread is about to wait for ever: says so on standard error, with the mutexes that it holds, and ends the
 // process. With Lock held.
 [[noreturn]] void NeverEnds(const std::string& what);
-int OpenFiles();  // files opened with _lopen and _lcreat, and memory (files.cpp)
+int OpenFiles();      // files opened with _lopen and _lcreat, and memory (files.cpp)
+int SessionMemory();  // what WTSFreeMemory has not been given yet (sessions.cpp); with Lock held
 
 // --- ports (ports.cpp); the two about transfers with Lock held
 // What is behind an open port. Each call gives 0, or the error that the caller gets.
