@@ -24,7 +24,7 @@ std::map<DWORD, std::deque<MSG>>& Queues = *new std::map<DWORD, std::deque<MSG>>
 
 std::vector<PlatformControl::Box>& Shown = *new std::vector<PlatformControl::Box>;
 std::uint32_t BoxOpenMs = 0;
-UINT Beep = PlatformControl::NO_BEEP;
+UINT Beeped = PlatformControl::NO_BEEP;
 using Answer = std::function<int(const PlatformControl::Box&)>;
 Answer& BoxAnswer = *new Answer;
 std::uint32_t LongestTimer = 0;  // ms, of a timer's procedure that has shown no box
@@ -149,7 +149,7 @@ int TimerCount() {
 
 std::uint32_t BoxShown(const PlatformControl::Box& box) {
     Shown.push_back(box);
-    Shown.back().Beep = std::exchange(Beep, PlatformControl::NO_BEEP);
+    Shown.back().Beep = std::exchange(Beeped, PlatformControl::NO_BEEP);
     if (!BoxesPrinted)
         return BoxOpenMs;
     Print(box);
@@ -170,7 +170,7 @@ void ResetMessages() {
     Queues.clear();
     Shown.clear();
     BoxOpenMs = 0;
-    Beep = PlatformControl::NO_BEEP;
+    Beeped = PlatformControl::NO_BEEP;
     LongestTimer = 0;
     BoxAnswer = nullptr;
     BoxesPrinted = false;
@@ -270,7 +270,7 @@ int WINAPI MessageBoxA(HWND, LPCSTR text, LPCSTR caption, UINT style) {
 
 BOOL WINAPI MessageBeep(UINT type) {
     const Guard guard(Lock);
-    Beep = type;
+    Beeped = type;
     return TRUE;
 }
 
