@@ -9,6 +9,7 @@
 #include <filesystem>
 #include <map>
 #include <string>
+#include <vector>
 
 namespace Simulated {
 
@@ -54,6 +55,8 @@ UINT GiveDirectory(const std::string& path, LPSTR buffer, UINT size) {
 // --- a registry of our own, below the user's
 HKEY& Machine = *new HKEY(nullptr);
 std::map<HKEY, std::string>& Paths = *new std::map<HKEY, std::string>;  // of the keys that are open
+// The names of a key's values, the first one made first: so Windows enumerates them, and Wine by name.
+std::map<std::string, std::vector<std::string>>& Made = *new std::map<std::string, std::vector<std::string>>;
 
 std::string MachinePath() {
     return "Software\\" + ProcessName();
@@ -85,6 +88,26 @@ std::string NameOf(LPCSTR name) {
     return name == nullptr ? "" : name;
 }
 
+// The system's own index of the value that was made as the index-th one.
+DWORD PlaceOf(HKEY key, DWORD index) {
+    std::string wanted;
+    {
+        const std::string path = PathOf(key);
+        const Guard guard(Lock);
+        if (index >= Made[path].size())
+            return index;
+        wanted = Made[path][index];
+    }
+    char name[256];
+    for (DWORD place = 0;; ++place) {
+        DWORD size = sizeof name;
+        if (RegEnumValueA(RealKey(key), place, name, &size, nullptr, nullptr, nullptr, nullptr) != ERROR_SUCCESS)
+            return index;
+        if (wanted == name)
+            return place;
+    }
+}
+
 LONG Opened(LONG error, const std::string& path, PHKEY key) {
     if (error == ERROR_SUCCESS) {
         const Guard guard(Lock);
@@ -111,6 +134,7 @@ void ResetFiles() {
 void ResetRegistry() {
     RemoveRegistry();
     Paths.clear();
+    Made.clear();
     HKEY software = nullptr;
     RegCreateKeyA(HKEY_CURRENT_USER, MachinePath().c_str(), &Machine);
     RegCreateKeyA(Machine, "SOFTWARE", &software);
@@ -235,15 +259,29 @@ LONG WINAPI SimRegSetValueExA(HKEY key, LPCSTR name, DWORD reserved, DWORD type,
         return static_cast<LONG>(failure);
     if (const LONG error = RefusalOf(PathOf(key), NameOf(name)))
         return error;
-    return RegSetValueExA(RealKey(key), name, reserved, type, data, size);
+    const LONG error = RegSetValueExA(RealKey(key), name, reserved, type, data, size);
+    if (error == ERROR_SUCCESS) {
+        const std::string path = PathOf(key);
+        const Guard guard(Lock);
+        std::vector<std::string>& made = Made[path];
+        if (std::find(made.begin(), made.end(), NameOf(name)) == made.end())
+            made.push_back(NameOf(name));
+    }
+    return error;
 }
 
 LONG WINAPI SimRegDeleteKeyA(HKEY parent, LPCSTR name) {
     if (const DWORD failure = Failure("RegDeleteKeyA"))
         return static_cast<LONG>(failure);
-    if (const LONG error = RefusalOf(PathOf(parent) + '\\' + name))
+    const std::string path = PathOf(parent) + '\\' + name;
+    if (const LONG error = RefusalOf(path))
         return error;
-    return RegDeleteKeyA(RealKey(parent), name);
+    const LONG error = RegDeleteKeyA(RealKey(parent), name);
+    if (error == ERROR_SUCCESS) {
+        const Guard guard(Lock);
+        Made.erase(path);
+    }
+    return error;
 }
 
 LONG WINAPI SimRegEnumKeyA(HKEY key, DWORD index, LPSTR name, DWORD size) {
@@ -258,7 +296,7 @@ LONG WINAPI SimRegEnumValueA(HKEY key, DWORD index, LPSTR name, DWORD* nameSize,
                              BYTE* data, DWORD* size) {
     if (const DWORD failure = Failure("RegEnumValueA"))
         return static_cast<LONG>(failure);
-    const LONG error = RegEnumValueA(RealKey(key), index, name, nameSize, reserved, type, data, size);
+    const LONG error = RegEnumValueA(RealKey(key), PlaceOf(key, index), name, nameSize, reserved, type, data, size);
     const LONG refusal = RefusalOf(PathOf(key), error == ERROR_SUCCESS ? name : "");
     return refusal != ERROR_SUCCESS ? refusal : error;
 }
