@@ -126,6 +126,16 @@ TEST_F(EventsTest, CallMadeFromTheCompletionOfADropKeepsItsRecordAndItsKey) {
     EXPECT_THAT(Events(), ElementsAre("NEWCALL 1")) << "no record is shared";
 }
 
+// The line that the set has seized for a consultation call is no other call's.
+TEST_F(EventsTest, CallMadeFromTheCompletionOfASetUpTransferTakesAnotherKey) {
+    RunningRequest = {REQUEST_SETUP_TRANSFER, 3, 5};
+    ProviderState.PendingRequestID = 7;
+    ProviderState.CompletionProc = CallAgain;
+    Icon(1, ACTIV_ICON);
+    EXPECT_EQ(Record(0).touch, 2);
+    EXPECT_THAT(At(1).calls, ElementsAre(5, -1));
+}
+
 // The key looks free then, and is not.
 TEST_F(EventsTest, CallMadeFromTheEndOfACrossingCallLeavesTheRingingKeyToItsCaller) {
     Call(1, 0, PROCEEDING);

@@ -238,36 +238,16 @@ TEST_F(LineRequests, PairsOfCallsThatCanBeJoined) {
     EXPECT_EQ(ProviderState.htConference, HTAPICALL{}) << "a refused request leaves TAPI's handle of the conference";
 }
 
-TEST_F(LineRequests, DropAndCloseOfACallThatWasPutOffEndItAtOnce) {
-    ToldFirst = DISCONNECTED | IDLE;
-    for (const bool close : {false, true}) {
-        Marks.DeferredMakeCall = {true, 3};
-        Record(3).state = DIALTONE;  // of a call that the user has begun; it lives on
-        Record(3).touch = 2;
-        Record(3).htCall = reinterpret_cast<HTAPICALL>(std::uintptr_t{0x103});
-        Events();
-        if (close)
-            EXPECT_EQ(TSPI_lineCloseCall(Handle(3)), 0);
-        else
-            EXPECT_EQ(Code(TSPI_lineDrop(7, Handle(3), nullptr, 0)), 7u);
-        std::vector<std::string> told{"STATE 3 DISCONNECTED 1", "STATE 3 IDLE"};
-        if (!close)
-            told.emplace_back("REPLY 7 0");
-        EXPECT_EQ(Events(), told);
-        EXPECT_EQ(Record(3).state, DIALTONE);
-        EXPECT_EQ(RunningRequest.Code, REQUEST_NONE);
-        EXPECT_FALSE(Marks.DeferredMakeCall.Set);
-    }
-}
-
-// Makes calls from within the IDLE of another; theirs are 0x200 and up.
+// Makes calls from within what TAPI is told: any of these states, or a new call (0); their handles are 0x200 and up.
+DWORD MakeCallsAt;
 int CallsToMake;
 std::vector<std::pair<DWORD, HDRVCALL>> CallsMade;
 LINEEVENT Told;
-void CALLBACK MakeCallsAtAnEnd(HTAPILINE line, HTAPICALL call, DWORD message, DWORD_PTR p1, DWORD_PTR p2,
-                               DWORD_PTR p3) {
+void CALLBACK MakeCallsWhenTold(HTAPILINE line, HTAPICALL call, DWORD message, DWORD_PTR p1, DWORD_PTR p2,
+                                DWORD_PTR p3) {
     Told(line, call, message, p1, p2, p3);
-    while (message == LINE_CALLSTATE && p1 == IDLE && CallsToMake > 0) {
+    const bool at = MakeCallsAt == 0 ? message == LINE_NEWCALL : message == LINE_CALLSTATE && (p1 & MakeCallsAt) != 0;
+    while (at && CallsToMake > 0) {
         --CallsToMake;
         const auto own = reinterpret_cast<HTAPICALL>(0x200 + CallsMade.size());
         const auto request = static_cast<DRV_REQUESTID>(20 + CallsMade.size());
@@ -279,58 +259,180 @@ void CALLBACK MakeCallsAtAnEnd(HTAPILINE line, HTAPICALL call, DWORD message, DW
     }
 }
 
-TEST_F(LineRequests, CallMadeFromWithinTheEndOfAnotherHasItsRecordAloneAndIsHeardOf) {
-    const auto begin = [this](int calls) {
+class FromWithin : public LineRequests {
+protected:
+    void SetUp() override {
+        LineRequests::SetUp();
+        Told = ProviderState.LineEventProc;
+    }
+    // StaticConfig: 1 puts made calls off.
+    void Begin(int calls, int staticConfig = 1, DWORD at = IDLE) {
         Fresh();
         Marks = RequestMarks{};
-        DynamicConfig.StaticConfig = 1;
+        DynamicConfig.StaticConfig = staticConfig;
         CallsMade.clear();
         CallsToMake = calls;
-        ProviderState.LineEventProc = MakeCallsAtAnEnd;
+        MakeCallsAt = at;
+        ProviderState.LineEventProc = MakeCallsWhenTold;
+    }
+    static auto Made(DWORD answer, int cref) { return testing::Pair(answer, Handle(cref)); }
+};
+
+TEST_F(FromWithin, CallThatWasPutOffIsToldOfItsWholeEndAndTheNextHasARecordOfItsOwn) {
+    ToldFirst = DISCONNECTED | IDLE;
+    struct Case {
+        std::function<void()> end;
+        std::vector<DWORD> states;  // of its record: at dial tone a call of the user's own, which lives on
+        std::vector<std::string> reply;
     };
-    Told = ProviderState.LineEventProc;
-    const auto made = [](DWORD answer, int cref) { return testing::Pair(answer, Handle(cref)); };
+    const Case cases[] = {
+        {[] { EXPECT_EQ(TSPI_lineDrop(7, Handle(0), nullptr, 0), 7); }, {IDLE, DIALTONE}, {"REPLY 7 0"}},
+        {[] { EXPECT_EQ(TSPI_lineCloseCall(Handle(0)), 0); }, {IDLE, DIALTONE}, {}},
+        {AllCallReset, {IDLE}, {}}};
+    for (const auto& [end, states, reply] : cases)
+        for (const DWORD state : states)
+            for (const DWORD at : {DISCONNECTED, IDLE}) {
+                SCOPED_TRACE(at);
+                Begin(1, 1, at);
+                Marks.DeferredMakeCall = {true, 0};
+                Record(0).state = state;
+                Record(0).touch = state == DIALTONE ? 2 : 0;
+                Record(0).htCall = reinterpret_cast<HTAPICALL>(std::uintptr_t{0x100});
+                end();
+                const int cref = at == IDLE ? 0 : 1;
+                EXPECT_THAT(CallsMade, ElementsAre(Made(20, cref)));
+                std::vector<std::string> told{"STATE 0 DISCONNECTED 1", "STATE 0 IDLE"};
+                told.insert(at == IDLE ? told.end() : told.begin() + 1, "REPLY 20 0");
+                told.insert(told.end(), reply.begin(), reply.end());
+                EXPECT_EQ(LineEvents(), told);
+                EXPECT_TRUE(Marks.DeferredMakeCall.Set && Marks.DeferredMakeCall.Cref == cref);
+                EXPECT_EQ(Record(0).state == DIALTONE, state == DIALTONE);
+                EXPECT_EQ(RunningRequest.Code, REQUEST_NONE);
+            }
+}
+
+// What the set shows is told while it is being stored.
+TEST_F(FromWithin, CallNeverTakesTheKeyOrTheRecordOfTheOneThatIsToldOf) {
+    struct Case {
+        DWORD at;
+        std::function<void()> shown;  // a call on key 1
+        DWORD state;                  // that it has then
+        int made;                     // the key of the one that is made, 0 when it is refused
+    };
+    const auto user = [this](const std::function<void()>& then) {
+        return [this, then] {
+            Icon(1, ACTIV_ICON);
+            then();
+        };
+    };
+    const Case cases[] = {
+        {0, [&] { Icon(1, INCOM_ICON); }, OFFERING, 2},
+        {0, [] { NewCall(1, LINECALLSTATE_RINGBACK); }, PROCEEDING, 0},
+        {0, [&] { Tracking.PickUpCref = 0, Icon(1, ACTIV_ICON); }, PROCEEDING, 0},
+        {LINECALLSTATE_DIALING, user([&] { Display(0, "4720"); }), PROCEEDING, 0},
+        {LINECALLSTATE_DIALING, user([] { NewState(0, 1, LINECALLSTATE_RINGBACK); }), PROCEEDING, 0},
+    };
+    for (const Case& c : cases) {
+        SCOPED_TRACE(&c - cases);
+        Begin(1, 0, c.at);
+        QueuedFrames();
+        c.shown();
+        EXPECT_THAT(CallsMade, ElementsAre(Made(20, 1)));
+        EXPECT_THAT(LineEvents(), testing::Contains(c.made != 0 ? "REPLY 20 0" : "REPLY 20 80000048"));
+        EXPECT_EQ(QueuedFrames().empty(), c.made == 0);
+        EXPECT_EQ(Record(0).state, c.state);
+        EXPECT_EQ(Record(0).htCall, reinterpret_cast<HTAPICALL>(std::uintptr_t{0x100}));
+        EXPECT_THAT(At(1).calls, ElementsAre(0, -1));
+        EXPECT_EQ(Tracking.DbCall, 0);
+        EXPECT_EQ(Record(1).touch, c.made);
+    }
+    // It dials into the second call that the user has just begun, and both stay on their key.
+    Settings.EnquiryCallMode = 1;
+    for (const auto& [line, text] : {std::pair{0, "Numero:"}, {1, "Fin2Ap"}}) {
+        Begin(1, 0, 0);
+        Call(1, 0, CONNECTED);
+        Active(1);
+        Display(line, text);
+        EXPECT_THAT(CallsMade, ElementsAre(Made(20, 1)));
+        EXPECT_THAT(At(1).calls, ElementsAre(0, 1));
+    }
+}
+
+void CALLBACK AnswerNextWhenConnected(HTAPILINE line, HTAPICALL call, DWORD message, DWORD_PTR p1, DWORD_PTR p2,
+                                      DWORD_PTR p3) {
+    Told(line, call, message, p1, p2, p3);
+    if (message == LINE_CALLSTATE && p1 == CONNECTED) {
+        EXPECT_EQ(TSPI_lineAnswer(7, reinterpret_cast<HDRVCALL>(std::uintptr_t{1}), nullptr, 0), 7);
+    }
+}
+
+TEST_F(FromWithin, AnswerOfTheNextSupervisedCallIsRemembered) {
+    Key(6, TOUCH_SUPERV);
+    PickUpSupervCref = Call(7, 0, OFFERING);
+    Call(6, 0, OFFERING);
+    ProviderState.LineEventProc = AnswerNextWhenConnected;
+    Icon(1, ACTIV_ICON);
+    EXPECT_EQ(PickUpSupervCref, 1);
+}
+
+TEST_F(FromWithin, CallAtTheEndOfAnotherHasItsRecordAloneAndIsHeardOf) {
     // In the record that another make call is about to take over from the one that was put off: the latest has it.
-    begin(1);
+    Begin(1);
     Marks.DeferredMakeCall = {true, 0};
     EXPECT_EQ(MakeCall("34"_wide), LINEERR_RESOURCEUNAVAIL);
-    EXPECT_THAT(CallsMade, ElementsAre(made(20, 0)));
+    EXPECT_THAT(CallsMade, ElementsAre(Made(20, 0)));
     EXPECT_TRUE(Marks.DeferredMakeCall.Set);
     EXPECT_STREQ(Record(0).DestAddress, "12");
     EXPECT_EQ(Record(0).htCall, reinterpret_cast<HTAPICALL>(std::uintptr_t{0x200}));
-    begin(1);
-    DynamicConfig.StaticConfig = 0;
+    Begin(1, 0);
     Marks.DeferredMakeCall = {true, 0};
     MakeCall("34"_wide);
     EXPECT_EQ(Written, Handle(1)) << "the next free one, where that call goes out at once";
     EXPECT_EQ(Record(0).htCall, reinterpret_cast<HTAPICALL>(std::uintptr_t{0x200}));
-    begin(1);
+    Begin(1);
     Marks.DeferredMakeCall = {true, 0};
     Record(1).state = CONNECTED;
     EXPECT_EQ(SetUpTransfer(1), LINEERR_RESOURCEUNAVAIL) << "nor is it a consultation call's";
     EXPECT_EQ(Record(0).htCall, reinterpret_cast<HTAPICALL>(std::uintptr_t{0x200}));
+    Begin(1, 0);
+    Marks.DeferredMakeCall = {true, 0};
+    Record(1).state = CONNECTED;
+    SetUpTransfer(1);
+    EXPECT_EQ(Written, Handle(2)) << "that call has gone out";
+    EXPECT_THAT(TraceLines(), testing::Contains(" consultref trouve 0002"));
     // In the record of a make call that takes the other one's place: that is told of its end, and calls no other number.
-    begin(1);
+    Begin(1);
     Marks.DeferredMakeCall = {true, 1};
     EXPECT_EQ(MakeCall("34"_wide), 7u);
-    EXPECT_THAT(CallsMade, ElementsAre(made(LINEERR_RESOURCEUNAVAIL, 0)));
+    EXPECT_THAT(CallsMade, ElementsAre(Made(LINEERR_RESOURCEUNAVAIL, 0)));
     EXPECT_FALSE(Marks.DeferredMakeCall.Set);
     EXPECT_THAT(LineEvents(), testing::IsSupersetOf({std::string("STATE 1655 IDLE"), std::string("REPLY 7 0")}));
     // At a reset of all calls: one at dial tone that is still to be told of keeps its record.
-    begin(2);
-    DynamicConfig.StaticConfig = 0;
-    Calls("CT");
-    Record(0).htCall = TapiCall;  // its record is written to again
-    AllCallReset();
-    EXPECT_EQ(CallsMade.size(), 2u);
-    EXPECT_THAT(LineEvents(), testing::Contains("STATE 1 IDLE").Times(1));
-    EXPECT_EQ(Record(2).DestAddress, std::string("12"));
+    const auto contactLost = [] {
+        const std::vector<std::uint8_t> restart{0x02, 0x60, 0x87, 0x17, 0x01, 0x22, 0xDD};
+        Link.LastTransmitTime = timeGetTime() - 60000;
+        ProcessInput(static_cast<int>(restart.size()), restart.data());
+        EXPECT_EQ(QueuedFrames().front(), "02 60 01 9D") << "what the card is asked first, and only then the number";
+    };
+    for (const auto& reset : {std::function<void()>(AllCallReset), std::function<void()>(contactLost)}) {
+        Begin(2, 0);
+        ToldFirst = IDLE;
+        Calls("CT");
+        Record(0).htCall = TapiCall;  // its record is written to again
+        reset();
+        EXPECT_EQ(CallsMade.size(), 2u);
+        const std::vector<std::string> told = LineEvents();
+        EXPECT_THAT(told, testing::Contains("STATE 1 IDLE").Times(1));
+        EXPECT_THAT(told, testing::Not(testing::Contains("STATE 256 IDLE"))) << "it lives";
+        EXPECT_EQ(Record(2).DestAddress, std::string("12"));
+    }
+    ToldFirst = 0;
     // At a second open, which empties all records.
     SetSetting("Provider", "Port", "COM1");
-    begin(1);
+    Begin(1);
     Marks.DeferredMakeCall = {true, 1};
     ProviderInitAgain();
-    EXPECT_THAT(CallsMade, ElementsAre(made(LINEERR_NODEVICE, 0)));
+    EXPECT_THAT(CallsMade, ElementsAre(Made(LINEERR_NODEVICE, 0)));
 }
 
 TEST_F(LineRequests, ForwardUsesTheFirstEntryOfItsListAndNothingOutsideIt) {

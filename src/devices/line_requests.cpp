@@ -438,6 +438,8 @@ LONG WINAPI TSPI_lineSetupTransfer(DRV_REQUESTID dwRequestID, HDRVCALL hdCall, H
     const int consult = TakeRecord(chosen, htConsultCall);
     if (consult == -1)
         return Refuse(LINEERR_RESOURCEUNAVAIL);
+    if (consult != chosen)
+        Trace(TRACE_ENTRY, " consultref trouve %04x", consult);
     *lphdConsultCall = CallHandle(consult);
     return ReleaseLineMutex(appCallTransfer(cref, consult, REQUEST_SETUP_TRANSFER, ProviderState, dwRequestID));
 }

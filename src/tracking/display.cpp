@@ -343,12 +343,20 @@ void CompleteBlindTransfer() {
     SendCompletion(ProviderState, 0);
 }
 
+void StandBeside(int key, int cref) {
+    auto& calls = TouchOf(key).calls;
+    calls[calls[0] == -1 ? 0 : 1] = cref;
+    Tracking.DbCall = 1;
+    Tracking.SecondCallDropReq = 0;
+}
+
 // The second call on the active key: the consultation call of a transfer under way from `held`, or a new one; -1 when no
-// record is free. `setMakeCall`: a new record's byMakeCall is cleared too.
+// record is free. It stands there before TAPI is told, and may make a call. `setMakeCall`: a new record's byMakeCall is
+// cleared too.
 int BeginSecondCall(int held, bool setMakeCall) {
     const int active = Tracking.ActivCallTouch;
     if (RunningRequest.Code == REQUEST_SETUP_TRANSFER && RunningRequest.Cref == held)
-        return EndSetupTransfer(active);
+        return EndSetupTransfer(active, StandBeside);
     const int cref = AllocCallRecord(LINECALLSTATE_DIALTONE, active);
     if (cref == -1)
         return -1;
@@ -357,15 +365,9 @@ int BeginSecondCall(int held, bool setMakeCall) {
     call.Outbound = 1;
     if (setMakeCall)
         call.byMakeCall = 0;
+    StandBeside(active, cref);
     DoLineEventNewCall(cref);
     return cref;
-}
-
-void PutInEmptySlot(int cref) {
-    auto& calls = TouchOf(Tracking.ActivCallTouch).calls;
-    calls[calls[0] == -1 ? 0 : 1] = cref;
-    Tracking.DbCall = 1;
-    Tracking.SecondCallDropReq = 0;
 }
 
 // The label of the end of a second call: one has just been started on the set.
@@ -385,7 +387,6 @@ void SecondCallStarted() {
         return;
     SendCallState(cref, LINECALLSTATE_DIALTONE);
     Trace(TRACE_CALL, "DoLineEvent\t(LINE_CALLSTATE, \tLINECALLSTATE_DIALTONE, 0, cref:%04x)", cref);
-    PutInEmptySlot(cref);
 }
 
 // The swap label: the second call was answered.
@@ -491,7 +492,6 @@ void SecondCallPrompted() {
         return;
     Trace(TRACE_CALL, "Icone:%d  - Etat:DIALTONE - Ref:%04x", Tracking.ActivCallTouch, cref);
     SendCallState(cref, LINECALLSTATE_DIALTONE);
-    PutInEmptySlot(cref);
 }
 
 // Where the dialled digits stand on line 0.
@@ -521,8 +521,8 @@ void FirstDigitDialled(const DigitRun& run) {
         const int cref = Tracking.DbCall == 0 ? FindCallByState(LINECALLSTATE_DIALTONE) : -1;
         if (cref == -1)
             return;
+        CallOf(cref).state = LINECALLSTATE_PROCEEDING;  // first: a make call takes the record of one at dial tone
         SendCallState(cref, LINECALLSTATE_DIALING);
-        CallOf(cref).state = LINECALLSTATE_PROCEEDING;
         SendCallState(cref, LINECALLSTATE_PROCEEDING);
         Trace(TRACE_CALL,
               run.afterDial ? "Icone:%d - Etat:PROCEEDING - Ref:%d cas 1" : "Icone:%d - Etat:PROCEEDING - Ref:%d cas 2",

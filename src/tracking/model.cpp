@@ -68,6 +68,23 @@ void NoteSecondCall(int cref) {
         RunningRequest.ConsultCref = cref;
 }
 
+// Before TAPI is told of the call: for a make call from within that its key is not free, nor its record.
+void EnterPlacedCall(int key, int cref) {
+    CallRecord& call = CallOf(cref);
+    call.state = LINECALLSTATE_PROCEEDING;
+    call.Outbound = 1;
+    call.Inbound = 0;
+    call.byMakeCall = 0;
+    if (IsKey(key)) {
+        auto& calls = TouchOf(key).calls;
+        calls[calls[0] == -1 ? 0 : 1] = cref;
+        if (calls[0] != -1 && calls[1] != -1) {
+            Tracking.DbCall = 1;
+            Tracking.SecondCallDropReq = 0;
+        }
+    }
+}
+
 }  // namespace
 
 bool IsCref(int cref) {
@@ -171,8 +188,11 @@ int NewCall(int key, DWORD state) {
     const int cref = AllocCallRecord(state, key);
     if (cref == -1)
         return -1;
+    const bool placed = state == LINECALLSTATE_RINGBACK || state == LINECALLSTATE_PROCEEDING;
+    if (placed)
+        EnterPlacedCall(key, cref);
     DoLineEventNewCall(cref);
-    if (state != LINECALLSTATE_RINGBACK && state != LINECALLSTATE_PROCEEDING)
+    if (!placed)
         return cref;
     Trace(TRACE_CALL, "NewCall tou:%d RINGBACK cref:%04x", key, cref);
     static constexpr DWORD steps[] = {LINECALLSTATE_DIALTONE, LINECALLSTATE_DIALING, LINECALLSTATE_PROCEEDING,
@@ -183,19 +203,6 @@ int NewCall(int key, DWORD state) {
     Trace(TRACE_CALL, "DoLineEvent(LINE_CALLSTATE,  LINECALLSTATE_DIALING, 0, cref:%lx)", cref);
     Trace(TRACE_CALL, "DoLineEvent(LINE_CALLSTATE,  LINECALLSTATE_PROCEEDING, 0, cref:%lx)", cref);
     Trace(TRACE_CALL, "DoLineEvent(LINE_CALLSTATE,  LINECALLSTATE_RINGBACK, 0, cref:%lx)", cref);
-    CallRecord& call = CallOf(cref);
-    call.state = LINECALLSTATE_PROCEEDING;
-    call.Outbound = 1;
-    call.Inbound = 0;
-    call.byMakeCall = 0;
-    if (IsKey(key)) {
-        auto& calls = TouchOf(key).calls;
-        calls[calls[0] == -1 ? 0 : 1] = cref;
-        if (calls[0] != -1 && calls[1] != -1) {
-            Tracking.DbCall = 1;
-            Tracking.SecondCallDropReq = 0;
-        }
-    }
     return cref;
 }
 
@@ -225,14 +232,14 @@ void NewState(int cref, int key, DWORD state) {
     case LINECALLSTATE_RINGBACK:
     case LINECALLSTATE_PROCEEDING: {
         const DWORD from = call.state;
+        if (from == LINECALLSTATE_DIALTONE || from == LINECALLSTATE_DIALING)
+            call.state = LINECALLSTATE_PROCEEDING;  // first: a make call takes the record of one at dial tone
         if (from == LINECALLSTATE_DIALTONE)
             SendCallState(cref, LINECALLSTATE_DIALING);
         if (from == LINECALLSTATE_DIALTONE || from == LINECALLSTATE_DIALING)
             SendCallState(cref, LINECALLSTATE_PROCEEDING);
         if (from == LINECALLSTATE_DIALTONE || from == LINECALLSTATE_DIALING || from == LINECALLSTATE_PROCEEDING)
             SendCallState(cref, LINECALLSTATE_RINGBACK);
-        if (from == LINECALLSTATE_DIALTONE || from == LINECALLSTATE_DIALING)
-            call.state = LINECALLSTATE_PROCEEDING;
         Trace(TRACE_CALL, "NewState tou:%d - Etat:PROCEEDING - Ref:%04x", key, cref);
         TraceDirection(call);
         activate();
@@ -252,8 +259,7 @@ void ConferenceReset() {
 }
 
 void AllCallReset() {
-    // All is emptied before TAPI is told, and may call anew; until its own turn a live call keeps its state, and with it
-    // its record: one at dial tone, whose record a new call takes, counts as dialling.
+    // All is emptied before TAPI is told, and may call anew; until its own turn a live call keeps its record.
     std::array<DWORD, CALL_COUNT> states{};
     for (int cref = 0; cref < CALL_COUNT; ++cref) {
         states[static_cast<std::size_t>(cref)] = CallOf(cref).state;
@@ -274,7 +280,7 @@ void AllCallReset() {
     confstate = LINECALLSTATE_IDLE;
     for (std::size_t cref = 0; cref < states.size(); ++cref)
         if (states[cref] != 0)
-            CallTable[cref].state = states[cref] == LINECALLSTATE_DIALTONE ? LINECALLSTATE_DIALING : states[cref];
+            CallTable[cref].state = Kept(states[cref]);
     for (int cref = 0; cref < CALL_COUNT; ++cref) {
         if (states[static_cast<std::size_t>(cref)] == 0 || StateOf(cref) == LINECALLSTATE_IDLE)
             continue;
@@ -287,10 +293,17 @@ void AllCallReset() {
 }
 
 void ReportCallsLost() {
+    std::array<DWORD, CALL_COUNT> states{};  // a call that TAPI makes meanwhile is not lost
     for (int cref = 0; cref < CALL_COUNT; ++cref) {
-        const DWORD state = CallOf(cref).state;
+        const DWORD state = states[static_cast<std::size_t>(cref)] = CallOf(cref).state;
+        CallOf(cref).state = Kept(state);
+    }
+    for (int cref = 0; cref < CALL_COUNT; ++cref) {
+        const DWORD state = states[static_cast<std::size_t>(cref)];
         if (state == 0 || state == LINECALLSTATE_IDLE)
             continue;
+        if (CallOf(cref).state == Kept(state))
+            CallOf(cref).state = state;
         Trace(TRACE_ALWAYS, "Çontact rompu avec le subdevice -> Redemarrage"_cp1252);
         DoLineEvent(LINE_CALLSTATE, LINECALLSTATE_IDLE, 0, cref);
     }

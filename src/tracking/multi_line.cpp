@@ -32,14 +32,16 @@ void EnsureInbound(int cref) {
 }
 
 // --- from an idle key ------------------------------------------------------------------------------------------------
+// A call stands on its key before TAPI is told of it: for a make call from within that the key is not free.
 
 // The user has taken the line. TAPI knows the consultation call of a transfer under way already; any other is new.
 void TakeLine(int key) {
     int cref = -1;
     if (RunningRequest.Code == REQUEST_SETUP_TRANSFER && Settings.EnquiryCallMode == 0) {
-        cref = EndSetupTransfer(key);
+        cref = EndSetupTransfer(key, StandOnKey);
     } else {
         cref = AllocCallRecord(LINECALLSTATE_DIALTONE, key);
+        StandOnKey(key, cref);
         if (IsCref(cref)) {
             CallOf(cref).byMakeCall = 0;
             CallOf(cref).Inbound = 0;
@@ -47,7 +49,6 @@ void TakeLine(int key) {
             DoLineEventNewCall(cref);
         }
     }
-    StandOnKey(key, cref);
     if (IsCref(cref)) {
         Trace(TRACE_CALL, "Icone:%d - Etat:DIALTONE - Ref:%d", key, cref);
         SendCallState(cref, LINECALLSTATE_DIALTONE);
@@ -69,21 +70,20 @@ void TakeWaitingCalls(int key) {
         const int cref = Tracking.PickUpCref;  // stays set until the call is reported connected
         const bool unknown = CallOf(cref).touch == 0;
         MoveIncomingTo(key, cref);
+        CallOf(cref).state = LINECALLSTATE_PROCEEDING;  // first: a make call takes an idle record
         if (unknown)
             DoLineEventNewCall(cref);
         Trace(TRACE_CALL, "InPickUpFunction Icone:%d - Etat:PROCEEDING - Ref:%d", key, cref);
-        CallOf(cref).state = LINECALLSTATE_PROCEEDING;
         SendCallState(cref, LINECALLSTATE_PROCEEDING);
         Activate(key);
     }
     if (IsCref(PickUpSupervCref)) {
-        const int cref = PickUpSupervCref;
+        const int cref = std::exchange(PickUpSupervCref, -1);  // first: TAPI may answer the next from within
         MoveIncomingTo(key, cref);
         Trace(TRACE_CALL, "InPickUpSupervFunction Icone:%d - Etat:CONNECTED - Ref:%d", key, cref);
         CallOf(cref).state = LINECALLSTATE_CONNECTED;
         SendCallState(cref, LINECALLSTATE_CONNECTED);
         Activate(key);
-        PickUpSupervCref = -1;
     }
     if (IsCref(SwapKeyTransferingCref)) {
         const int cref = SwapKeyTransferingCref;
@@ -127,6 +127,7 @@ void Ringing(int key, int) {
     }
     // OFFERING goes out when the caller shows on the display, or after a second without one.
     const int cref = AllocCallRecord(LINECALLSTATE_OFFERING, key);
+    StandOnKey(key, cref);
     if (IsCref(cref)) {
         DoLineEventNewCall(cref);
         CallOf(cref).byMakeCall = 0;
@@ -134,7 +135,6 @@ void Ringing(int key, int) {
         Tracking.OfferInfoCref = cref;
         Tracking.OfferTicks = 0;
     }
-    StandOnKey(key, cref);
     touch.icon = INCOM_ICON;
 }
 

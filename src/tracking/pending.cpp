@@ -80,8 +80,13 @@ void GiveUpDeferredMakeCall(CrefMark next) {
     if (!putOff.Set || !IsCref(putOff.Cref) || IsPutOff(putOff.Cref))
         return;
     CallRecord& call = CallOf(putOff.Cref);
-    if (call.touch == 0)  // else a call at dial tone lives on in it
-        call.state = LINECALLSTATE_IDLE;
+    const bool empty = call.touch == 0;  // else a call at dial tone lives on in it
+    const DWORD state = call.state, kept = Kept(empty ? LINECALLSTATE_DIALTONE : state);
+    call.state = kept;
     DoLineEvent(LINE_CALLSTATE, LINECALLSTATE_DISCONNECTED, LINEDISCONNECTMODE_NORMAL, putOff.Cref);
+    if (empty)
+        call.state = LINECALLSTATE_IDLE;
+    else if (call.state == kept)
+        call.state = state;
     DoLineEvent(LINE_CALLSTATE, LINECALLSTATE_IDLE, 0, putOff.Cref);
 }

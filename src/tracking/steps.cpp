@@ -72,8 +72,8 @@ void EndGone(int key, int cref) {
     Trace(TRACE_CALL, "Icone:%d éteint - Etat:IDLE - Ref:%d"_cp1252, key, cref);
 }
 
-int EndSetupTransfer(int key) {
-    // Cleared first, and the call at dial tone: from the completion TAPI may dial, or start the next one.
+int EndSetupTransfer(int key, void (*stand)(int key, int cref)) {
+    // Cleared first, and the call on its key, at dial tone: from the completion TAPI may dial, or start the next one.
     const int cref = std::exchange(RunningRequest, {}).ConsultCref;
     if (IsCref(cref)) {
         CallRecord& call = CallOf(cref);
@@ -81,6 +81,7 @@ int EndSetupTransfer(int key) {
         call.state = LINECALLSTATE_DIALTONE;
         call.Inbound = 0;
         call.byMakeCall = 1;
+        stand(key, cref);
     }
     SendCompletion(ProviderState, 0);
     Trace(TRACE_CALL, "sendCompletion SetupTransfer ");

@@ -35,6 +35,12 @@ inline bool IsBossOrSecretary(int key) {
     return IsKey(key) && (TouchOf(key).kind == TOUCH_PATRON || TouchOf(key).kind == TOUCH_SECRETAIRE);
 }
 
+// The state that a call has until TAPI has been told of its end: from within what it is told before that it may make a
+// call, which takes the record of one at dial tone.
+inline DWORD Kept(DWORD state) {
+    return state == LINECALLSTATE_DIALTONE ? DWORD{LINECALLSTATE_DIALING} : state;
+}
+
 // The first call that lives; -1 on an idle set.
 inline int LiveCall() {
     for (int cref = 0; cref < CALL_COUNT; ++cref)
@@ -77,8 +83,8 @@ void EndCallIfDirected(int cref, int key);
 void FreeCall(int cref, int key);
 
 // The set shows the consultation call of the running lineSetupTransfer on this key: completes the request and gives the
-// call, now at dial tone there; -1 when the request names none.
-int EndSetupTransfer(int key);
+// call, now at dial tone there; -1 when the request names none. `stand` puts it into the key's slots.
+int EndSetupTransfer(int key, void (*stand)(int key, int cref));
 
 // A key has gone out: the call in it is DISCONNECTED, and ends. Reported whatever its direction.
 void ReportGone(int key, int cref);
