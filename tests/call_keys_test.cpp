@@ -33,8 +33,11 @@ TEST_F(CallKeys, HoldAndUnhold) {
     const std::string held0 = "Icone:1  - Etat:ONHOLD - Ref:0", held1 = "Icone:1  - Etat:ONHOLD - Ref:1",
                       connected0 = " | STATE 0 CONNECTED | Icone:1  - Etat:CONNECTED - Ref:0",
                       connected1 = " | STATE 1 CONNECTED | Icone:1  - Etat:CONNECTED - Ref:1";
-    Check([] { return DoHoldCall(0); },
-          {{"1C- 1H-", 0, SOFT2, held0 + connected1}, {"1C 1H", 0, SOFT2, held0 + " | STATE 0 ONHOLD" + connected1}});
+    Check(
+        [] { return DoHoldCall(0); },
+        {{"1C- 1H-", 0, SOFT2, held0 + connected1},
+         {"1C 2H 2H @2", 0, SOFT2, held0 + " | STATE 0 ONHOLD | STATE 1 CONNECTED | Icone:2  - Etat:CONNECTED - Ref:1"},
+         {"1C 1H", 0, SOFT2, held0 + " | STATE 0 ONHOLD" + connected1}});
     EXPECT_EQ(DoHoldCall(1), 0);
     EXPECT_EQ(Record(0).state, CONNECTED) << "from slot 1 too";
     Pressed();

@@ -77,6 +77,13 @@ TEST_F(Conference, IsBuiltByThreeTriggers) {
     Stand("1H 1C", "");
     Display(1, "Transf");
     EXPECT_EQ(Steps(), "") << "not requested";
+    TwoKeys("1H");
+    Record(1).state = DIALTONE;
+    Tracking.ConfParty2 = 5;
+    icon();
+    EXPECT_EQ(Record(0).state, CONFERENCED);
+    EXPECT_EQ(Tracking.ConfParty2, 5) << "a party that is not found is skipped";
+    Steps();
 }
 
 TEST_F(Conference, EndsWithItsKeys) {

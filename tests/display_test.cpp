@@ -122,14 +122,16 @@ TEST_F(DisplayText, PhoneIsToldOfAConnectedPartyWhoHangsUp) {
 }
 
 TEST_F(DisplayText, InformationLine) {
-    const std::string held = "ST_Dial trouve Icone:1  - Etat:ONHOLD - Ref:0 | STATE 0 ONHOLD";
+    const std::string held = "ST_Dial trouve Icone:1  - Etat:ONHOLD - Ref:0 | STATE 0 ONHOLD",
+                      asked = "byMakeCall:0,inbound:1,outbound:0", left = "Icone:1  - Etat:DISCONNECTED - Ref:1";
     const Given allTaken = [] {
         for (int cref = 1; cref < CALL_COUNT; ++cref)
             Record(cref).touch = 5;
     };
     Check(0, {
-                 {"1T", "Raccrochez",
-                  "byMakeCall:0,inbound:1,outbound:0 | STATE 0 DISCONNECTED 1 | Icone:1  - Etat:DISCONNECTED - Ref:0"},
+                 {"1T 1P", "Raccrochez", asked + " | STATE 1 DISCONNECTED 1 | " + left},
+                 {"1C 1P", "Raccrochez", asked + " | STATE 1 DISCONNECTED 1 | " + left},
+                 {"1C 1T", "Raccrochez", asked + " | STATE 1 DISCONNECTED 1 | " + left},
                  {"1C", "Raccrochez", "STATE 0 DISCONNECTED 1 | Icone:1  - Etat:DISCONNECTED - Ref:0"},
                  {"1C-", "Annulez 2e", "Annulez le 2eAppel ActivCallTouch 1 | Icone:1 - Etat:DISCONNECTED - Ref:0"},
                  {"", "Annulez 2e", "Annulez le 2eAppel ActivCallTouch 0"},
@@ -308,6 +310,25 @@ TEST_F(DisplayText, CallersAreReadFromLine0OnceForTheirKey) {
     Icon(1, ACTIV_ICON);
     Shown(0, "47  DUPONT");
     EXPECT_EQ(std::string(Record(0).DestAddress) + "/" + Record(0).DestName, "47/");
+    // An offered call on key 3, a waiting one on key 1, an answered one: whose party the line tells.
+    for (const auto& [line, told] : {std::pair{"1:4720", 1}, {"DUPONT  ", 2}, {"3:4720", 0}}) {
+        Fresh();
+        Active(2);
+        Tracking.OfferInfoCref = Call(3, 0, OFFERING);
+        WaitInfo[0] = Call(1, 0, OFFERING);
+        Tracking.UnknownConnectedCall = Call(2, 0, CONNECTED);
+        Display(0, line);
+        EXPECT_THAT(LineEvents(), testing::Contains("INFO " + std::to_string(told) + " CALLERID|CALLEDID")) << line;
+        EXPECT_EQ((Tracking.OfferInfoCref == -1) + 2 * (WaitInfo[0] == -1) + 4 * (Tracking.UnknownConnectedCall == -1),
+                  1 << told);
+    }
+    // Of calls that have ended, and stand on no key: no duration tells their party.
+    Fresh();
+    Active(2);
+    Tracking.OfferInfoCref = 4;
+    WaitInfo[0] = 5;
+    Record(4).state = Record(5).state = IDLE;
+    EXPECT_EQ(Shown(0, "0:15"), "");
 }
 
 TEST_F(DisplayText, CallersWhoseNumberThePbxHasSent) {

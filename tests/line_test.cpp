@@ -107,7 +107,7 @@ TEST_F(LineEdges, EveryEntryIsTracedWithItsArgumentsAndRefusesItsHandleFirst) {
         {TSPI_lineDrop(7, Any{0x19}, Any{0x56}, 4), call, "Entering TSPI_lineDrop hdcall(7,19,56,4)"},
         {TSPI_lineHold(7, Any{0x19}), call, "Entering TSPI_lineHold hdcall(7,19)"},
         {TSPI_lineUnhold(7, Any{0x19}), call, "Entering TSPI_lineUnhold hdcall(7,19)"},
-        {TSPI_lineCloseCall(Any{1}), 0, "TSPI_lineCloseCall: cref: 0001, hdCall: 1"},
+        {TSPI_lineCloseCall(Any{30}), 0, "TSPI_lineCloseCall: cref: 001e, hdCall: 30"},
         {TSPI_lineBlindTransfer(7, Any{0x19}, Any{0x56}, 33), call, "Entering TSPI_lineBlindTransfer(7,19,56,21)"},
         {TSPI_lineSetupTransfer(7, Any{0x19}, Any{0x34}, Any{0x56}, Any{0x78}), call, "Entering TSPI_lineSetupTransfer(7,19,34,56,78)"},
         {TSPI_lineCompleteTransfer(7, Any{0x19}, Any{1}, Any{0x34}, Any{0x56}, 1), call, "Entering TSPI_lineCompleteTransfer(7,19,1,34,56,1)"},

@@ -50,6 +50,11 @@ TEST_F(Model, NewCallLeavesTheSlotsOfItsRecordsFormerOneButThoseOfSupervision) {
     EXPECT_EQ(AllocCallRecord(DIALTONE, 3), 0);
     EXPECT_EQ(At(2).calls[1], -1);
     EXPECT_EQ(At(5).calls[1], 0);
+    Tracking.PickUpCref = 1;
+    RunningRequest = {REQUEST_BLIND_TRANSFER, 0};
+    EXPECT_EQ(AllocCallRecord(DIALTONE, 3), 2) << "a pick-up waits in record 1";
+    AllocCallRecord(DIALTONE, 3);
+    EXPECT_EQ(RunningRequest.ConsultCref, 2) << "the first one that goes out";
 }
 
 TEST_F(Model, NewStateByReportedState) {
@@ -90,6 +95,7 @@ TEST_F(Model, ResetOfAllCallsClearsTheMarksOfDoubleCallsAndConferences) {
     Record(5).state = IDLE;
     Tracking.ConfInProgress = Tracking.ConferenceReq = Tracking.ConfEndReq = Tracking.ConfBroken = 1;
     Tracking.SecondCallDropReq = 1;
+    Tracking.PickUpCref = 6;
     confstate = CONNECTED;
     CopyText(ConfText1, "MARTIN");
     CopyText(ConfText2, "DURAND");
@@ -102,6 +108,7 @@ TEST_F(Model, ResetOfAllCallsClearsTheMarksOfDoubleCallsAndConferences) {
     EXPECT_THAT(At(8).calls, ElementsAre(2, -1)) << "only multi-line keys are emptied";
     EXPECT_EQ(Tracking.ConfInProgress | Tracking.ConferenceReq | Tracking.ConfEndReq | Tracking.ConfBroken, 0);
     EXPECT_EQ(Tracking.SecondCallDropReq | Tracking.DbCall | Tracking.ActivCallTouch, 0);
+    EXPECT_EQ(Tracking.PickUpCref, 6) << "its call has not shown yet";
     EXPECT_TRUE(Tracking.ConfParty1 == -1 && Tracking.ConfParty2 == -1 && confstate == IDLE);
     EXPECT_EQ(std::string(ConfText1) + ConfText2, "");
     for (const CallRecord& call : CallTable)

@@ -1,6 +1,7 @@
 // The icon machine and the supervision keys: traces and events in their order, and what stands on the key afterwards.
 #include "control/make_call.h"
 #include "support/requests.h"
+#include "tracking/steps.h"
 #include "tracking/supervision.h"
 
 namespace {
@@ -156,6 +157,11 @@ TEST_F(MultiLine, KeyThatItsCallHasLeftWaitsForTheNext) {
     leaves(8, 1, [&] { SwapKeyTransferingCref = 0, Icon(1, Lit); });
     leaves(8, 1, [&] { SwapKeyTransferingCref = 0, Icon(1, Rings); });
     leaves(3, 1, [&] { Tracking.PickUpCref = 0, Icon(1, Lit), Tracking.PickUpCref = -1; });
+    Stand("3H 3C @3", "");
+    StandOnKey(1, 0);
+    EXPECT_EQ(Tracking.DbCall, 0);
+    EXPECT_EQ(Tracking.ActivCallTouch, 3) << "the other one talks on";
+    EXPECT_THAT(At(3).calls, ElementsAre(-1, 1));
 }
 
 TEST_F(MultiLine, KeyThatRingsAgain) {

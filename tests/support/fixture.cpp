@@ -125,6 +125,10 @@ void ExpectStored(HTAPICALL call, DWORD told) {
     }
     if (cref >= CallTable.size() || (told & STORED_FIRST & ~ToldFirst) == 0)
         return;
+    const int key = CallTable[cref].touch;
+    if (told == LINECALLSTATE_ONHOLD && key != 0 && TouchTable.at(static_cast<std::size_t>(key)).icon == HOLD_ICON) {
+        EXPECT_NE(Tracking.ActivCallTouch, key) << "call " << cref;
+    }
     const DWORD stored = CallTable[cref].state;
     EXPECT_EQ(stored == STATE_REOFFERING ? DWORD{LINECALLSTATE_OFFERING} : stored, told) << "call " << cref;
 }
