@@ -126,29 +126,24 @@ TEST_F(EventsTest, CallMadeFromTheCompletionOfADropKeepsItsRecordAndItsKey) {
     EXPECT_THAT(Events(), ElementsAre("NEWCALL 1")) << "no record is shared";
 }
 
-// The line that the set has seized for a consultation call is no other call's.
-TEST_F(EventsTest, CallMadeFromTheCompletionOfASetUpTransferTakesAnotherKey) {
-    RunningRequest = {REQUEST_SETUP_TRANSFER, 3, 5};
-    ProviderState.PendingRequestID = 7;
+// Key 1 looks free then, and is not.
+TEST_F(EventsTest, CallMadeFromACompletionLeavesTheKeyToTheCallerOrTheConsultationThatIsAboutToStandThere) {
     ProviderState.CompletionProc = CallAgain;
-    Icon(1, ACTIV_ICON);
-    EXPECT_EQ(Record(0).touch, 2);
-    EXPECT_THAT(At(1).calls, ElementsAre(5, -1));
-}
-
-// The key looks free then, and is not.
-TEST_F(EventsTest, CallMadeFromTheEndOfACrossingCallLeavesTheRingingKeyToItsCaller) {
-    Call(1, 0, PROCEEDING);
-    At(1).icon = IDLE_ICON;
-    RunningRequest = {REQUEST_DROP, 0};
-    ProviderState.PendingRequestID = 7;
-    ProviderState.CompletionProc = CallAgain;
-    Icon(1, INCOM_ICON);
-    EXPECT_EQ(Record(0).state, PROCEEDING);
-    EXPECT_EQ(Record(0).touch, 2);
-    EXPECT_THAT(At(2).calls, ElementsAre(0, -1));
-    EXPECT_THAT(At(1).calls, ElementsAre(1, -1));
-    EXPECT_EQ(Record(1).state, OFFERING);
+    for (const bool rings : {true, false}) {
+        Fresh();
+        if (rings) {
+            Call(1, 0, PROCEEDING);  // crosses the caller
+            At(1).icon = IDLE_ICON;
+        }
+        RunningRequest = {rings ? REQUEST_DROP : REQUEST_SETUP_TRANSFER, 0, 5};
+        ProviderState.PendingRequestID = 7;
+        Icon(1, rings ? INCOM_ICON : ACTIV_ICON);
+        EXPECT_EQ(Record(0).state, PROCEEDING);
+        EXPECT_EQ(Record(0).touch, 2);
+        EXPECT_THAT(At(2).calls, ElementsAre(0, -1));
+        EXPECT_THAT(At(1).calls, ElementsAre(rings ? 1 : 5, -1));
+        EXPECT_EQ(Record(rings ? 1 : 5).state, rings ? OFFERING : DIALTONE);
+    }
 }
 
 TEST_F(EventsTest, OnlyTheEndOfItsCallCompletesADrop) {
