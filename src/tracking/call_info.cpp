@@ -169,10 +169,10 @@ int OfferSupervisedCall(int key) {
     const int cref = AllocCallRecord(LINECALLSTATE_OFFERING, key);
     if (!IsCref(cref))
         return -1;
+    TouchOf(key).calls = {cref, -1};
     DoLineEventNewCall(cref);
     CallOf(cref).byMakeCall = 0;
     CallOf(cref).Inbound = 1;
-    TouchOf(key).calls = {cref, -1};
     TouchOf(key).icon = INCOM_ICON;
     SendCallState(cref, LINECALLSTATE_OFFERING);
     return cref;

@@ -11,10 +11,10 @@ namespace {
 void CreateSupervisedCall(int key) {
     const int cref = AllocCallRecord(LINECALLSTATE_OFFERING, key);
     if (IsCref(cref)) {
+        TouchOf(key).calls = {cref, -1};
         DoLineEventNewCall(cref);
         CallOf(cref).byMakeCall = 0;
         CallOf(cref).Inbound = 1;
-        TouchOf(key).calls = {cref, -1};
         Tracking.OfferInfoCref = cref;
         Tracking.OfferTicks = 0;
     }
