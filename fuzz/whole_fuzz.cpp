@@ -421,6 +421,12 @@ void CheckBooks() {
     FuzzRequire(ProviderState.PendingRequestID != 0 || running == 0, "a request that nobody remembers");
     for (const CallRecord& call : CallTable)
         FuzzRequire(call.touch >= 0 && call.touch < KEY_COUNT, "the key of a call");
+    for (int key = 1; key < KEY_COUNT; ++key)
+        if (const Touch& touch = TouchTable[static_cast<std::size_t>(key)]; touch.kind == TOUCH_MULTI) {
+            for (const int cref : touch.calls)
+                FuzzRequire(cref == -1 || CallTable[static_cast<std::size_t>(cref)].touch == key, "a call's own key");
+            FuzzRequire(touch.calls[0] == -1 || touch.calls[0] != touch.calls[1], "a call in both slots");
+        }
     FuzzCheckKeys();
 }
 
