@@ -239,6 +239,9 @@ TEST_F(LinkLayer, ContainersAreAcknowledgedOnceAndTakenApartUpToWhatDoesNotFit) 
         const testing::Matcher<std::string> traced = testing::StartsWith("RX: contained message len ");
         EXPECT_THAT(TraceLines(), testing::ElementsAreArray(std::vector(c.whole ? 0 : 1, traced)));
     }
+    Quiet();
+    EXPECT_EQ(Answer(Frame({0x6F, 2, 0x60})), ACK);
+    EXPECT_EQ(Link.AckWaitTicks, 0) << "half a link-control frame is none";
 }
 
 // --- framing -------------------------------------------------------------------------------------------------------
@@ -392,7 +395,7 @@ TEST_F(LinkLayer, AFrameThatIsNeverAcknowledgedIsGivenUp) {
             QueueZTMsg(Serial.Port, {});
         }
         EXPECT_EQ(FifoCount(LINK_FIFO), 5 - drop);
-        QueueZTMsg(Serial.Port, {});
+        EXPECT_EQ(QueueZTMsg(Serial.Port, {}), 0);
         EXPECT_EQ(FifoCount(LINK_FIFO), 4 - drop);
         EXPECT_EQ(Port.Taken(), drop <= 2 ? "02 60 86 18" : "");
     }
@@ -437,11 +440,13 @@ TEST_F(LinkLayer, AFailedWriteIsTracedAndADirectOneKept) {
     SendL2Msg(Serial.Port, SPECIAL_FUNCTION_FRAME);
     EXPECT_TRUE(Link.WriteFailed);
     EXPECT_EQ(Link.SavedLength, 5);
+    PlatformControl::Port("COM1").WriteFails = false;
+    Resend_Last_Msg();
+    EXPECT_EQ(Port.Taken(), "03 60 10 03 8A") << "what a refusal has sent again, too";
     EXPECT_THAT(TraceLines(),
                 ElementsAre(testing::StartsWith("TxZTMsgFromFifo - failed to write to port,GetLastError "), " ",
                             "SendL2Msg - WriteCommResult :0", "COMSTAT  - cbInQue:0 - cbOutQue:0", " "));
     ResetTransmitState(false);
-    PlatformControl::Port("COM1").WriteFails = false;
 }
 
 TEST_F(LinkLayer, PendingWritesCountAsWrittenAndKeepTheirBytesUntilThereIsNoPlaceForMore) {
@@ -466,6 +471,10 @@ TEST_F(LinkLayer, WithoutAPortNothingGoesOutAndNothingBreaks) {
     Resend_Last_Msg();
     ResetComPort(3);
     EXPECT_FALSE(Link.L2Sent);
+    Quiet();
+    Link.PiggybackMode = true;
+    SendL2Msg(Serial.Port, ACK_FRAME);
+    EXPECT_EQ(Link.AckWaitTicks, 20) << "the frame that it carries waits for its acknowledgement all the same";
     EXPECT_EQ(Receive(Frame({0x22})), 0);
     EXPECT_EQ(FifoCount(LINK_FIFO), 1);
 }

@@ -228,6 +228,7 @@ TEST_F(Thread, ReconnectReopensWithoutTouchingTimeoutsOrTimer) {
     WaitLineMutex();
     EXPECT_NE(SerialOpenComms("COM1", "19200"), INVALID_HANDLE_VALUE);
     EXPECT_EQ(Com1().Dcb.BaudRate, 19200u);
+    EXPECT_EQ(FifoCount(LINK_FIFO), 4) << "what the link starts with, and nothing of before";
     const UINT_PTR timer = Serial.Timer;
     Com1().Timeouts = {};
     Com1().Rts = false;

@@ -76,8 +76,10 @@ TEST_F(Dialogue, GoesThroughItsStepsOneRequestAnAnswer) {
     WholeDialogue(2);
     EXPECT_THAT(Requests(), ElementsAre("6", "8 from 0", "10", "12 from 0", "14", "16 from 0", "18", "20 from 0"));
     ProviderState.TAPI_OMNA_Ver = 3;
+    SetConfig.nb_of_info_rcvd = 3;  // a reading that was broken off
     HandleKeySpeAck(1, Payload("0 0 0 0"));
-    EXPECT_THAT(Requests(), ElementsAre("10")) << "no special keys to read";
+    HandleStringAck(1, Payload("3"));
+    EXPECT_THAT(Requests(), ElementsAre("10", "12 from 0")) << "no special keys to read";
     Again();
     EXPECT_THAT(Requests(), ElementsAre("2", "6", "8 from 0", "30", "32 from 0", "10", "12 from 0", "14", "16 from 0",
                                         "18", "20 from 0"));
@@ -116,6 +118,7 @@ TEST_F(Dialogue, KeysOutsideTheTablesAreSkippedAndStillCounted) {
 
 TEST_F(Dialogue, ReceivedKeysReplaceWhatWasThereAndACountStartsThemAnew) {
     SetSetting("Set_Des", "T44", "M1");
+    WritePrivateProfileStringA("Set_Des", "T44", "M1", "zt62cfg.ini");
     TouchTable[50].kind = TOUCH_SUPERV;
     WaitInfo.fill(7);
     Associate(3);
@@ -131,6 +134,7 @@ TEST_F(Dialogue, ReceivedKeysReplaceWhatWasThereAndACountStartsThemAnew) {
     EXPECT_EQ(TouchTable[50].kind, TOUCH_NONE);
     EXPECT_THAT(WaitInfo, ElementsAre(-1, -1, 7, 7, 7, 7, 7, 7, 7, 7)) << "one for each key";
     EXPECT_EQ(Setting("Set_Des", "T44"), "(none)");
+    EXPECT_THAT(FileText("C:\\WINDOWS\\zt62cfg.ini"), testing::Not(testing::HasSubstr("T44")));
 }
 
 TEST_F(Dialogue, SpecialKeysThatAreNoneAnyMoreLeaveTheWorkingLists) {
@@ -173,7 +177,9 @@ TEST_F(Dialogue, EverythingIsSavedTheFirstTimeAndOnlyWhatChangedLater) {
     EXPECT_EQ(Setting("SoftKey_Des", "Swap"), "(none)");
     EXPECT_EQ(Setting("Service_Code", "CancelForwarding"), "(none)");
     EXPECT_EQ(Setting("SetConfig", "Language"), "0: Francais") << "the same language";
+    SetSetting("SoftKey_Des", "OfBefore", "x");
     Again("Change");
+    EXPECT_EQ(Setting("SoftKey_Des", "OfBefore"), "(none)") << "the section is written anew";
     EXPECT_EQ(Setting("SoftKey_Des", "Swap"), "Change");
     EXPECT_EQ(Setting("SoftKey_Des", "Conference"), "Conf") << "one differing label saves all seven";
     EXPECT_EQ(Setting("String_Des", "HangUp"), "(none)");
@@ -242,6 +248,12 @@ TEST_F(Dialogue, ForwardingIsFollowedAndAcknowledgedByReleasing) {
     EXPECT_EQ(Pressed(), "");
     EXPECT_STREQ(ProviderState.ForwardDestination, "");
     EXPECT_EQ(AomCount, 3) << "a fourth module finds no room";
+    CopyText(ProviderState.ForwardDestination, "1234");
+    again("1 0 9 0 =12");
+    EXPECT_STREQ(ProviderState.ForwardDestination, "") << "one that is cut off counts as none";
+    EXPECT_EQ(AomCount, 3) << "what does not come stays";
+    LineEvents();
+    Pressed();
     CopyText(ProviderState.ForwardDestination, "12");
     again("0 5 0");
     EXPECT_STREQ(ProviderState.ForwardDestination, "12") << "a status above 4 keeps it and releases";
@@ -277,6 +289,12 @@ TEST_F(Dialogue, StoredConfigurationIsUsableForTheSameNumberAndLanguage) {
         ResetSetConfig();
         Associate(2, "4711");
         EXPECT_EQ(Tick.ConfigUsable, known);
+    }
+    for (const bool known : {false, true}) {
+        Tick.ConfigUsable = false;
+        ResetSetConfig();
+        Associate(2, "1234567890123456789012345");
+        EXPECT_EQ(Tick.ConfigUsable, known) << "a number longer than its field";
     }
     for (const auto& [text, code] : {std::pair{"0: French", 1}, {"4: Italian", 6}, {"Not listed", -1}}) {
         ProviderState.PbxLanguage = code == -1 ? std::uint8_t{3} : static_cast<std::uint8_t>(code);

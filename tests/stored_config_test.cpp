@@ -56,6 +56,12 @@ TEST_F(Stored, KeysBeyondTheirListAndNumbersThatAreNoneAreSkipped) {
     SetSetting("Set_Des", "T87withalongername12", "SU2");
     SetSetting("Set_Des", "T30", "SU34567890123456789");
     SetSetting("Set_Des", "T31", "SU345678901234567890");
+    HKEY section = nullptr;
+    ASSERT_EQ(RegOpenKeyExA(HKEY_LOCAL_MACHINE, "SOFTWARE\\Corvane\\TSpi_6200\\Set_Des", 0, KEY_ALL_ACCESS, &section),
+              0);
+    const BYTE noText[] = {'S', 'U', '1', 0};
+    RegSetValueExA(section, "T32", 0, REG_DWORD, noText, sizeof noText);
+    RegCloseKey(section);
     EXPECT_EQ(LoadSetDes(), 10);
     EXPECT_THAT(Keys(KeyLists.Multi), ElementsAre(1, 2, 3, 4, 5, 6, 7, 8, 9, 10));
     EXPECT_EQ(TouchTable[11].kind, TOUCH_NONE);
@@ -108,7 +114,7 @@ TEST_F(Stored, SwitchesAreReadWithTheirDefaults) {
         EXPECT_EQ(Settings.SetMCDU, stored == mcdu ? mcdu : "") << "longer than its reader: counts as missing";
         EXPECT_EQ(FileText("C:\\WINDOWS\\zt62cfg.ini"), "[SetConfig]\r\nSetMCDU=" + mcdu + "\r\n");
     }
-    for (const auto& [inputs, answer] : {std::pair{"", ""}, {"3", "NACK"}, {"3", "nack"}, {"no number", "NACK"}}) {
+    for (const auto& [inputs, answer] : {std::pair{"", ""}, {"3", "nack"}, {"3", "NACK"}, {"no number", "NACK"}}) {
         SetSetting("Subdevice_Test", "NbInputBeforeSuspend", inputs);
         SetSetting("Subdevice_Test", "NbWaitAckBeforeResponse", "2");
         SetSetting("Subdevice_Test", "WaitAckResponse", answer);

@@ -146,10 +146,12 @@ TEST_F(Ticking, TraceModeWatchdogStopsTheLinkAtItsLimitOrEndsWithTheFirstHeader)
     EXPECT_EQ(DynamicConfig.WaitTraceMode, 0);
     DynamicConfig.WaitTraceMode = 1;
     Link.TraceModeSeen = false;
-    Serial.V24Trouble = true;
-    Ticks(300);
-    EXPECT_EQ(Tick.WaitTrace, 0) << "no card, no trace mode to wait for";
-    Serial.V24Trouble = false;
+    for (bool* const flag : {&Serial.V24Trouble, &Serial.PortFailed}) {
+        *flag = true;
+        Ticks(300);
+        EXPECT_EQ(Tick.WaitTrace, 0) << "no card, no trace mode to wait for";
+        *flag = false;
+    }
     Ticks(249);
     EXPECT_FALSE(Link.LinkStopped);
     Call(1, 0, LINECALLSTATE_CONNECTED);
@@ -173,6 +175,10 @@ TEST_F(Ticking, BadStoredStringStopsUnderTheMutexAndOnlyOnce) {
     Ticks(1);
     EXPECT_FALSE(Link.LinkStopped) << "the configuration has not been received yet";
     Tick.ConfigReceived = true;
+    DynamicConfig.StaticConfig = 0;
+    Ticks(1);
+    EXPECT_FALSE(Link.LinkStopped) << "the received texts are in use, not the stored ones";
+    DynamicConfig.StaticConfig = 1;
     CallTable[3].htCall = reinterpret_cast<HTAPICALL>(std::uintptr_t{0x103});
     Marks.DeferredMakeCall = {true, 3};
     ToldFirst = LINECALLSTATE_DISCONNECTED | LINECALLSTATE_IDLE;
