@@ -88,24 +88,29 @@ std::string NameOf(LPCSTR name) {
     return name == nullptr ? "" : name;
 }
 
-// The system's own index of the value that was made as the index-th one.
-DWORD PlaceOf(HKEY key, DWORD index) {
-    std::string wanted;
-    {
-        const std::string path = PathOf(key);
-        const Guard guard(Lock);
-        if (index >= Made[path].size())
-            return index;
-        wanted = Made[path][index];
-    }
+// The names of a key's values in the system's own order.
+std::vector<std::string> NamesOf(HKEY key) {
+    std::vector<std::string> names;
     char name[256];
-    for (DWORD place = 0;; ++place) {
-        DWORD size = sizeof name;
-        if (RegEnumValueA(RealKey(key), place, name, &size, nullptr, nullptr, nullptr, nullptr) != ERROR_SUCCESS)
-            return index;
-        if (wanted == name)
-            return place;
-    }
+    for (DWORD size = sizeof name; RegEnumValueA(RealKey(key), static_cast<DWORD>(names.size()), name, &size, nullptr,
+                                                 nullptr, nullptr, nullptr) == ERROR_SUCCESS;
+         size = sizeof name)
+        names.emplace_back(name);
+    return names;
+}
+
+// The system's own index of the value that was made as the index-th one. Names are listed when an enumeration begins.
+DWORD PlaceOf(HKEY key, DWORD index) {
+    static std::vector<std::string> listed;
+    if (index == 0)
+        listed = NamesOf(key);
+    const std::string path = PathOf(key);
+    const Guard guard(Lock);
+    const std::vector<std::string>& made = Made[path];
+    if (index >= made.size())
+        return index;
+    const auto found = std::find(listed.begin(), listed.end(), made[index]);
+    return found == listed.end() ? index : static_cast<DWORD>(found - listed.begin());
 }
 
 LONG Opened(LONG error, const std::string& path, PHKEY key) {
