@@ -194,6 +194,10 @@ TEST_F(DisplayText, NameAndNumberOfACallBeingSetUp) {
         {"LE GO/J 47", "X", "", "LE GO/J", "", false},
         {"MARTIN 4720", "X", "9", "", "", false},
         {"/4720", "", "", "", "", false},
+        // to the last column
+        {"MARTINMARTINMARTINMARTINMARTINMARTINMART", "", "", "MARTINMARTINMARTINMARTINMARTINMARTINMART", "", true},
+        {"MARTINMARTINMARTINMARTINMARTINMARTINMAR ", "X", "", "MARTINMARTINMARTINMARTINMARTINMARTINMAR ", "", false},
+        {"=>MARTIN 4720123456789012345678901234567", "", "", "MARTIN", "4720123456789012345678901234567", true},
     };
     Version(1);
     for (const Case& c : cases) {
@@ -243,6 +247,8 @@ TEST_F(DisplayText, NameOfTheAnsweredParty) {
         {"4720", 0, "4720", full + found + reported},
         {"MARTIN /x", 0, "MARTIN", full + shorter + shortest + reported},
         {"  x", 0, "", ""},
+        {"MARTINMARTINMARTINMARTINMARTINMARTI 4720", 1, "MARTINMARTINMARTINMARTINMARTINMARTI", full + found + reported},
+        {"MARTINMARTINMARTINMARTINMARTINMART 4720 ", 1, "MARTINMARTINMARTINMARTINMARTINMART", full + found + reported},
     };
     Version(1);
     for (const auto& [line, byMakeCall, name, steps] : cases) {
@@ -271,6 +277,8 @@ TEST_F(DisplayText, CallersAreReadFromLine0OnceForTheirKey) {
     const Case cases[] = {
         {2, 0, "3:0145678901  12:00", "0145678901", "", LINECALLORIGIN_UNKNOWN, ""},
         {2, 0, "3:DUPONT Jean  x", "", "DUPONT Jean", LINECALLORIGIN_UNKNOWN, ""},
+        {2, 0, "3:4720123456789012345678901234567890123 ", "4720123456789012345678901234567890123 ", "",
+         LINECALLORIGIN_UNKNOWN, ""},
         {1, 1, "3:0145678901", "145678901", "", LINECALLORIGIN_EXTERNAL,
          "GetCallInfo prefix trouve len 1 origin EXTERNAL | "},
         {1, 1, "3:4720", "4720", "", LINECALLORIGIN_INTERNAL, "no prefix =>origin INTERNAL | "},
@@ -311,7 +319,8 @@ TEST_F(DisplayText, CallersAreReadFromLine0OnceForTheirKey) {
     Shown(0, "47  DUPONT");
     EXPECT_EQ(std::string(Record(0).DestAddress) + "/" + Record(0).DestName, "47/");
     // An offered call on key 3, a waiting one on key 1, an answered one: whose party the line tells.
-    for (const auto& [line, told] : {std::pair{"1:4720", 1}, {"DUPONT  ", 2}, {"3:4720", 0}}) {
+    for (const auto& [line, told] :
+         {std::pair{"1:47201234567890123456789012345678901234", 1}, {"DUPONT  ", 2}, {"3:4720", 0}}) {
         Fresh();
         Active(2);
         Tracking.OfferInfoCref = Call(3, 0, OFFERING);

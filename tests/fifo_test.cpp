@@ -80,6 +80,15 @@ TEST_F(Fifo, PackingMakesSuperFramesOfRunsOfPresses) {
     EXPECT_EQ(BoxTexts(), "");
 }
 
+TEST_F(Fifo, AnEmptyFrameIsShownAndStopsPackingWithoutALoss) {
+    FifoPut(LINK_FIFO, {});
+    FifoPut(LINK_FIFO, Five);
+    ZTsuperfifo(LINK_FIFO);
+    EXPECT_EQ(BoxTexts(), "FIFO - ZTsuperfifo - in_siz = 0; FIFO - ZTsuperfifo - in_siz = 0; ");
+    FifoDrop(LINK_FIFO);
+    EXPECT_THAT(Drain(), ElementsAre(Five));
+}
+
 TEST_F(Fifo, MemoryTroubleIsShownAndLosesOnlyTheFrame) {
     FifoPut(LINK_FIFO, Five);
     PlatformControl::FailCall("GlobalAlloc");

@@ -126,6 +126,8 @@ TEST_F(LineEdges, EveryEntryIsTracedWithItsArgumentsAndRefusesItsHandleFirst) {
         {TSPI_phoneSetButtonInfo(7, Any{0x12}, 5, Any{0x78}), phone, "Entering TSPI_phoneSetButtonInfo(7,12,5,78)"},
         {TSPI_phoneSetHookSwitch(7, Any{0x12}, 1, 2), phone, "Entering TSPI_phoneSetHookSwitch(7,12,1,2)"},
         // accepted without effect
+        {TSPI_providerInstall(Any{0x12}, 42), 0, "Entering TSPI_providerInstall(12,2a)", true},
+        {TSPI_providerRemove(Any{0x12}, 42), 0, "Entering TSPI_providerRemove(12,2a)", true},
         {TSPI_phoneDevSpecific(1, Any{0x12}, Any{0x78}, 2), 0, "Entering TSPI_phoneDevSpecific(1,12,78,2)"},
         {TSPI_phoneGetButtonInfo(Any{0x12}, 2, Any{0x78}), 0, "Entering TSPI_phoneGetButtonInfo(12,2,78)"},
         {TSPI_phoneGetData(Any{0x12}, 2, Any{0x78}, 4), 0, "Entering TSPI_phoneGetData(12,2,78,4)"},
@@ -163,6 +165,9 @@ TEST_F(LineEdges, EveryEntryIsTracedWithItsArgumentsAndRefusesItsHandleFirst) {
     EXPECT_EQ(Code(TSPI_lineForward(7, Any{0x12}, 1, 0, nullptr, 3, nullptr, nullptr, nullptr)), line);
     EXPECT_EQ(Code(TSPI_lineCloseCall(Any{0x19})), call);
     EXPECT_THAT(TraceLines(), IsEmpty()) << "these trace no wrong handle";
+    TraceMask = TRACE_CALL;
+    EXPECT_EQ(TSPI_providerFreeDialogInstance(Any{0x12}), 0);
+    EXPECT_THAT(TraceLines(), ElementsAre("TSPI_providerFreeDialogInstance 12"));
 }
 
 TEST_F(LineEdges, WhatIsMissingIsToldByTheCodeOfItsDevice) {

@@ -29,6 +29,7 @@ TEST_F(Phone, CapabilitiesHoldTheNameWhereItFitsAndNothingElse) {
     std::memcpy(ProviderState.LineName, "CORVANE_ZT_6200_2.0_3"_wide, 44);
     DWORD version = 0;
     EXPECT_EQ(Code(TSPI_phoneNegotiateTSPIVersion(8, 0x20001, 0x30000, &version)), PHONEERR_INCOMPATIBLEAPIVERSION);
+    EXPECT_EQ(Code(TSPI_phoneNegotiateTSPIVersion(8, 0x10004, 0x1FFFF, &version)), PHONEERR_INCOMPATIBLEAPIVERSION);
     EXPECT_EQ(version, 0x20000u) << "written all the same";
     EXPECT_EQ(TSPI_phoneNegotiateTSPIVersion(0xFFFFFFFF, 0x10004, 0x30000, &version), 0);
     const auto caps = [this](DWORD total) {

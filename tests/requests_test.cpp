@@ -181,6 +181,14 @@ TEST_F(Dispatching, CallThatCannotBeMadePressesNothing) {
     EXPECT_EQ(Record(5).state, IDLE);
     Serial.PortFailed = true;
     refused(REQUEST_MAKE_CALL, UNAVAILABLE, "");
+    Record(5).htCall = reinterpret_cast<HTAPICALL>(std::uintptr_t{0x105});
+    EXPECT_EQ(DoMakeCall(5, REQUEST_MAKE_CALL, true), FAILED) << "one that was accepted before";
+    EXPECT_EQ(Steps(), "STATE 5 IDLE");
+    EXPECT_EQ(DoMakeCall(-1, REQUEST_MAKE_CALL), UNAVAILABLE);
+    Serial.PortFailed = false;
+    EXPECT_EQ(DoMakeCall(-1, REQUEST_MAKE_CALL), FAILED);
+    EXPECT_EQ(DoGenerateDigits(-1), FAILED);
+    EXPECT_EQ(Pressed(), "");
 }
 
 TEST_F(Dispatching, CallPressedBlindlyWaitsSevenSecondsForATraceHeader) {

@@ -114,6 +114,15 @@ TEST_F(Dialogue, KeysOutsideTheTablesAreSkippedAndStillCounted) {
     EXPECT_THAT(Requests(), ElementsAre("10"));
     EXPECT_EQ(TouchTable[11].kind, TOUCH_MULTI) << "a kind that nobody knows takes no key away";
     EXPECT_THAT(std::vector<int>(KeyLists.Superv.begin(), KeyLists.Superv.end()), ElementsAre(32));
+    std::string elevenBosses = "11";
+    for (int key = 21; key <= 31; ++key)
+        elevenBosses += " " + std::to_string(key) + " 8 0";
+    HandleKeySpeAck(1, Payload("0 11 0 0"));
+    TraceLines();
+    HandleKeySpeInfoAck(1, Payload(elevenBosses));
+    EXPECT_EQ(KeyLists.Patron.Count, 10);
+    EXPECT_NE(TouchTable[31].kind, TOUCH_PATRON);
+    EXPECT_THAT(TraceLines(), testing::Contains("tou spe 31 genr_tou 8 - no room in the list, skipped"));
 }
 
 TEST_F(Dialogue, ReceivedKeysReplaceWhatWasThereAndACountStartsThemAnew) {

@@ -35,12 +35,15 @@ TEST_F(TraceLife, FormatsAsWsprintfDoes) {
     EXPECT_EQ(Formatted("%d|%ld|%u|%lu", -1, -2, -1, 3u), "-1|-2|4294967295|3");
     EXPECT_EQ(Formatted("%x|%lx|%X|%04x|%4lx|%0lx|%02d", 0xAB, 0xAB, 0xAB, 0xAB, 0xAB, 0xAB, 5),
               "ab|ab|AB|00ab|  ab|ab|05");
-    EXPECT_EQ(Formatted("%d.%.02d", 3, 6), "3.06");
-    EXPECT_EQ(Formatted("%s|%5s|%-5s|%.2s", text, text, text, text), "abc|  abc|abc  |ab");
+    EXPECT_EQ(Formatted("%d.%.02d|%i|%-4d|%-04d|%06.3d|%04d", 3, 6, -4, -5, 6, 7, -8), "3.06|-4|-5  |6   |   007|-008");
+    EXPECT_EQ(Formatted("%s|%5s|%-5s|%.2s|%05s", text, text, text, text, text), "abc|  abc|abc  |ab|00abc");
     EXPECT_EQ(Formatted("%S", wide), "\xE9\x80");
+    EXPECT_EQ(Formatted("%s%S|%q|%5", static_cast<const char*>(nullptr), static_cast<const WCHAR*>(nullptr), 1, 2),
+              "||")
+        << "nor a null text, a conversion that nobody knows, or one that is cut off";
     EXPECT_EQ(Formatted("%c%%", 'x'), "x%");
     EXPECT_EQ(Formatted("%s and %d", text), "abc and ") << "a missing argument prints nothing";
-    EXPECT_EQ(Formatted("%d|%s", text, 7), "|") << "nor does one of another kind";
+    EXPECT_EQ(Formatted("%d|%s|%S|%c", text, 7, text, text), "|||") << "nor does one of another kind";
     EXPECT_EQ(Formatted("%lx", reinterpret_cast<void*>(std::uintptr_t{0x12345678})), "12345678");
     EXPECT_EQ(Formatted("%60d%60d", 1, 2).size(), 63u) << "cut to its room";
 }

@@ -39,7 +39,7 @@ struct Output {
 
 // What stands between the percent sign and the conversion's letter.
 struct Directive {
-    bool left = false, zero = false, alternate = false;
+    bool left = false, zero = false;
     int width = 0;
     int precision = -1;  // -1: none given
     char conversion = 0;
@@ -59,8 +59,6 @@ Directive ReadDirective(const char*& at) {
             directive.left = true;
         else if (*at == '0')
             directive.zero = true;
-        else if (*at == '#')
-            directive.alternate = true;
         else
             break;
     }
@@ -69,7 +67,7 @@ Directive ReadDirective(const char*& at) {
         ++at;
         directive.precision = ReadNumber(at);
     }
-    while (*at == 'l' || *at == 'h')  // every number is 32 bits here
+    while (*at == 'l')  // every number is 32 bits here
         ++at;
     directive.conversion = *at;
     if (*at != 0)
@@ -91,7 +89,7 @@ void PutNumber(Output& out, const Directive& directive, std::uint32_t value) {
         digits[count++] = alphabet[value % base];
         value /= base;
     } while (value != 0);
-    const int sign = (negative ? 1 : 0) + (hex && directive.alternate ? 2 : 0);
+    const int sign = negative ? 1 : 0;
     int zeros = std::max(0, directive.precision - count);
     if (directive.zero && !directive.left && directive.precision < 0)
         zeros = std::max(zeros, directive.width - count - sign);
@@ -100,10 +98,6 @@ void PutNumber(Output& out, const Directive& directive, std::uint32_t value) {
         out.Fill(' ', blanks);
     if (negative)
         out.Put('-');
-    if (hex && directive.alternate) {
-        out.Put('0');
-        out.Put(directive.conversion);
-    }
     out.Fill('0', zeros);
     while (count > 0)
         out.Put(digits[--count]);
