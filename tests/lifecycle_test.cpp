@@ -371,15 +371,6 @@ TEST_F(StartAndStop, LineMutexIsMadeOnFirstUseAndSaysHowAWaitEnded) {
     EXPECT_THAT(TraceLines(), testing::Contains("MutexLine not created error 6"));
 }
 
-TEST_F(StartAndStop, LibraryGivesBackWhatItTookWhenItIsUnloaded) {
-    DllMain(nullptr, DLL_PROCESS_DETACH, nullptr);
-    const int handles = PlatformControl::OpenHandles();
-    DllMain(nullptr, DLL_PROCESS_ATTACH, nullptr);
-    DllMain(nullptr, DLL_PROCESS_DETACH, nullptr);
-    EXPECT_EQ(PlatformControl::OpenHandles(), handles);
-    DllMain(nullptr, DLL_PROCESS_ATTACH, nullptr);
-}
-
 HANDLE LetGo;
 DWORD WINAPI Hold(LPVOID mutex) {
     WaitForSingleObject(mutex, INFINITE);

@@ -117,6 +117,9 @@ TEST_P(Asked, Dial) {
         {"app dial 0 4750", "[4 7 5 0]", "REPLY, " + Dialled(0) + ", " + Taken(0),
          "lineDial '4750' cref 0000 | dial makecall | dial makecall DoMakeCall res 0"},
         {"app dial 0 4750", "", "= 8000001c"},
+        {"app drop 0", "REL", Ended(0) + ", REPLY"},
+        {"seize 1", "", "NEWCALL 0, 0 DIALTONE"},
+        {"app dial 0 4730", "[4 7 3 0]", "REPLY, " + Dialled(0) + ", " + Taken(0)},  // never the boss's key
         {"app hold 0", "K1", "REPLY, 0 ONHOLD"},
         {"seize 2", "", "NEWCALL 1, 1 DIALTONE"},
         {"app dial 1 4751", "[4 7 5 1]", "REPLY, " + Dialled(1)},

@@ -206,15 +206,6 @@ TEST_F(Dispatching, CallPressedBlindlyWaitsSevenSecondsForATraceHeader) {
     EXPECT_THAT(TraceLines(), testing::Contains("LineMakeCall Attente mode Trace time 30 limit 100"));
 }
 
-TEST_F(Dispatching, DigitsIntoADialToneNeverPressABossKey) {
-    Key(8, TOUCH_PATRON, "4730");
-    Call(1, 0, DIALTONE);
-    CopyText(Record(0).DestAddress, "4730");
-    EXPECT_EQ(DoMakeCall(0, REQUEST_DIAL), 0);
-    EXPECT_EQ(Pressed(), "03 26 03 04 D0 | 03 26 03 07 CD | 03 26 03 03 D1 | 03 26 03 00 D4");
-    EXPECT_EQ(Record(0).touch, 1);
-}
-
 TEST_F(Dispatching, EveryDigitStartsTheFourSecondsAnewAndTheCancelEndsThem) {
     Stand("1C", "StopV");
     Link.SuperMsgSupported = true;  // all the same one by one

@@ -107,26 +107,6 @@ protected:
 
 // --- requests -------------------------------------------------------------------------------------------------------
 
-TEST_F(Calls, MadeBeforeTheSetIsKnownWaitsForIt) {
-    GoInService();
-    CloseLine();
-    Machine.Restart();
-    ASSERT_EQ(OpenLine(), 0);
-    Advance(200);
-    LineEvents();
-    HDRVCALL call = nullptr;
-    EXPECT_EQ(TSPI_lineMakeCall(7, Line, FirstTapiCall, &call, "4712"_wide, 0, nullptr), 7);
-    EXPECT_THAT(LineEvents(), ElementsAre("REPLY 7 0"));
-    for (int i = 0; i < 100 && !Tick.ConfigUsable; ++i) {
-        EXPECT_EQ(CallTable[0].state, 0u);
-        Advance(100);
-    }
-    Advance(2'500);
-    EXPECT_THAT(LineEvents(), ElementsAre("LINEDEV CONNECTED|INSERVICE", "STATE 0 DIALTONE", "STATE 0 DIALING",
-                                          "STATE 0 PROCEEDING", "STATE 0 RINGBACK"));
-    EXPECT_EQ(TouchTable[1].icon, ACTIV_ICON);
-}
-
 TEST_F(Calls, MadeAfterAStartWithoutAssociationIsMadeOnceTheSetIsKnownOrReportedEnded) {
     GoInService();
     for (const bool answered : {true, false}) {

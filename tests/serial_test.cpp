@@ -65,7 +65,8 @@ TEST_F(Thread, StartsTheLinkFrameByFrame) {
     }
 }
 
-TEST_F(Thread, EveryFieldOfTheTableIsSetWhateverThePortHad) {
+TEST_F(Thread, EveryFieldOfTheTableIsSetWhateverThePortHadAndAStopClosesIt) {
+    int handles = 0;
     for (const int before : {0x00, 0xFF}) {
         std::memset(&Com1().Dcb, before, sizeof Com1().Dcb);
         std::memset(&Com1().Timeouts, before, sizeof Com1().Timeouts);
@@ -84,7 +85,13 @@ TEST_F(Thread, EveryFieldOfTheTableIsSetWhateverThePortHad) {
         constexpr COMMTIMEOUTS AT_ONCE = {MAXDWORD, 0, 0, 0, 0};
         EXPECT_EQ(std::memcmp(&Com1().Timeouts, &AT_ONCE, sizeof AT_ONCE), 0);
         Stop();
+        EXPECT_EQ(Com1().Opens, Com1().Closes);
+        EXPECT_FALSE(Com1().Rts);
+        EXPECT_EQ(FifoCount(LINK_FIFO), 0);
+        EXPECT_EQ(PlatformControl::OpenHandles(), before == 0 ? handles = PlatformControl::OpenHandles() : handles);
     }
+    EXPECT_THAT(LineEvents(), IsEmpty());
+    EXPECT_THAT(TraceLines(), testing::Each(testing::Not(testing::HasSubstr("MUTEX PRB"))));
 }
 
 TEST_F(Thread, NothingOfAnEarlierThreadIsLeft) {
@@ -115,22 +122,6 @@ TEST_F(Thread, NothingOfAnEarlierThreadIsLeft) {
     CopyText(ProviderState.PortName, "COM2");  // there is none
     Start();
     EXPECT_EQ(Serial.PortDigit, '2');
-}
-
-TEST_F(Thread, StopsClosesEverythingAndStartsAgain) {
-    int handles = 0;
-    for (int i = 1; i <= 100; ++i) {
-        ASSERT_EQ(Start(), 0);
-        Stop();
-        EXPECT_EQ(Com1().Closes, i);
-        EXPECT_FALSE(Com1().Rts);
-        EXPECT_EQ(FifoCount(LINK_FIFO), 0);
-        if (i == 1)
-            handles = PlatformControl::OpenHandles();
-    }
-    EXPECT_EQ(PlatformControl::OpenHandles(), handles);
-    EXPECT_THAT(LineEvents(), IsEmpty());
-    EXPECT_THAT(TraceLines(), testing::Each(testing::Not(testing::HasSubstr("MUTEX PRB"))));
 }
 
 TEST_F(Thread, MessagesThatEndUnaskedEndAllThatWaitsForTheSet) {

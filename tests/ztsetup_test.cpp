@@ -5,6 +5,7 @@
 #include <gtest/gtest.h>
 
 #include <algorithm>
+#include <iterator>
 #include <map>
 #include <sstream>
 #include <string>
@@ -36,17 +37,17 @@ struct Windows {
     std::map<std::uint32_t, std::string> list{{1, "remotesp.tsp"}, {2, "kmddsp.tsp"}};
     std::uint32_t listError = 0, addError = 0, removeError = 0;
     void (*onAdd)() = [] {};
-    std::map<std::string, EntryList> places;  // what NETWORK SERVICE may do, there
-    std::map<std::string, std::uint32_t> refused;
-    std::map<std::string, std::string> logSources;
+    std::map<std::string, EntryList> places{};  // what NETWORK SERVICE may do, there
+    std::map<std::string, std::uint32_t> refused{};
+    std::map<std::string, std::string> logSources{};
     std::uint32_t logError = 0;
-    std::vector<std::string> calls;
+    std::vector<std::string> calls{};
     // TAPI's lines by name, what the provider's has to tell (a quiet second between two), and what it refuses.
     std::vector<std::string> lines{"Modem", "CORVANE_ZT_6200_2.0_3"};
-    std::vector<LineMessage> messages;
-    std::map<std::string, std::uint32_t> lineErrors;
+    std::vector<LineMessage> messages{};
+    std::map<std::string, std::uint32_t> lineErrors{};
     std::uint32_t clock = 4'294'960'000u, stopAfter = UINT32_MAX, started = 0, requests = 0;
-    std::string shown;
+    std::string shown{};
 };
 Windows windows;
 
@@ -216,175 +217,123 @@ void Show(std::string_view lines) {
 
 namespace {
 
-Outcome Command(std::vector<std::string_view> words) {
+// The words of a command line.
+Outcome Command(const std::string& line) {
+    std::istringstream in(line);
+    const std::vector<std::string> words{std::istream_iterator<std::string>(in), {}};
     windows.calls.clear();
-    return Run(words);
+    return Run(std::vector<std::string_view>(words.begin(), words.end()));
 }
+
+const std::map<std::uint32_t, std::string> Installed{{1, "remotesp.tsp"}, {2, "kmddsp.tsp"}, {7, "ZT_6232.TSP"}};
 
 // A Windows on which something stands in the way, the command, and what the user gets.
 struct Trouble {
     const char* name;
-    void (*make)();
-    std::vector<std::string_view> command;
+    Windows on;
+    const char* command;
     ExitCode code;
     std::vector<const char*> says;
-    std::vector<std::string> calls = {};
+    std::string calls = "";  // of the provider list and of TAPI, "; " behind each
 };
-void Installed() {
-    windows.list[7] = "ZT_6232.TSP";
-}
+// clang-format off
 const Trouble Troubles[] = {
-    {"no rights", [] { windows.administrator = false; }, {"install"}, EXIT_RIGHTS, {"Run as administrator"}},
-    {"no rights to remove", [] { Installed(), windows.administrator = false; }, {"remove"}, EXIT_RIGHTS, {"rights"}},
+    {"no rights", {.administrator = false}, "install", EXIT_RIGHTS, {"Run as administrator"}},
+    {"no rights to remove", {.administrator = false, .list = Installed}, "remove", EXIT_RIGHTS, {"rights"}},
     {"32-bit program on 64-bit Windows: redirected to another directory, and TAPI would load the wrong library",
-     [] { windows.own = MACHINE_X86; },
-     {"install"},
-     EXIT_LIBRARY,
+     {.own = MACHINE_X86}, "install", EXIT_LIBRARY,
      {"This Windows is 64-bit (x64); this ztsetup is 32-bit (x86)", "Take ztsetup and zt_6232.tsp for 64-bit (x64)"}},
-    {"64-bit program translated on ARM",
-     [] { windows.system = MACHINE_ARM64; },
-     {"install"},
-     EXIT_LIBRARY,
+    {"64-bit program translated on ARM", {.system = MACHINE_ARM64}, "install", EXIT_LIBRARY,
      {"neither x86 nor x64", "There is no zt_6232.tsp for this kind"}},
-    {"32-bit library on 64-bit Windows",
-     [] {
-         windows.files = {{PLACE, LibraryFor(MACHINE_X86)}};
-     },
-     {"install"},
-     EXIT_LIBRARY,
+    {"32-bit library on 64-bit Windows", {.files = {{PLACE, LibraryFor(MACHINE_X86)}}}, "install", EXIT_LIBRARY,
      {"System32\\zt_6232.tsp is 32-bit (x86), this Windows is 64-bit", "Take the zt_6232.tsp that is made"}},
-    {"not copied yet, but unpacked",
-     [] {
-         windows.files = {{BESIDE, LibraryFor(MACHINE_X64)}};
-     },
-     {"install"},
-     EXIT_LIBRARY,
+    {"not copied yet, but unpacked", {.files = {{BESIDE, LibraryFor(MACHINE_X64)}}}, "install", EXIT_LIBRARY,
      {"System32\\zt_6232.tsp is not there", R"(copy "D:\unpacked\zt_6232.tsp" "C:\Windows\System32\zt_6232.tsp")"}},
-    {"neither copied nor unpacked, or the wrong one unpacked",
-     [] {
-         windows.files = {{BESIDE, LibraryFor(MACHINE_X86)}};
-     },
-     {"install"},
-     EXIT_LIBRARY,
-     {"System32\\zt_6232.tsp is not there.\n"}},
+    {"neither copied nor unpacked, or the wrong one unpacked", {.files = {{BESIDE, LibraryFor(MACHINE_X86)}}},
+     "install", EXIT_LIBRARY, {"System32\\zt_6232.tsp is not there.\n"}},
     {"named where it was unpacked",
-     [] { windows.files[BESIDE] = LibraryFor(MACHINE_X64); },
-     {"install", "zt_6232.tsp"},
-     EXIT_LIBRARY,
-     {"loads providers only from C:\\Windows\\System32", R"(copy "D:\unpacked\zt_6232.tsp")"}},
-    {"not a library", [] { windows.files[PLACE] = "<html>"; }, {"install"}, EXIT_LIBRARY, {"is not a Windows library"}},
-    {"may not be read", [] { windows.files[PLACE] = "refused"; }, {"install"}, EXIT_LIBRARY, {"cannot be read"}},
-    {"there already, in capitals", Installed, {"install"}, EXIT_NOTHING, {"installed already, as provider 7"}},
-    {"there already, with its path",
-     [] { windows.list[9] = PLACE; },
-     {"install"},
-     EXIT_NOTHING,
+     {.files = {{PLACE, LibraryFor(MACHINE_X64)}, {BESIDE, LibraryFor(MACHINE_X64)}}}, "install zt_6232.tsp",
+     EXIT_LIBRARY, {"loads providers only from C:\\Windows\\System32", R"(copy "D:\unpacked\zt_6232.tsp")"}},
+    {"not a library", {.files = {{PLACE, "<html>"}}}, "install", EXIT_LIBRARY, {"is not a Windows library"}},
+    {"may not be read", {.files = {{PLACE, "refused"}}}, "install", EXIT_LIBRARY, {"cannot be read"}},
+    {"there already, in capitals", {.list = Installed}, "install", EXIT_NOTHING, {"installed already, as provider 7"}},
+    {"there already, with its path", {.list = {{1, "remotesp.tsp"}, {9, PLACE}}}, "install", EXIT_NOTHING,
      {"already, as provider 9"}},
-    {"no list",
-     [] { windows.listError = 0x8000000E; },
-     {"install"},
-     EXIT_FAILED,
+    {"no list", {.listError = 0x8000000E}, "install", EXIT_FAILED,
      {"LINEERR_INIFILECORRUPT (0x8000000e)", "Telephony\\Providers"}},
-    {"refused without a reason",
-     [] { windows.addError = 0x80000048; },
-     {"install"},
-     EXIT_FAILED,
-     {"TAPI did not add", "LINEERR_OPERATIONFAILED (0x80000048)", "net stop tapisrv"},
-     {"add zt_6232.tsp"}},
-    {"refused, the service is disabled",
-     [] { windows.addError = 0x80000048, windows.service = Service::Disabled; },
-     {"install"},
-     EXIT_SERVICE,
-     {"sc config tapisrv start= demand"},
-     {"add zt_6232.tsp"}},
-    {"the service waits for programs",
-     [] { windows.addError = 0x80000052; },
-     {"install"},
-     EXIT_SERVICE,
-     {"End all programs that use the telephone"},
-     {"add zt_6232.tsp"}},
-    {"an answer that nobody knows",
-     [] { windows.addError = 0x800000AB; },
-     {"install"},
-     EXIT_FAILED,
-     {"TAPI's answer (0x800000ab)"},
-     {"add zt_6232.tsp"}},
-    {"added, says TAPI, but is not",
-     [] { windows.ignores = true; },
-     {"install"},
-     EXIT_FAILED,
-     {"its list does not have it"},
-     {"add zt_6232.tsp", "remove 7"}},
+    {"refused without a reason", {.addError = 0x80000048}, "install", EXIT_FAILED,
+     {"TAPI did not add", "LINEERR_OPERATIONFAILED (0x80000048)", "net stop tapisrv"}, "add zt_6232.tsp; "},
+    {"refused, the service is disabled", {.service = Service::Disabled, .addError = 0x80000048}, "install",
+     EXIT_SERVICE, {"sc config tapisrv start= demand"}, "add zt_6232.tsp; "},
+    {"the service waits for programs", {.addError = 0x80000052}, "install", EXIT_SERVICE,
+     {"End all programs that use the telephone"}, "add zt_6232.tsp; "},
+    {"an answer that nobody knows", {.addError = 0x800000AB}, "install", EXIT_FAILED,
+     {"TAPI's answer (0x800000ab)"}, "add zt_6232.tsp; "},
+    {"added, says TAPI, but is not", {.ignores = true}, "install", EXIT_FAILED, {"its list does not have it"},
+     "add zt_6232.tsp; remove 7; "},
     {"added, but then there is no list, and no way back",
-     [] {
-         windows.removeError = 0x8000000F;
-         windows.onAdd = [] { windows.listError = 0x8000000E, windows.refused[R"(SOFTWARE\Corvane)"] = 5; };
-     },
-     {"install"},
-     EXIT_FAILED,
+     {.removeError = 0x8000000F,
+      .onAdd = [] { windows.listError = 0x8000000E, windows.refused[R"(SOFTWARE\Corvane)"] = 5; }},
+     "install", EXIT_FAILED,
      {"LINEERR_INIFILECORRUPT", "did not remove it again. LINEERR_INUSE",
-      "Corvane from the account NETWORK SERVICE (acc"},
-     {"add zt_6232.tsp", "remove 7"}},
-    {"not there", [] {}, {"remove"}, EXIT_NOTHING, {"is not installed"}},
-    {"in use",
-     [] { Installed(), windows.removeError = 0x8000000F; },
-     {"remove"},
-     EXIT_SERVICE,
-     {"TAPI did not remove", "LINEERR_INUSE"},
-     {"remove 7"}},
-    {"removed, says TAPI, but is not",
-     [] { Installed(), windows.ignores = true; },
-     {"remove"},
-     EXIT_FAILED,
-     {"its list still has it"},
-     {"remove 7"}},
-    {"removed, but still loaded",
-     [] { Installed(), windows.loaded = true; },
-     {"remove"},
-     EXIT_DONE,
-     {"still has the library loaded", "net stop tapisrv"},
-     {"remove 7"}},
-    {"twice in the list",
-     [] { Installed(), windows.list[4] = "zt_6232.tsp"; },
-     {"remove"},
-     EXIT_DONE,
-     {"removed"},
-     {"remove 4", "remove 7"}},
-    {"in the list, file gone",
-     [] { Installed(), windows.files.clear(); },
-     {"status"},
-     EXIT_LIBRARY,
+      "Corvane from the account NETWORK SERVICE (acc"}, "add zt_6232.tsp; remove 7; "},
+    {"not there", {}, "remove", EXIT_NOTHING, {"is not installed"}},
+    {"in use", {.list = Installed, .removeError = 0x8000000F}, "remove", EXIT_SERVICE,
+     {"TAPI did not remove", "LINEERR_INUSE"}, "remove 7; "},
+    {"removed, says TAPI, but is not", {.ignores = true, .list = Installed}, "remove", EXIT_FAILED,
+     {"its list still has it"}, "remove 7; "},
+    {"removed, but still loaded", {.loaded = true, .list = Installed}, "remove", EXIT_DONE,
+     {"still has the library loaded", "net stop tapisrv"}, "remove 7; "},
+    {"twice in the list", {.list = {{1, "remotesp.tsp"}, {4, "zt_6232.tsp"}, {7, "ZT_6232.TSP"}}}, "remove", EXIT_DONE,
+     {"removed"}, "remove 4; remove 7; "},
+    {"in the list, file gone", {.files = {}, .list = Installed}, "status", EXIT_LIBRARY,
      {"zt_6232.tsp is not there\n", "in it, as provider 7", "cannot load the library"}},
-    {"no list to show", [] { windows.listError = 0x80000061; }, {"status"}, EXIT_FAILED, {"net start tapisrv"}},
-    {"not installed", [] {}, {"status"}, EXIT_NOTHING, {"is there, for this Windows", "not in it"}},
-    {"no command", [] {}, {}, EXIT_USAGE, {"no command", "usage: ztsetup install"}},
-    {"a wrong command", [] {}, {"uninstall"}, EXIT_USAGE, {"unknown command uninstall"}},
-    {"a wrong option", [] {}, {"install", "--force"}, EXIT_USAGE, {"unexpected: --force"}},
-    {"a word too many", [] {}, {"remove", "zt_6232.tsp"}, EXIT_USAGE, {"unexpected: zt_6232.tsp"}},
+    {"no list to show", {.listError = 0x80000061}, "status", EXIT_FAILED, {"net start tapisrv"}},
+    {"not installed", {}, "status", EXIT_NOTHING, {"is there, for this Windows", "not in it"}},
+    {"no command", {}, "", EXIT_USAGE, {"no command", "usage: ztsetup install"}},
+    {"a wrong command", {}, "uninstall", EXIT_USAGE, {"unknown command uninstall"}},
+    {"a wrong option", {}, "install --force", EXIT_USAGE, {"unexpected: --force"}},
+    {"a word too many", {}, "remove zt_6232.tsp", EXIT_USAGE, {"unexpected: zt_6232.tsp"}},
+    {"no TAPI", {.lineErrors = {{"start", 0x80000061}}}, "test", EXIT_SERVICE, {"net start tapisrv"}, "start; "},
+    {"other lines alone", {.lines = {"Modem", "broken"}}, "test", EXIT_NOTHING, {"None of TAPI's lines is"},
+     "start; end; "},
+    {"no lines", {.lines = {}}, "test", EXIT_NOTHING, {"TAPI has no line at all.\n"}, "start; end; "},
+    {"line in use", {.lineErrors = {{"open", 0x80000001}}}, "test", EXIT_SERVICE, {"LINEERR_ALLOCATED"},
+     "start; open; end; "},
+    {"closed by the provider", {.messages = {{MESSAGE_CLOSE, 1, 0, 0}}}, "test", EXIT_FAILED, {}, "start; open; end; "},
+    {"two numbers", {}, "test 4750 4751", EXIT_USAGE, {"unexpected: 4751"}},
+    {"no number", {}, "test LAMBERT", EXIT_USAGE, {"unexpected: LAMBERT"}},
+    {"no time", {}, "test --seconds 0", EXIT_USAGE, {"from 1 to 86400"}},
+    {"which time", {}, "test --seconds", EXIT_USAGE, {"unexpected: --seconds"}},
 };
+// clang-format on
 
 TEST(Ztsetup, SaysWhatStandsInTheWayAndTouchesNothingElse) {
     for (const Trouble& trouble : Troubles) {
         SCOPED_TRACE(trouble.name);
-        windows = Windows{};
-        trouble.make();
+        windows = trouble.on;
         const Outcome outcome = Command(trouble.command);
         EXPECT_EQ(outcome.code, trouble.code);
+        const std::string said(outcome.message.View());
         for (const char* const words : trouble.says)
-            EXPECT_THAT(std::string(outcome.message.View()), HasSubstr(words));
-        EXPECT_EQ(outcome.message.View().back(), '\n');
-        EXPECT_EQ(windows.calls, trouble.calls);
+            EXPECT_THAT(said, HasSubstr(words));
+        EXPECT_EQ(said.empty(), trouble.says.empty());
+        EXPECT_TRUE(said.empty() || said.back() == '\n');
+        std::string calls;
+        for (const std::string& call : windows.calls)
+            calls += call + "; ";
+        EXPECT_EQ(calls, trouble.calls);
     }
 }
 
 TEST(Ztsetup, AddsAndRemovesThisProviderAlone) {
     windows = Windows{};
     const auto before = windows.list;
-    EXPECT_EQ(Command({"install", R"(c:\windows\SYSTEM32\zt_6232.TSP)", "--quiet"}).code, EXIT_DONE);
+    EXPECT_EQ(Command(R"(install c:\windows\SYSTEM32\zt_6232.TSP --quiet)").code, EXIT_DONE);
     EXPECT_THAT(windows.calls, testing::ElementsAre("add zt_6232.tsp quiet"));
-    EXPECT_EQ(Command({"status"}).code, EXIT_DONE);
+    EXPECT_EQ(Command("status").code, EXIT_DONE);
     EXPECT_THAT(windows.calls, IsEmpty());
-    EXPECT_EQ(Command({"remove"}).code, EXIT_DONE);
+    EXPECT_EQ(Command("remove").code, EXIT_DONE);
     EXPECT_EQ(windows.list, before);
 }
 
@@ -400,32 +349,28 @@ std::size_t EntriesNow() {
 TEST(Ztsetup, GivesTheServicesAccountItsRightsWhileInstalled) {
     struct Row {
         const char* name;
-        std::vector<std::string_view> command;
+        const char* command;
         ExitCode code;
         std::size_t entries, source;
         void (*make)();
     };
     const Row rows[] = {
-        {"TAPI refuses: taken back", {"install"}, EXIT_FAILED, 0, 0, [] { windows.addError = 0x80000048; }},
-        {"but not what others gave, enough or too little",
-         {"install"},
-         EXIT_FAILED,
-         2,
-         0,
+        {"TAPI refuses: taken back", "install", EXIT_FAILED, 0, 0, [] { windows.addError = 0x80000048; }},
+        {"but not what others gave, enough or too little", "install", EXIT_FAILED, 2, 0,
          [] {
              windows.places[R"(SOFTWARE\Corvane)"] = {{{{true, 2, 0xF003F}}}, 1};
              windows.places[R"(C:\Windows\spitrace)"] = {{{{true, 3, 0x20}, {true, 19, 0x1}}}, 2};
          }},
-        {"not in the list: taken back", {"install"}, EXIT_FAILED, 0, 0, [] { windows = {}, windows.ignores = true; }},
-        {"installed", {"install"}, EXIT_DONE, 3, 1, [] { windows.ignores = false; }},
-        {"status", {"status"}, EXIT_DONE, 3, 1, [] {}},
-        {"once more: no second entries", {"install"}, EXIT_NOTHING, 3, 1, [] {}},
-        {"not removed: they stay", {"remove"}, EXIT_SERVICE, 3, 1, [] { windows.removeError = 0x8000000F; }},
-        {"removed", {"remove"}, EXIT_DONE, 0, 0, [] { windows.removeError = 0; }},
-        {"an earlier version was installed", {"status"}, EXIT_ACCOUNT, 0, 0, Installed},
-        {"an update gives them", {"install"}, EXIT_NOTHING, 3, 1, [] {}},
-        {"not in the list: those left are taken", {"remove"}, EXIT_NOTHING, 0, 0, [] { windows.list.erase(7); }},
-        {"one refused", {"install"}, EXIT_ACCOUNT, 2, 1, [] { windows.refused[R"(SOFTWARE\Corvane)"] = 5; }},
+        {"not in the list: taken back", "install", EXIT_FAILED, 0, 0, [] { windows = {}, windows.ignores = true; }},
+        {"installed", "install", EXIT_DONE, 3, 1, [] { windows.ignores = false; }},
+        {"status", "status", EXIT_DONE, 3, 1, [] {}},
+        {"once more: no second entries", "install", EXIT_NOTHING, 3, 1, [] {}},
+        {"not removed: they stay", "remove", EXIT_SERVICE, 3, 1, [] { windows.removeError = 0x8000000F; }},
+        {"removed", "remove", EXIT_DONE, 0, 0, [] { windows.removeError = 0; }},
+        {"an earlier version was installed", "status", EXIT_ACCOUNT, 0, 0, [] { windows.list = Installed; }},
+        {"an update gives them", "install", EXIT_NOTHING, 3, 1, [] {}},
+        {"not in the list: those left are taken", "remove", EXIT_NOTHING, 0, 0, [] { windows.list.erase(7); }},
+        {"one refused", "install", EXIT_ACCOUNT, 2, 1, [] { windows.refused[R"(SOFTWARE\Corvane)"] = 5; }},
     };
     windows = Windows{};
     for (const Row& row : rows) {
@@ -438,12 +383,11 @@ TEST(Ztsetup, GivesTheServicesAccountItsRightsWhileInstalled) {
     }
     EXPECT_EQ(windows.logSources["zt_6232"], R"(%SystemRoot%\System32\zt_6232.tsp)");
     windows.logError = 5;
-    EXPECT_THAT(std::string(Command({"remove"}).message.View()),
-                HasSubstr("sources of its event log (access is denied"));
+    EXPECT_THAT(std::string(Command("remove").message.View()), HasSubstr("sources of its event log (access is denied"));
     windows.list.erase(7);
-    EXPECT_THAT(std::string(Command({"install"}).message.View()), HasSubstr("entries without their sentences"));
+    EXPECT_THAT(std::string(Command("install").message.View()), HasSubstr("entries without their sentences"));
     EXPECT_EQ(windows.list.count(7), 1U) << "the installation went on";
-    EXPECT_THAT(std::string(Command({"install"}).message.View()),
+    EXPECT_THAT(std::string(Command("install").message.View()),
                 HasSubstr("HKEY_LOCAL_MACHINE\\SOFTWARE\\Corvane (access is denied, error 5)"));
 }
 
@@ -510,7 +454,7 @@ TEST(ZtsetupTest, ShowsTheLineAndItsEventsAsTheyCome) {
                         {MESSAGE_CALL_STATE, 0x100, 1, 0},      {MESSAGE_NEW_CALL, 1, 0, 0x100},
                         {MESSAGE_CALL_INFO, 0x999, 0, 0},       {MESSAGE_ADDRESS_STATE, 1, 0, 0x40},
                         {MESSAGE_CALL_STATE, 0x100, 0x20000, 0}};
-    const Outcome outcome = Command({"test"});
+    const Outcome outcome = Command("test");
     EXPECT_EQ(outcome.code, EXIT_DONE);
     EXPECT_THAT(windows.shown, HasSubstr("CORVANE_ZT_6200_2.0_3, device 1\n"));
     EXPECT_THAT(windows.shown, HasSubstr("TAPI version:      2.0\nAddress:           4711\nActive calls:      20\n"
@@ -534,56 +478,16 @@ TEST(ZtsetupTest, MakesACallAgainUntilTheKeysAreReadAndEndsIt) {
     windows.messages[5] = {MESSAGE_REPLY, 1, 2, 0};
     windows.messages[6] = {MESSAGE_CALL_STATE, 0x200, 0x100, 0};
     windows.messages[8] = {MESSAGE_CALL_STATE, 0x200, 1, 0};
-    EXPECT_EQ(Command({"test", "4750", "--seconds", "8"}).code, EXIT_DONE);
+    EXPECT_EQ(Command("test 4750 --seconds 8").code, EXIT_DONE);
     EXPECT_THAT(windows.calls,
                 testing::ElementsAre("start", "open", "make 4750", "make 4750", "drop 512", "release 512", "end"));
 
     windows = Windows{};
     windows.lineErrors["make 4750"] = 0x80000048;
-    const Outcome outcome = Command({"test", "4750", "--seconds", "20"});
+    const Outcome outcome = Command("test 4750 --seconds 20");
     EXPECT_EQ(outcome.code, EXIT_FAILED);
     EXPECT_THAT(outcome.message.text, HasSubstr("The call was not made"));
     EXPECT_EQ(std::count(windows.calls.begin(), windows.calls.end(), "make 4750"), 5);
-}
-
-TEST(ZtsetupTest, SaysWhatStandsInTheWay) {
-    const struct {
-        void (*make)();
-        std::vector<std::string_view> command;
-        ExitCode code;
-        const char* says;
-        const char* last;
-    } rows[] = {
-        {[] { windows.lineErrors["start"] = 0x80000061; }, {"test"}, EXIT_SERVICE, "net start tapisrv", "start"},
-        {[] {
-             windows.lines = {"Modem", "broken"};
-         },
-         {"test"},
-         EXIT_NOTHING,
-         "None of TAPI's lines is",
-         "end"},
-        {[] { windows.lines.clear(); }, {"test"}, EXIT_NOTHING, "TAPI has no line at all.\n", "end"},
-        {[] { windows.lineErrors["open"] = 0x80000001; }, {"test"}, EXIT_SERVICE, "LINEERR_ALLOCATED", "end"},
-        {[] {
-             windows.messages = {{MESSAGE_CLOSE, 1, 0, 0}};
-         },
-         {"test"},
-         EXIT_FAILED,
-         "",
-         "end"},
-        {[] {}, {"test", "4750", "4751"}, EXIT_USAGE, "unexpected: 4751", ""},
-        {[] {}, {"test", "LAMBERT"}, EXIT_USAGE, "unexpected: LAMBERT", ""},
-        {[] {}, {"test", "--seconds", "0"}, EXIT_USAGE, "from 1 to 86400", ""},
-        {[] {}, {"test", "--seconds"}, EXIT_USAGE, "unexpected: --seconds", ""},
-    };
-    for (const auto& row : rows) {
-        windows = Windows{};
-        row.make();
-        const Outcome outcome = Command(row.command);
-        EXPECT_EQ(outcome.code, row.code) << row.says;
-        EXPECT_THAT(outcome.message.text, HasSubstr(row.says));
-        EXPECT_EQ(windows.calls.empty() ? "" : windows.calls.back(), row.last) << row.says;
-    }
 }
 
 }  // namespace

@@ -18,6 +18,7 @@
 #include "tracking/events.h"
 #include "tracking/multi_line.h"
 #include "tracking/terminal.h"
+#include "zttrace/line.h"
 
 #include <algorithm>
 #include <array>
@@ -169,23 +170,7 @@ void CALLBACK CaptureCompletion(DRV_REQUESTID id, LONG result) {
 }  // namespace
 
 std::string Utf8(std::string_view cp1252) {
-    static constexpr std::uint16_t High[32] = {0x20AC, 0x81,   0x201A, 0x192,  0x201E, 0x2026, 0x2020, 0x2021,
-                                               0x2C6,  0x2030, 0x160,  0x2039, 0x152,  0x8D,   0x17D,  0x8F,
-                                               0x90,   0x2018, 0x2019, 0x201C, 0x201D, 0x2022, 0x2013, 0x2014,
-                                               0x2DC,  0x2122, 0x161,  0x203A, 0x153,  0x9D,   0x17E,  0x178};
-    std::string out;
-    for (const char c : cp1252) {
-        const auto code = static_cast<unsigned char>(c);
-        const unsigned point = code >= 0x80 && code < 0xA0 ? High[code - 0x80] : code;
-        if (point < 0x80)
-            out += static_cast<char>(point);
-        else if (point < 0x800)
-            out += {static_cast<char>(0xC0 | point >> 6), static_cast<char>(0x80 | (point & 0x3F))};
-        else
-            out += {static_cast<char>(0xE0 | point >> 12), static_cast<char>(0x80 | (point >> 6 & 0x3F)),
-                    static_cast<char>(0x80 | (point & 0x3F))};
-    }
-    return out;
+    return TraceReader::FromWindows(std::string(cp1252));
 }
 
 void ResetProvider() {

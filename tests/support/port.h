@@ -1,12 +1,14 @@
 // A port in process that keeps what the provider writes and gives what a test feeds it.
 #pragma once
 
+#include "equipment/frames.h"
 #include "link/serial.h"
 #include "platform/control.h"
 
 #include <deque>
 #include <initializer_list>
 #include <string>
+#include <utility>
 #include <vector>
 
 struct RecordingPort : PlatformControl::PortDevice {
@@ -31,18 +33,7 @@ struct RecordingPort : PlatformControl::PortDevice {
             Incoming.push_back(static_cast<std::uint8_t>(one));
     }
     // What was written since the last call, two upper-case digits and a blank a byte.
-    std::string Taken() {
-        std::string out;
-        char hex[4];
-        for (const std::uint8_t one : Written) {
-            std::snprintf(hex, sizeof hex, "%02X ", static_cast<unsigned>(one));
-            out += hex;
-        }
-        Written.clear();
-        if (!out.empty())
-            out.pop_back();
-        return out;
-    }
+    std::string Taken() { return Equipment::Hex(std::exchange(Written, {})); }
     // Maps it to COM1 and opens that, as the serial thread would.
     void Open() {
         PlatformControl::MapPort("COM1", this);
