@@ -40,6 +40,10 @@ TEST_F(CallKeys, HoldAndUnhold) {
          {"1C 1H", 0, SOFT2, held0 + " | STATE 0 ONHOLD" + connected1}});
     EXPECT_EQ(DoHoldCall(1), 0);
     EXPECT_EQ(Record(0).state, CONNECTED) << "from slot 1 too";
+    Stand("1C-", "");
+    Tracking.DbCall = 1;  // the other one has just gone
+    EXPECT_EQ(DoHoldCall(0), 0);
+    EXPECT_EQ(Steps(), held0);
     Pressed();
     Check([] { return DoUnholdCall(0); }, {{"2H 3P", FAILED, "", ""},
                                            {"2H 8P", 0, "03 26 20 02 B5", ""},

@@ -253,6 +253,11 @@ TEST_F(Dialogs, WithoutAnAnswerNothingIsShownAsASettingOrWritten) {
         EXPECT_EQ(TUISPI_providerConfig(DeadChannel, nullptr, 42), 0);
         EXPECT_EQ(Exchanged.size(), picked[0] == 0 ? 2u : 3u) << "trace and question, and a port that was picked";
     }
+    Exchanged.clear();
+    PlatformControl::UseDialogs([](Dialog& dialog) { dialog.Press(IDOK); });
+    EXPECT_EQ(TUISPI_providerConfig(nullptr, nullptr, 42), 0);
+    EXPECT_EQ(static_cast<DWORD>(TUISPI_lineConfigDialog(nullptr, 0, nullptr, nullptr)), LINEERR_OPERATIONFAILED);
+    EXPECT_THAT(Exchanged, IsEmpty()) << "TAPI has given no channel";
     int opened = 0;
     PlatformControl::UseDialogs([&](Dialog& dialog) {
         ++opened;

@@ -39,6 +39,11 @@ void CALLBACK DropNext(DRV_REQUESTID, LONG) {
     ProviderState.PendingRequestID = 8;
     RunningRequest = {REQUEST_DROP, 3, -1};
 }
+// From within an event TAPI asks for the next one.
+void CALLBACK TransferNext(HTAPILINE, HTAPICALL, DWORD, DWORD_PTR, DWORD_PTR, DWORD_PTR) {
+    ProviderState.PendingRequestID = 8;
+    RunningRequest = {REQUEST_BLIND_TRANSFER, 3, -1};
+}
 
 using EventsTest = TrackedSet;
 
@@ -64,6 +69,12 @@ TEST_F(EventsTest, CallEventsNameTheirCallAndTheMediaModeAndANewCallForgetsItsFo
                                           "LinEv cref=-1, ev:8,val40,mod=9", "LineEvent send", "told",
                                           "DoLineEventNewCall send cref:3", "told", "DoLineEventNewConf send", "told",
                                           "SendCompletion:7, res:0", "completed"));
+    ProviderState.LineEventProc = nullptr;  // nobody has opened the line
+    ProviderState.CompletionProc = nullptr;
+    DoLineEventNewCall(3);
+    DoLineEventNewConf();
+    CompleteRequest(ProviderState, 7, 0);
+    EXPECT_THAT(TraceLines(), ElementsAre("SendCompletion:7, res:0"));
 }
 
 TEST_F(EventsTest, TransferOneOfWhoseCallsEndsIsNotLeftWaiting) {
@@ -81,6 +92,9 @@ TEST_F(EventsTest, TransferOneOfWhoseCallsEndsIsNotLeftWaiting) {
                 EXPECT_EQ(Events().back(), "REPLY 7 80000048");
                 EXPECT_EQ(RunningRequest.Code, REQUEST_NONE);
             }
+    ProviderState.LineEventProc = TransferNext;
+    DoLineEvent(LINE_CALLSTATE, DISCONNECTED, 0, 3);
+    EXPECT_EQ(ProviderState.PendingRequestID, 8u) << "asked for behind this end";
 }
 
 // The application drops its next call as soon as it hears that the request before is done.

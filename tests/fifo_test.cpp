@@ -70,6 +70,7 @@ TEST_F(Fifo, PackingMakesSuperFramesOfRunsOfPresses) {
         {"251 do not",
          {LongPress(100), LongPress(150), Five},
          {Super({LongPress(100)}), Super({LongPress(150), Five})}},
+        {"a single byte is no press", {ByteList{0x26}, Five}, {ByteList{0x26}, Super({Five})}},
         {"too long for any", {Five, LongPress(257), Six}, {Super({Five}), LongPress(257), Super({Six})}}};
     for (const auto& c : cases) {
         for (const ByteList& frame : c.in)

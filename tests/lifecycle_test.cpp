@@ -86,6 +86,11 @@ TEST_F(StartAndStop, ThreadThatEndedByItselfOrWasNeverMadeIsNotStoppedAndLeavesN
     PlatformControl::FailCall("CreateThread");
     EXPECT_EQ(static_cast<DWORD>(StartSerialThread()), 0x80000043);
     EXPECT_EQ(PlatformControl::Boxes().back().Text, "Error in creating Serial thread: 1450");
+    Events();
+    WaitLineMutex();
+    appCall(0, REQUEST_HOLD, ProviderState, 8);  // which tries again
+    EXPECT_THAT(Events(), ElementsAre("REPLY 8 80000048"));
+    EXPECT_TRUE(HeldTheMutex()) << "the entry point's own hold";
     EXPECT_EQ(PlatformControl::OpenHandles(), before + 1);
     EXPECT_THAT(TraceLines(), testing::IsSupersetOf({std::string("EvtSerialReady not created error 8"),
                                                      std::string("Thread serial didn't start error 1450")}));

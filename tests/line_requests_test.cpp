@@ -105,6 +105,10 @@ TEST_F(LineRequests, NoTextIsReadBeyond81Characters) {
     EXPECT_EQ(Code(TSPI_lineDial(7, Handle(0), endless.data(), 0)), LINEERR_INVALADDRESSID);
     EXPECT_EQ(Code(TSPI_lineBlindTransfer(7, Handle(1), endless.data(), 0)), LINEERR_INVALPOINTER);
     EXPECT_EQ(Digits(1, endless.data()), LINEERR_INVALPOINTER);
+    PlatformControl::FailCall("WideCharToMultiByte");
+    EXPECT_EQ(Pickup("4720"_wide), LINEERR_INVALPOINTER) << "what cannot be converted is none, not an empty one";
+    EXPECT_EQ(Code(TSPI_lineBlindTransfer(7, Handle(1), "4720"_wide, 0)), LINEERR_INVALPOINTER);
+    EXPECT_EQ(Digits(1, "12"_wide), LINEERR_INVALPOINTER) << "which would cancel";
     EXPECT_EQ(std::string(Record(0).DestAddress) + Record(1).DestAddress + Record(1).DigitsToGenerate +
                   ProviderState.PickupAddress,
               "");
@@ -466,6 +470,9 @@ TEST_F(LineRequests, ForwardUsesTheFirstEntryOfItsListAndNothingOutsideIt) {
         EXPECT_EQ(Steps(), "Entering TSPI_lineForward | appCall cref 0 msg 13 reqId 7 | REPLY 7 80000042");
     }
     EXPECT_EQ(Written, nullptr);
+    PlatformControl::FailCall("WideCharToMultiByte");
+    EXPECT_EQ(forward(1, "1234", 42), LINEERR_INVALPARAM);
+    PlatformControl::CallsWork();
     Record(19).state = DISCONNECTED;
     EXPECT_EQ(forward(1, "1", 0), LINEERR_OPERATIONUNAVAIL);
 }

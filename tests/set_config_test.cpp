@@ -362,13 +362,17 @@ TEST_F(Dialogue, WrongSetsAndOddEntriesAreNamed) {
         PlatformControl::RefuseRegistry(refused, 5);
     SaveCodes();
     SaveLanguage();
+    KeyLists.Superv.Append(51);
+    KeyLists.Superv.Append(52);
+    PlatformControl::FailCall("WritePrivateProfileStringA", 1, PlatformControl::Failing::Once);
+    SaveSpecialKeys();  // the second one succeeds
     EXPECT_THAT(TraceLines(),
                 testing::IsSupersetOf(
                     {"Recup conf Dynamique - Poste non KB2 (ZT 7120)", "Recup conf Dynamique - Poste non Multiligne",
                      "TouchId:90 hors borne - non prise en compte", "tou spe 5 genr_tou 11 inconnu",
                      "Reception d'une string d'ID > MAX_TA_STRING", "Reception d'une SK d'ID > MAX_TA_SK",
                      "Reception d'un code d'ID (7) > MAX_TA_CODE (6)", "Pb de sauvegarde config code dans fichier ini",
-                     "Pb sauvegarde langue dans fichier ini"}));
+                     "Pb sauvegarde langue dans fichier ini", "Pb de sauvegarde config touch spe dans fichier ini"}));
 }
 
 }  // namespace

@@ -93,6 +93,8 @@ TEST_F(TraceLife, FilesChangeWhenTheCounterWrapsAndTheNextProcessKeepsThem) {
     EXPECT_FALSE(std::filesystem::exists(PlatformControl::PosixPath("C:\\WINDOWS\\spitrace\\tsptrac1.tr")));
     DllMain(nullptr, DLL_PROCESS_DETACH, &TraceLog);
     EXPECT_NE(TraceLog.File, nullptr) << "the process ends: the run time may be half gone";
+    DllMain(nullptr, DLL_THREAD_DETACH, nullptr);
+    EXPECT_NE(TraceLog.File, nullptr) << "a thread ends, not the library's use";
     DllMain(nullptr, DLL_PROCESS_DETACH, nullptr);
     EXPECT_EQ(TraceLog.File, nullptr);
     DllMain(nullptr, DLL_PROCESS_ATTACH, nullptr);
