@@ -158,7 +158,7 @@ TEST_F(Conference, ComesDownToThePartyThatStillShows) {
 
 TEST_F(Conference, SoftKeysCountOnlyForTheOneAndTheOtherOfTwoCalls) {
     for (const char* situation : {"1H 1C", "1P 1H", "1D 1H"})
-        for (const int number : {1, 2, 3}) {
+        for (const int number : {1, 2, 3, 4}) {
             Stand(situation, "");
             const bool pair = situation == std::string("1H 1C");
             Tracking.DbCall = pair ? 0 : 1;

@@ -258,6 +258,11 @@ TEST_F(Dialogs, WithoutAnAnswerNothingIsShownAsASettingOrWritten) {
     EXPECT_EQ(TUISPI_providerConfig(nullptr, nullptr, 42), 0);
     EXPECT_EQ(static_cast<DWORD>(TUISPI_lineConfigDialog(nullptr, 0, nullptr, nullptr)), LINEERR_OPERATIONFAILED);
     EXPECT_THAT(Exchanged, IsEmpty()) << "TAPI has given no channel";
+    SetSetting("Provider", "Port", "COM4");
+    PlatformControl::NextWait("SP62LineMutex", WAIT_TIMEOUT);
+    PlatformControl::UseDialogs([](Dialog& dialog) { EXPECT_EQ(dialog.Item(IDC_PORT).Text, "COM2"); });
+    EXPECT_EQ(TUISPI_providerConfig(Channel, nullptr, 42), 0);
+    EXPECT_STREQ(ProviderState.PortName, "COM2") << "nothing is read beside whoever holds the mutex";
     int opened = 0;
     PlatformControl::UseDialogs([&](Dialog& dialog) {
         ++opened;

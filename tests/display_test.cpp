@@ -60,6 +60,12 @@ TEST_F(DisplayText, SoftKeyLine) {
               {"1H 1C", "2eApp", left + " | STATE 1 DISCONNECTED 1" + answered + "8 | STATE 1 IDLE | " + gone,
                [] { Tracking.SecondCallDropReq = 1; }},
               {"1H 1D", "2eApp", answered.substr(3) + "9 | " + gone + " | STATE 1 IDLE"},
+              {"1H 1P", "Transf", "", [] { Tracking.ConferenceReq = 1; }},
+              {"1C", "Fin2Ap", begun + held.substr(0, held.size() - 3),
+               [] {
+                   for (int cref = 1; cref < CALL_COUNT; ++cref)  // no record for the second call
+                       Record(cref).touch = 5;
+               }},
               {"1P", "Fin2Ap", begun + "1"},
               {"1C", "Fin2Ap", begun + held + "NEWCALL 1" + dialtone,
                [] {

@@ -87,6 +87,7 @@ TEST_F(MultiLine, FromAnIdleKey) {
         {"", 1, Dark, Lit, "", Dark, 0, [] { Tracking.ForwardAckTicks = 3; }},
         {"", 1, Dark, Rings, "", Rings, 0, allTaken},
         {"", 1, Dark, Lit, "", Lit, 1, allTaken},
+        {"", 1, Dark, Reserved, "", Lit, 1, allTaken},
     });
     EXPECT_THAT(At(1).calls, ElementsAre(-1, -1));
     Check({{"", 2, Dark, Lit,
@@ -250,6 +251,7 @@ TEST_F(MultiLine, KeyThatGoesOut) {
         {"1D", 1, Lit, Dark, "STATE 0 IDLE | " + dropped + idle + "0", Dark, 0, dropping},
         {"2C 1D", 1, Lit, Dark, "STATE 1 IDLE" + idle + "1", Dark, 0},
         {"9C", 9, Lit, Dark, "Icone:9 éteint - cref 0000 transfert touche PAT/SEC", Dark, 0, transferring},
+        {"9C 2C @2", 9, Lit, Dark, "Icone:9 éteint - cref 0000 transfert touche PAT/SEC", Dark, 2, transferring},
         {"8O", 8, Lit, Dark, "Icone:8 éteint cref 0000 transfert subi en sonnerie touche PAT/SEC", Dark, 8,
          transferring},
         {"10C", 10, Lit, Dark, ended(10), Dark, 0, transferring},

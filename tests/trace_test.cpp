@@ -38,6 +38,8 @@ TEST_F(TraceLife, FormatsAsWsprintfDoes) {
     EXPECT_EQ(Formatted("%d.%.02d|%i|%-4d|%-04d|%06.3d|%04d", 3, 6, -4, -5, 6, 7, -8), "3.06|-4|-5  |6   |   007|-008");
     EXPECT_EQ(Formatted("%s|%5s|%-5s|%.2s|%05s", text, text, text, text, text), "abc|  abc|abc  |ab|00abc");
     EXPECT_EQ(Formatted("%S", wide), "\xE9\x80");
+    const std::vector<WCHAR> endless(1024, WCHAR{'x'});  // no terminator behind it
+    EXPECT_EQ(Formatted("%.4S", endless.data()), "xxxx");
     EXPECT_EQ(Formatted("%s%S|%q|%5", static_cast<const char*>(nullptr), static_cast<const WCHAR*>(nullptr), 1, 2),
               "||")
         << "nor a null text, a conversion that nobody knows, or one that is cut off";

@@ -78,7 +78,7 @@ void EnterPlacedCall(int key, int cref) {
     if (IsKey(key)) {
         auto& calls = TouchOf(key).calls;
         calls[calls[0] == -1 ? 0 : 1] = cref;
-        if (calls[0] != -1 && calls[1] != -1) {
+        if (calls[1] != -1) {
             Tracking.DbCall = 1;
             Tracking.SecondCallDropReq = 0;
         }
