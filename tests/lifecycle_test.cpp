@@ -240,6 +240,31 @@ TEST_F(StartAndStop, RequestWhileTheThreadStartsWaitsForItAndIsAnsweredOnce) {
     }
 }
 
+TEST_F(StartAndStop, RequestWithoutAThreadStartsItIsLostAndTapiIsToldOnce) {
+    OpenForCapture();
+    Call(1, 0, LINECALLSTATE_CONNECTED);
+    ProviderState.PendingRequestID = 99;  // of an earlier thread
+    EXPECT_EQ(TSPI_lineHold(7, nullptr), 7);
+    EXPECT_THAT(TraceLines(), testing::Contains("appCall - Companion app has not yet been registered - Start it"));
+    EXPECT_THAT(LineEvents(), ElementsAre("REPLY 99 80000048", "REPLY 7 80000048"));
+    EXPECT_EQ(ProviderState.PendingRequestID, 0u);
+    EXPECT_TRUE(SerialThreadRuns());
+    EXPECT_FALSE(HeldTheMutex()) << "the start's hold and the entry point's are both given back";
+}
+
+TEST_F(StartAndStop, PortThatDoesNotOpenRefusesAMadeCallWithoutCompletingIt) {
+    OpenForCapture();
+    Call(1, 0, LINECALLSTATE_CONNECTED);
+    PlatformControl::Port("COM1").OpenError = 5;
+    HDRVCALL call = nullptr;
+    EXPECT_EQ(TSPI_lineMakeCall(7, nullptr, nullptr, &call, "5"_wide, 0, nullptr), Error(LINEERR_OPERATIONFAILED));
+    PlatformControl::Settle();
+    EXPECT_EQ(TSPI_lineHold(8, nullptr), 8);
+    PlatformControl::Settle();
+    EXPECT_EQ(TSPI_lineGenerateDigits(nullptr, 0, LINEDIGITMODE_DTMF, "1"_wide, 0), 0) << "just returns";
+    EXPECT_THAT(LineEvents(), ElementsAre("REPLY 8 80000048"));
+}
+
 // An application that asks for more as soon as it hears of an end.
 bool CompletedUnderTheMutex;
 std::vector<DRV_REQUESTID> Completed;

@@ -4,9 +4,7 @@
 
 #include "link/serial.h"
 #include "platform/text.h"
-#include "support/port.h"
 #include "support/requesting.h"
-#include "thread/serial_thread.h"
 
 #include <cstring>
 #include <functional>
@@ -475,50 +473,6 @@ TEST_F(LineRequests, ForwardUsesTheFirstEntryOfItsListAndNothingOutsideIt) {
     PlatformControl::CallsWork();
     Record(19).state = DISCONNECTED;
     EXPECT_EQ(forward(1, "1", 0), LINEERR_OPERATIONUNAVAIL);
-}
-
-// --- without a serial thread ---------------------------------------------------------------------------------------------
-
-class WithoutThread : public TrackedSet {
-protected:
-    RecordingPort Port;
-    HDRVCALL Talking = nullptr;
-
-    void SetUp() override {
-        TrackedSet::SetUp();
-        PlatformControl::MapPort("COM1", &Port);
-        CopyText(ProviderState.PortName, "COM1");
-        CopyText(ProviderState.SpeedText, "9600");
-        ProviderState.DeviceState = DEVICE_IN_SERVICE;
-        Call(1, 0, CONNECTED);  // of handle 0
-    }
-    void TearDown() override {
-        TSPI_providerShutdown(0x20000, 4);
-        PlatformControl::Settle();
-        PlatformControl::MapPort("COM1", nullptr);
-        TrackedSet::TearDown();
-    }
-};
-
-TEST_F(WithoutThread, RequestStartsItIsLostAndTapiIsToldOnce) {
-    ProviderState.PendingRequestID = 99;  // of an earlier thread
-    EXPECT_EQ(TSPI_lineHold(7, Talking), 7);
-    EXPECT_THAT(TraceLines(), testing::Contains("appCall - Companion app has not yet been registered - Start it"));
-    EXPECT_THAT(LineEvents(), ElementsAre("REPLY 99 80000048", "REPLY 7 80000048"));
-    EXPECT_EQ(ProviderState.PendingRequestID, 0u);
-    EXPECT_TRUE(SerialThreadRuns());
-    EXPECT_FALSE(ReleaseMutex(Process.LineMutex)) << "the start's hold and the entry point's are both given back";
-}
-
-TEST_F(WithoutThread, PortThatDoesNotOpenRefusesAMadeCallWithoutCompletingIt) {
-    PlatformControl::Port("COM1").OpenError = 5;
-    HDRVCALL call = nullptr;
-    EXPECT_EQ(Code(TSPI_lineMakeCall(7, nullptr, nullptr, &call, "5"_wide, 0, nullptr)), LINEERR_OPERATIONFAILED);
-    PlatformControl::Settle();
-    EXPECT_EQ(TSPI_lineHold(8, Talking), 8);
-    PlatformControl::Settle();
-    EXPECT_EQ(TSPI_lineGenerateDigits(Talking, 0, LINEDIGITMODE_DTMF, "1"_wide, 0), 0) << "just returns";
-    EXPECT_THAT(LineEvents(), ElementsAre("REPLY 8 80000048"));
 }
 
 }  // namespace

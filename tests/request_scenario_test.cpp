@@ -32,27 +32,14 @@ std::string Joined(int held, int connected) {
            " CONFERENCED, 30 CONNECTED";
 }
 
-// Keys: 1 to 3 lines, 43 one on a module, 7 supervision, 8 boss, 9 secretary. 4750 answers, 4751 rings, 4759 is busy.
 class Asked : public Scenario, public testing::WithParamInterface<std::tuple<int, bool, int>> {
 protected:
     void SetUp() override {
         Scenario::SetUp();
-        Equipment::SetConfiguration& config = Machine.config;
-        std::tie(config.omna, config.superFrames, std::ignore) = GetParam();
-        config.multiMode = static_cast<std::uint8_t>(std::get<2>(GetParam()));
-        if (config.omna == 1)  // whose PBX does not say it: who installs the set does
-            SetSetting("SetConfig", "EnquiryCallMode", config.multiMode != 0 ? "1" : "0");
-        config.keys = {{1, 11, "4711"}, {2, 11, "4711"}, {3, 11, "4712"},
-                       {7, 7, "4720"},  {8, 8, "4730"},  {9, 9, "4740"}};
-        if (config.omna > 1) {  // an older PBX does not tell of modules
-            config.modules = {{2, false, 40}};
-            config.keys.push_back({43, 11, "4713"});
-        }
-        using Equipment::FarEnd;
-        config.destinations = {{"4750", {FarEnd::Answers, 300, ""}},
-                               {"4751", {FarEnd::NeverAnswers, 0, ""}},
-                               {"4759", {FarEnd::Busy, 300, ""}},
-                               {"4730", {FarEnd::Answers, 300, ""}}};
+        const auto [version, super, multiMode] = GetParam();
+        Configure(version, super, multiMode);
+        if (version == 1)  // whose PBX does not say it: who installs the set does
+            SetSetting("SetConfig", "EnquiryCallMode", multiMode != 0 ? "1" : "0");
         Start();
     }
     // Call 0 held on key 1, call 1 connected: beside it or on key 2.

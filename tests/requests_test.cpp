@@ -116,9 +116,6 @@ TEST_F(Dispatching, MakeCallThatIsPutOffKeepsItsRecordAndIsToldOfItsEnd) {
     EXPECT_THAT(Steps(), testing::HasSubstr(ended));
     EXPECT_EQ(Marks.DeferredMakeCall.Cref, 2) << "in its place";
     putOff(0);
-    AllCallReset();
-    EXPECT_EQ(Steps(), ended);
-    putOff(0);
     Tracking.DbCall = 1;
     Tick.ConfigUsable = true;
     Tick.InitDataPending = false;
@@ -151,16 +148,6 @@ TEST_F(Dispatching, MakeCallThatIsPutOffKeepsItsRecordAndIsToldOfItsEnd) {
     std::strcpy(Settings.ServiceCodes[CODE_CALL_PICKUP], "66");
     EXPECT_EQ(Ask(REQUEST_PICKUP, 0), 9);
     EXPECT_THAT(Steps(), testing::HasSubstr(ended));
-    // The user has dialled from the record at dial tone that it was put off in: that call stays where it is.
-    putOff(0);
-    Record(0).state = CONNECTED;
-    Record(0).touch = 2;
-    Tick.ConfigUsable = true;
-    Tick.InitDataPending = false;
-    SerialTick(nullptr, 0, 0, 0);
-    EXPECT_THAT(LineEvents(), ElementsAre("STATE 0 DISCONNECTED 1", "STATE 0 IDLE"));
-    EXPECT_EQ(Record(0).state, CONNECTED);
-    EXPECT_EQ(Record(0).touch, 2);
 }
 
 TEST_F(Dispatching, CallThatCannotBeMadePressesNothing) {

@@ -140,28 +140,23 @@ TEST_F(Calls, LossOfContactAndRecovery) {
     CloseLine();
     Machine.Restart();
     Start();
-    Do([](auto& m) { return Eq::Incoming(m, 1, "4720", ""); });
-    Do([](auto& m) { return Eq::Answer(m, 1); });
-    LineEvents();
-    Machine.faults.silent = true;
-    Advance(17'000);
-    EXPECT_THAT(LineEvents(), IsEmpty());
-    Advance(3'000);
-    EXPECT_THAT(LineEvents(), ElementsAre("STATE 0 IDLE", "LINEDEV DISCONNECTED|OUTOFSERVICE", "CLOSE"));
-    ASSERT_EQ(PlatformControl::Boxes().size(), 1u);
-    EXPECT_THAT(PlatformControl::Boxes()[0].Text, HasSubstr("Hardware Problem"));
-    EXPECT_EQ(ProviderState.DeviceState, DEVICE_OUT_OF_SERVICE);
-    Advance(30'000);
-    EXPECT_EQ(PlatformControl::Boxes().size(), 1u) << "later losses reconnect without a box";
+    const char* const rings = "NEWCALL 0, 0 OFFERING, INFO 0 CALLERID|CALLEDID";
+    const auto happens = [&](std::initializer_list<std::pair<const char*, const char*>> steps) {
+        for (const auto& [action, events] : steps)
+            EXPECT_EQ(Happen(action), events) << action;
+    };
+    happens({{"incoming 1 4720", rings},
+             {"answer 1", "0 CONNECTED"},
+             {"silence on", ""},
+             {"wait 14500", ""},
+             {"wait 3000", "0 IDLE, LINEDEV DISCONNECTED|OUTOFSERVICE, CLOSE"},
+             {"wait 30000", ""}});
     Machine.faults.silent = false;
-    Advance(30'000);
-    EXPECT_THAT(LineEvents(), ElementsAre("LINEDEV CONNECTED|INSERVICE"));
-    EXPECT_EQ(ProviderState.DeviceState, DEVICE_IN_SERVICE);
-    Do([](auto& m) { return Eq::FarHangsUp(m, 1); });
-    EXPECT_THAT(LineEvents(), IsEmpty()) << "a call that has been reported idle";
-    Do([](auto& m) { return Eq::Incoming(m, 1, "4721", ""); });
-    EXPECT_THAT(LineEvents(), ElementsAre("NEWCALL 0", "STATE 0 OFFERING", "INFO 0 CALLERID|CALLEDID"))
-        << "its key is not deaf";
+    happens({{"wait 30000", "LINEDEV CONNECTED|INSERVICE"},
+             {"caller-hangs-up 1", ""},     // of a call that has been reported idle
+             {"incoming 1 4721", rings}});  // its key is not deaf
+    ASSERT_EQ(PlatformControl::Boxes().size(), 1u) << "later losses reconnect without a box";
+    EXPECT_THAT(PlatformControl::Boxes()[0].Text, HasSubstr("Hardware Problem"));
 }
 
 }  // namespace

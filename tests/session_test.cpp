@@ -15,7 +15,6 @@
 
 namespace {
 
-// 4750 answers, 4751 rings, 4759 is busy.
 const std::vector<std::string> Calls = {
     // received: with digits, held and taken back by both sides, by name, without a caller
     "incoming 1 4722", "app answer 0", "app digits 0 1#", "wait 4000", "app digits 0", "app hold 0", "app unhold 0",
@@ -32,25 +31,13 @@ const std::vector<std::string> Calls = {
     "app forward uncond 4751", "app forward busy 4751", "app forward off", "waits-at 4788 4799 \"ROUX\"",
     "app pickup 4788", "release", "app button keypad 5", "app hook on", "app drop 0", "app hold 9", "app unhold 9",
     "app drop 31", "app transfer 0 1"};
-const std::vector<std::string> Trouble = {"flip 1",
-                                          "incoming 1 4722",
-                                          "nack 84 1",
-                                          "app answer 0",
-                                          "nack 85 1",
-                                          "hangup 1",
-                                          "abort",
-                                          "contact",
-                                          "reset",
-                                          "lamp 3 1",
-                                          "ring 1",
-                                          "send 12 00 07 03 00 63 01 05",
-                                          "send 61 0B 05 47 01",
-                                          "incoming 1 4722",
-                                          "answer 1",
-                                          "silence on",
-                                          "wait 25000",
-                                          "silence off",
-                                          "wait 25000"};
+const std::vector<std::string> Trouble = {
+    // on the line, of the card
+    "flip 1", "incoming 1 4722", "nack 84 1", "app answer 0", "nack 85 1", "hangup 1", "abort", "contact", "reset",
+    // of the set, with a message that nobody knows and one that ends too early
+    "lamp 3 1", "ring 1", "send 12 00 07 03 00 63 01 05", "send 61 0B 05 47 01",
+    // and the loss of contact
+    "incoming 1 4722", "answer 1", "silence on", "wait 25000", "silence off", "wait 25000"};
 
 struct TraceText {
     unsigned Levels;  // 0x80 = always written
@@ -64,23 +51,6 @@ class Session : public Scenario, public testing::WithParamInterface<std::tuple<i
 protected:
     CallersBuffer Buffer;
 
-    void Configure(int version) {
-        Equipment::SetConfiguration& config = Machine.config;
-        config = {};
-        config.omna = version;
-        config.superFrames = config.piggyback = version == 3;
-        config.multiMode = version == 3 ? 0 : 1;
-        config.keys = {{1, 11, "4711"}, {2, 11, "4711"}, {3, 11, "4712"},
-                       {7, 7, "4720"},  {8, 8, "4730"},  {9, 9, "4740"}};
-        if (version > 1) {
-            config.modules = {{2, false, 40}};
-            config.keys.push_back({43, 11, "4713"});
-        }
-        using Equipment::FarEnd;
-        config.destinations = {{"4750", {FarEnd::Answers, 300, ""}},
-                               {"4751", {FarEnd::NeverAnswers, 0, ""}},
-                               {"4759", {FarEnd::Busy, 300, ""}}};
-    }
     void Ask() {
         TSPI_lineGetDevCaps(3, 0x20000, 0, Buffer.Room<LINEDEVCAPS>(600));
         TSPI_lineGetAddressCaps(3, 0, 0x20000, 0, Buffer.Room<LINEADDRESSCAPS>(400));
@@ -97,7 +67,9 @@ protected:
         return std::regex_replace(std::regex_replace(line, address, "*"), handle, "hcd$1*");
     }
     std::string Record(std::int32_t mask) {
-        Configure(std::get<0>(GetParam()));
+        const int version = std::get<0>(GetParam());
+        Configure(version, version == 3, version == 3 ? 0 : 1);
+        Machine.config.piggyback = version == 3;
         TraceMask = mask;
         std::string text;
         const auto take = [&](const std::string& action, const std::string& events) {

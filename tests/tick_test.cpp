@@ -205,9 +205,11 @@ TEST_F(Ticking, PutOffCallIsMadeUnlessItsRecordHasBeenDialledFrom) {
         CallTable[0] = CallRecord{};
         CallTable[0].htCall = reinterpret_cast<HTAPICALL>(std::uintptr_t{0x100});
         CallTable[0].state = state;
+        CallTable[0].touch = state == LINECALLSTATE_DIALING ? 3 : 0;
         Marks.DeferredMakeCall = {true, 0};
         Ticks(1);
         EXPECT_EQ(LineEvents().front() == "STATE 0 DISCONNECTED 1", state == LINECALLSTATE_DIALING) << state;
+        EXPECT_EQ(CallTable[0].state == LINECALLSTATE_DIALING, state == LINECALLSTATE_DIALING) << "that call goes on";
     }
 }
 

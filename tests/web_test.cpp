@@ -107,11 +107,15 @@ struct WebServer : testing::Test {
         return answer;
     }
 
-    Client& View() {
-        Client& client = Connect();
+    void Upgrade(Client& client) const {
         client.Write("GET /live HTTP/1.1\r\nHost: " + At("127.0.0.1:#") + "\r\nOrigin: " + At("http://127.0.0.1:#") +
                      "\r\nConnection: Upgrade\r\nUpgrade: websocket\r\nSec-WebSocket-Version: 13\r\n"
                      "Sec-WebSocket-Key: dGhlIHNhbXBsZSBub25jZQ==\r\n\r\n");
+    }
+
+    Client& View() {
+        Client& client = Connect();
+        Upgrade(client);
         EXPECT_TRUE(Until([&] { return client.received.find("\"lines\"") != std::string::npos; }));
         EXPECT_THAT(client.received, StartsWith("HTTP/1.1 101 "));
         client.received.clear();
@@ -225,9 +229,7 @@ TEST_F(WebServer, AViewerWhoTakesNothingIsLetGoAndTheOthersGoOn) {
     Client& other = View();
     {
         Client slow(port);  // nobody reads what comes to it
-        slow.Write("GET /live HTTP/1.1\r\nHost: " + At("127.0.0.1:#") + "\r\nOrigin: " + At("http://127.0.0.1:#") +
-                   "\r\nConnection: Upgrade\r\nUpgrade: websocket\r\nSec-WebSocket-Version: 13\r\n"
-                   "Sec-WebSocket-Key: dGhlIHNhbXBsZSBub25jZQ==\r\n\r\n");
+        Upgrade(slow);
         ASSERT_TRUE(Until([&] { return view.Viewers() == 2; }));
         const std::string text(100'000, '.');
         EXPECT_TRUE(Until([&] {

@@ -149,6 +149,23 @@ std::string Missing(const std::vector<std::string>& wanted, const std::vector<st
 
 }  // namespace
 
+void Scenario::Configure(int version, bool super, int multiMode) {
+    Equipment::SetConfiguration& config = Machine.config;
+    config.omna = version;
+    config.superFrames = super;
+    config.multiMode = static_cast<std::uint8_t>(multiMode);
+    config.keys = {{1, 11, "4711"}, {2, 11, "4711"}, {3, 11, "4712"}, {7, 7, "4720"}, {8, 8, "4730"}, {9, 9, "4740"}};
+    if (version > 1) {  // an older PBX does not tell of modules
+        config.modules = {{2, false, 40}};
+        config.keys.push_back({43, 11, "4713"});
+    }
+    using Equipment::FarEnd;
+    config.destinations = {{"4750", {FarEnd::Answers, 300, ""}},
+                           {"4751", {FarEnd::NeverAnswers, 0, ""}},
+                           {"4759", {FarEnd::Busy, 300, ""}},
+                           {"4730", {FarEnd::Answers, 300, ""}}};
+}
+
 // --- what reaches the set
 
 void Scenario::Start() {

@@ -30,6 +30,9 @@ protected:
     Books TheBooks;
     bool Phone = false;  // PHONE_STATE counts among the events
 
+    // A set with line keys 1 to 3, from version 2 on 43 on a module, supervision 7, boss 8 and secretary 9. 4750 and the
+    // boss's 4730 answer, 4751 rings, 4759 is busy.
+    void Configure(int version, bool super, int multiMode);
     // In service, and watched.
     void Start();
     // Carries the steps out; the books must balance behind the last one.

@@ -128,11 +128,19 @@ template <class Data> void Exchange(ExchangeCode code) {
 using Requests = std::vector<std::function<LONG(Application&, DRV_REQUESTID)>>;
 using Calls = std::vector<std::function<void(Application&)>>;
 
+// Where an answer is written that nobody reads.
+template <class Answer> Answer* Somewhere(Application& a) {
+    return a.buffer.Room<Answer>(0);
+}
+
+HTAPICALL TapiCall(std::uintptr_t handle) {
+    return reinterpret_cast<HTAPICALL>(handle);
+}
+
 const Requests LineRequests = {
     [](Application& a, DRV_REQUESTID r) {
-        HDRVCALL given = nullptr;
-        return TSPI_lineMakeCall(r, Line, reinterpret_cast<HTAPICALL>(std::uintptr_t{0x100}), &given,
-                                 a.Any(2) == 0 ? u"4750" : u"4759", 0, nullptr);
+        return TSPI_lineMakeCall(r, Line, TapiCall(0x100), Somewhere<HDRVCALL>(a), a.Any(2) == 0 ? u"4750" : u"4759", 0,
+                                 nullptr);
     },
     [](Application& a, DRV_REQUESTID r) { return TSPI_lineDrop(r, a.Call(), nullptr, 0); },
     [](Application& a, DRV_REQUESTID r) { return TSPI_lineDrop(r, a.Call(), nullptr, 0); },
@@ -142,12 +150,11 @@ const Requests LineRequests = {
     [](Application& a, DRV_REQUESTID r) { return TSPI_lineDial(r, a.Call(), u"4750", 0); },
     [](Application& a, DRV_REQUESTID r) { return TSPI_lineBlindTransfer(r, a.Call(), u"4751", 0); },
     [](Application& a, DRV_REQUESTID r) {
-        HDRVCALL given = nullptr;
-        return TSPI_lineSetupTransfer(r, a.Call(), reinterpret_cast<HTAPICALL>(std::uintptr_t{0x101}), &given, nullptr);
+        return TSPI_lineSetupTransfer(r, a.Call(), TapiCall(0x101), Somewhere<HDRVCALL>(a), nullptr);
     },
     [](Application& a, DRV_REQUESTID r) {
-        HDRVCALL given = nullptr;
-        return TSPI_lineCompleteTransfer(r, a.Call(), a.Call(), nullptr, &given, LINETRANSFERMODE_TRANSFER);
+        return TSPI_lineCompleteTransfer(r, a.Call(), a.Call(), nullptr, Somewhere<HDRVCALL>(a),
+                                         LINETRANSFERMODE_TRANSFER);
     },
     [](Application& a, DRV_REQUESTID r) { return TSPI_lineRemoveFromConference(r, a.Call()); },
     [](Application& a, DRV_REQUESTID r) {
@@ -162,18 +169,9 @@ const Calls LineQueries = {
     [](Application& a) { TSPI_lineGetLineDevStatus(Line, a.buffer.Room<LINEDEVSTATUS>(400)); },
     [](Application& a) { TSPI_lineGetCallInfo(a.Call(), a.buffer.Room<LINECALLINFO>(900)); },
     [](Application& a) { TSPI_lineGetCallStatus(a.Call(), a.buffer.Room<LINECALLSTATUS>(400)); },
-    [](Application&) {
-        DWORD version = 0;
-        TSPI_lineNegotiateTSPIVersion(LINE_BASE, 0x10000, 0x20000, &version);
-    },
-    [](Application&) {
-        DWORD version = 0;
-        TSPI_lineNegotiateExtVersion(LINE_BASE, 0x20000, 0, 0, &version);
-    },
-    [](Application&) {
-        DWORD address = 0;
-        TSPI_lineGetAddressID(Line, &address, 0, u"4711", 10);
-    },
+    [](Application& a) { TSPI_lineNegotiateTSPIVersion(LINE_BASE, 0x10000, 0x20000, Somewhere<DWORD>(a)); },
+    [](Application& a) { TSPI_lineNegotiateExtVersion(LINE_BASE, 0x20000, 0, 0, Somewhere<DWORD>(a)); },
+    [](Application& a) { TSPI_lineGetAddressID(Line, Somewhere<DWORD>(a), 0, u"4711", 10); },
     [](Application& a) { TSPI_lineGenerateDigits(a.Call(), 0, LINEDIGITMODE_DTMF, u"1#", 0); },
     [](Application& a) { TSPI_lineSetAppSpecific(a.Call(), 7); },
     [](Application&) { TSPI_lineSetStatusMessages(Line, 1, 1); },
@@ -186,40 +184,26 @@ const Calls PhoneCalls = {
     [](Application& a) { TSPI_phoneGetDisplay(Phone, a.buffer.Room<VARSTRING>(200)); },
     [](Application& a) { TSPI_phoneGetDevCaps(PHONE_BASE, 0x20000, 0, a.buffer.Room<PHONECAPS>(400)); },
     [](Application& a) {
-        PHONEBUTTONINFO info{};
-        info.dwTotalSize = sizeof info;
-        info.dwButtonMode = PHONEBUTTONMODE_KEYPAD;
-        TSPI_phoneSetButtonInfo(0, Phone, a.Any(12), &info);
+        auto* info = a.buffer.Room<PHONEBUTTONINFO>(sizeof(PHONEBUTTONINFO));
+        info->dwButtonMode = PHONEBUTTONMODE_KEYPAD;
+        TSPI_phoneSetButtonInfo(0, Phone, a.Any(12), info);
     },
-    [](Application&) {
-        DWORD mode = 0;
-        TSPI_phoneGetLamp(Phone, 1, &mode);
-    },
-    [](Application&) {
-        DWORD version = 0;
-        TSPI_phoneNegotiateTSPIVersion(PHONE_BASE, 0x10000, 0x20000, &version);
-    },
+    [](Application& a) { TSPI_phoneGetLamp(Phone, 1, Somewhere<DWORD>(a)); },
+    [](Application& a) { TSPI_phoneNegotiateTSPIVersion(PHONE_BASE, 0x10000, 0x20000, Somewhere<DWORD>(a)); },
     [](Application& a) {
         TSPI_phoneSetHookSwitch(0, Phone, PHONEHOOKSWITCHDEV_HANDSET,
                                 a.Any(2) == 0 ? PHONEHOOKSWITCHMODE_ONHOOK : PHONEHOOKSWITCHMODE_MICSPEAKER);
     },
 };
 
-const std::vector<std::string> SetEvents = {"incoming 1 4722 \"DUPONT\"",
-                                            "incoming 2 4723",
-                                            "answer 1",
-                                            "hangup 1",
-                                            "caller-hangs-up 2",
-                                            "far-answers",
-                                            "far-busy",
-                                            "release",
-                                            "seize 1",
-                                            "lamp 3 1",
-                                            "flip 1",
-                                            "nack 84 1",
-                                            "waits-at 4788 4799 \"ROUX\"",
-                                            "swap",
-                                            "incoming 7 4725"};
+const std::vector<std::string> SetEvents = {
+    // of the set's user
+    "answer 1", "hangup 1", "release", "seize 1", "swap",
+    // of others
+    "incoming 1 4722 \"DUPONT\"", "incoming 2 4723", "incoming 7 4725", "caller-hangs-up 2", "far-answers", "far-busy",
+    "waits-at 4788 4799 \"ROUX\"",
+    // of PBX and line
+    "lamp 3 1", "flip 1", "nack 84 1"};
 
 // --- the service
 
