@@ -48,9 +48,7 @@ protected:
     }
     // The events alone.
     static std::string Sent() {
-        std::string out;
-        for (const std::string& event : LineEvents())
-            out += (out.empty() ? "" : ", ") + event;
+        const std::string out = Joined(LineEvents(), ", ");
         TraceLines();
         return out;
     }

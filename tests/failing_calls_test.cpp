@@ -14,7 +14,6 @@
 #include "trace/trace.h"
 
 #include <cstdlib>
-#include <fstream>
 #include <utility>
 
 namespace {
@@ -202,12 +201,7 @@ TEST_P(FailingCalls, LeaveNothingBehind) {
     // The layer for Linux calls that one for the INI file, too; Windows' does not.
     if (EVERY || function == "GetWindowsDirectoryA")
         return;
-    if (std::getenv("ZT_RECORD_SESSIONS") != nullptr) {
-        std::ofstream(record, std::ios::binary) << lives;
-        FAIL() << "recorded anew";
-    }
-    std::ifstream file(record, std::ios::binary);
-    EXPECT_EQ(lives, std::string(std::istreambuf_iterator<char>(file), {})) << "a life went another way";
+    EXPECT_EQ(lives, RecordIn(record, lives)) << "a life went another way";
 }
 INSTANTIATE_TEST_SUITE_P(Functions, FailingCalls, testing::ValuesIn(PlatformControl::FallibleCalls()),
                          [](const auto& param) {

@@ -401,22 +401,20 @@ TEST_F(StartAndStop, LineMutexIsMadeOnFirstUseAndSaysHowAWaitEnded) {
     EXPECT_THAT(TraceLines(), testing::Contains("MutexLine not created error 6"));
 }
 
-HANDLE LetGo;
-DWORD WINAPI Hold(LPVOID mutex) {
-    WaitForSingleObject(mutex, INFINITE);
-    WaitForSingleObject(LetGo, INFINITE);
-    return ReleaseMutex(mutex) ? 0 : 1;
-}
-
 TEST_F(StartAndStop, TheLineMutexIsWaitedForTwentySecondsTheDebugMutexTen) {
-    LetGo = CreateEventA(nullptr, FALSE, FALSE, nullptr);
-    const auto waited = [](HANDLE mutex, auto wait) {
-        const HANDLE thread = CreateThread(nullptr, 0, Hold, mutex, 0, nullptr);
+    const HANDLE letGo = CreateEventA(nullptr, FALSE, FALSE, nullptr);
+    const auto waited = [&](HANDLE mutex, auto wait) {
+        std::function<void()> hold = [&] {
+            WaitForSingleObject(mutex, INFINITE);
+            WaitForSingleObject(letGo, INFINITE);
+            EXPECT_TRUE(ReleaseMutex(mutex));
+        };
+        const HANDLE thread = CreateThread(nullptr, 0, RunOnAThread, &hold, 0, nullptr);
         PlatformControl::Settle();
         const std::uint32_t asked = PlatformControl::Now();
         wait();
         const std::uint32_t time = PlatformControl::Now() - asked;
-        SetEvent(LetGo);
+        SetEvent(letGo);
         EXPECT_EQ(WaitForSingleObject(thread, INFINITE), WAIT_OBJECT_0);
         CloseHandle(thread);
         return time;
@@ -427,7 +425,7 @@ TEST_F(StartAndStop, TheLineMutexIsWaitedForTwentySecondsTheDebugMutexTen) {
     TraceLines();
     EXPECT_EQ(waited(DebugMutex, [] { Trace(TRACE_ALWAYS, "lost"); }), 10'000u);
     EXPECT_THAT(TraceLines(), IsEmpty());
-    CloseHandle(LetGo);
+    CloseHandle(letGo);
 }
 
 }  // namespace

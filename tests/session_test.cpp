@@ -5,11 +5,10 @@
 // environment variable ZT_RECORD_SESSIONS writes them anew, and the difference is what there is to review.
 #include "equipment/script.h"
 #include "support/buffer.h"
+#include "support/digest.h"
 #include "support/scenario.h"
 #include "trace/trace.h"
 
-#include <cstdlib>
-#include <fstream>
 #include <regex>
 #include <tuple>
 
@@ -114,11 +113,7 @@ TEST_P(Session, WritesItsTrace) {
     char name[sizeof ZT_SESSIONS + 64];
     std::snprintf(name, sizeof name, ZT_SESSIONS "/version%d-level%02x.txt", version, static_cast<unsigned>(mask));
     const std::string written = Record(mask);
-    if (std::getenv("ZT_RECORD_SESSIONS") != nullptr) {
-        std::ofstream(name, std::ios::binary) << Stable(written);
-        FAIL() << "recorded anew: review the difference";
-    }
-    std::ifstream file(name, std::ios::binary);
+    std::istringstream file(RecordIn(name, Stable(written)));
     std::istringstream now(written);
     std::string wanted, line, action;
     for (int number = 1;; ++number) {
@@ -140,14 +135,7 @@ TEST(TraceTexts, StandAtTheirLevels) {
         std::snprintf(level, sizeof level, "%02X ", levels);
         written += level + std::regex_replace(std::string(text), std::regex("\n"), "\\n") + "\n";
     }
-    const char* name = ZT_SESSIONS "/levels.txt";
-    if (std::getenv("ZT_RECORD_SESSIONS") != nullptr) {
-        std::ofstream(name, std::ios::binary) << written;
-        FAIL() << "recorded anew: review the difference";
-    }
-    std::ostringstream wanted;
-    wanted << std::ifstream(name, std::ios::binary).rdbuf();
-    EXPECT_EQ(written, wanted.str());
+    EXPECT_EQ(written, RecordIn(ZT_SESSIONS "/levels.txt", written));
 }
 
 INSTANTIATE_TEST_SUITE_P(, Session,

@@ -25,11 +25,9 @@ protected:
     }
     // Trace lines that contain a text, " | " between them.
     static std::string Traced(const std::string& part) {
-        std::string out;
-        for (const std::string& line : TraceLines())
-            if (line.find(part) != std::string::npos)
-                out += (out.empty() ? "" : " | ") + line;
-        return out;
+        std::vector<std::string> lines = TraceLines();
+        std::erase_if(lines, [&](const std::string& line) { return line.find(part) == std::string::npos; });
+        return Joined(lines, " | ");
     }
 };
 

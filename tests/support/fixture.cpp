@@ -173,6 +173,13 @@ std::string Utf8(std::string_view cp1252) {
     return TraceReader::FromWindows(std::string(cp1252));
 }
 
+std::string Joined(const std::vector<std::string>& texts, const char* between) {
+    std::string joined;
+    for (const std::string& text : texts)
+        joined += (joined.empty() ? "" : between) + text;
+    return joined;
+}
+
 void ResetProvider() {
     CallbacksUnderTheMutex = false;
     ToldFirst = 0;

@@ -22,6 +22,8 @@ using testing::IsEmpty;
 // Windows-1252 bytes as UTF-8.
 std::string Utf8(std::string_view cp1252);
 
+std::string Joined(const std::vector<std::string>& texts, const char* between);
+
 // Puts every record of the provider back to its state at load.
 void ResetProvider();
 

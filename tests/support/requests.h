@@ -16,10 +16,7 @@ constexpr const char *RELEASE = "03 26 20 29 8E", *SOFT1 = "03 26 20 1D 9A", *SO
 
 // Takes what is queued for the card: each frame in hexadecimal, " | " between them.
 inline std::string Pressed() {
-    std::string all;
-    for (const std::string& frame : QueuedFrames())
-        all += (all.empty() ? "" : " | ") + frame;
-    return all;
+    return Joined(QueuedFrames(), " | ");
 }
 
 class Requests : public TrackedSet {

@@ -106,13 +106,6 @@ void Add(std::string& text, const std::string& more, const char* between) {
     text += (text.empty() ? "" : between) + more;
 }
 
-std::string Joined(const std::vector<std::string>& parts, const char* between) {
-    std::string text;
-    for (const std::string& part : parts)
-        Add(text, part, between);
-    return text;
-}
-
 // One event as tables write it.
 std::string Short(std::string event, DRV_REQUESTID latest) {
     const std::string completion = "REPLY " + std::to_string(latest) + " ";
