@@ -134,6 +134,7 @@ TEST_F(DisplayText, InformationLine) {
                  {"1C 1P", "Raccrochez", asked + " | STATE 1 DISCONNECTED 1 | " + left},
                  {"1C 1T", "Raccrochez", asked + " | STATE 1 DISCONNECTED 1 | " + left},
                  {"1C", "Raccrochez", "STATE 0 DISCONNECTED 1 | Icone:1  - Etat:DISCONNECTED - Ref:0"},
+                 {"1H", "Raccrochez, Annulez 2e", "Annulez le 2eAppel ActivCallTouch 1"},
                  {"1C-", "Annulez 2e", "Annulez le 2eAppel ActivCallTouch 1 | Icone:1 - Etat:DISCONNECTED - Ref:0"},
                  {"", "Annulez 2e", "Annulez le 2eAppel ActivCallTouch 0"},
                  {"1C 1H", "Annulez 2e",

@@ -227,8 +227,10 @@ TEST_F(Ticking, MadeCallThatLightsNoKeyEndsAtThe20thTick) {
     Ticks(19);
     EXPECT_THAT(LineEvents(), IsEmpty());
     TraceLines();
+    Marks.MakeCallReport = {true, 1};
     Ticks(1);
-    EXPECT_THAT(LineEvents(), ElementsAre("STATE 0 DISCONNECTED 1", "STATE 0 IDLE"));
+    EXPECT_THAT(LineEvents(), ElementsAre("STATE 0 DISCONNECTED 1", "STATE 0 IDLE", "STATE - DIALTONE",
+                                          "STATE - DIALING", "STATE - PROCEEDING", "STATE - RINGBACK"));
     EXPECT_TRUE(Traced("Time out:Icone:3 éteint - Etat:IDLE - Ref:0"));
 }
 
@@ -369,6 +371,12 @@ TEST_F(Ticking, PollsASilentLinkAndReconnectsWhenNothingComes) {
     Port.Taken();
     const int opens = PlatformControl::Port("COM1").Opens;
     Call(1, 0, LINECALLSTATE_CONNECTED);
+    static LINEEVENT told;
+    told = std::exchange(ProviderState.LineEventProc, [](HTAPILINE line, HTAPICALL call, DWORD message, DWORD_PTR first,
+                                                         DWORD_PTR second, DWORD_PTR third) {
+        EXPECT_TRUE(message != LINE_CLOSE || Setting("Dynamic_Set_Conf", "LastAction") != "failed :V24 Trouble");
+        told(line, call, message, first, second, third);
+    });
     PlatformControl::AnswerBoxes([&](const PlatformControl::Box&) {
         EXPECT_TRUE(Serial.V24Trouble && ProviderState.DeviceState == DEVICE_OUT_OF_SERVICE);
         EXPECT_EQ(PlatformControl::Port("COM1").Opens, opens + 1);
@@ -389,6 +397,7 @@ TEST_F(Ticking, PollsASilentLinkAndReconnectsWhenNothingComes) {
     ProviderState.DeviceState = DEVICE_STARTING;
     Link.LinkIdleTicks = 60;
     PlatformControl::AnswerBoxes(nullptr);
+    ProviderState.LineEventProc = told;
     SilentTicks(1);
     EXPECT_THAT(LineEvents(), ElementsAre("CLOSE")) << "a line that never was in service does not leave it";
 }
