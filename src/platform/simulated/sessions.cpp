@@ -80,8 +80,8 @@ DWORD WINAPI WTSGetActiveConsoleSessionId() {
     return UsedScreen == Screen::Own ? OWN_SESSION : UsedScreen == Screen::NoSession ? NO_SESSION : CONSOLE_SESSION;
 }
 
-BOOL WINAPI WTSEnumerateSessionsW(HANDLE, DWORD, DWORD, WTS_SESSION_INFOW** sessions, DWORD* count) {
-    if (Fails("WTSEnumerateSessionsW"))
+BOOL WINAPI WTSEnumerateSessionsW(HANDLE, DWORD reserved, DWORD version, WTS_SESSION_INFOW** sessions, DWORD* count) {
+    if (reserved != 0 || version != 1 || Fails("WTSEnumerateSessionsW"))
         return FALSE;
     const Guard guard(Lock);
     constexpr DWORD Listed[] = {OWN_SESSION, LEFT_SESSION, CONSOLE_SESSION, REMOTE_SESSION};
