@@ -314,6 +314,12 @@ TEST_F(LinkLayer, SeveralRefusalsInOneReadCauseOneResend) {
     EXPECT_EQ(Answer(Join({Frame({0x22}), Frame({0x60, 0x84})})), ACK + " " + ACK);
 }
 
+LINEEVENT Told;
+void CALLBACK TracedBefore(HTAPILINE line, HTAPICALL call, DWORD message, DWORD_PTR p1, DWORD_PTR p2, DWORD_PTR p3) {
+    EXPECT_THAT(TraceLines(), ElementsAre("Çontact rompu avec le subdevice -> Redemarrage"));
+    Told(line, call, message, p1, p2, p3);
+}
+
 TEST_F(LinkLayer, ARestartInAReadIsAnsweredAloneAndAfterAMinuteWithoutSendingLosesAllCalls) {
     ToldFirst = LINECALLSTATE_IDLE;
     Link.ProcessData = true;
@@ -329,14 +335,9 @@ TEST_F(LinkLayer, ARestartInAReadIsAnsweredAloneAndAfterAMinuteWithoutSendingLos
     FifoPut(LINK_FIFO, Five);
     FifoPut(LINK_FIFO, Six);
     PlatformControl::Advance(60000);
-    static LINEEVENT told;
-    told = std::exchange(ProviderState.LineEventProc, [](HTAPILINE line, HTAPICALL call, DWORD message, DWORD_PTR first,
-                                                         DWORD_PTR second, DWORD_PTR third) {
-        EXPECT_THAT(TraceLines(), ElementsAre("Çontact rompu avec le subdevice -> Redemarrage"));
-        told(line, call, message, first, second, third);
-    });
+    Told = std::exchange(ProviderState.LineEventProc, TracedBefore);
     EXPECT_EQ(Answer(read), POLL) << "first of the three that are queued";
-    ProviderState.LineEventProc = told;
+    ProviderState.LineEventProc = Told;
     EXPECT_EQ(FifoCount(LINK_FIFO), 3);
     EXPECT_THAT(LineEvents(), ElementsAre("STATE " + std::to_string(live) + " IDLE"));
     EXPECT_THAT(TraceLines(), IsEmpty());

@@ -351,6 +351,13 @@ TEST_F(Ticking, RetriesAFailedLinkControlFrameOnceAndEndsTheTick) {
     EXPECT_FALSE(Traced("Try to resend last l2")) << "one retry, also when it fails";
 }
 
+LINEEVENT Told;
+void CALLBACK ClosedBeforeLastAction(HTAPILINE line, HTAPICALL call, DWORD message, DWORD_PTR p1, DWORD_PTR p2,
+                                     DWORD_PTR p3) {
+    EXPECT_TRUE(message != LINE_CLOSE || Setting("Dynamic_Set_Conf", "LastAction") != "failed :V24 Trouble");
+    Told(line, call, message, p1, p2, p3);
+}
+
 TEST_F(Ticking, PollsASilentLinkAndReconnectsWhenNothingComes) {
     Link.SubdeviceTest = true;
     SilentTicks(100);
@@ -371,12 +378,7 @@ TEST_F(Ticking, PollsASilentLinkAndReconnectsWhenNothingComes) {
     Port.Taken();
     const int opens = PlatformControl::Port("COM1").Opens;
     Call(1, 0, LINECALLSTATE_CONNECTED);
-    static LINEEVENT told;
-    told = std::exchange(ProviderState.LineEventProc, [](HTAPILINE line, HTAPICALL call, DWORD message, DWORD_PTR first,
-                                                         DWORD_PTR second, DWORD_PTR third) {
-        EXPECT_TRUE(message != LINE_CLOSE || Setting("Dynamic_Set_Conf", "LastAction") != "failed :V24 Trouble");
-        told(line, call, message, first, second, third);
-    });
+    Told = std::exchange(ProviderState.LineEventProc, ClosedBeforeLastAction);
     PlatformControl::AnswerBoxes([&](const PlatformControl::Box&) {
         EXPECT_TRUE(Serial.V24Trouble && ProviderState.DeviceState == DEVICE_OUT_OF_SERVICE);
         EXPECT_EQ(PlatformControl::Port("COM1").Opens, opens + 1);
@@ -397,7 +399,7 @@ TEST_F(Ticking, PollsASilentLinkAndReconnectsWhenNothingComes) {
     ProviderState.DeviceState = DEVICE_STARTING;
     Link.LinkIdleTicks = 60;
     PlatformControl::AnswerBoxes(nullptr);
-    ProviderState.LineEventProc = told;
+    ProviderState.LineEventProc = Told;
     SilentTicks(1);
     EXPECT_THAT(LineEvents(), ElementsAre("CLOSE")) << "a line that never was in service does not leave it";
 }
