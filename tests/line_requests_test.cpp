@@ -6,6 +6,7 @@
 #include "platform/text.h"
 #include "support/requesting.h"
 
+#include <algorithm>
 #include <cstring>
 #include <functional>
 
@@ -93,6 +94,15 @@ TEST_F(LineRequests, TextsOfCallsAreTakenWholeRefusedWholeAndNeverLeftFromBefore
     EXPECT_STREQ(Record(1).DigitsToGenerate, "");
 }
 
+// From now on no text can be converted. False where the conversion is Windows' own, which nothing lets fail.
+bool ConversionsFail() {
+    const auto fallible = PlatformControl::FallibleCalls();
+    const bool may = std::find(fallible.begin(), fallible.end(), "WideCharToMultiByte") != fallible.end();
+    if (may)
+        PlatformControl::FailCall("WideCharToMultiByte");
+    return may;
+}
+
 TEST_F(LineRequests, NoTextIsReadBeyond81Characters) {
     // As the end of a page would show it, under the sanitizers: no terminator behind the last character.
     const std::vector<WCHAR> endless(81, WCHAR{'1'});
@@ -103,7 +113,8 @@ TEST_F(LineRequests, NoTextIsReadBeyond81Characters) {
     EXPECT_EQ(Code(TSPI_lineDial(7, Handle(0), endless.data(), 0)), LINEERR_INVALADDRESSID);
     EXPECT_EQ(Code(TSPI_lineBlindTransfer(7, Handle(1), endless.data(), 0)), LINEERR_INVALPOINTER);
     EXPECT_EQ(Digits(1, endless.data()), LINEERR_INVALPOINTER);
-    PlatformControl::FailCall("WideCharToMultiByte");
+    if (!ConversionsFail())
+        return;
     EXPECT_EQ(Pickup("4720"_wide), LINEERR_INVALPOINTER) << "what cannot be converted is none, not an empty one";
     EXPECT_EQ(Code(TSPI_lineBlindTransfer(7, Handle(1), "4720"_wide, 0)), LINEERR_INVALPOINTER);
     EXPECT_EQ(Digits(1, "12"_wide), LINEERR_INVALPOINTER) << "which would cancel";
@@ -468,11 +479,12 @@ TEST_F(LineRequests, ForwardUsesTheFirstEntryOfItsListAndNothingOutsideIt) {
         EXPECT_EQ(Steps(), "Entering TSPI_lineForward | appCall cref 0 msg 13 reqId 7 | REPLY 7 80000042");
     }
     EXPECT_EQ(Written, nullptr);
-    PlatformControl::FailCall("WideCharToMultiByte");
-    EXPECT_EQ(forward(1, "1234", 42), LINEERR_INVALPARAM);
-    PlatformControl::CallsWork();
     Record(19).state = DISCONNECTED;
     EXPECT_EQ(forward(1, "1", 0), LINEERR_OPERATIONUNAVAIL);
+    Record(19).state = 0;
+    if (ConversionsFail()) {
+        EXPECT_EQ(forward(1, "1234", 42), LINEERR_INVALPARAM);
+    }
 }
 
 }  // namespace
