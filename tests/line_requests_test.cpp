@@ -113,11 +113,11 @@ TEST_F(LineRequests, NoTextIsReadBeyond81Characters) {
     EXPECT_EQ(Code(TSPI_lineDial(7, Handle(0), endless.data(), 0)), LINEERR_INVALADDRESSID);
     EXPECT_EQ(Code(TSPI_lineBlindTransfer(7, Handle(1), endless.data(), 0)), LINEERR_INVALPOINTER);
     EXPECT_EQ(Digits(1, endless.data()), LINEERR_INVALPOINTER);
-    if (!ConversionsFail())
-        return;
-    EXPECT_EQ(Pickup("4720"_wide), LINEERR_INVALPOINTER) << "what cannot be converted is none, not an empty one";
-    EXPECT_EQ(Code(TSPI_lineBlindTransfer(7, Handle(1), "4720"_wide, 0)), LINEERR_INVALPOINTER);
-    EXPECT_EQ(Digits(1, "12"_wide), LINEERR_INVALPOINTER) << "which would cancel";
+    if (ConversionsFail()) {
+        EXPECT_EQ(Pickup("4720"_wide), LINEERR_INVALPOINTER) << "what cannot be converted is none, not an empty one";
+        EXPECT_EQ(Code(TSPI_lineBlindTransfer(7, Handle(1), "4720"_wide, 0)), LINEERR_INVALPOINTER);
+        EXPECT_EQ(Digits(1, "12"_wide), LINEERR_INVALPOINTER) << "which would cancel";
+    }
     EXPECT_EQ(std::string(Record(0).DestAddress) + Record(1).DestAddress + Record(1).DigitsToGenerate +
                   ProviderState.PickupAddress,
               "");
@@ -322,6 +322,27 @@ TEST_F(FromWithin, CallThatWasPutOffIsToldOfItsWholeEndAndTheNextHasARecordOfIts
                 EXPECT_EQ(Record(0).state == DIALTONE, state == DIALTONE);
                 EXPECT_EQ(RunningRequest.Code, REQUEST_NONE);
             }
+}
+
+void CALLBACK AskTheEnded(HTAPILINE line, HTAPICALL call, DWORD message, DWORD_PTR p1, DWORD_PTR p2, DWORD_PTR p3) {
+    Told(line, call, message, p1, p2, p3);
+    if (message == LINE_CALLSTATE && p1 == DISCONNECTED) {
+        const auto ended = reinterpret_cast<HDRVCALL>(std::uintptr_t{0});
+        EXPECT_EQ(static_cast<DWORD>(TSPI_lineDial(8, ended, "1"_wide, 0)), DWORD{LINEERR_INVALCALLSTATE});
+        EXPECT_EQ(TSPI_lineDrop(9, ended, nullptr, 0), 9);
+    }
+}
+
+TEST_F(FromWithin, PutOffCallThatIsDisconnectedIsOverForItsApplicationToo) {
+    ToldFirst = DISCONNECTED;
+    Begin(0);
+    ProviderState.LineEventProc = AskTheEnded;
+    Record(0).htCall = reinterpret_cast<HTAPICALL>(std::uintptr_t{0x100});
+    Marks.DeferredMakeCall = {true, 0};
+    ProviderState.PendingRequestID = 99;  // of a request that goes on
+    GiveUpDeferredMakeCall();
+    EXPECT_THAT(LineEvents(), ElementsAre("STATE 0 DISCONNECTED 1", "REPLY 9 0", "STATE 0 IDLE"));
+    EXPECT_EQ(ProviderState.PendingRequestID, 99u);
 }
 
 // What the set shows is told while it is being stored.

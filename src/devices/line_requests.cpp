@@ -37,7 +37,8 @@ LONG Done(DRV_REQUESTID request) {
 int ChooseRecord() {
     for (int cref = 0; cref < CALL_COUNT; ++cref) {
         const DWORD state = CallOf(cref).state;
-        if (state == 0 || state == LINECALLSTATE_IDLE || state == LINECALLSTATE_DIALTONE)
+        const bool free = state == 0 || state == LINECALLSTATE_IDLE || state == LINECALLSTATE_DIALTONE;
+        if (free && cref != Marks.Ending)
             return cref;
         Trace(TRACE_ENTRY, "lineCallState[%d]:%lx", cref, state);
     }

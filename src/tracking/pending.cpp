@@ -80,13 +80,10 @@ void GiveUpDeferredMakeCall(CrefMark next) {
     if (!putOff.Set || !IsCref(putOff.Cref) || IsPutOff(putOff.Cref))
         return;
     CallRecord& call = CallOf(putOff.Cref);
-    const bool empty = call.touch == 0;  // else a call at dial tone lives on in it
-    const DWORD state = call.state, kept = Kept(empty ? LINECALLSTATE_DIALTONE : state);
-    call.state = kept;
-    DoLineEvent(LINE_CALLSTATE, LINECALLSTATE_DISCONNECTED, LINEDISCONNECTMODE_NORMAL, putOff.Cref);
-    if (empty)
+    if (call.touch == 0)  // else a call at dial tone lives on in it
         call.state = LINECALLSTATE_IDLE;
-    else if (call.state == kept)
-        call.state = state;
+    const int outer = std::exchange(Marks.Ending, putOff.Cref);
+    DoLineEvent(LINE_CALLSTATE, LINECALLSTATE_DISCONNECTED, LINEDISCONNECTMODE_NORMAL, putOff.Cref);
+    Marks.Ending = outer;
     DoLineEvent(LINE_CALLSTATE, LINECALLSTATE_IDLE, 0, putOff.Cref);
 }

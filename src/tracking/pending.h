@@ -70,6 +70,7 @@ struct RequestMarks {
     CrefMark MakeCallReport;    // a made call whose states are still to be reported
     CountMark MakeCallWatch;    // a made call must light its key within 20 ticks
     CountMark FvTimer;          // soft-key press due after generated digits
+    int Ending = -1;  // record of a put-off call that TAPI is told is DISCONNECTED: no new call's before its IDLE
 };
 extern RequestMarks Marks;
 
